@@ -1,0 +1,60 @@
+# What every room of the tree builds with.
+
+# tavrik_options: our warnings, as errors, and the sanitizers of the preset.
+add_library(tavrik_options INTERFACE)
+target_include_directories(tavrik_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(
+    tavrik_options
+    INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wvla
+              $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
+if(TAVRIK_SANITIZE)
+    add_compile_options(-fsanitize=${TAVRIK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${TAVRIK_SANITIZE})
+endif()
+if(TAVRIK_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# tavrik_module(NAME sources...): a loadable module bin/NAME.hbx, free of the C++ runtime's libraries: it is linked as C,
+# so a stray use of the C++ library fails to link. Modules find each other in their own folder.
+function(tavrik_module name)
+    add_library(${name} SHARED ${ARGN})
+    target_link_libraries(${name} PRIVATE tavrik_options)
+    target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+                           $<$<CXX_COMPILER_ID:Clang>:-Wglobal-constructors -Wexit-time-destructors>)
+    set_target_properties(
+        ${name} PROPERTIES PREFIX "" SUFFIX ".hbx" LINKER_LANGUAGE C BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN"
+                           BUILD_RPATH_USE_ORIGIN ON)
+    if(WIN32)
+        target_link_options(${name} PRIVATE -static -static-libgcc)
+    else()
+        target_link_options(${name} PRIVATE -static-libgcc)
+        if(NOT TAVRIK_SANITIZE)
+            target_link_options(${name} PRIVATE -Wl,-z,defs)
+        endif()
+    endif()
+endfunction()
+
+# tavrik_headers: Debian's header-only libraries (CLI11, fmt, nlohmann-json), the same for the native and the cross
+# build. Only these folders are made visible to the cross compiler, never all of the build machine's headers.
+set(tavrik_headers_dir ${PROJECT_BINARY_DIR}/headers)
+file(MAKE_DIRECTORY ${tavrik_headers_dir})
+foreach(folder CLI fmt nlohmann)
+    if(NOT EXISTS /usr/include/${folder})
+        message(FATAL_ERROR "/usr/include/${folder} is missing: ./run installs the packages that the build needs")
+    endif()
+    file(CREATE_LINK /usr/include/${folder} ${tavrik_headers_dir}/${folder} SYMBOLIC)
+endforeach()
+add_library(tavrik_headers INTERFACE)
+target_include_directories(tavrik_headers SYSTEM INTERFACE ${tavrik_headers_dir})
+target_compile_definitions(tavrik_headers INTERFACE FMT_HEADER_ONLY)
+
+# Programs are linked statically on Windows, so that they run without the compiler's DLLs.
+function(tavrik_program name)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE tavrik_options)
+    set_target_properties(${name} PROPERTIES BUILD_RPATH "$ORIGIN" BUILD_RPATH_USE_ORIGIN ON)
+    if(WIN32)
+        target_link_options(${name} PRIVATE -static)
+    endif()
+endfunction()

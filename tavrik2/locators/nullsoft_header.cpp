@@ -1,0 +1,157 @@
+// Nullsoft installers whose header stands at one computed offset (entries 7, 8, 9 and 10).
+
+#include <cstring>
+
+#include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/markers.h"
+
+namespace tavrik2 {
+
+using namespace fields;
+using namespace gates;
+
+namespace {
+
+// clang-format off
+constexpr auto kRows7 = gate(
+    is(NumberOfSections, 6),
+    is(Characteristics, 0x10F),
+    in(AddressOfEntryPoint, 0x2000, 0x4000),
+    is(MajorLinkerVersion, 7),
+    is(MinorLinkerVersion, 10),
+    in(BaseOfData, 0x7000, 0x8000),
+    is(MajorOperatingSystemVersion, 4),
+    is(MajorSubsystemVersion, 4),
+    is(Subsystem, 2),
+    is(FileAlignment, 0x200),
+    is(SectionAlignment, 0x1000),
+    in(ImportVirtualAddress, 0x7000, 0x8000));
+
+constexpr auto kRows8 = gate(
+    in(NumberOfSections, 6, 7),
+    is(Characteristics, 0x10F),
+    in(AddressOfEntryPoint, 0x2000, 0x4000),
+    is(MajorLinkerVersion, 6),
+    is(MinorLinkerVersion, 0),
+    in(BaseOfData, 0x6700, 0x7700),
+    is(MajorOperatingSystemVersion, 4),
+    is(Subsystem, 2),
+    is(FileAlignment, 0x200),
+    in(ImportSize, 0xA0, 0xC0),
+    in(ImportAddressTableSize, 0x250, 0x300));
+
+constexpr auto kRows9 = gate(
+    is(NumberOfSections, 10),
+    is(Characteristics, 0x818E),
+    in(AddressOfEntryPoint, 0x131000, 0x132300),
+    is(MajorLinkerVersion, 2),
+    is(MinorLinkerVersion, 25),
+    in(BaseOfData, 0x131000, 0x133000),
+    is(MajorOperatingSystemVersion, 5),
+    is(Subsystem, 2),
+    is(FileAlignment, 0x200),
+    in(ImportSize, 0x3000, 0x4000),
+    in(ImportAddressTableSize, 0x700, 0x800),
+    at_least(FileSize, 0x133600));
+
+constexpr auto kRows10 = gate(
+    is(NumberOfSections, 5),
+    is(Characteristics, 0x10F),
+    in(AddressOfEntryPoint, 0x3000, 0x3500),
+    is(DllCharacteristics, 0x8000),
+    is(MajorLinkerVersion, 6),
+    is(MinorLinkerVersion, 0),
+    in(BaseOfData, 0x6700, 0x7700),
+    is(MajorOperatingSystemVersion, 4),
+    is(Subsystem, 2),
+    is(FileAlignment, 0x200),
+    in(ImportSize, 0xA0, 0xC0),
+    in(ResourceSize, 0x900, 0x1000),
+    in(ImportAddressTableSize, 0x260, 0x2A0),
+    name(last_section::Name, ".rsrc"),
+    in(last_section::SizeOfRawData, 0x10000, 0x15000),
+    all(last_section::Characteristics, 0xE0000040));
+// clang-format on
+
+// The header's first words: 0xDEADBEEF and "Nullsoft".
+constexpr uint32_t kHeaderWords[3] = {0xDEADBEEF, 0x6C6C754E, 0x74666F73};
+
+// Distances in bytes.
+constexpr uint32_t kEntry7AfterSection4 = 4;
+constexpr uint32_t kEntry8AfterSection4 = 0xF004;
+constexpr uint32_t kEntry8IntoLastSection = 0x22404;
+constexpr uint32_t kEntry9BeforeEnd = 0x13359C;
+constexpr uint32_t kEntry10IntoLastSection = 0xA04;
+
+constexpr uint32_t kReadableData = 0x40000040; // section characteristics: readable, initialised data
+
+bool IsResourceSection(const SectionHeader &section) {
+    constexpr char kName[] = ".rsrc";
+    return std::memcmp(section.Name, kName, sizeof kName) == 0;
+}
+
+// Reads the header at `offset` and reports it if it opens with the header's words.
+int ReadHeader(const TargetFile &file, uint32_t offset, LocatorResult *result) {
+    uint8_t header[kHeaderSize];
+    if (!file.ReadBlockAt(offset, header) || std::memcmp(header, kHeaderWords, sizeof kHeaderWords) != 0)
+        return kDeclined;
+    return Report(result, PAYLOAD_NULLSOFT, offset, kHeaderSize);
+}
+
+} // namespace
+
+constinit const GateView kGate7 = kRows7;
+constinit const GateView kGate8 = kRows8;
+constinit const GateView kGate9 = kRows9;
+constinit const GateView kGate10 = kRows10;
+
+int Locator7(const TargetFile &file, LocatorResult *result) {
+    if (!Passes(kGate7, file))
+        return kDeclined;
+    SectionHeader section4;
+    if (!file.ReadSectionHeader(4, &section4))
+        return kDeclined;
+    const uint32_t offset = RawDataEnd(section4) + kEntry7AfterSection4;
+    if (!file.IsInFile(offset, 1))
+        return kDeclined;
+    return ReadHeader(file, offset, result);
+}
+
+int Locator8(const TargetFile &file, LocatorResult *result) {
+    if (!Passes(kGate8, file))
+        return kDeclined;
+    SectionHeader section4;
+    if (!file.ReadSectionHeader(4, &section4))
+        return kDeclined;
+    if (!IsResourceSection(section4) && (section4.Characteristics & kReadableData) != kReadableData)
+        return kDeclined;
+    const uint32_t section4_end = RawDataEnd(section4);
+    if (!file.IsInFile(section4_end, 1))
+        return kDeclined;
+    SectionHeader section5;
+    if (!file.ReadSectionHeader(5, &section5))
+        return kDeclined;
+    const bool adjoining = section4_end == section5.PointerToRawData;
+    const uint32_t offset =
+        adjoining ? section4_end + kEntry8AfterSection4 : file.last_section->PointerToRawData + kEntry8IntoLastSection;
+    if (AsSigned(offset) >= file.file_size)
+        return kDeclined;
+    return ReadHeader(file, offset, result);
+}
+
+int Locator9(const TargetFile &file, LocatorResult *result) {
+    if (!Passes(kGate9, file))
+        return kDeclined;
+    return ReadHeader(file, AsOffset(file.file_size) - kEntry9BeforeEnd, result);
+}
+
+int Locator10(const TargetFile &file, LocatorResult *result) {
+    if (!Passes(kGate10, file))
+        return kDeclined;
+    const uint32_t offset = file.last_section->PointerToRawData + kEntry10IntoLastSection;
+    if (AsSigned(offset) >= file.file_size)
+        return kDeclined;
+    return ReadHeader(file, offset, result);
+}
+
+} // namespace tavrik2
