@@ -21,6 +21,9 @@
 /* A packed structure type. The attribute, unlike #pragma pack, makes compilers refuse references to its fields. */
 #define TAVRIK_PACKED __attribute__((packed))
 
+/* The same for an object that the host makes of pointers and aligns as such, so that it can be part of a larger one. */
+#define TAVRIK_PACKED_OBJECT __attribute__((packed, aligned(8)))
+
 /* An exported function of the module. */
 #if defined(_WIN32) && defined(TAVRIK2_BUILDING_MODULE)
 #define TAVRIK_API __declspec(dllexport)

@@ -8,7 +8,7 @@
 typedef void (*UnusedService)(void);
 
 /* The host's table of service functions; a function's position in the table is the interface. */
-typedef struct TAVRIK_PACKED HostServices {
+typedef struct TAVRIK_PACKED_OBJECT HostServices {
     UnusedService unused_0[114];
     uint32_t (*Service114)(void); /* called once at the first initialisation; the result is not used */
     UnusedService unused_115[117];
@@ -47,6 +47,7 @@ TAVRIK_EXTERN_C_END
 TAVRIK_ASSERT_OFFSET(HostServices, Service114, 114 * 8);
 TAVRIK_ASSERT_OFFSET(HostServices, CreateLock, 232 * 8);
 TAVRIK_ASSERT_OFFSET(HostServices, DestroyLock, 233 * 8);
+TAVRIK_ASSERT_SIZE(HostServices, 234 * 8);
 
 TAVRIK_ASSERT_SIZE(HostConfig, 3102);
 TAVRIK_ASSERT_OFFSET(HostConfig, decoder_directory, 1026);

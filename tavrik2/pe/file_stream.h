@@ -13,7 +13,7 @@ typedef void (*UnusedOperation)(void);
  *
  * Positions, offsets and lengths are unsigned 32-bit byte counts. `handle` is the host's handle of the open file and is
  * passed through unchanged. A stream carries one position and serves one call at a time. */
-typedef struct TAVRIK_PACKED FileStreamOperations {
+typedef struct TAVRIK_PACKED_OBJECT FileStreamOperations {
     UnusedOperation unused_0;
     /* Opens `file_name` with `mode`; `zero` is always 0. Returns the handle, or 0xFFFFFFFF when it cannot be opened. */
     uint32_t (*Open)(FileStream *stream, const void *file_name, uint32_t mode, uint32_t zero);
@@ -29,7 +29,7 @@ typedef struct TAVRIK_PACKED FileStreamOperations {
     uint32_t (*Tell)(FileStream *stream, uint32_t handle);
 } FileStreamOperations;
 
-struct TAVRIK_PACKED FileStream {
+struct TAVRIK_PACKED_OBJECT FileStream {
     const FileStreamOperations *operations; /* the host's, never null */
 };
 
@@ -45,5 +45,6 @@ TAVRIK_ASSERT_OFFSET(FileStreamOperations, Close, 6 * 8);
 TAVRIK_ASSERT_OFFSET(FileStreamOperations, Tell, 7 * 8);
 TAVRIK_ASSERT_SIZE(FileStreamOperations, 64);
 TAVRIK_ASSERT_OFFSET(FileStream, operations, 0);
+TAVRIK_ASSERT_SIZE(FileStream, 8);
 
 #endif

@@ -1,0 +1,57 @@
+// A console reporter that remembers what it printed, so that a benchmark can be set beside its peer in the same run.
+#ifndef TAVRIK_BENCH_RATIO_REPORTER_H
+#define TAVRIK_BENCH_RATIO_REPORTER_H
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+namespace tavrik::bench {
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        for (const Run &run : runs) {
+            // With repetitions the median stands for the benchmark, without them its only run does.
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
+            if ((median || single) && !run.error_occurred)
+                nanoseconds_[run.run_name.function_name] = run.GetAdjustedRealTime() * ToNanoseconds(run.time_unit);
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    // Time of one run in nanoseconds; 0 when a filter left the benchmark out.
+    double Nanoseconds(const std::string &name) const {
+        const auto found = nanoseconds_.find(name);
+        return found == nanoseconds_.end() ? 0 : found->second;
+    }
+
+    // "fast is N times as fast as peer", when both ran.
+    void PrintRatio(const std::string &fast, const std::string &peer) const {
+        const double own = Nanoseconds(fast);
+        const double other = Nanoseconds(peer);
+        if (own > 0 && other > 0)
+            std::printf("ratio: %s runs at %.2f times the speed of %s\n", fast.c_str(), other / own, peer.c_str());
+    }
+
+private:
+    static double ToNanoseconds(benchmark::TimeUnit unit) { return 1e9 / benchmark::GetTimeUnitMultiplier(unit); }
+
+    std::map<std::string, double> nanoseconds_;
+};
+
+// Runs the benchmarks with the given arguments through `reporter`; false when the arguments are wrong.
+inline bool Run(int argc, char **argv, RatioReporter &reporter) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return false;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    return true;
+}
+
+} // namespace tavrik::bench
+
+#endif
