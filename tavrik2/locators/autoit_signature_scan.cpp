@@ -1,6 +1,7 @@
 #include "tavrik2/locators/autoit_signature_scan.h"
 
 #include "tavrik2/locators/block_walk.h"
+#include "tavrik2/locators/marker_filter.h"
 #include "tavrik2/pe/byte_pattern.h"
 
 namespace tavrik2 {
@@ -20,6 +21,10 @@ constexpr uint8_t AutoItAltMarkers[7][16] = {
     {0x61, 0xA3, 0x37, 0x0E, 0xBC, 0x86, 0x76, 0x8B, 0x77, 0x71, 0x30, 0x52, 0x29, 0x26, 0xC6, 0x5D},
 };
 
+// Nearly every block holds no marker and is done with after one pass over it.
+constexpr MarkerFilter kFilter(AutoItPrefix, AutoItAltMarkers[0], AutoItAltMarkers[1], AutoItAltMarkers[2],
+                               AutoItAltMarkers[3], AutoItAltMarkers[4], AutoItAltMarkers[5], AutoItAltMarkers[6]);
+
 // A prefix counts only this far from the end of its block and before the text "AU3!EA".
 constexpr uint32_t kTail = 32;
 constexpr int32_t kPrefixEnd = kBlockSize - kTail;
@@ -32,6 +37,8 @@ bool IsFollowedByText(const uint8_t *prefix) {
 }
 
 BlockVerdict Examine(const uint8_t *block, int32_t length, int32_t position) {
+    if (!kFilter.MayHoldMarker(block, kBlockSize))
+        return {BlockVerdict::GoOn, 0};
     // Only the first prefix of a block is considered.
     const int32_t prefix = FindBytePattern(block, length, AutoItPrefix);
     if (prefix >= 0 && prefix < kPrefixEnd && IsFollowedByText(block + prefix))
