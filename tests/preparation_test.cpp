@@ -1,5 +1,6 @@
 // The rule database's way from its stored to its working form.
 #include <cstring>
+#include <functional>
 
 #include <gtest/gtest.h>
 

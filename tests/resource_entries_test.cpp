@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tavrik2/locators/resource_data_entries.h"
-#include "tests/support/pe_file.h"
+#include "tests/support/resource_tree.h"
 
 namespace tavrik::tests {
 namespace {
@@ -13,50 +13,28 @@ using namespace tavrik2;
 
 constexpr uint32_t kBase = 0x1000; // of the directory; without sections its RVA and its file offset are the same
 constexpr uint32_t kUntouched = 99;
-constexpr uint32_t kSub = 0x80000000; // marks a subdirectory
 
-// A resource directory under construction; offsets are the block's.
-class Tree {
-public:
-    explicit Tree(RecordingStream &stream) : stream_(stream) {}
-
-    /** A directory whose entries are (name, target) pairs; as many of its entries are counted as named. */
-    void Directory(uint32_t at, std::initializer_list<std::pair<uint32_t, uint32_t>> entries, uint16_t named = 0) {
-        Count(at, named, static_cast<uint16_t>(entries.size() - named));
-        for (at += 16; const auto &[name, target] : entries) {
-            stream_.Put(kBase + at, Bytes(name) + Bytes(target));
-            at += 8;
-        }
-    }
-    void Count(uint32_t at, uint16_t named, uint16_t ids) { stream_.Put(kBase + at + 12, Bytes(named) + Bytes(ids)); }
-    /** A data entry that says where it stands. */
-    void Data(uint32_t at) { stream_.Put(kBase + at, Bytes(ResourceDataEntry{at, 1, 2, 3})); }
-
-private:
-    RecordingStream &stream_;
-};
-
-// Type 24 with three resources in one language each: data at 0x200, 0x210 and 0x220.
-void Ordinary(Tree &tree) {
+// Type 24 with three resources in one language each; every data entry's address says where the entry stands.
+void Ordinary(ResourceTree &tree) {
     tree.Directory(0, {{16, 0x300}, {24, 0x280}, {24, kSub | 0x40}, {24, kSub | 0x800}});
     tree.Directory(0x40, {{1, kSub | 0x80}, {2, kSub | 0xA0}, {3, kSub | 0xC0}}, 1);
     for (uint32_t index = 0; index < 3; ++index) {
         tree.Directory(0x80 + 0x20 * index, {{1033, 0x200 + 0x10 * index}, {1034, 0x400}});
-        tree.Data(0x200 + 0x10 * index);
+        tree.Data(0x200 + 0x10 * index, 0x200 + 0x10 * index);
     }
 }
 
 // A chain of `depth` directories below the type's, then data at 0x700.
-void Chain(Tree &tree, uint32_t depth) {
+void Chain(ResourceTree &tree, uint32_t depth) {
     tree.Directory(0x40, {{1, depth == 0 ? 0x700 : kSub | 0x500}});
     for (uint32_t level = 1; level <= depth; ++level)
         tree.Directory(0x4E0 + 0x20 * level, {{1, level == depth ? 0x700 : kSub | (0x500 + 0x20 * level)}});
-    tree.Data(0x700);
+    tree.Data(0x700, 0x700);
 }
 
 struct Case {
     const char *what;
-    std::function<void(Tree &)> change; // of the ordinary tree
+    std::function<void(ResourceTree &)> change; // of the ordinary tree
     int answer;
     uint32_t count;
     std::vector<uint32_t> places; // of the data found
@@ -65,13 +43,13 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {"ordinary", [](Tree &) {}, 1, 3, {0x200, 0x210, 0x220}},
-    {"capacity 1", [](Tree &) {}, 1, 1, {0x200}, 24, 1},
-    {"capacity 2", [](Tree &) {}, 1, 2, {0x200, 0x210}, 24, 2},
-    {"type absent", [](Tree &) {}, 0, kUntouched, {}, 10},
-    {"type without a subdirectory", [](Tree &) {}, 0, kUntouched, {}, 16},
+    {"ordinary", [](ResourceTree &) {}, 1, 3, {0x200, 0x210, 0x220}},
+    {"capacity 1", [](ResourceTree &) {}, 1, 1, {0x200}, 24, 1},
+    {"capacity 2", [](ResourceTree &) {}, 1, 2, {0x200, 0x210}, 24, 2},
+    {"type absent", [](ResourceTree &) {}, 0, kUntouched, {}, 10},
+    {"type without a subdirectory", [](ResourceTree &) {}, 0, kUntouched, {}, 16},
     {"any type takes a data offset for a directory's",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x300, {{1, 0x200}});
      },
      1,
@@ -79,96 +57,97 @@ const Case kCases[] = {
      {0x200},
      -1},
     {"any type takes a named one",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0, {{kSub | 0x700, kSub | 0x40}}, 1);
      },
      1,
      3,
      {0x200, 0x210, 0x220},
      -1},
-    {"root without entries", [](Tree &t) { t.Count(0, 0, 0); }, 0, kUntouched, {}, -1},
-    {"named entries count first", [](Tree &t) { t.Count(0, 3, 0); }, 1, 3, {0x200, 0x210, 0x220}},
-    {"one root entry short", [](Tree &t) { t.Count(0, 1, 1); }, 0, kUntouched, {}},
-    {"root longer than the block", [](Tree &t) { t.Count(0, 0xFFFF, 0xFFFF); }, 0, kUntouched, {}, 77},
+    {"root without entries", [](ResourceTree &t) { t.Count(0, 0, 0); }, 0, kUntouched, {}, -1},
+    {"named entries count first", [](ResourceTree &t) { t.Count(0, 3, 0); }, 1, 3, {0x200, 0x210, 0x220}},
+    {"one root entry short", [](ResourceTree &t) { t.Count(0, 1, 1); }, 0, kUntouched, {}},
+    {"root longer than the block", [](ResourceTree &t) { t.Count(0, 0xFFFF, 0xFFFF); }, 0, kUntouched, {}, 77},
     {"last usable type directory",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0, {{24, kSub | 4079}});
+         t.Count(4079, 0, 1);
      },
      0,
      0,
      {}},
     {"type directory at the end",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0, {{24, kSub | 4080}});
      },
      0,
      kUntouched,
      {}},
     {"type directory far outside",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0, {{24, kSub | 0x7FFFFFF8}});
      },
      0,
      kUntouched,
      {}},
-    {"no resources", [](Tree &t) { t.Count(0x40, 0, 0); }, 0, kUntouched, {}},
-    {"15 resources", [](Tree &t) { t.Count(0x40, 7, 8); }, 1, 5, {0x200, 0x210, 0x220}},
-    {"16 resources", [](Tree &t) { t.Count(0x40, 8, 8); }, 0, kUntouched, {}},
+    {"no resources", [](ResourceTree &t) { t.Count(0x40, 0, 0); }, 0, kUntouched, {}},
+    {"15 resources", [](ResourceTree &t) { t.Count(0x40, 7, 8); }, 1, 5, {0x200, 0x210, 0x220}},
+    {"16 resources", [](ResourceTree &t) { t.Count(0x40, 8, 8); }, 0, kUntouched, {}},
     {"data at 4079",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x80, {{1, 4079}});
-         t.Data(4079);
+         t.Data(4079, 4079);
      },
      1,
      3,
      {4079, 0x210, 0x220}},
     {"data at 4080 is passed over",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x80, {{1, 4080}});
      },
      1,
      2,
      {0x210, 0x220}},
     {"data offset that wraps",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x80, {{1, 0x7FFFFFF8}});
      },
      1,
      2,
      {0x210, 0x220}},
     {"subdirectory outside is passed over",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x40, {{1, kSub | 4080}, {2, kSub | 0xA0}});
      },
      1,
      1,
      {0x210}},
     {"subdirectory whose entry is outside",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x40, {{1, kSub | 4072}, {2, kSub | 0xA0}});
      },
      1,
      1,
      {0x210}},
     {"nothing but holes",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x40, {{1, 4080}, {2, kSub | 4080}});
      },
      0,
      0,
      {}},
-    {"data right below the type", [](Tree &t) { Chain(t, 0); }, 1, 1, {0x700}},
-    {"four nested directories", [](Tree &t) { Chain(t, 4); }, 1, 1, {0x700}},
-    {"five nested directories", [](Tree &t) { Chain(t, 5); }, 0, kUntouched, {}},
+    {"data right below the type", [](ResourceTree &t) { Chain(t, 0); }, 1, 1, {0x700}},
+    {"four nested directories", [](ResourceTree &t) { Chain(t, 4); }, 1, 1, {0x700}},
+    {"five nested directories", [](ResourceTree &t) { Chain(t, 5); }, 0, kUntouched, {}},
     {"a directory inside itself",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0x80, {{1, kSub | 0x80}});
      },
      0,
      kUntouched,
      {}},
     {"entries of the type beyond the block",
-     [](Tree &t) {
+     [](ResourceTree &t) {
          t.Directory(0, {{24, kSub | 4064}});
          t.Directory(4064, {{1, 0x200}}); // its second entry ends at the block's last byte
          t.Count(4064, 0, 2);
@@ -196,7 +175,7 @@ protected:
 };
 
 TEST_F(ResourceEntries, EveryShapeOfTree) {
-    Tree tree(stream_);
+    ResourceTree tree(stream_, kBase);
     for (const Case &test : kCases) {
         SCOPED_TRACE(test.what);
         stream_.Put(kBase, std::string(4096, '\0'));
@@ -211,7 +190,7 @@ TEST_F(ResourceEntries, EveryShapeOfTree) {
 }
 
 TEST_F(ResourceEntries, ArgumentsAreCheckedBeforeTheFileIsRead) {
-    Tree tree(stream_);
+    ResourceTree tree(stream_, kBase);
     Ordinary(tree);
     EXPECT_EQ(Find(24, 5, 0), 0);
     EXPECT_EQ(Find(24, 0), 0);
@@ -224,11 +203,11 @@ TEST_F(ResourceEntries, ArgumentsAreCheckedBeforeTheFileIsRead) {
 }
 
 TEST_F(ResourceEntries, TheBlockMustBeInTheFileAndWhole) {
-    Tree tree(stream_);
+    ResourceTree tree(stream_, kBase);
     Ordinary(tree);
     EXPECT_EQ(Find(24, 1), 1);
     const std::string calls = stream_.TakeCalls();
-    EXPECT_EQ(calls.substr(calls.size() - 15), " S0x1000 R0x1000");
+    EXPECT_EQ(calls.substr(calls.size() - 16), " S0x1000 R0x1000");
     for (const Fault fault :
          {Fault{Fault::ReadShort, 1, 4096}, {Fault::ReadTooMuch, 1, 4096}, {Fault::SeekElsewhere, 15}}) {
         stream_.Restart(0, fault);

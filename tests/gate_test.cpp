@@ -1,0 +1,188 @@
+// The gates' vocabulary and, over all fifty gates, that a locator does nothing before its gate is passed.
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include <gtest/gtest.h>
+
+#include "samples/gate_values.h"
+#include "tavrik2/locators/locators.h"
+#include "tests/support/recording_stream.h"
+
+namespace tavrik::tests {
+namespace {
+
+using namespace tavrik2;
+using namespace tavrik2::fields;
+using namespace tavrik2::gates;
+using samples::FieldValues;
+using samples::GatePath;
+using samples::HostRecords;
+
+// Whether records with these values pass; all other fields are zero.
+bool Passes(GateView gate, const FieldValues &values) {
+    HostRecords records = {};
+    Fill(records, values);
+    return tavrik2::Passes(gate, records.View(nullptr, kHandle));
+}
+
+// The values of one field that a row lets through.
+template <size_t Count>
+std::vector<uint64_t> Accepted(const Gate<Count> &row, Field field, std::initializer_list<uint64_t> values) {
+    std::vector<uint64_t> accepted;
+    std::copy_if(values.begin(), values.end(), std::back_inserter(accepted), [&](uint64_t value) {
+        return Passes(row, {{field, value}});
+    });
+    return accepted;
+}
+
+uint64_t Name(const char (&text)[9]) {
+    uint64_t word;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+using Values = std::vector<uint64_t>;
+
+TEST(GateVocabulary, SingleRows) {
+    EXPECT_EQ(Accepted(in(SizeOfCode, 5, 7), SizeOfCode, {0, 4, 5, 6, 7, 8, 0xFFFFFFFF}), (Values{5, 6, 7}));
+    EXPECT_EQ(Accepted(is(SizeOfCode, 5), SizeOfCode, {4, 5, 6}), Values{5});
+    EXPECT_EQ(Accepted(at_least(SizeOfCode, 5), SizeOfCode, {0, 4, 5, 0xFFFFFFFF}), (Values{5, 0xFFFFFFFF}));
+    EXPECT_EQ(Accepted(at_most(SizeOfCode, 5), SizeOfCode, {0, 5, 6, 0xFFFFFFFF}), (Values{0, 5}));
+    EXPECT_EQ(Accepted(all(Subsystem, 0x102), Subsystem, {0x100, 0x2, 0x102, 0xFFFF}), (Values{0x102, 0xFFFF}));
+    EXPECT_EQ(Accepted(one_of(SizeOfCode, {0, {5, 6}, 9}), SizeOfCode, {0, 1, 4, 5, 6, 7, 8, 9, 10}),
+              (Values{0, 5, 6, 9}));
+    EXPECT_EQ(Accepted(any(is(SizeOfCode, 0), all(SizeOfCode, 6)), SizeOfCode, {0, 2, 4, 6, 7}), (Values{0, 6, 7}));
+}
+
+TEST(GateVocabulary, FileSizesAreSigned) {
+    EXPECT_EQ(Accepted(at_least(FileSize, 5), FileSize, {4, 5, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF}),
+              (Values{5, 0x7FFFFFFF}));
+    EXPECT_EQ(Accepted(file_size_beyond(0xBB000, 0x1000), FileSize,
+                       {0xBA000, 0xBA001, 0x7FFFEFFF, 0x7FFFF000, 0x80000000, 0xFFFFFFFF}),
+              (Values{0xBA001, 0x7FFFEFFF}));
+}
+
+TEST(GateVocabulary, NamesEndAtTheirNul) {
+    constexpr Field kName = first_section::Name;
+    const Values names = {Name(".text\0\0\0"),  Name(".text\0xx"),      Name(".textx\0\0"),  Name(".TExt\0\0\0"),
+                          Name(".tex\0\0\0\0"), Name("\016text\0\0\0"), Name(".te8t\0\0\0"), Name(".te8T\0\0\0")};
+    const auto accepted = [&](const auto &row) {
+        std::vector<size_t> indices;
+        for (size_t index = 0; index < names.size(); ++index)
+            if (Passes(row, {{kName, names[index]}}))
+                indices.push_back(index);
+        return indices;
+    };
+    EXPECT_EQ(accepted(name(kName, ".text")), (std::vector<size_t>{0, 1}));
+    EXPECT_EQ(accepted(name_ignoring_case(kName, ".text")), (std::vector<size_t>{0, 1, 3}));
+    EXPECT_EQ(accepted(name_ignoring_case(kName, ".te8t")), (std::vector<size_t>{6, 7}));
+}
+
+TEST(GateVocabulary, ColumnsAreTriedInOrderAndInFull) {
+    constexpr auto kGate = gate(
+        either(profile('A', is(SizeOfCode, 1), one_of(CheckSum, {1, 2})),
+               profile('B', in(SizeOfCode, 1, 2), either(variant(1, is(CheckSum, 3)), variant(2, is(CheckSum, 4)))),
+               sections(3, is(SizeOfCode, 9))),
+        is(Subsystem, 2));
+    const auto passes = [&](uint64_t code, uint64_t sum, uint64_t section_count, uint64_t subsystem) {
+        return Passes(kGate,
+                      {{SizeOfCode, code}, {CheckSum, sum}, {NumberOfSections, section_count}, {Subsystem, subsystem}});
+    };
+    EXPECT_TRUE(passes(1, 2, 0, 2));
+    EXPECT_TRUE(passes(1, 4, 0, 2)); // A fails at its last row
+    EXPECT_TRUE(passes(2, 3, 0, 2));
+    EXPECT_TRUE(passes(9, 0, 3, 2));
+    EXPECT_FALSE(passes(2, 1, 0, 2)); // half of B with half of A
+    EXPECT_FALSE(passes(9, 0, 4, 2));
+    EXPECT_FALSE(passes(1, 1, 0, 3)); // what follows counts for every column
+    EXPECT_FALSE(passes(9, 0, 3, 1));
+}
+
+TEST(GateVocabulary, EveryFieldReadsItsOwnPlace) {
+    for (size_t number = 0; number < kFieldCount; ++number) {
+        const auto field = static_cast<Field>(number);
+        const uint32_t width = samples::WidthOf(field);
+        if (field == Stream || width == 0)
+            continue;
+        HostRecords records = {};
+        const uint64_t value = 0xF1E2D3C4B5A69788 >> (64 - 8 * width);
+        Fill(records, {{field, value}});
+        for (size_t other = 1; other < kFieldCount; ++other)
+            EXPECT_EQ(FieldValue(static_cast<Field>(other), records.View(nullptr, kHandle)),
+                      other == number ? value : 0)
+                << number << " seen as " << other;
+    }
+}
+
+class Gates : public testing::TestWithParam<uint32_t> {
+protected:
+    // A locator must decline these values without looking at the file.
+    static void ExpectRefused(const FieldValues &values) {
+        HostRecords records = {};
+        Fill(records, values);
+        RecordingStream stream;
+        LocatorResult result = {1, 2, 3};
+        const LocatorTableEntry *table = nullptr;
+        uint32_t count = 0;
+        ASSERT_EQ(HeurGetLocatorTable(&table, &count), 1u);
+        EXPECT_EQ(table[GetParam()].locator(&stream, kHandle, records.file_size, records.data_dirs,
+                                            &records.file_header, &records.opt_header, &records.first_section,
+                                            &records.last_section, records.entry_code, &result),
+                  0);
+        EXPECT_EQ(stream.TakeCalls(), "");
+        EXPECT_EQ(Bytes(result), Bytes(LocatorResult{1, 2, 3}));
+    }
+};
+
+// Values pass a gate when they pass some way through it, row by row; that needs no knowledge of how rows are walked.
+bool PassesSomePath(const std::vector<GatePath> &paths, FieldValues values) {
+    return std::any_of(paths.begin(), paths.end(), [&](const GatePath &path) {
+        return std::all_of(path.fields.begin(), path.fields.end(),
+                           [&](const auto &set) { return set.second.Contains(values[set.first]); });
+    });
+}
+
+TEST_P(Gates, OneBeyondEachBoundIsRefusedWithoutReading) {
+    const GateView gate = GateOf(GetParam());
+    const std::vector<GatePath> paths = samples::PathsOf(gate);
+    ASSERT_FALSE(paths.empty());
+    int refused = 0;
+    for (const GatePath &path : paths) {
+        for (const auto choice : {GatePath::Choice::Lowest, GatePath::Choice::Highest}) {
+            const FieldValues passing = path.Pick(choice);
+            HostRecords records = {};
+            Fill(records, passing);
+            RecordingStream stream;
+            ASSERT_TRUE(tavrik2::Passes(gate, records.View(&stream, kHandle))) << path.label;
+            for (const Condition *row : path.rows) {
+                if (row->IsHeading() || row->field == Stream)
+                    continue;
+                for (const uint64_t value : samples::RefusedNeighbours(*row)) {
+                    FieldValues values = passing;
+                    values[row->field] = value;
+                    if (PassesSomePath(paths, values))
+                        continue; // by another alternative
+                    ++refused;
+                    ExpectRefused(values);
+                    ASSERT_FALSE(HasFailure())
+                        << path.label << " field " << static_cast<int>(row->field) << " value " << value;
+                }
+            }
+        }
+    }
+    EXPECT_GT(refused, 10);
+}
+
+std::vector<uint32_t> GatedEntries() {
+    std::vector<uint32_t> entries;
+    for (uint32_t entry = 0; entry < LOCATOR_COUNT; ++entry)
+        if (entry != 27)
+            entries.push_back(entry);
+    return entries;
+}
+
+INSTANTIATE_TEST_SUITE_P(Entry, Gates, testing::ValuesIn(GatedEntries()), testing::PrintToStringParamName());
+
+} // namespace
+} // namespace tavrik::tests

@@ -1,0 +1,506 @@
+// What the locators find behind their gates, and what they leave alone when the file or the platform fails them.
+//
+// One layout serves all: section i has 4096 bytes of raw data at 0x1000 * (i + 1), one behind the other, and begins at
+// the address 0x10000 * (i + 4). Section 4, ".rsrc", reaches far beyond its raw data, so that its addresses from
+// 0x80000 on lie in the file from 0x5000 on; its resource directory stands at its start.
+#include <algorithm>
+#include <cstring>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "samples/gate_values.h"
+#include "tavrik2/locators/locators.h"
+#include "tests/support/payloads.h"
+#include "tests/support/platform_double.h"
+#include "tests/support/resource_tree.h"
+
+namespace tavrik::tests {
+namespace {
+
+using namespace tavrik2;
+using samples::FieldValues;
+using enum tavrik2::Field;
+
+constexpr uint32_t kResources = 0x5000; // file offset of section 4
+constexpr uint32_t kResourceRva = 0x80000;
+constexpr uint32_t kLastPointer = 0x6000;
+
+// A file that passes an entry's gate on the first path that allows the wanted values.
+struct Scene {
+    uint32_t entry;
+    samples::HostRecords records = {};
+    PeFile file;
+    RecordingStream stream;
+    ResourceTree tree{stream, kResources};
+
+    explicit Scene(uint32_t entry_number, const FieldValues &wanted = {}) : entry(entry_number) {
+        FieldValues values;
+        for (const samples::GatePath &path : samples::PathsOf(GateOf(entry))) {
+            if (path.Accepts(wanted)) {
+                values = path.Pick(samples::GatePath::Choice::Lowest, wanted);
+                break;
+            }
+        }
+        EXPECT_FALSE(values.empty() && entry != 27) << "no path of entry " << entry << " allows these values";
+        records.first_section.PointerToRawData = 0x1000;
+        records.last_section.PointerToRawData = kLastPointer;
+        records.last_section.SizeOfRawData = 0x1000;
+        records.last_section.VirtualAddress = kResourceRva;
+        records.data_dirs[4] = kResourceRva;
+        Fill(records, values);
+        const char *names[] = {".text", ".rdata", ".data", ".idata", ".rsrc", ".reloc", ".rrdata"};
+        for (uint32_t index = 0; index < 7; ++index)
+            file.sections.push_back(Section(names[index], 0x10000 * (index + 4), 0x1000, 0x1000 * (index + 1), 0x1000));
+        file.sections[4].VirtualSize = 0x80000;
+        file.sections[5].VirtualAddress = 0x200000;
+        file.sections[6].VirtualAddress = 0x300000;
+    }
+
+    /** Writes the headers; a file without a size of its own ends `behind` bytes after what was put into it. */
+    void Finish(uint32_t behind) {
+        file.PutInto(stream);
+        stream.Resize(std::max(stream.size() + behind, static_cast<uint32_t>(records.file_size)));
+        records.file_size = static_cast<int32_t>(stream.size());
+    }
+
+    /** One resource of a type: its data entry says (rva, size). More may follow. */
+    void Resource(uint32_t type, std::initializer_list<std::pair<uint32_t, uint32_t>> data) {
+        tree.Directory(0, {{3, kSub | 0x700}, {type, kSub | 0x40}});
+        uint32_t index = 0;
+        for (const auto &[rva, size] : data) {
+            tree.Directory(0x40, {{1, 0x100}, {2, 0x110}, {3, 0x120}});
+            tree.Data(0x100 + 0x10 * index++, rva, size);
+        }
+        tree.Count(0x40, 0, static_cast<uint16_t>(index));
+    }
+
+    int Call(LocatorResult *result, Fault fault = {}) {
+        stream.Restart(0, fault);
+        const LocatorTableEntry *table = nullptr;
+        uint32_t count = 0;
+        HeurGetLocatorTable(&table, &count);
+        return table[entry].locator(&stream, kHandle, records.file_size, records.data_dirs, &records.file_header,
+                                    &records.opt_header, &records.first_section, &records.last_section,
+                                    records.entry_code, result);
+    }
+};
+
+// A payload at a place, and what makes the entry look there.
+struct Find {
+    uint32_t entry;
+    const char *what;
+    uint32_t offset;
+    std::string payload;
+    uint32_t kind;
+    uint32_t size;
+    FieldValues wanted = {};
+    std::function<void(Scene &)> prepare = [](Scene &) {};
+    uint32_t behind = 0x7000; // bytes of the file behind the payload
+};
+
+void AtStart(Scene &) {}
+
+// A raw-data or other resource whose data begins at 0x6800 of the file.
+std::function<void(Scene &)> WithResource(uint32_t type, uint32_t size) {
+    return [=](Scene &scene) { scene.Resource(type, {{0x81800, size}}); };
+}
+
+std::function<void(Scene &)> WithManifest(const char *text, uint32_t size, int32_t file_size = 0) {
+    return [=](Scene &scene) {
+        scene.Resource(24, {{0x81800, size}});
+        scene.stream.Put(0x6800 + 24576 - static_cast<uint32_t>(std::strlen(text)), text);
+        scene.records.file_size = file_size;
+    };
+}
+
+const std::string kAdministrator = "level=\"requireAdministrator\"";
+const std::string kWord = kMarker.substr(0, 4);
+const std::string kEntry0 = kMarker.substr(0, 8) + Hex("8229927682851965");
+const std::string kEntry5 = Hex("38711328951258716323475232128379");
+const std::string kHeaderWords = kNullsoft.substr(0, 12);
+
+const Find kFinds[] = {
+    {0, "section 3's end", 0x5000, kEntry0, 82, 256},
+    {1, "first section", 0x1000, kSignature, 82, 4096},
+    {2, "fixed start", 0x40000, kSignature, 82, 4096},
+    {3, "fixed start", 0xC0000, kSignature, 82, 4096},
+    {4, "last section", kLastPointer, kSignature, 82, 4096},
+    {5, "fixed offset", 0xA7C1F, kEntry5, 82, 256},
+    {6, "3 sections", 0x56000, kSignature, 82, 4096, {{NumberOfSections, 3}}},
+    {6, "5 sections", 0xC0000, kSignature, 82, 4096, {{NumberOfSections, 5}}},
+    {6, "8 sections", 0xB0000, kSignature, 82, 4096, {{NumberOfSections, 8}}},
+    {6, "12 sections", 0xC0000, kSignature, 82, 4096, {{NumberOfSections, 12}}},
+    {7, "behind section 4", 0x6004, kHeaderWords, 81, 256},
+    {8, "adjoining", 0x15004, kHeaderWords, 81, 256},
+    {8,
+     "apart",
+     kLastPointer + 0x22404,
+     kHeaderWords,
+     81,
+     256,
+     {},
+     [](Scene &s) { s.file.sections[5].PointerToRawData = 0x6200; }},
+    {8,
+     "by characteristics",
+     0x15004,
+     kHeaderWords,
+     81,
+     256,
+     {},
+     [](Scene &s) { s.file.sections[4] = Section("other", 0, 0, 0x5000, 0x1000, 0xC0000040); }},
+    {9, "before the end", 0x64, kHeaderWords, 81, 256, {{FileSize, 0x133600}}, AtStart, 0},
+    {10, "last section", kLastPointer + 0xA04, kHeaderWords, 81, 256},
+    {11, "last section", kLastPointer + 0x3500 + 8176, kNullsoft, 81, 256},
+    {12, "first offset", 0xF2000, kWord, 82, 256},
+    {12, "second offset", 0xFF200, kWord, 82, 256},
+    {12, "third offset, at the file's end", 0x1CD200, kWord, 82, 256, {}, AtStart, 0},
+    {13, "resources", kResources + 0x3FF8, kMarker, 82, 256},
+    {14, "fixed start", 0x49800 + 0x9000, kMarker, 82, 256},
+    {15,
+     "section 0",
+     0x1000 + 0x2FFF0,
+     kMarker,
+     82,
+     256,
+     {},
+     [](Scene &s) { s.file.sections[0] = Section(".text", 0x40000, 0x65000, 0x1000, 0x30000); }},
+    {16, "fixed start", 0x400, kSignature, 82, 4096},
+    {17, "fixed start", 0xBB000, kSignature, 82, 4096},
+    {18, "fixed start", 0xA0000, kSignature, 82, 4096},
+    {19, "fixed start", 0x6C7000, kSignature, 82, 4096},
+    {20, "fixed start", 0x40000, kSignature, 82, 4096},
+    {21, "fixed start", 0x5B000, kSignature, 82, 4096},
+    {22, "last section", kLastPointer + 0x35000, kSignature, 82, 4096},
+    {22,
+     "seven sections",
+     0x7E000 + 0x3B000,
+     kSignature,
+     82,
+     4096,
+     {{NumberOfSections, 7}},
+     [](Scene &s) { s.file.sections[6] = Section(".rrdata", 0x300000, 0, 0x7E000, 0xF500); }},
+    {23, "first candidate", kResources + 0x14A00, kWord, 82, 256},
+    {23, "second candidate", kResources + 0x5CA00, kWord, 82, 256},
+    {24, "section 0", 0x1000, kSignature, 82, 4096},
+    {25,
+     "small file",
+     0x6810 + 0x16B000 + 24571,
+     kWord,
+     82,
+     256,
+     {},
+     WithManifest(kAdministrator.c_str(), 0x10, 0x3F0000),
+     0},
+    {25, "middle file", 0x6810 + 0x5F000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x3F0001), 0},
+    {25, "middle file", 0x6810 + 0x5F000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x40FFFF), 0},
+    {25, "larger file", 0x6810 + 0x16B000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x4FFFFF), 0},
+    {25, "large file", 0x6810 + 0x26000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x1800001), 0},
+    {26, "behind the manifest", 0xE000, kWord, 82, 256, {}, WithManifest("name=\"AutoIt3\"", 0x7800)},
+    {26, "short block", 0xE000 + 100, kWord, 82, 256, {}, WithManifest("name=\"AutoIt3\"", 0x7800), 1},
+    {26, "second block", 0xE000 + 0x5B000 + 7, kWord, 82, 256, {}, WithManifest("name=\"AutoIt3\"", 0x7800)},
+    {28, "last row", kLastPointer + 0x35000, kWord, 82, 256, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
+    {28,
+     "altered marker",
+     kLastPointer + 0x35000,
+     Hex("C6DF5037"),
+     82,
+     256,
+     {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
+    {28,
+     "hidden resource directory",
+     kResources + 0x9600,
+     kWord,
+     82,
+     256,
+     {{SizeOfCode, 0x38000},
+      {SizeOfInitializedData, 0x6000},
+      {NumberOfRvaAndSizes, 0x90000010},
+      {ResourceVirtualAddress, 1}}},
+    {29,
+     "a row",
+     kLastPointer + 0x9DC00,
+     kWord,
+     82,
+     256,
+     {{SizeOfCode, 0x5E200}, {SizeOfInitializedData, 0x22A00}, {ResourceVirtualAddress, 0x8F000}}},
+    {30, "last section", kLastPointer, kSignature, 82, 4096},
+    {31, "the address as an offset", 0x80000, kSignature, 82, 4096},
+    {32, "resource", 0x6800, kScript5, 82, 4096, {}, WithResource(10, 0xBD00)},
+    {32, "end of the resources", kResources + 0x24000, kScript6A, 82, 4096},
+    {33, "resource", 0x6800, kScript6B, 82, 4096, {}, WithResource(10, 0x300)},
+    {33, "end of the resources", kResources + 0x11000, kScript6A, 82, 4096},
+    {34, "resources", kResources, kAlteredHeaders[3], 82, 4096},
+    {35, "behind section 2", 0x4400 + 24560, kNullsoft, 81, 256},
+    {36, "behind section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kNullsoft, 81, 256},
+    {37, ".rsrc", kResources, kScript5, 82, 4096},
+    {38, "resource", 0x6800 + 1016, kCabinet, 113, 4096, {}, WithResource(10, 9)},
+    {38, "short resource", 0x6800, kCabinet, 113, 4096, {}, WithResource(10, 9), 0},
+    {39, "four sections", 0x7000 + 4096 - 7, kRar, 111, 4096, {{NumberOfSections, 4}}},
+    {39, "fifth block", 0x7000 + 4 * 4096, kRar, 111, 4096, {{NumberOfSections, 5}}},
+    {40, "behind the last section", 0x7000 + 0x3000 + 240, kNullsoft, 81, 256},
+    {41, "end of the last section", kLastPointer + 4080, kNullsoft, 81, 256},
+    {42, "behind section 4", 0x6000 + 0xA00 + 240, kNullsoft, 81, 256},
+    {43, "resources", kResources, kScript5, 82, 4096},
+    {44, "behind the last section", 0x7000 + 0x1A000 + 1264, kNullsoft, 81, 256},
+    {45, "version resource", 0x6800, kEA06, 82, 4096, {}, WithResource(16, 0x200)},
+    {46, "end of the resources", kResources + 0x13000, kEA06, 82, 4096},
+    {47, "resource", 0x6800, kScript5, 82, 4096, {}, WithResource(10, 0x300)},
+    {47, "end of the resources", kResources + 0x17000, kScript5, 82, 4096},
+    {48,
+     "first message table",
+     0x6800,
+     kEA06,
+     82,
+     4096,
+     {},
+     [](Scene &s) {
+         s.Resource(11, {{0x81800, 0x4FFF}, {0x90000, 1}});
+     }},
+    {48,
+     "second message table",
+     0x6800,
+     kEA06,
+     82,
+     4096,
+     {},
+     [](Scene &s) {
+         s.Resource(11, {{0x90000, 0x5000}, {0x81800, 1}});
+     }},
+    {49, "any of seventeen types", 0x6800, kEA06, 82, 4096, {}, WithResource(17, 0x25001)},
+    {49, "first type", 0x6800, kEA06, 82, 4096, {}, WithResource(1, 0x25001)},
+};
+
+// Files that pass the gate, hold the payload of the find with that name, and are declined for one change.
+struct Miss {
+    uint32_t entry;
+    const char *find;
+    const char *why;
+    std::function<void(Scene &)> change;
+};
+
+const Miss kMisses[] = {
+    {7, "behind section 4", "a header at the very end", [](Scene &s) { s.records.file_size = 0x6004; }},
+    {8, "adjoining", "section 4 is neither",
+     [](Scene &s) { s.file.sections[4] = Section(".rsrc1", 0, 0, 0x5000, 0x1000, 0x40000000); }},
+    {8, "adjoining", "section 4 ends at the file's end", [](Scene &s) { s.records.file_size = 0x6000; }},
+    {15, "section 0", "section 0 is too small", [](Scene &s) { s.file.sections[0].VirtualSize = 0x64FFF; }},
+    {15, "section 0", "section 0 is too large", [](Scene &s) { s.file.sections[0].SizeOfRawData = 0x67001; }},
+    {22, "seven sections", "the section is too large", [](Scene &s) { s.file.sections[6].SizeOfRawData = 0xF501; }},
+    {22, "seven sections", "the section begins too early",
+     [](Scene &s) { s.file.sections[6].PointerToRawData = 0x7DFFF; }},
+    {22, "seven sections", "no such section", [](Scene &s) { s.file.sections[6].Name[0] = '-'; }},
+    {25, "small file", "a smaller file", [](Scene &s) { s.records.file_size = 0x300000; }},
+    {25, "small file", "a second manifest",
+     [](Scene &s) {
+         s.Resource(24, {{0x81800, 0x10}, {0x81800, 0x10}});
+     }},
+    {25, "small file", "another text", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
+    {26, "second block", "a text half outside",
+     [](Scene &s) {
+         s.stream.Put(0x6800 + 24576 - 1, "'");
+         s.stream.Put(0x6801, "x");
+     }},
+    {32, "resource", "a resource that is too small", WithResource(10, 0xBCFF)},
+    {33, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
+    {47, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
+    {38, "short resource", "less than the marker", [](Scene &s) { s.stream.Resize(0x6807); }},
+    {39, "fifth block", "a sixth block",
+     [](Scene &s) {
+         s.stream.Put(0x7000 + 4 * 4096, "x");
+         s.stream.Put(0x7000 + 5 * 4096, kRar);
+     }},
+    {45, "version resource", "too large", WithResource(16, 0x201)},
+    {48, "first message table", "only one", [](Scene &s) { s.tree.Count(0x40, 0, 1); }},
+    {49, "any of seventeen types", "too small", WithResource(17, 0x25000)},
+    {49, "any of seventeen types", "the eighteenth type", WithResource(18, 0x25001)},
+};
+
+const LocatorResult kUntouched = {1, 2, 3};
+
+void Build(Scene &scene, const Find &find) {
+    find.prepare(scene);
+    scene.stream.Put(find.offset, find.payload);
+    scene.Finish(find.behind);
+}
+
+class Locators : public testing::TestWithParam<uint32_t> {
+protected:
+    Locators() { Platform() = {}; }
+
+    // Runs a check for every find of the entry.
+    template <typename Check>
+    void ForEachFind(Check check) {
+        int checked = 0;
+        for (const Find &find : kFinds) {
+            if (find.entry != GetParam())
+                continue;
+            SCOPED_TRACE(find.what);
+            Scene scene(find.entry, find.wanted);
+            Build(scene, find);
+            check(find, scene);
+            ++checked;
+        }
+        EXPECT_GT(checked, 0);
+    }
+};
+
+TEST_P(Locators, FindTheirPayload) {
+    ForEachFind([](const Find &find, Scene &scene) {
+        LocatorResult result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 1);
+        EXPECT_EQ(result.kind, find.kind);
+        EXPECT_EQ(result.offset, find.offset);
+        EXPECT_EQ(result.size, find.size);
+        EXPECT_EQ(scene.stream.TakeCalls().find('!'), std::string::npos);
+        // One byte of the payload decides.
+        scene.stream.Put(find.offset + static_cast<uint32_t>(find.payload.size()) - 1, "\x5A");
+        result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 0);
+        EXPECT_EQ(Bytes(result), Bytes(kUntouched));
+        EXPECT_EQ(Platform().live_blocks, 0);
+    });
+}
+
+TEST_P(Locators, SurviveEveryFaultOfTheStream) {
+    ForEachFind([](const Find &find, Scene &scene) {
+        for (const Fault::Kind kind : kFaultKinds) {
+            int declined = 0;
+            for (uint32_t nth = 1;; ++nth) {
+                ASSERT_LT(nth, 1000u);
+                LocatorResult result = kUntouched;
+                const int answer = scene.Call(&result, {kind, nth});
+                EXPECT_EQ(Platform().live_blocks, 0);
+                if (answer == 0)
+                    EXPECT_EQ(Bytes(result), Bytes(kUntouched)) << "kind " << kind << " call " << nth;
+                else
+                    EXPECT_EQ(result.kind, find.kind);
+                declined += answer == 0;
+                if (!scene.stream.HasFailed()) {
+                    EXPECT_EQ(answer, 1);
+                    break;
+                }
+            }
+            EXPECT_TRUE(declined > 0 || kind != Fault::ReadNothing);
+        }
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Entry, Locators, testing::ValuesIn([] {
+                             std::vector<uint32_t> entries;
+                             for (uint32_t entry = 0; entry < LOCATOR_COUNT; ++entry)
+                                 if (entry != 27)
+                                     entries.push_back(entry);
+                             return entries;
+                         }()),
+                         testing::PrintToStringParamName());
+
+TEST(Locator, NearMissesAreDeclined) {
+    for (const Miss &miss : kMisses) {
+        SCOPED_TRACE(testing::Message() << miss.entry << ": " << miss.why);
+        const Find *find = std::find_if(std::begin(kFinds), std::end(kFinds), [&](const Find &candidate) {
+            return candidate.entry == miss.entry && std::strcmp(candidate.what, miss.find) == 0;
+        });
+        ASSERT_NE(find, std::end(kFinds));
+        Scene scene(find->entry, find->wanted);
+        Build(scene, *find);
+        miss.change(scene);
+        scene.file.PutInto(scene.stream);
+        LocatorResult result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 0);
+        EXPECT_EQ(Bytes(result), Bytes(kUntouched));
+    }
+}
+
+// The first find of an entry.
+const Find &FindOf(uint32_t entry) {
+    return *std::find_if(std::begin(kFinds), std::end(kFinds), [&](const Find &find) { return find.entry == entry; });
+}
+
+TEST(Locator, OffsetsLieBeforeTheEndOfTheFile) {
+    const struct {
+        uint32_t entry;
+        uint32_t start; // of what is read
+        int answer;     // when the file ends there
+    } cases[] = {{0, 0x5000, 0},   {7, 0x6004, 0},   {8, 0x15004, 0}, {10, 0x6A04, 0},  {11, 0x9500, 0},
+                 {12, 0xF2000, 1}, {23, 0x19A00, 0}, {26, 0xE000, 0}, {35, 0x4400, 0},  {36, 0x22000, 0},
+                 {39, 0x7000, 0},  {40, 0xA000, 0},  {42, 0x6A00, 0}, {44, 0x21000, 0}, {41, 0x6000, 1}};
+    for (const auto &test : cases) {
+        const Find &find = FindOf(test.entry);
+        Scene scene(test.entry, find.wanted);
+        Build(scene, find);
+        LocatorResult result;
+        scene.records.file_size = static_cast<int32_t>(test.start + 1);
+        EXPECT_EQ(scene.Call(&result), 1) << test.entry;
+        scene.records.file_size = static_cast<int32_t>(test.start);
+        EXPECT_EQ(scene.Call(&result), test.answer) << test.entry;
+    }
+}
+
+TEST(Locator, OffsetsAreSigned) {
+    for (const uint32_t entry : {11u, 39u, 40u, 41u, 44u}) {
+        Scene scene(entry);
+        Build(scene, FindOf(entry));
+        scene.records.last_section.PointerToRawData = 0x7FFFF000;
+        scene.records.last_section.SizeOfRawData = 0x2000;
+        LocatorResult result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 0);
+        EXPECT_FALSE(scene.stream.WasCalled()) << entry;
+    }
+}
+
+TEST(Locator, Entry5NeedsAStream) {
+    Scene scene(5);
+    Build(scene, FindOf(5));
+    LocatorResult result = kUntouched;
+    samples::HostRecords &records = scene.records;
+    EXPECT_EQ(Locator5(records.View(nullptr, kHandle), &result), 0);
+    EXPECT_EQ(Locator5(records.View(&scene.stream, kHandle), &result), 1);
+}
+
+TEST(Locator, Entry27DeclinesEverything) {
+    Scene scene(27);
+    LocatorResult result = kUntouched;
+    EXPECT_EQ(scene.Call(&result), 0);
+    EXPECT_FALSE(scene.stream.WasCalled());
+    EXPECT_EQ(Bytes(result), Bytes(kUntouched));
+}
+
+TEST(Locator, TheTableHasFiftyEntriesAndNeedsBothSlots) {
+    const LocatorTableEntry *table = nullptr;
+    uint32_t count = 77;
+    EXPECT_EQ(HeurGetLocatorTable(nullptr, &count), 0u);
+    EXPECT_EQ(HeurGetLocatorTable(&table, nullptr), 0u);
+    EXPECT_EQ(table, nullptr);
+    EXPECT_EQ(count, 77u);
+    ASSERT_EQ(HeurGetLocatorTable(&table, &count), 1u);
+    EXPECT_EQ(count, 50u);
+    EXPECT_EQ(std::memcmp(table + count, &count, sizeof count), 0) << "the count follows the entries";
+    for (uint32_t entry = 0; entry < count; ++entry)
+        EXPECT_EQ(table[entry].flags, entry == 47 ? 2u : 1u) << entry;
+}
+
+// Entries 11, 35 and 36 borrow their block from the platform: its size, and what was done to the file before.
+TEST(Locator, BorrowedBlocks) {
+    const struct {
+        uint32_t entry;
+        const char *event;
+        const char *last_call; // before the block is taken
+    } cases[] = {
+        {11, "Alloc 8192 0 0", "S0x9500"}, {35, "Alloc 24576 0 0", "S456"}, {36, "Alloc 8192 0 0", "S0x22000"}};
+    for (const auto &test : cases) {
+        Platform() = {};
+        Platform().alloc_fails = true;
+        Scene scene(test.entry);
+        Build(scene, FindOf(test.entry));
+        LocatorResult result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 0) << test.entry;
+        EXPECT_EQ(Bytes(result), Bytes(kUntouched));
+        EXPECT_EQ(Platform().TakeEvents(), std::vector<std::string>{test.event});
+        const std::string calls = scene.stream.TakeCalls();
+        EXPECT_EQ(calls.substr(calls.rfind(' ') + 1), test.last_call) << test.entry;
+    }
+}
+
+} // namespace
+} // namespace tavrik::tests
