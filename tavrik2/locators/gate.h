@@ -150,11 +150,13 @@ consteval Field entry_code(std::size_t byte) {
 
 } // namespace fields
 
+// What rows are written with (small letters) is consteval; what that builds on (capitals) is constexpr, because not every
+// compiler lets a consteval function hand its arguments on to another one.
 namespace gates {
 
 inline constexpr uint64_t kAllBits = ~uint64_t{0};
 
-consteval Gate<1> Row(Field field, uint64_t mask, uint64_t lo, uint64_t hi) {
+constexpr Gate<1> Row(Field field, uint64_t mask, uint64_t lo, uint64_t hi) {
     if (lo > hi)
         fields::a_reversed_range_accepts_nothing();
     return {{{mask, lo, hi - lo, field, 1, 0, 0}}};
@@ -187,7 +189,7 @@ consteval Gate<1> all(Field field, uint64_t bits) {
 
 /** file_size + slack > bound, as signed values whose sum wraps */
 consteval Gate<1> file_size_beyond(uint64_t bound, uint64_t slack) {
-    return in(Field::FileSize, bound - slack + 1, uint64_t{INT32_MAX} - slack);
+    return Row(Field::FileSize, kAllBits, bound - slack + 1, uint64_t{INT32_MAX} - slack);
 }
 
 /** not null */
@@ -195,9 +197,8 @@ consteval Gate<1> present(Field pointer) {
     return at_least(pointer, 1);
 }
 
-/** The name's first bytes are exactly `text` and a NUL; bytes after that are not looked at. */
 template <std::size_t Size>
-consteval Gate<1> name(Field field, const char (&text)[Size]) {
+constexpr Gate<1> NameRow(Field field, const char (&text)[Size]) {
     static_assert(Size <= sizeof(SectionHeader::Name), "a section name and its NUL have at most 8 bytes");
     uint64_t mask = 0;
     uint64_t wanted = 0;
@@ -208,25 +209,29 @@ consteval Gate<1> name(Field field, const char (&text)[Size]) {
     return Row(field, mask, wanted, wanted);
 }
 
+/** The name's first bytes are exactly `text` and a NUL; bytes after that are not looked at. */
+template <std::size_t Size>
+consteval Gate<1> name(Field field, const char (&text)[Size]) {
+    return NameRow(field, text);
+}
+
 /** The name, as a NUL-terminated string, equals `text` in any mix of capitals and small letters: the mask takes the bit
  * that tells them apart out of every letter. */
 template <std::size_t Size>
 consteval Gate<1> name_ignoring_case(Field field, const char (&text)[Size]) {
     constexpr uint64_t kCaseBit = 'a' ^ 'A';
-    Gate<1> row = name(field, text);
+    Gate<1> row = NameRow(field, text);
     for (std::size_t byte = 0; byte < Size; ++byte) {
         const bool letter = (text[byte] >= 'a' && text[byte] <= 'z') || (text[byte] >= 'A' && text[byte] <= 'Z');
         if (letter)
             row.rows[0].mask &= ~(kCaseBit << (8 * byte));
     }
     row.rows[0].lo &= row.rows[0].mask;
-    row.rows[0].span = 0;
     return row;
 }
 
-/** Conditions that must all hold, in this order. */
 template <std::size_t... Counts>
-consteval auto gate(const Gate<Counts> &...parts) {
+constexpr auto Concatenate(const Gate<Counts> &...parts) {
     Gate<(Counts + ...)> whole{};
     std::size_t end = 0;
     (
@@ -238,13 +243,18 @@ consteval auto gate(const Gate<Counts> &...parts) {
     return whole;
 }
 
-/** One of several conditions must hold; they are tried in this order. */
+/** Conditions that must all hold, in this order. */
 template <std::size_t... Counts>
-consteval auto any(const Gate<Counts> &...alternatives) {
+consteval auto gate(const Gate<Counts> &...parts) {
+    return Concatenate(parts...);
+}
+
+template <std::size_t... Counts>
+constexpr auto Alternatives(const Gate<Counts> &...alternatives) {
     constexpr std::size_t kCounts[] = {Counts...};
     constexpr std::size_t kTotal = (Counts + ...);
     static_assert(kTotal <= UINT8_MAX, "a row reaches at most 255 rows forward");
-    Gate<kTotal> whole = gate(alternatives...);
+    Gate<kTotal> whole = Concatenate(alternatives...);
     std::size_t start = 0;
     for (const std::size_t count : kCounts) {
         const std::size_t end = start + count;
@@ -258,6 +268,12 @@ consteval auto any(const Gate<Counts> &...alternatives) {
         start = end;
     }
     return whole;
+}
+
+/** One of several conditions must hold; they are tried in this order. */
+template <std::size_t... Counts>
+consteval auto any(const Gate<Counts> &...alternatives) {
+    return Alternatives(alternatives...);
 }
 
 /** Both ends included; a single value is a range of its own. */
@@ -275,7 +291,7 @@ consteval Gate<Count> one_of(Field field, const Range (&ranges)[Count]) {
     Gate<Count> whole{};
     for (std::size_t index = 0; index < Count; ++index) {
         Condition &row = whole.rows[index];
-        row = in(field, ranges[index].lo, ranges[index].hi).rows[0];
+        row = Row(field, kAllBits, ranges[index].lo, ranges[index].hi).rows[0];
         row.on_pass = static_cast<uint8_t>(Count - index);
         row.on_fail = index + 1 < Count ? 1 : 0;
     }
@@ -283,8 +299,8 @@ consteval Gate<Count> one_of(Field field, const Range (&ranges)[Count]) {
 }
 
 template <std::size_t... Counts>
-consteval auto Headed(Field heading, uint64_t label, const Gate<Counts> &...conditions) {
-    auto whole = gate(Gate<1>{{{0, 0, label, heading, 1, 0, 0}}}, conditions...);
+constexpr auto Headed(Field heading, uint64_t label, const Gate<Counts> &...conditions) {
+    auto whole = Concatenate(Gate<1>{{{0, 0, label, heading, 1, 0, 0}}}, conditions...);
     for (Condition &row : whole.rows)
         ++row.depth;
     return whole;
@@ -304,13 +320,13 @@ consteval auto variant(uint64_t number, const Gate<Counts> &...conditions) {
 /** The column for files of exactly `count` sections. */
 template <std::size_t... Counts>
 consteval auto sections(uint64_t count, const Gate<Counts> &...conditions) {
-    return Headed(Field::SectionCase, count, is(Field::NumberOfSections, count), conditions...);
+    return Headed(Field::SectionCase, count, Row(Field::NumberOfSections, kAllBits, count, count), conditions...);
 }
 
 /** One of several columns must hold in full; they are tried in this order. */
 template <std::size_t... Counts>
 consteval auto either(const Gate<Counts> &...columns) {
-    return any(columns...);
+    return Alternatives(columns...);
 }
 
 } // namespace gates
