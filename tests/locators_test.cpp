@@ -86,26 +86,30 @@ struct Scene {
     }
 };
 
+// What a locator reports of a payload besides its offset.
+struct Payload {
+    std::string bytes;
+    uint32_t kind;
+    uint32_t size;
+};
+
 // A payload at a place, and what makes the entry look there.
 struct Find {
     uint32_t entry;
     const char *what;
     uint32_t offset;
-    std::string payload;
-    uint32_t kind;
-    uint32_t size;
+    Payload payload;
     FieldValues wanted = {};
     std::function<void(Scene &)> prepare = [](Scene &) {};
     uint32_t behind = 0x7000; // bytes of the file behind the payload
 };
 
-void AtStart(Scene &) {}
-
-// A raw-data or other resource whose data begins at 0x6800 of the file.
+// A resource whose data begins at 0x6800 of the file.
 std::function<void(Scene &)> WithResource(uint32_t type, uint32_t size) {
     return [=](Scene &scene) { scene.Resource(type, {{0x81800, size}}); };
 }
 
+// The same with a manifest whose text ends with its block.
 std::function<void(Scene &)> WithManifest(const char *text, uint32_t size, int32_t file_size = 0) {
     return [=](Scene &scene) {
         scene.Resource(24, {{0x81800, size}});
@@ -114,164 +118,115 @@ std::function<void(Scene &)> WithManifest(const char *text, uint32_t size, int32
     };
 }
 
-const std::string kAdministrator = "level=\"requireAdministrator\"";
-const std::string kWord = kMarker.substr(0, 4);
-const std::string kEntry0 = kMarker.substr(0, 8) + Hex("8229927682851965");
-const std::string kEntry5 = Hex("38711328951258716323475232128379");
-const std::string kHeaderWords = kNullsoft.substr(0, 12);
+std::function<void(Scene &)> WithSection(size_t index, const SectionHeader &section) {
+    return [=](Scene &scene) { scene.file.sections[index] = section; };
+}
 
+std::function<void(Scene &)> Entry25(int32_t file_size) {
+    return WithManifest("level=\"requireAdministrator\"", 0x10, file_size);
+}
+
+std::function<void(Scene &)> Entry26() {
+    return WithManifest("name=\"AutoIt3\"", 0x7800);
+}
+
+const Payload kWord = {kMarker.substr(0, 4), 82, 256};
+const Payload kWhole = {kMarker, 82, 256};
+const Payload kEntry0 = {kMarker.substr(0, 8) + Hex("8229927682851965"), 82, 256};
+const Payload kEntry5 = {Hex("38711328951258716323475232128379"), 82, 256};
+const Payload kOtherWord = {Hex("C6DF5037"), 82, 256};
+const Payload kSigned = {kSignature, 82, 4096};
+const Payload k5 = {kScript5, 82, 4096};
+const Payload k6A = {kScript6A, 82, 4096};
+const Payload k6B = {kScript6B, 82, 4096};
+const Payload kTagged = {kEA06, 82, 4096};
+const Payload kAltered = {kAlteredHeaders[3], 82, 4096};
+const Payload kInstaller = {kNullsoft, 81, 256};
+const Payload kWords = {kNullsoft.substr(0, 12), 81, 256};
+const Payload kArchive = {kRar, 111, 4096};
+const Payload kCab = {kCabinet, 113, 4096};
+
+// clang-format off
 const Find kFinds[] = {
-    {0, "section 3's end", 0x5000, kEntry0, 82, 256},
-    {1, "first section", 0x1000, kSignature, 82, 4096},
-    {2, "fixed start", 0x40000, kSignature, 82, 4096},
-    {3, "fixed start", 0xC0000, kSignature, 82, 4096},
-    {4, "last section", kLastPointer, kSignature, 82, 4096},
-    {5, "fixed offset", 0xA7C1F, kEntry5, 82, 256},
-    {6, "3 sections", 0x56000, kSignature, 82, 4096, {{NumberOfSections, 3}}},
-    {6, "5 sections", 0xC0000, kSignature, 82, 4096, {{NumberOfSections, 5}}},
-    {6, "8 sections", 0xB0000, kSignature, 82, 4096, {{NumberOfSections, 8}}},
-    {6, "12 sections", 0xC0000, kSignature, 82, 4096, {{NumberOfSections, 12}}},
-    {7, "behind section 4", 0x6004, kHeaderWords, 81, 256},
-    {8, "adjoining", 0x15004, kHeaderWords, 81, 256},
-    {8,
-     "apart",
-     kLastPointer + 0x22404,
-     kHeaderWords,
-     81,
-     256,
-     {},
-     [](Scene &s) { s.file.sections[5].PointerToRawData = 0x6200; }},
-    {8,
-     "by characteristics",
-     0x15004,
-     kHeaderWords,
-     81,
-     256,
-     {},
-     [](Scene &s) { s.file.sections[4] = Section("other", 0, 0, 0x5000, 0x1000, 0xC0000040); }},
-    {9, "before the end", 0x64, kHeaderWords, 81, 256, {{FileSize, 0x133600}}, AtStart, 0},
-    {10, "last section", kLastPointer + 0xA04, kHeaderWords, 81, 256},
-    {11, "last section", kLastPointer + 0x3500 + 8176, kNullsoft, 81, 256},
-    {12, "first offset", 0xF2000, kWord, 82, 256},
-    {12, "second offset", 0xFF200, kWord, 82, 256},
-    {12, "third offset, at the file's end", 0x1CD200, kWord, 82, 256, {}, AtStart, 0},
-    {13, "resources", kResources + 0x3FF8, kMarker, 82, 256},
-    {14, "fixed start", 0x49800 + 0x9000, kMarker, 82, 256},
-    {15,
-     "section 0",
-     0x1000 + 0x2FFF0,
-     kMarker,
-     82,
-     256,
-     {},
-     [](Scene &s) { s.file.sections[0] = Section(".text", 0x40000, 0x65000, 0x1000, 0x30000); }},
-    {16, "fixed start", 0x400, kSignature, 82, 4096},
-    {17, "fixed start", 0xBB000, kSignature, 82, 4096},
-    {18, "fixed start", 0xA0000, kSignature, 82, 4096},
-    {19, "fixed start", 0x6C7000, kSignature, 82, 4096},
-    {20, "fixed start", 0x40000, kSignature, 82, 4096},
-    {21, "fixed start", 0x5B000, kSignature, 82, 4096},
-    {22, "last section", kLastPointer + 0x35000, kSignature, 82, 4096},
-    {22,
-     "seven sections",
-     0x7E000 + 0x3B000,
-     kSignature,
-     82,
-     4096,
-     {{NumberOfSections, 7}},
-     [](Scene &s) { s.file.sections[6] = Section(".rrdata", 0x300000, 0, 0x7E000, 0xF500); }},
-    {23, "first candidate", kResources + 0x14A00, kWord, 82, 256},
-    {23, "second candidate", kResources + 0x5CA00, kWord, 82, 256},
-    {24, "section 0", 0x1000, kSignature, 82, 4096},
-    {25,
-     "small file",
-     0x6810 + 0x16B000 + 24571,
-     kWord,
-     82,
-     256,
-     {},
-     WithManifest(kAdministrator.c_str(), 0x10, 0x3F0000),
-     0},
-    {25, "middle file", 0x6810 + 0x5F000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x3F0001), 0},
-    {25, "middle file", 0x6810 + 0x5F000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x40FFFF), 0},
-    {25, "larger file", 0x6810 + 0x16B000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x4FFFFF), 0},
-    {25, "large file", 0x6810 + 0x26000, kWord, 82, 256, {}, WithManifest(kAdministrator.c_str(), 0x10, 0x1800001), 0},
-    {26, "behind the manifest", 0xE000, kWord, 82, 256, {}, WithManifest("name=\"AutoIt3\"", 0x7800)},
-    {26, "short block", 0xE000 + 100, kWord, 82, 256, {}, WithManifest("name=\"AutoIt3\"", 0x7800), 1},
-    {26, "second block", 0xE000 + 0x5B000 + 7, kWord, 82, 256, {}, WithManifest("name=\"AutoIt3\"", 0x7800)},
-    {28, "last row", kLastPointer + 0x35000, kWord, 82, 256, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
-    {28,
-     "altered marker",
-     kLastPointer + 0x35000,
-     Hex("C6DF5037"),
-     82,
-     256,
-     {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
-    {28,
-     "hidden resource directory",
-     kResources + 0x9600,
-     kWord,
-     82,
-     256,
-     {{SizeOfCode, 0x38000},
-      {SizeOfInitializedData, 0x6000},
-      {NumberOfRvaAndSizes, 0x90000010},
-      {ResourceVirtualAddress, 1}}},
-    {29,
-     "a row",
-     kLastPointer + 0x9DC00,
-     kWord,
-     82,
-     256,
+    {0, "section 3's end", 0x5000, kEntry0},
+    {1, "first section", 0x1000, kSigned},
+    {2, "fixed start", 0x40000, kSigned},
+    {3, "fixed start", 0xC0000, kSigned},
+    {4, "last section", kLastPointer, kSigned},
+    {5, "fixed offset", 0xA7C1F, kEntry5},
+    {6, "3 sections", 0x56000, kSigned, {{NumberOfSections, 3}}},
+    {6, "5 sections", 0xC0000, kSigned, {{NumberOfSections, 5}}},
+    {6, "8 sections", 0xB0000, kSigned, {{NumberOfSections, 8}}},
+    {6, "12 sections", 0xC0000, kSigned, {{NumberOfSections, 12}}},
+    {7, "behind section 4", 0x6004, kWords},
+    {8, "adjoining", 0x15004, kWords},
+    {8, "apart", kLastPointer + 0x22404, kWords, {}, WithSection(5, Section(".reloc", 0, 0, 0x6200, 0x200))},
+    {8, "by characteristics", 0x15004, kWords, {}, WithSection(4, Section("other", 0, 0, 0x5000, 0x1000, 0xC0000040))},
+    {9, "before the end", 0x64, kWords, {{FileSize, 0x133600}}, [](Scene &) {}, 0},
+    {10, "last section", kLastPointer + 0xA04, kWords},
+    {11, "last section", kLastPointer + 0x3500 + 8176, kInstaller},
+    {12, "first offset", 0xF2000, kWord},
+    {12, "second offset", 0xFF200, kWord},
+    {12, "third offset, short block", 0x1CD200, kWord, {}, [](Scene &) {}, 0},
+    {13, "resources", kResources + 0x3FF8, kWhole},
+    {14, "fixed start", 0x49800 + 0x9000, kWhole},
+    {15, "section 0", 0x1000 + 0x2FFF0, kWhole, {}, WithSection(0, Section(".text", 0x40000, 0x65000, 0x1000, 0x30000))},
+    {16, "fixed start", 0x400, kSigned},
+    {17, "fixed start", 0xBB000, kSigned},
+    {18, "fixed start", 0xA0000, kSigned},
+    {19, "fixed start", 0x6C7000, kSigned},
+    {20, "fixed start", 0x40000, kSigned},
+    {21, "fixed start", 0x5B000, kSigned},
+    {22, "last section", kLastPointer + 0x35000, kSigned},
+    {22, "seven sections", 0x7E000 + 0x3B000, kSigned, {{NumberOfSections, 7}},
+     WithSection(6, Section(".rrdata", 0x300000, 0, 0x7E000, 0xF500))},
+    {23, "first candidate", kResources + 0x14A00, kWord},
+    {23, "second candidate", kResources + 0x5CA00, kWord},
+    {24, "section 0", 0x1000, kSigned},
+    {25, "small file", 0x6810 + 0x16B000 + 24571, kWord, {}, Entry25(0x3F0000), 0},
+    {25, "middle file, lower end", 0x6810 + 0x5F000, kWord, {}, Entry25(0x3F0001), 0},
+    {25, "middle file, upper end", 0x6810 + 0x5F000, kWord, {}, Entry25(0x40FFFF), 0},
+    {25, "larger file", 0x6810 + 0x16B000, kWord, {}, Entry25(0x4FFFFF), 0},
+    {25, "large file", 0x6810 + 0x26000, kWord, {}, Entry25(0x1800001), 0},
+    {26, "behind the manifest", 0xE000, kWord, {}, Entry26()},
+    {26, "short block", 0xE000 + 100, kWord, {}, Entry26(), 1},
+    {26, "second block", 0xE000 + 0x5B000 + 7, kWord, {}, Entry26()},
+    {28, "last row", kLastPointer + 0x35000, kWord, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
+    {28, "altered marker", kLastPointer + 0x35000, kOtherWord, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
+    {28, "hidden resource directory", kResources + 0x9600, kWord,
+     {{SizeOfCode, 0x38000}, {SizeOfInitializedData, 0x6000}, {NumberOfRvaAndSizes, 0x90000010}, {ResourceVirtualAddress, 1}}},
+    {29, "a row", kLastPointer + 0x9DC00, kWord,
      {{SizeOfCode, 0x5E200}, {SizeOfInitializedData, 0x22A00}, {ResourceVirtualAddress, 0x8F000}}},
-    {30, "last section", kLastPointer, kSignature, 82, 4096},
-    {31, "the address as an offset", 0x80000, kSignature, 82, 4096},
-    {32, "resource", 0x6800, kScript5, 82, 4096, {}, WithResource(10, 0xBD00)},
-    {32, "end of the resources", kResources + 0x24000, kScript6A, 82, 4096},
-    {33, "resource", 0x6800, kScript6B, 82, 4096, {}, WithResource(10, 0x300)},
-    {33, "end of the resources", kResources + 0x11000, kScript6A, 82, 4096},
-    {34, "resources", kResources, kAlteredHeaders[3], 82, 4096},
-    {35, "behind section 2", 0x4400 + 24560, kNullsoft, 81, 256},
-    {36, "behind section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kNullsoft, 81, 256},
-    {37, ".rsrc", kResources, kScript5, 82, 4096},
-    {38, "resource", 0x6800 + 1016, kCabinet, 113, 4096, {}, WithResource(10, 9)},
-    {38, "short resource", 0x6800, kCabinet, 113, 4096, {}, WithResource(10, 9), 0},
-    {39, "four sections", 0x7000 + 4096 - 7, kRar, 111, 4096, {{NumberOfSections, 4}}},
-    {39, "fifth block", 0x7000 + 4 * 4096, kRar, 111, 4096, {{NumberOfSections, 5}}},
-    {40, "behind the last section", 0x7000 + 0x3000 + 240, kNullsoft, 81, 256},
-    {41, "end of the last section", kLastPointer + 4080, kNullsoft, 81, 256},
-    {42, "behind section 4", 0x6000 + 0xA00 + 240, kNullsoft, 81, 256},
-    {43, "resources", kResources, kScript5, 82, 4096},
-    {44, "behind the last section", 0x7000 + 0x1A000 + 1264, kNullsoft, 81, 256},
-    {45, "version resource", 0x6800, kEA06, 82, 4096, {}, WithResource(16, 0x200)},
-    {46, "end of the resources", kResources + 0x13000, kEA06, 82, 4096},
-    {47, "resource", 0x6800, kScript5, 82, 4096, {}, WithResource(10, 0x300)},
-    {47, "end of the resources", kResources + 0x17000, kScript5, 82, 4096},
-    {48,
-     "first message table",
-     0x6800,
-     kEA06,
-     82,
-     4096,
-     {},
-     [](Scene &s) {
-         s.Resource(11, {{0x81800, 0x4FFF}, {0x90000, 1}});
-     }},
-    {48,
-     "second message table",
-     0x6800,
-     kEA06,
-     82,
-     4096,
-     {},
-     [](Scene &s) {
-         s.Resource(11, {{0x90000, 0x5000}, {0x81800, 1}});
-     }},
-    {49, "any of seventeen types", 0x6800, kEA06, 82, 4096, {}, WithResource(17, 0x25001)},
-    {49, "first type", 0x6800, kEA06, 82, 4096, {}, WithResource(1, 0x25001)},
+    {30, "last section", kLastPointer, kSigned},
+    {31, "the address as an offset", 0x80000, kSigned},
+    {32, "resource", 0x6800, k5, {}, WithResource(10, 0xBD00)},
+    {32, "end of the resources", kResources + 0x24000, k6A},
+    {33, "resource", 0x6800, k6B, {}, WithResource(10, 0x300)},
+    {33, "end of the resources", kResources + 0x11000, k6A},
+    {34, "resources", kResources, kAltered},
+    {35, "behind section 2", 0x4400 + 24560, kInstaller},
+    {36, "behind section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kInstaller},
+    {37, ".rsrc", kResources, k5},
+    {38, "resource", 0x6800 + 1016, kCab, {}, WithResource(10, 9)},
+    {38, "short resource", 0x6800, kCab, {}, WithResource(10, 9), 0},
+    {39, "four sections", 0x7000 + 4096 - 7, kArchive, {{NumberOfSections, 4}}},
+    {39, "fifth block", 0x7000 + 4 * 4096, kArchive, {{NumberOfSections, 5}}},
+    {40, "behind the last section", 0x7000 + 0x3000 + 240, kInstaller},
+    {41, "end of the last section", kLastPointer + 4080, kInstaller},
+    {42, "behind section 4", 0x6000 + 0xA00 + 240, kInstaller},
+    {43, "resources", kResources, k5},
+    {44, "behind the last section", 0x7000 + 0x1A000 + 1264, kInstaller},
+    {45, "version resource", 0x6800, kTagged, {}, WithResource(16, 0x200)},
+    {46, "end of the resources", kResources + 0x13000, kTagged},
+    {47, "resource", 0x6800, k5, {}, WithResource(10, 0x300)},
+    {47, "end of the resources", kResources + 0x17000, k5},
+    {48, "first message table", 0x6800, kTagged, {}, [](Scene &s) { s.Resource(11, {{0x81800, 0x4FFF}, {0x90000, 1}}); }},
+    {48, "second message table", 0x6800, kTagged, {}, [](Scene &s) { s.Resource(11, {{0x90000, 0x5000}, {0x81800, 1}}); }},
+    {49, "first type", 0x6800, kTagged, {}, WithResource(1, 0x25001)},
+    {49, "last type", 0x6800, kTagged, {}, WithResource(17, 0x25001)},
 };
 
-// Files that pass the gate, hold the payload of the find with that name, and are declined for one change.
+// The find of that name with one change, for which it is declined behind its gate.
 struct Miss {
     uint32_t entry;
     const char *find;
@@ -280,48 +235,44 @@ struct Miss {
 };
 
 const Miss kMisses[] = {
-    {7, "behind section 4", "a header at the very end", [](Scene &s) { s.records.file_size = 0x6004; }},
-    {8, "adjoining", "section 4 is neither",
-     [](Scene &s) { s.file.sections[4] = Section(".rsrc1", 0, 0, 0x5000, 0x1000, 0x40000000); }},
+    {8, "adjoining", "neither name nor kind", WithSection(4, Section(".rsrc1", 0, 0, 0x5000, 0x1000, 0x40000000))},
     {8, "adjoining", "section 4 ends at the file's end", [](Scene &s) { s.records.file_size = 0x6000; }},
     {15, "section 0", "section 0 is too small", [](Scene &s) { s.file.sections[0].VirtualSize = 0x64FFF; }},
     {15, "section 0", "section 0 is too large", [](Scene &s) { s.file.sections[0].SizeOfRawData = 0x67001; }},
     {22, "seven sections", "the section is too large", [](Scene &s) { s.file.sections[6].SizeOfRawData = 0xF501; }},
-    {22, "seven sections", "the section begins too early",
-     [](Scene &s) { s.file.sections[6].PointerToRawData = 0x7DFFF; }},
+    {22, "seven sections", "it begins too early", [](Scene &s) { s.file.sections[6].PointerToRawData = 0x7DFFF; }},
     {22, "seven sections", "no such section", [](Scene &s) { s.file.sections[6].Name[0] = '-'; }},
     {25, "small file", "a smaller file", [](Scene &s) { s.records.file_size = 0x300000; }},
-    {25, "small file", "a second manifest",
-     [](Scene &s) {
-         s.Resource(24, {{0x81800, 0x10}, {0x81800, 0x10}});
-     }},
-    {25, "small file", "another text", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
-    {26, "second block", "a text half outside",
-     [](Scene &s) {
-         s.stream.Put(0x6800 + 24576 - 1, "'");
-         s.stream.Put(0x6801, "x");
-     }},
+    {25, "small file", "a second manifest", [](Scene &s) { s.Resource(24, {{0x81800, 0x10}, {0x81800, 0x10}}); }},
+    {25, "small file", "a text half outside", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
+    {25, "small file", "the last position", [](Scene &s) { s.stream.Put(0x6810 + 0x16B000 + 24571, '-' + kWord.bytes); }},
+    {26, "second block", "another text", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
+    {26, "short block", "the last position", [](Scene &s) { s.stream.Resize(0xE000 + 104); }},
     {32, "resource", "a resource that is too small", WithResource(10, 0xBCFF)},
     {33, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
-    {47, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
     {38, "short resource", "less than the marker", [](Scene &s) { s.stream.Resize(0x6807); }},
     {39, "fifth block", "a sixth block",
-     [](Scene &s) {
-         s.stream.Put(0x7000 + 4 * 4096, "x");
-         s.stream.Put(0x7000 + 5 * 4096, kRar);
-     }},
+     [](Scene &s) { s.stream.Put(0x7000 + 4 * 4096, "x"); s.stream.Put(0x7000 + 5 * 4096, kRar); }},
     {45, "version resource", "too large", WithResource(16, 0x201)},
+    {47, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
     {48, "first message table", "only one", [](Scene &s) { s.tree.Count(0x40, 0, 1); }},
-    {49, "any of seventeen types", "too small", WithResource(17, 0x25000)},
-    {49, "any of seventeen types", "the eighteenth type", WithResource(18, 0x25001)},
+    {49, "last type", "too small", WithResource(17, 0x25000)},
+    {49, "last type", "one type on", WithResource(18, 0x25001)},
 };
+// clang-format on
 
 const LocatorResult kUntouched = {1, 2, 3};
 
 void Build(Scene &scene, const Find &find) {
     find.prepare(scene);
-    scene.stream.Put(find.offset, find.payload);
+    scene.stream.Put(find.offset, find.payload.bytes);
     scene.Finish(find.behind);
+}
+
+// The find of that name, or the entry's first.
+const Find &FindOf(uint32_t entry, std::string_view what = {}) {
+    return *std::find_if(std::begin(kFinds), std::end(kFinds),
+                         [&](const Find &find) { return find.entry == entry && (what.empty() || what == find.what); });
 }
 
 class Locators : public testing::TestWithParam<uint32_t> {
@@ -349,12 +300,10 @@ TEST_P(Locators, FindTheirPayload) {
     ForEachFind([](const Find &find, Scene &scene) {
         LocatorResult result = kUntouched;
         EXPECT_EQ(scene.Call(&result), 1);
-        EXPECT_EQ(result.kind, find.kind);
-        EXPECT_EQ(result.offset, find.offset);
-        EXPECT_EQ(result.size, find.size);
+        EXPECT_EQ(Bytes(result), Bytes(LocatorResult{find.payload.kind, find.offset, find.payload.size}));
         EXPECT_EQ(scene.stream.TakeCalls().find('!'), std::string::npos);
         // One byte of the payload decides.
-        scene.stream.Put(find.offset + static_cast<uint32_t>(find.payload.size()) - 1, "\x5A");
+        scene.stream.Put(find.offset + static_cast<uint32_t>(find.payload.bytes.size()) - 1, "\x5A");
         result = kUntouched;
         EXPECT_EQ(scene.Call(&result), 0);
         EXPECT_EQ(Bytes(result), Bytes(kUntouched));
@@ -374,7 +323,7 @@ TEST_P(Locators, SurviveEveryFaultOfTheStream) {
                 if (answer == 0)
                     EXPECT_EQ(Bytes(result), Bytes(kUntouched)) << "kind " << kind << " call " << nth;
                 else
-                    EXPECT_EQ(result.kind, find.kind);
+                    EXPECT_EQ(result.kind, find.payload.kind);
                 declined += answer == 0;
                 if (!scene.stream.HasFailed()) {
                     EXPECT_EQ(answer, 1);
@@ -398,23 +347,15 @@ INSTANTIATE_TEST_SUITE_P(Entry, Locators, testing::ValuesIn([] {
 TEST(Locator, NearMissesAreDeclined) {
     for (const Miss &miss : kMisses) {
         SCOPED_TRACE(testing::Message() << miss.entry << ": " << miss.why);
-        const Find *find = std::find_if(std::begin(kFinds), std::end(kFinds), [&](const Find &candidate) {
-            return candidate.entry == miss.entry && std::strcmp(candidate.what, miss.find) == 0;
-        });
-        ASSERT_NE(find, std::end(kFinds));
-        Scene scene(find->entry, find->wanted);
-        Build(scene, *find);
+        const Find &find = FindOf(miss.entry, miss.find);
+        Scene scene(find.entry, find.wanted);
+        Build(scene, find);
         miss.change(scene);
         scene.file.PutInto(scene.stream);
         LocatorResult result = kUntouched;
         EXPECT_EQ(scene.Call(&result), 0);
         EXPECT_EQ(Bytes(result), Bytes(kUntouched));
     }
-}
-
-// The first find of an entry.
-const Find &FindOf(uint32_t entry) {
-    return *std::find_if(std::begin(kFinds), std::end(kFinds), [&](const Find &find) { return find.entry == entry; });
 }
 
 TEST(Locator, OffsetsLieBeforeTheEndOfTheFile) {

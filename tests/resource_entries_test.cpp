@@ -42,120 +42,41 @@ struct Case {
     int32_t capacity = 5;
 };
 
+// clang-format off
 const Case kCases[] = {
     {"ordinary", [](ResourceTree &) {}, 1, 3, {0x200, 0x210, 0x220}},
     {"capacity 1", [](ResourceTree &) {}, 1, 1, {0x200}, 24, 1},
     {"capacity 2", [](ResourceTree &) {}, 1, 2, {0x200, 0x210}, 24, 2},
     {"type absent", [](ResourceTree &) {}, 0, kUntouched, {}, 10},
     {"type without a subdirectory", [](ResourceTree &) {}, 0, kUntouched, {}, 16},
-    {"any type takes a data offset for a directory's",
-     [](ResourceTree &t) {
-         t.Directory(0x300, {{1, 0x200}});
-     },
-     1,
-     1,
-     {0x200},
-     -1},
-    {"any type takes a named one",
-     [](ResourceTree &t) {
-         t.Directory(0, {{kSub | 0x700, kSub | 0x40}}, 1);
-     },
-     1,
-     3,
-     {0x200, 0x210, 0x220},
-     -1},
+    {"any type takes data for a directory", [](ResourceTree &t) { t.Directory(0x300, {{1, 0x200}}); }, 1, 1, {0x200}, -1},
+    {"any type takes a named one", [](ResourceTree &t) { t.Directory(0, {{kSub | 0x700, kSub | 0x40}}, 1); },
+     1, 3, {0x200, 0x210, 0x220}, -1},
     {"root without entries", [](ResourceTree &t) { t.Count(0, 0, 0); }, 0, kUntouched, {}, -1},
-    {"named entries count first", [](ResourceTree &t) { t.Count(0, 3, 0); }, 1, 3, {0x200, 0x210, 0x220}},
+    {"named entries count, too", [](ResourceTree &t) { t.Count(0, 3, 0); }, 1, 3, {0x200, 0x210, 0x220}},
     {"one root entry short", [](ResourceTree &t) { t.Count(0, 1, 1); }, 0, kUntouched, {}},
     {"root longer than the block", [](ResourceTree &t) { t.Count(0, 0xFFFF, 0xFFFF); }, 0, kUntouched, {}, 77},
-    {"last usable type directory",
-     [](ResourceTree &t) {
-         t.Directory(0, {{24, kSub | 4079}});
-         t.Count(4079, 0, 1);
-     },
-     0,
-     0,
-     {}},
-    {"type directory at the end",
-     [](ResourceTree &t) {
-         t.Directory(0, {{24, kSub | 4080}});
-     },
-     0,
-     kUntouched,
-     {}},
-    {"type directory far outside",
-     [](ResourceTree &t) {
-         t.Directory(0, {{24, kSub | 0x7FFFFFF8}});
-     },
-     0,
-     kUntouched,
-     {}},
+    {"last usable type directory", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4079}}); t.Count(4079, 0, 1); }, 0, 0, {}},
+    {"type directory at the end", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4080}}); }, 0, kUntouched, {}},
+    {"type directory far outside", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 0x7FFFFFF8}}); }, 0, kUntouched, {}},
     {"no resources", [](ResourceTree &t) { t.Count(0x40, 0, 0); }, 0, kUntouched, {}},
     {"15 resources", [](ResourceTree &t) { t.Count(0x40, 7, 8); }, 1, 5, {0x200, 0x210, 0x220}},
     {"16 resources", [](ResourceTree &t) { t.Count(0x40, 8, 8); }, 0, kUntouched, {}},
-    {"data at 4079",
-     [](ResourceTree &t) {
-         t.Directory(0x80, {{1, 4079}});
-         t.Data(4079, 4079);
-     },
-     1,
-     3,
-     {4079, 0x210, 0x220}},
-    {"data at 4080 is passed over",
-     [](ResourceTree &t) {
-         t.Directory(0x80, {{1, 4080}});
-     },
-     1,
-     2,
-     {0x210, 0x220}},
-    {"data offset that wraps",
-     [](ResourceTree &t) {
-         t.Directory(0x80, {{1, 0x7FFFFFF8}});
-     },
-     1,
-     2,
-     {0x210, 0x220}},
-    {"subdirectory outside is passed over",
-     [](ResourceTree &t) {
-         t.Directory(0x40, {{1, kSub | 4080}, {2, kSub | 0xA0}});
-     },
-     1,
-     1,
-     {0x210}},
-    {"subdirectory whose entry is outside",
-     [](ResourceTree &t) {
-         t.Directory(0x40, {{1, kSub | 4072}, {2, kSub | 0xA0}});
-     },
-     1,
-     1,
-     {0x210}},
-    {"nothing but holes",
-     [](ResourceTree &t) {
-         t.Directory(0x40, {{1, 4080}, {2, kSub | 4080}});
-     },
-     0,
-     0,
-     {}},
+    {"data at 4079", [](ResourceTree &t) { t.Directory(0x80, {{1, 4079}}); t.Data(4079, 4079); }, 1, 3, {4079, 0x210, 0x220}},
+    {"data at 4080", [](ResourceTree &t) { t.Directory(0x80, {{1, 4080}}); }, 1, 2, {0x210, 0x220}},
+    {"data offset that wraps", [](ResourceTree &t) { t.Directory(0x80, {{1, 0x7FFFFFF8}}); }, 1, 2, {0x210, 0x220}},
+    {"subdirectory outside", [](ResourceTree &t) { t.Directory(0x40, {{1, kSub | 4080}, {2, kSub | 0xA0}}); }, 1, 1, {0x210}},
+    {"its entry outside", [](ResourceTree &t) { t.Directory(0x40, {{1, kSub | 4072}, {2, kSub | 0xA0}}); }, 1, 1, {0x210}},
+    {"nothing but holes", [](ResourceTree &t) { t.Directory(0x40, {{1, 4080}, {2, kSub | 4080}}); }, 0, 0, {}},
     {"data right below the type", [](ResourceTree &t) { Chain(t, 0); }, 1, 1, {0x700}},
     {"four nested directories", [](ResourceTree &t) { Chain(t, 4); }, 1, 1, {0x700}},
     {"five nested directories", [](ResourceTree &t) { Chain(t, 5); }, 0, kUntouched, {}},
-    {"a directory inside itself",
-     [](ResourceTree &t) {
-         t.Directory(0x80, {{1, kSub | 0x80}});
-     },
-     0,
-     kUntouched,
-     {}},
-    {"entries of the type beyond the block",
-     [](ResourceTree &t) {
-         t.Directory(0, {{24, kSub | 4064}});
-         t.Directory(4064, {{1, 0x200}}); // its second entry ends at the block's last byte
-         t.Count(4064, 0, 2);
-     },
-     1,
-     1,
-     {0x200}},
+    {"a directory inside itself", [](ResourceTree &t) { t.Directory(0x80, {{1, kSub | 0x80}}); }, 0, kUntouched, {}},
+    {"a second resource beyond the block",
+     [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4064}}); t.Directory(4064, {{1, 0x200}}); t.Count(4064, 0, 2); },
+     1, 1, {0x200}},
 };
+// clang-format on
 
 class ResourceEntries : public testing::Test {
 protected:
