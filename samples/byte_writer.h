@@ -16,12 +16,16 @@ static_assert(std::endian::native == std::endian::little, "records are copied as
 
 using Bytes = std::vector<uint8_t>;
 
-/** The next multiple of `alignment` (bytes, not 0) at or above `value`. */
-constexpr uint32_t AlignUp(uint32_t value, uint32_t alignment) {
-    const uint64_t aligned = (uint64_t{value} + alignment - 1) / alignment * alignment;
-    if (aligned > UINT32_MAX)
-        throw std::length_error("a PE file's sizes and addresses end at 4 GiB");
-    return static_cast<uint32_t>(aligned);
+/** A size or address that a file can hold; throws std::invalid_argument when `value` needs more than 32 bits. */
+constexpr uint32_t InFile(uint64_t value) {
+    if (value > UINT32_MAX)
+        throw std::invalid_argument("a PE file's sizes and addresses end at 4 GiB");
+    return static_cast<uint32_t>(value);
+}
+
+/** The next multiple of `alignment` (bytes, not 0) at or above `value`; throws as InFile does. */
+constexpr uint32_t AlignUp(uint64_t value, uint32_t alignment) {
+    return InFile((value + alignment - 1) / alignment * alignment);
 }
 
 /** Appends to a byte vector; positions are offsets from its start. */

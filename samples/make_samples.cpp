@@ -45,6 +45,8 @@ int main(int argc, char **argv) {
     CLI::App app{"Writes the sample set: harmless PE files, one for each locator that can find something, clean ones\n"
                  "(clean-*) and near misses (near-miss-*). Files of the same names are replaced.",
                  "tavrik-samples"};
+    // A folder such as /var/tmp is no option, whatever the system.
+    app.allow_windows_style_options(false);
     std::string folder;
     app.add_option("DIR", folder, "folder to write to; made when missing")->required();
     CLI11_PARSE(app, argc, argv);

@@ -11,7 +11,6 @@ namespace tavrik::samples {
 namespace {
 
 constexpr uint32_t kDosHeaderSize = 64;
-constexpr uint32_t kLfanewByte = 60; // of the DOS header
 constexpr uint32_t kSignature = 0x4550;
 constexpr uint16_t kMachineI386 = 0x14C;
 constexpr uint16_t kMachineAmd64 = 0x8664;
@@ -26,9 +25,6 @@ constexpr uint32_t kHoldsCode = 0x20;
 constexpr uint32_t kHoldsInitializedData = 0x40;
 constexpr uint32_t kHoldsUninitializedData = 0x80;
 constexpr uint32_t kExecutable = 0x20000000;
-
-// How linkers begin the DOS header.
-constexpr uint16_t kDosHeaderWords[] = {0x5A4D, 0x90, 3, 0, 4, 0, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40};
 
 // Prints the text behind it and ends with exit code 1.
 constexpr uint8_t kDosStubCode[] = {0x0E, 0x1F, 0xBA, 0x0E, 0x00, 0xB4, 0x09, 0xCD, 0x21, 0xB8, 0x01, 0x4C, 0xCD, 0x21};
@@ -108,12 +104,12 @@ private:
             if (header.PointerToRawData < raw_end_)
                 Refuse("section {} \"{}\" begins at file offset 0x{:X}, inside what ends at 0x{:X}", index,
                        section.name, uint32_t{header.PointerToRawData}, raw_end_);
-            raw_end_ = header.PointerToRawData + header.SizeOfRawData;
+            raw_end_ = InFile(uint64_t{header.PointerToRawData} + header.SizeOfRawData);
         }
 
         header.VirtualSize = section.VirtualSize.value_or(DefaultVirtualSize(index, header));
         const uint32_t span = header.VirtualSize != 0 ? header.VirtualSize : header.SizeOfRawData;
-        next_address_ = AlignUp(header.VirtualAddress + span, headers_.SectionAlignment);
+        next_address_ = AlignUp(uint64_t{header.VirtualAddress} + span, headers_.SectionAlignment);
         file_.sections.push_back(header);
     }
 
@@ -122,8 +118,9 @@ private:
         const uint32_t raw_size = header.SizeOfRawData != 0 ? header.SizeOfRawData : headers_.SectionAlignment;
         if (index + 1 == image_.sections.size() || !image_.sections[index + 1].VirtualAddress)
             return raw_size;
-        const uint32_t room = *image_.sections[index + 1].VirtualAddress - header.VirtualAddress;
-        return std::max(room, raw_size);
+        // A next section that begins too early is refused when its turn comes.
+        const uint32_t next = *image_.sections[index + 1].VirtualAddress;
+        return next > header.VirtualAddress ? std::max(next - header.VirtualAddress, raw_size) : raw_size;
     }
 
     // Lays the pieces out for the section's address; returns the length of the contents.
@@ -135,7 +132,7 @@ private:
                 Refuse("in section {} \"{}\" the piece at 0x{:X} is placed upon one that ends at 0x{:X}", index,
                        image_.sections[index].name, offset, end);
             Part part{static_cast<uint32_t>(index), offset, PieceBytes(piece, address + offset)};
-            end = offset + static_cast<uint32_t>(part.bytes.size());
+            end = InFile(uint64_t{offset} + part.bytes.size());
             parts_.push_back(std::move(part));
         }
         return end;
@@ -220,9 +217,7 @@ private:
 
     void WriteHeaders() {
         ByteWriter writer;
-        for (const uint16_t word : kDosHeaderWords)
-            writer.U16(word);
-        writer.FillTo(kLfanewByte);
+        writer.Put(image_.dos_header);
         writer.U32(lfanew_);
         writer.Append(dos_stub_);
         writer.FillTo(lfanew_);
@@ -342,10 +337,7 @@ void PeFile::GrowTo(uint32_t size) {
 }
 
 void PeFile::Plant(uint32_t offset, const Bytes &payload) {
-    const uint64_t end = uint64_t{offset} + payload.size();
-    if (end > UINT32_MAX)
-        Refuse("a payload at file offset 0x{:X} ends beyond 4 GiB", offset);
-    GrowTo(static_cast<uint32_t>(end));
+    GrowTo(InFile(uint64_t{offset} + payload.size()));
     const auto place = bytes.begin() + offset;
     const auto size = static_cast<std::ptrdiff_t>(payload.size());
     if (std::any_of(place, place + size, [](uint8_t byte) { return byte != 0; }))

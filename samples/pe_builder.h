@@ -134,10 +134,15 @@ struct PeFile {
     void Plant(uint32_t offset, const Bytes &payload);
 };
 
+/** The DOS header's words before e_lfanew, as linkers write them. */
+using DosHeader = std::array<uint16_t, 30>;
+inline constexpr DosHeader kUsualDosHeader = {0x5A4D, 0x90, 3, 0, 4, 0, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40};
+
 /** The description of an image. */
 struct PeImage {
     bool is_pe32_plus = false;
     Headers headers;
+    DosHeader dos_header = kUsualDosHeader;
     Bytes dos_stub; // behind the 64-byte DOS header; empty for the usual one
     std::array<DirectoryFields, kDirectoryCount> directories;
     std::vector<Section> sections;

@@ -147,7 +147,7 @@ LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
         if (place < end)
             throw std::invalid_argument("a resource's data is placed upon the directory or the resource before it");
         places.push_back(place);
-        end = place + static_cast<uint32_t>(resource.data.size());
+        end = InFile(uint64_t{place} + resource.data.size());
     }
 
     ByteWriter writer;

@@ -410,14 +410,17 @@ constexpr NearMiss kNearMisses[] = {
 
 // ---- Clean programs ------------------------------------------------------------------------------------------------
 
-constexpr uint8_t kReturn[] = {0x33, 0xC0, 0xC3}; // xor eax, eax; ret
-const Bytes kReturnCode(std::begin(kReturn), std::end(kReturn));
+const Bytes kReturnZero = {0x33, 0xC0, 0xC3}; // xor eax, eax; ret
+
+Bytes ReturnNumber(uint8_t number) {
+    return {0xB8, number, 0, 0, 0, 0xC3}; // mov eax, number; ret
+}
 
 PeImage MinimalProgram() {
     PeImage image;
-    image.sections = {{.name = ".text", .Characteristics = kCodeSection, .pieces = {{.content = kReturnCode}}}};
+    image.sections = {{.name = ".text", .Characteristics = kCodeSection, .pieces = {{.content = kReturnZero}}}};
     image.headers.Subsystem = 3;
-    image.entry_code = kReturnCode;
+    image.entry_code = kReturnZero;
     return image;
 }
 
@@ -428,18 +431,19 @@ PeImage Library64() {
     image.headers.ImageBase = 0x180000000;
     image.headers.DllCharacteristics = 0x160;
     constexpr uint32_t kCode = 0x1000;
+    constexpr uint32_t kAnswer = 0x10; // into the code
     image.sections = {
         {.name = ".text",
          .Characteristics = kCodeSection,
          .VirtualAddress = kCode,
-         .pieces = {{.content = kReturnCode}}},
+         .pieces = {{.content = ReturnNumber(42), .offset = kAnswer}}},
         {.name = ".rdata",
-         .pieces = {{.content = ExportTable{"library.dll", {{.name = "Answer", .rva = kCode}}}},
+         .pieces = {{.content = ExportTable{"library.dll", {{.name = "Answer", .rva = kCode + kAnswer}}}},
                     {.content = ImportTable{{{"KERNEL32.dll", {"GetTickCount", "Sleep"}}}}}}},
         {.name = ".rsrc",
          .pieces = {{.content = ResourceTable{{Version({.strings = {{u"FileDescription", u"A library"}}})}}}}},
     };
-    image.entry_code = kReturnCode;
+    image.entry_code = ReturnNumber(1); // a library that loads
     return image;
 }
 
@@ -461,7 +465,7 @@ PeImage WindowsProgram() {
         {.name = ".rsrc", .pieces = {{.content = ResourceTable{{Version(version), Manifest(kPlainManifest), named}}}}},
     };
     image.headers.DllCharacteristics = 0x8140;
-    image.entry_code = kReturnCode;
+    image.entry_code = kReturnZero;
     return image;
 }
 

@@ -187,6 +187,9 @@ private:
             image_.sections[0].VirtualAddress = kFirstAddress;
         const uint32_t entry_point = Get(Field::AddressOfEntryPoint).value_or(base);
         image_.headers.AddressOfEntryPoint = entry_point;
+        if (entry_point < base)
+            throw std::invalid_argument(fmt::format(
+                "the entry point 0x{:X} lies before the code at 0x{:X}; wish for another", entry_point, base));
         const uint32_t needed = std::max(entry_point - base + kEntryCodeRoom, kDefaultCodeSize);
         code.SizeOfRawData = AlignUp(needed, image_.headers.FileAlignment);
     }
@@ -196,7 +199,9 @@ private:
         const auto address = Get(Field::ImportVirtualAddress);
         const uint32_t base_of_data = Get(Field::BaseOfData).value_or(0);
         const uint32_t page = image_.headers.SectionAlignment;
-        if (base_of_data > kFirstAddress && base_of_data % page == 0 && base_of_data <= address.value_or(UINT32_MAX))
+        const bool is_data_next = import_index() == code_index() + 1; // to the code
+        if (is_data_next && base_of_data > kFirstAddress && base_of_data % page == 0 &&
+            base_of_data <= address.value_or(UINT32_MAX))
             section.VirtualAddress = base_of_data;
         else if (address)
             section.VirtualAddress = *address / page * page;
