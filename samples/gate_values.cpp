@@ -113,8 +113,7 @@ uint64_t LargestValue(Field field) {
 std::optional<uint64_t> SmallestMatch(uint64_t from, uint64_t mask, uint64_t bits) {
     if ((from & mask) == bits)
         return from;
-    // Everything above some position stays as it is, the bit there rises from 0 to 1, and all below is as low as can
-    // be.
+    // Above some position everything stays, the bit there rises from 0 to 1, and all below is as low as can be.
     for (uint32_t position = 0; position < 64; ++position) {
         const uint64_t bit = uint64_t{1} << position;
         const uint64_t below = bit - 1;
@@ -153,7 +152,9 @@ public:
         std::vector<bool> known(gate.count + 1);
         for (uint32_t index = 0; index < gate.count; ++index) {
             const uint32_t on_fail = gate.rows[index].on_fail;
-            leaves_here_[index] = on_fail != 0 && !known[index + on_fail];
+            if (on_fail == 0)
+                continue;
+            leaves_here_[index] = !known[index + on_fail];
             known[index + on_fail] = true;
         }
     }

@@ -19,7 +19,7 @@ constexpr uint32_t kBehindPayload = 0x6000; // room for the longest block that a
 
 struct Made {
     PeFile file;
-    std::optional<LocatorResult> finding;
+    LocatorResult finding;
 };
 
 PeFile Stub(uint32_t entry, const StubWishes &wishes = {}) {
@@ -88,14 +88,14 @@ constexpr std::string_view kPlainManifest =
     "<requestedExecutionLevel level=\"asInvoker\" uiAccess=\"false\"/>"
     "</requestedPrivileges></security></trustInfo></assembly>";
 
-// The sections of installer stubs.
+// The sections of installer stubs and of a later script wrapper.
 const std::vector<std::string> kInstallerSections = {".text", ".rdata", ".data", ".ndata", ".rsrc"};
 const std::vector<std::string> kInstallerSections6 = {".text", ".rdata", ".data", ".ndata", ".rsrc", ".reloc"};
 const std::vector<std::string> kScriptSections5 = {".text", ".rdata", ".data", ".rsrc", ".reloc"};
-const std::vector<std::string> kPackedSections = {"UPX0", "UPX1", ".rsrc"};
 
 // ---- One sample for each entry -------------------------------------------------------------------------------------
 
+// The distances and fixed offsets are those of the builds that the locators know.
 struct Recipe {
     uint32_t entry;
     const char *name;
@@ -351,7 +351,8 @@ constexpr Recipe kRecipes[] = {
      }},
     {45, "autoit-header-after-version", "script wrapper, header scanned for from its version resource",
      [] {
-         PeFile file = Stub(45, {.resources = {EmptyResource(kVersionType, 0x100)}});
+         PeFile file =
+             Stub(45, {.resources = {{.type = kVersionType, .data = VersionInfo{}.Lay(), .offset = kResourceOffset}}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantScanned(std::move(file), start);
      }},
