@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <map>
 
 #include <gtest/gtest.h>
 
@@ -148,6 +149,9 @@ TEST_P(Gates, OneBeyondEachBoundIsRefusedWithoutReading) {
     const std::vector<GatePath> paths = samples::PathsOf(gate);
     ASSERT_FALSE(paths.empty());
     int refused = 0;
+    // Some gates have a thousand paths, which differ in few rows: a row is tried with the lowest and the highest values
+    // of eight.
+    std::map<const Condition *, int> trials;
     for (const GatePath &path : paths) {
         for (const auto choice : {GatePath::Choice::Lowest, GatePath::Choice::Highest}) {
             const FieldValues passing = path.Pick(choice);
@@ -156,7 +160,7 @@ TEST_P(Gates, OneBeyondEachBoundIsRefusedWithoutReading) {
             RecordingStream stream;
             ASSERT_TRUE(tavrik2::Passes(gate, records.View(&stream, kHandle))) << path.label;
             for (const Condition *row : path.rows) {
-                if (row->IsHeading() || row->field == Stream)
+                if (row->IsHeading() || row->field == Stream || ++trials[row] > 16)
                     continue;
                 for (const uint64_t value : samples::RefusedNeighbours(*row)) {
                     FieldValues values = passing;
