@@ -161,7 +161,8 @@ Token Lexer::TakeText() {
     std::size_t length = 1;
     while (length < rest.size() && rest[length] != '"' && rest[length] != '\n') {
         // An escaped quote does not end the text.
-        length += rest[length] == '\\' && length + 1 < rest.size() && rest[length + 1] != '\n' ? 2 : 1;
+        const bool escape = rest[length] == '\\' && length + 1 < rest.size() && rest[length + 1] != '\n';
+        length += escape ? std::size_t{2} : std::size_t{1};
     }
     if (length < rest.size() && rest[length] == '"')
         return Take(TokenKind::kText, length + 1);
