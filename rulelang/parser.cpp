@@ -704,6 +704,18 @@ private:
         string.bytes.resize(std::min(string.bytes.size(), kMaxStringLength));
     }
 
+    // Reports a mistake between the braces of a hex string and goes on behind them.
+    [[noreturn]] void ExpectedInHexString(std::string_view what) {
+        try {
+            Expected(what);
+        } catch (const Unreadable &) {
+            while (token_.kind != TokenKind::kEnd && !AtSymbol("}") && !(token_.first_on_line && AtWord("rule")))
+                Advance();
+            TakeSymbol("}");
+            throw;
+        }
+    }
+
     void ParseHexString(StringFeature &string) {
         const auto next = [this] {
             end_of_last_ = token_.offset + token_.text.size();
@@ -713,7 +725,7 @@ private:
             uint8_t value = 0;
             const char *const last = token_.text.data() + token_.text.size();
             if (token_.text.size() != 2 || std::from_chars(token_.text.data(), last, value, 16).ptr != last) {
-                Expected("a byte of two hexadecimal digits, ?? or [HH]");
+                ExpectedInHexString("a byte of two hexadecimal digits, ?? or [HH]");
             }
             next();
             return static_cast<char>(value);
@@ -730,7 +742,7 @@ private:
                 string.bytes += byte();
                 Mask(string, at);
                 if (!AtSymbol("]"))
-                    Expected("']'");
+                    ExpectedInHexString("']'");
                 next();
             } else {
                 string.bytes += byte();
