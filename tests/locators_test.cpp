@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "samples/gate_values.h"
@@ -226,6 +227,12 @@ const Find kFinds[] = {
     {49, "last type", 0x6800, kTagged, {}, WithResource(17, 0x25001)},
 };
 
+// How many bytes each entry reads where it finds its payload.
+const uint32_t kReadLengths[LOCATOR_COUNT] = {
+    32, 4096, 4096, 4096, 4096, 32, 4096, 256, 256, 256, 256, 8192, 100, 16384, 16384, 16384, 4096, 4096, 4096, 4096,
+    4096, 4096, 4096, 1024, 4096, 24576, 24576, 0, 256, 256, 4096, 4096, 4096, 4096, 4096, 24576, 8192, 4096, 1024, 4096,
+    256, 4096, 256, 4096, 1280, 4096, 4096, 4096, 4096, 4096};
+
 // The find of that name with one change, for which it is declined behind its gate.
 struct Miss {
     uint32_t entry;
@@ -251,6 +258,7 @@ const Miss kMisses[] = {
     {32, "resource", "a resource that is too small", WithResource(10, 0xBCFF)},
     {33, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
     {38, "short resource", "less than the marker", [](Scene &s) { s.stream.Resize(0x6807); }},
+    {38, "resource", "a marker cut short", [](Scene &s) { s.stream.Resize(0x6800 + 1016 + 6); }},
     {39, "fifth block", "a sixth block",
      [](Scene &s) { s.stream.Put(0x7000 + 4 * 4096, "x"); s.stream.Put(0x7000 + 5 * 4096, kRar); }},
     {45, "version resource", "too large", WithResource(16, 0x201)},
@@ -301,7 +309,10 @@ TEST_P(Locators, FindTheirPayload) {
         LocatorResult result = kUntouched;
         EXPECT_EQ(scene.Call(&result), 1);
         EXPECT_EQ(Bytes(result), Bytes(LocatorResult{find.payload.kind, find.offset, find.payload.size}));
-        EXPECT_EQ(scene.stream.TakeCalls().find('!'), std::string::npos);
+        const std::string calls = scene.stream.TakeCalls();
+        EXPECT_EQ(calls.find('!'), std::string::npos);
+        const uint32_t length = kReadLengths[find.entry];
+        EXPECT_TRUE(calls.ends_with(fmt::format(fmt::runtime(length < 4096 ? " R{}" : " R0x{:X}"), length))) << calls;
         // One byte of the payload decides.
         scene.stream.Put(find.offset + static_cast<uint32_t>(find.payload.bytes.size()) - 1, "\x5A");
         result = kUntouched;

@@ -25,7 +25,7 @@ const std::string kTableOffset = Calls({kReadsFileHeader, kReadsDos});
 class SectionTable : public testing::Test {
 protected:
     SectionTable() {
-        file_.sections = {Section(".text", 0x1000, 0x10, 0x400, 0x200), Section(".EightCh", 0x2000, 0x20, 0x600, 0x200),
+        file_.sections = {Section(".text", 0x1000, 0x10, 0x400, 0x200), Section(".azAZ[@x", 0x2000, 0x20, 0x600, 0x200),
                           Section(".text", 0x3000, 0x30, 0x800, 0x200)};
         Start();
     }
@@ -117,9 +117,9 @@ TEST_F(SectionTable, FindByNameStopsAtTheFirstAndComparesWholeNames) {
         int32_t offset;
         const char *reads;
     } cases[] = {
-        {".text", 0x178, "R40 T"},        {".TEXT", 0x178, "R40 T"},   {".EIGHTCh", 0x178 + 40, "R40 R40 T"},
-        {".EightC", -1, "R40 R40 R40"},   {"text", -1, "R40 R40 R40"}, {".text2", -1, "R40 R40 R40"},
-        {".EightChX", -1, "R40 R40 R40"},
+        {".text", 0x178, "R40 T"},       {".TEXT", 0x178, "R40 T"},       {".AZaz[@X", 0x178 + 40, "R40 R40 T"},
+        {".azAZ[@", -1, "R40 R40 R40"},  {"text", -1, "R40 R40 R40"},     {".text2", -1, "R40 R40 R40"},
+        {".azAZ{@x", -1, "R40 R40 R40"}, {".azAZ[`x", -1, "R40 R40 R40"}, {".azAZ[@xX", -1, "R40 R40 R40"},
     };
     for (const auto &test : cases) {
         stream_.Restart(12);
@@ -134,7 +134,7 @@ TEST_F(SectionTable, FindByNameStopsAtTheFirstAndComparesWholeNames) {
 
 TEST_F(SectionTable, HeaderByNameReturnsToWhereTheSearchLeftOff) {
     SectionHeader header = {};
-    EXPECT_EQ(GetSectionHeaderByName(&stream_, kHandle, ".eightch", &header), 1);
+    EXPECT_EQ(GetSectionHeaderByName(&stream_, kHandle, ".AZAZ[@x", &header), 1);
     EXPECT_EQ(stream_.TakeCalls(), Calls({kTableOffset.c_str(), kReadsFileHeader, "S376 R40 R40 T T S416 R40 S456"}));
     EXPECT_EQ(header.VirtualAddress, 0x2000u);
     EXPECT_EQ(GetSectionHeaderByName(&stream_, kHandle, ".none", &header), 0);

@@ -108,6 +108,8 @@ TEST_F(Scans, SizesAndOffsetsAreSigned) {
 
 TEST_F(Scans, SignatureAlternatives) {
     const std::string prefix = kMarker.substr(0, 7);
+    for (const uint32_t place : {40u, 41u, 42u, 43u, 4063u})
+        EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{place, kSignature}}), place);
     EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{4064, kSignature}}), kNotFound); // too near the block's end
     EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{4064, kSignature}, {8, kAltMarkers[6]}}), 8u);
     EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{9, prefix}, {100, kSignature}}), kNotFound); // the first one only
@@ -119,7 +121,8 @@ TEST_F(Scans, SignatureAlternatives) {
         EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{9, broken}}), kNotFound) << byte;
     }
     for (size_t index = 0; index < 7; ++index) {
-        EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{kBlock - 16, kAltMarkers[index]}}), kBlock - 16) << index;
+        for (const uint32_t place : {40u, 41u, 42u, 43u, kBlock - 16})
+            EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{place, kAltMarkers[index]}}), place) << index;
         for (size_t later = index + 1; later < 7; ++later)
             EXPECT_EQ(Run(FindAutoItSignature, kBlock, {{800, kAltMarkers[index]}, {40, kAltMarkers[later]}}), 800u);
         // A marker that is almost there hides neither a later copy nor a later marker.
