@@ -1,0 +1,137 @@
+#include "host/explain.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <iterator>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "host/file_stream.h"
+#include "host/gate_tree.h"
+#include "host/locator_info.h"
+#include "host/scan.h"
+#include "host/text.h"
+#include "tavrik2/locators/locators.h"
+
+namespace tavrik::host {
+
+namespace {
+
+using tavrik2::Condition;
+using tavrik2::Field;
+
+constexpr std::size_t kIndent = 2;
+
+std::string Count(std::size_t number, std::string_view noun) {
+    return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
+}
+
+// Writes a judged gate, one condition a line.
+class Printer {
+public:
+    explicit Printer(std::string &text) : text_(text) {}
+
+    // `excused`: another alternative holds, so what fails here does no harm.
+    void Write(const GateNode &node, std::size_t indent, bool excused) {
+        for (const GateNode &child : node.children) {
+            if (child.kind == GateNode::Kind::Condition)
+                WriteCondition(child, indent, excused);
+            else
+                WriteAlternatives(child, indent, excused);
+        }
+    }
+
+private:
+    void WriteCondition(const GateNode &node, std::size_t indent, bool excused) {
+        constexpr std::size_t kNameWidth = 36;
+        constexpr std::size_t kValueWidth = 20;
+        const std::string_view mark = node.holds ? "ok" : excused ? "no" : "FAIL";
+        const std::string line = fmt::format("{:<6}{:{}}{:<{}}{:<{}}  wanted {}", mark, "", indent,
+                                             FieldName(node.field), kNameWidth - std::min(indent, kNameWidth),
+                                             ValueText(node.field, node.value), kValueWidth, WantedText(node));
+        text_ += line + '\n';
+    }
+
+    void WriteAlternatives(const GateNode &group, std::size_t indent, bool excused) {
+        Line(indent, "one of these must hold:");
+        const std::size_t least = CountFailed(group);
+        std::size_t number = 0;
+        for (const GateNode &alternative : group.children) {
+            ++number;
+            const std::string heading =
+                alternative.heading.empty() ? fmt::format("alternative {}", number) : alternative.heading;
+            const std::size_t failed = CountFailed(alternative);
+            const std::string verdict = alternative.holds
+                                            ? "holds"
+                                            : Count(failed, "condition") + (failed == 1 ? " fails" : " fail") +
+                                                  (!group.holds && failed == least ? ", the nearest" : "");
+            Line(indent + kIndent, fmt::format("{}: {}", heading, verdict));
+            Write(alternative, indent + 2 * kIndent, excused || group.holds);
+        }
+    }
+
+    void Line(std::size_t indent, std::string_view words) {
+        fmt::format_to(std::back_inserter(text_), "{:<6}{:{}}{}\n", "", "", indent, words);
+    }
+
+    std::string &text_;
+};
+
+bool LooksAtFirstSection(tavrik2::GateView gate) {
+    return std::any_of(gate.rows, gate.rows + gate.count, [](const Condition &row) {
+        return row.field >= Field::FirstSectionName && row.field <= Field::FirstSectionCharacteristics;
+    });
+}
+
+std::string SectionText(const SectionHeader &section) {
+    const auto *name = reinterpret_cast<const char *>(section.Name);
+    const std::string_view bytes(name, sizeof section.Name);
+    return fmt::format("\"{}\" at address {:#x}", Printable(bytes.substr(0, bytes.find('\0'))),
+                       uint32_t{section.VirtualAddress});
+}
+
+void WriteFinding(std::string &text, const std::optional<Finding> &finding, bool passes) {
+    if (!passes)
+        text += "The gate fails, so the locator does not look into the file.\n";
+    else if (!finding)
+        text += "The gate passes, but the locator found no payload where it should stand.\n";
+    else
+        fmt::format_to(std::back_inserter(text),
+                       "The gate passes, and the locator found: {} at offset {} ({:#x}), {} bytes.\n",
+                       KindName(finding->kind), finding->offset, finding->offset, finding->size);
+}
+
+} // namespace
+
+Explanation Explain(const Module &module, uint32_t entry, ByteSource &source, const PeImage &image) {
+    const LocatorInfo &info = kLocatorInfo[entry];
+    Explanation explanation;
+    std::string &text = explanation.text;
+    text = entry == kDecliningEntry ? fmt::format("entry {}: {}\n", entry, info.description)
+                                    : fmt::format("entry {}: {}: {}\n", entry, KindName(info.kind), info.description);
+    if (entry == kDecliningEntry)
+        return explanation;
+
+    const tavrik2::GateView gate = tavrik2::GateOf(entry);
+    const std::size_t candidates = LooksAtFirstSection(gate) ? image.first_sections.size() : 1;
+    for (const SectionHeader &first_section : std::span(image.first_sections).first(candidates)) {
+        ModuleStream stream(source);
+        const tavrik2::TargetFile file = {
+            stream.stream(),        ModuleStream::handle(), static_cast<int32_t>(source.size()),
+            image.data_dirs.data(), &image.file_header,     &image.opt_header,
+            &first_section,         &image.last_section,    image.entry_code.data()};
+        text += '\n';
+        if (candidates > 1)
+            text += fmt::format("With the first section {}:\n", SectionText(first_section));
+        const GateNode judged = JudgeGate(gate, file);
+        Printer(text).Write(judged, 0, false);
+        const std::optional<Finding> finding = RunLocator(module, entry, source, image, first_section);
+        text += '\n';
+        WriteFinding(text, finding, judged.holds);
+        explanation.found = explanation.found || finding.has_value();
+    }
+    return explanation;
+}
+
+} // namespace tavrik::host

@@ -1,0 +1,24 @@
+/* Names and bytes of files as text that is safe to show. */
+#ifndef TAVRIK_HOST_TEXT_H
+#define TAVRIK_HOST_TEXT_H
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace tavrik::host {
+
+/** A path as it is: UTF-8 on Windows, elsewhere its own bytes. */
+std::string PathText(const std::filesystem::path &path);
+
+/** The path of that text: UTF-8 on Windows, elsewhere any bytes. */
+std::filesystem::path PathOf(const std::string &text);
+
+/** A text for a terminal or a log: control characters, characters that change the direction of writing and bytes that
+ * are no UTF-8 become \xNN for each of their bytes. */
+std::string Printable(std::string_view text);
+std::string PrintablePath(const std::filesystem::path &path);
+
+} // namespace tavrik::host
+
+#endif
