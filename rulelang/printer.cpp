@@ -13,7 +13,6 @@ namespace tavrik::rules {
 
 namespace {
 
-constexpr std::string_view kIndent = "    ";
 constexpr std::size_t kHexBytesPerLine = 16;
 constexpr uint32_t kVersionResource = 16;
 constexpr uint32_t kManifestResource = 24;
@@ -93,30 +92,49 @@ std::string Bits(std::span<const NamedNumber> names, uint32_t bits) {
     return text;
 }
 
-// A row of a block: what is asked about, and what is asked.
+// A row of a block: what is asked about, what is asked, and the elements of the list that it stands for.
 struct Row {
     std::string left;
     std::string right;
+    std::size_t first = 0;
+    std::size_t count = 1;
 };
 
-// A block under its name; `aligned` pads the left sides to one width.
-void PrintBlock(std::string &out, std::string_view name, const std::vector<Row> &rows, bool aligned) {
-    if (rows.empty())
-        return;
-    std::size_t width = 0;
-    if (aligned) {
-        for (const Row &row : rows)
-            width = std::max(width, row.left.size());
+// Collects the lines of a rule.
+class LineList {
+public:
+    void Add(LineKind kind, std::string text) {
+        lines_.push_back({kind, Item::kCount, 0, 0, kind == LineKind::kItem ? std::size_t{1} : 0, std::move(text)});
     }
-    out.append(kIndent).append(name).append(" {\n");
-    for (const Row &row : rows) {
-        out.append(kIndent).append(kIndent).append(row.left);
-        if (aligned)
-            out.append(width - row.left.size() + 1, ' ');
-        out.append(row.right).append("\n");
+
+    // An item of one line.
+    void AddItem(Item item, const std::string &text) {
+        lines_.push_back({LineKind::kItem, item, 0, 0, 1, std::string(ItemWord(item)) + " " + text});
     }
-    out.append(kIndent).append("}\n");
-}
+
+    // A block, unless it is empty; `aligned` pads the left sides to one width.
+    void AddBlock(Item item, const std::vector<Row> &rows, bool aligned) {
+        if (rows.empty())
+            return;
+        std::size_t width = 0;
+        if (aligned) {
+            for (const Row &row : rows)
+                width = std::max(width, row.left.size() + 1);
+        }
+        AddItem(item, "{");
+        for (const Row &row : rows) {
+            const std::size_t padding = aligned ? width - row.left.size() : 0;
+            lines_.push_back(
+                {LineKind::kRow, item, row.first, row.count, 2, row.left + std::string(padding, ' ') + row.right});
+        }
+        lines_.push_back({LineKind::kItemEnd, item, 0, 0, 1, "}"});
+    }
+
+    std::vector<PrintedLine> Take() { return std::move(lines_); }
+
+private:
+    std::vector<PrintedLine> lines_;
+};
 
 // Rows of conditions, with runs of == on one value and pairs of >= and <= in their short forms. `left` gives the value
 // asked about, `right` what it is compared with, `same` tells whether two conditions ask about one value.
@@ -125,7 +143,7 @@ std::vector<Row> ConditionRows(const std::vector<Element> &list, bool has_ranges
     std::vector<Row> rows;
     for (std::size_t i = 0; i < list.size(); ++i) {
         const Element &first = list[i];
-        Row row{left(first), std::string(OperatorText(first.op)) + " " + right(first)};
+        Row row{left(first), std::string(OperatorText(first.op)) + " " + right(first), i};
         const auto next = [&] { return i + 1 < list.size() && same(first, list[i + 1]) ? &list[i + 1] : nullptr; };
         if (first.op == Operator::kEqual) {
             for (; next() != nullptr && next()->op == Operator::kEqual; ++i)
@@ -135,6 +153,7 @@ std::vector<Row> ConditionRows(const std::vector<Element> &list, bool has_ranges
             row.right = "in " + right(first) + ".." + right(*next());
             ++i;
         }
+        row.count = i + 1 - row.first;
         rows.push_back(std::move(row));
     }
     return rows;
@@ -255,7 +274,7 @@ std::vector<Row> StringRows(const Rule &rule) {
             text += " drift " + Hex(e.drift);
         if (e.anchor != DefaultAnchor(e))
             text += " anchor " + Decimal(e.anchor);
-        rows.push_back({std::move(text), ""});
+        rows.push_back({std::move(text), "", rows.size()});
     }
     return rows;
 }
@@ -265,7 +284,7 @@ template <typename Element, typename Text>
 std::vector<Row> PlainRows(const std::vector<Element> &list, Text text) {
     std::vector<Row> rows;
     for (const Element &e : list)
-        rows.push_back({text(e), ""});
+        rows.push_back({text(e), "", rows.size()});
     return rows;
 }
 
@@ -321,11 +340,18 @@ std::string ElementText(const Element &e) {
     return "#" + Decimal(e.index) + " " + NameOperator(e.op) + QuoteText(e.name);
 }
 
-void PrintExpression(std::string &out, const std::string &expression) {
-    if (expression.empty())
-        return;
+std::string ObjectText(const ObjectName &e) {
+    return Position(e.index) + " " + NameOperator(e.op) + QuoteText(e.name) + Options(e.option);
+}
+
+std::string MemberText(const MemberName &e) {
+    return ElementText(e) + Options(e.option);
+}
+
+// An expression as it was written; blanks at its ends must be seen.
+std::string ExpressionText(const std::string &expression) {
     const bool plain = expression.front() != ' ' && expression.back() != ' ';
-    out.append(kIndent).append("when ").append(plain ? expression : QuoteText(expression)).append("\n");
+    return plain ? expression : QuoteText(expression);
 }
 
 } // namespace
@@ -357,45 +383,46 @@ std::string QuoteText(std::string_view text) {
     return quoted + "\"";
 }
 
-std::string PrintRule(const Rule &rule) {
-    std::string out = "rule " + Decimal(rule.rule_id) + " " + QuoteText(rule.detection_name) + " for " +
-                      Bits(TargetNames(), rule.attribute_a) + " {\n";
-    const auto line = [&](std::string_view word, const std::string &text) {
-        out.append(kIndent).append(word).append(" ").append(text).append("\n");
-    };
+std::vector<PrintedLine> RuleLines(const Rule &rule) {
+    LineList lines;
+    lines.Add(LineKind::kHead, "rule " + Decimal(rule.rule_id) + " " + QuoteText(rule.detection_name) + " for " +
+                                   Bits(TargetNames(), rule.attribute_a) + " {");
     if (rule.attribute_b != 0)
-        line("traits", Bits(TraitNames(), rule.attribute_b));
+        lines.AddItem(Item::kTraits, Bits(TraitNames(), rule.attribute_b));
     if (rule.stored_flags != ComputeFeatureFlags(rule))
-        line("stored_flags", Decimal(rule.stored_flags));
+        lines.AddItem(Item::kStoredFlags, Decimal(rule.stored_flags));
     if (rule.reserved != 0)
-        line("reserved", Hex(rule.reserved));
+        lines.AddItem(Item::kReserved, Hex(rule.reserved));
+    lines.AddBlock(Item::kHeader, HeaderRows(rule), true);
+    lines.AddBlock(Item::kSections, SectionRows(rule), true);
+    lines.AddBlock(Item::kSectionNames, SectionNameRows(rule), true);
+    lines.AddBlock(Item::kStrings, StringRows(rule), false);
+    if (!rule.expression.empty())
+        lines.AddItem(Item::kWhen, ExpressionText(rule.expression));
+    lines.AddBlock(Item::kImportTable, NumberedRows(rule.indexed_conditions, ImportTableFields()), true);
+    lines.AddBlock(Item::kImportModules, PlainRows(rule.import_modules, ImportModuleText), false);
+    lines.AddBlock(Item::kImportFunctions, PlainRows(rule.import_functions, ElementText<ImportFunction>), false);
+    lines.AddBlock(Item::kExportModule, PlainRows(rule.export_module_names, ExportText), false);
+    lines.AddBlock(Item::kExportFunctions, PlainRows(rule.export_functions, ExportText), false);
+    lines.AddBlock(Item::kResources, PlainRows(rule.resource_entries, ResourceText), false);
+    lines.AddBlock(Item::kResourceTypes, PlainRows(rule.resource_type_entries, ResourceTypeText), false);
+    lines.AddBlock(Item::kResourceStrings, PlainRows(rule.resource_strings, ResourceStringText), false);
+    lines.AddBlock(Item::kMeasures, MeasureRows(rule), true);
+    lines.AddBlock(Item::kObjectFields, NumberedRows(rule.secondary_conditions, ObjectFields()), true);
+    lines.AddBlock(Item::kObjectNames, PlainRows(rule.object_names, ObjectText), false);
+    lines.AddBlock(Item::kMemberNames, PlainRows(rule.member_names, MemberText), false);
+    lines.Add(LineKind::kRuleEnd, "}");
+    return lines.Take();
+}
 
-    PrintBlock(out, "header", HeaderRows(rule), true);
-    PrintBlock(out, "sections", SectionRows(rule), true);
-    PrintBlock(out, "section_names", SectionNameRows(rule), true);
-    PrintBlock(out, "strings", StringRows(rule), false);
-    PrintExpression(out, rule.expression);
-    PrintBlock(out, "import_table", NumberedRows(rule.indexed_conditions, ImportTableFields()), true);
-    PrintBlock(out, "import_modules", PlainRows(rule.import_modules, ImportModuleText), false);
-    PrintBlock(out, "import_functions", PlainRows(rule.import_functions, ElementText<ImportFunction>), false);
-    PrintBlock(out, "export_module", PlainRows(rule.export_module_names, ExportText), false);
-    PrintBlock(out, "export_functions", PlainRows(rule.export_functions, ExportText), false);
-    PrintBlock(out, "resources", PlainRows(rule.resource_entries, ResourceText), false);
-    PrintBlock(out, "resource_types", PlainRows(rule.resource_type_entries, ResourceTypeText), false);
-    PrintBlock(out, "resource_strings", PlainRows(rule.resource_strings, ResourceStringText), false);
-    PrintBlock(out, "measures", MeasureRows(rule), true);
-    PrintBlock(out, "object_fields", NumberedRows(rule.secondary_conditions, ObjectFields()), true);
-    PrintBlock(out, "object_names",
-               PlainRows(rule.object_names,
-                         [](const ObjectName &e) {
-                             return Position(e.index) + " " + NameOperator(e.op) + QuoteText(e.name) +
-                                    Options(e.option);
-                         }),
-               false);
-    PrintBlock(out, "member_names",
-               PlainRows(rule.member_names, [](const MemberName &e) { return ElementText(e) + Options(e.option); }),
-               false);
-    return out + "}\n";
+std::string PrintRule(const Rule &rule) {
+    std::string out;
+    for (const PrintedLine &line : RuleLines(rule)) {
+        for (std::size_t level = 0; level < line.indent; ++level)
+            out += kIndent;
+        out.append(line.text).append("\n");
+    }
+    return out;
 }
 
 std::string PrintRuleSet(const RuleSet &set) {

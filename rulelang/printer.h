@@ -3,9 +3,13 @@
 #define TAVRIK_RULELANG_PRINTER_H
 
 #include "rulelang/model.h"
+#include "rulelang/parser.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavrik::rules {
 
@@ -15,6 +19,25 @@ std::string PrintRule(const Rule &rule);
 
 /// The canonical text of a whole set: its rules in order, an empty line between two.
 std::string PrintRuleSet(const RuleSet &set);
+
+/// What a line of a rule's text is about.
+enum class LineKind : uint8_t { kHead, kItem, kRow, kItemEnd, kRuleEnd };
+
+/// A line of canonical text (of a long hex string, several), without indentation in front and line's end behind.
+struct PrintedLine {
+    LineKind kind = LineKind::kRow;
+    Item item = Item::kCount; ///< of a kItem, kRow or kItemEnd
+    std::size_t first = 0;    ///< of a kRow: the list's first element that it stands for
+    std::size_t count = 0;    ///< of a kRow: the number of these elements
+    std::size_t indent = 0;   ///< levels
+    std::string text;
+};
+
+/// The lines of a rule's canonical text, for those who lay comments between them.
+std::vector<PrintedLine> RuleLines(const Rule &rule);
+
+/// Blanks for a level of indentation.
+inline constexpr std::string_view kIndent = "    ";
 
 /// A text in quotes, with escapes.
 std::string QuoteText(std::string_view text);
