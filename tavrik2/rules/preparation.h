@@ -5,11 +5,9 @@
 #include <cstdint>
 
 #include "tavrik2/rules/heuristic_rule.h"
+#include "tavrik2/rules/name_tables.h"
 
 namespace tavrik2 {
-
-/** An entry of a name table: a NUL-terminated text followed by zeros; stored with 3 added to each byte of the text. */
-using NameEntry = uint8_t[256];
 
 /** Brings `count` records into working form in place: takes 3 from each byte of their feature strings and computes their
  * feature_flags. Returns 0 when `table` is null, else 1; a count below 1 does nothing. */
