@@ -58,3 +58,40 @@ function(tavrik_program name)
         target_link_options(${name} PRIVATE -static)
     endif()
 endfunction()
+
+# tavrik_build_tool(NAME sources...): a program that the build runs. Custom commands name it tavrik::NAME, both as their
+# COMMAND and among what they depend on. In a native build that is the program itself. In a cross build NAME is built for
+# the target system like every program, and tavrik::NAME is the same program out of a native build of this tree with
+# TAVRIK_TOOLS_ONLY, in native-tools. The rooms that such programs are made of must build with TAVRIK_TOOLS_ONLY.
+function(tavrik_build_tool name)
+    tavrik_program(${name} ${ARGN})
+    if(NOT CMAKE_CROSSCOMPILING)
+        add_executable(tavrik::${name} ALIAS ${name})
+        return()
+    endif()
+    add_executable(tavrik::${name} IMPORTED GLOBAL)
+    set_target_properties(tavrik::${name} PROPERTIES IMPORTED_LOCATION ${PROJECT_BINARY_DIR}/native-tools/bin/${name})
+    add_dependencies(tavrik::${name} native_tools)
+    set_property(GLOBAL APPEND PROPERTY tavrik_build_tools ${name})
+endfunction()
+
+# Defines the native build of all build tools, at the end of a cross build's configuration.
+function(tavrik_native_tools)
+    get_property(tools GLOBAL PROPERTY tavrik_build_tools)
+    if(NOT tools)
+        return()
+    endif()
+    include(ExternalProject)
+    set(native ${PROJECT_BINARY_DIR}/native-tools)
+    list(TRANSFORM tools PREPEND ${native}/bin/ OUTPUT_VARIABLE programs)
+    ExternalProject_Add(
+        native_tools
+        PREFIX ${native}/steps
+        SOURCE_DIR ${PROJECT_SOURCE_DIR}
+        BINARY_DIR ${native}
+        CMAKE_ARGS -DTAVRIK_TOOLS_ONLY=ON -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
+        BUILD_COMMAND ${CMAKE_COMMAND} --build ${native} --target ${tools}
+        BUILD_ALWAYS ON
+        BUILD_BYPRODUCTS ${programs}
+        INSTALL_COMMAND "")
+endfunction()

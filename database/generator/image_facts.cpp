@@ -1,0 +1,565 @@
+#include "database/generator/image_facts.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace tavrik::rulegen {
+namespace {
+
+using rules::FindField;
+using rules::HeaderFields;
+using rules::MeasureRegion;
+using rules::Origin;
+using rules::SectionRole;
+using rules::StringKind;
+
+constexpr uint32_t kFileHeaderFromSignature = 4;
+constexpr uint32_t kOptionalHeaderFromSignature = 24;
+constexpr uint32_t kMagicPe32Plus = 0x20B;
+constexpr uint32_t kVbSignature = 0x21354256;
+
+// Header fields that others are read by.
+enum Number : uint32_t {
+    kLfanew = 30,
+    kNumberOfSections = 32,
+    kSizeOfOptionalHeader = 36,
+    kMagic = 38,
+    kEntryPoint = 44,
+    kBaseOfCode = 45,
+    kBaseOfData = 46,
+    kImageBase = 47,
+    kSizeOfHeaders = 58,
+    kStackReserve = 62,
+    kLoaderFlags = 66,
+    kNumberOfRvaAndSizes = 67,
+    kFirstDirectory = 68,
+    kExports = 68,
+    kImports = 70,
+    kResources = 72,
+    kRelocations = 78,
+    kTls = 86,
+    kClr = 96,
+    kLastOptional = 99,
+    kFileSize = 100,
+    kOverlayOffset,
+    kOverlaySize,
+    kEntryPointOffset,
+    kEntryPointSection,
+    kEntryPointDelta,
+    kEntryBytes,
+    kEntryBytes4,
+    kRichOffset,
+    kRichKey,
+    kRichCount,
+    kRichLastBuild,
+    kImportModuleCount,
+    kImportFunctionCount,
+    kExportNameCount,
+    kResourceCount,
+    kImageBaseHigh,
+    kClrFlags,
+    kVbHeaderOffset,
+    kVbProjectData = 125,
+    kVbFormCount = 130,
+    kVbFormTable = 133,
+    kVbComRegisterData = 135,
+    kVbObjectTable = 141,
+    kVbExternalTable = 149,
+    kVbExternalCount = 150,
+    kVbProject2 = 153,
+    kVbTotalObjects = 162,
+    kVbObjectArray = 165,
+};
+
+constexpr uint32_t kObjectSize = 48;
+constexpr uint32_t kObjectInfoSize = 56;
+constexpr uint32_t kObjectTypeField = 10;
+constexpr uint32_t kOptionalInfoFlag = 2;
+
+} // namespace
+
+ImageFacts::ImageFacts(std::span<const uint8_t> file) : file_(file) {
+    headers_ = Read(0x3C, 4).value_or(0);
+    is_plus_ = Read(headers_ + kOptionalHeaderFromSignature, 2) == kMagicPe32Plus;
+    const uint32_t table = headers_ + kOptionalHeaderFromSignature + Header(kSizeOfOptionalHeader).value_or(0);
+    for (uint32_t i = 0; i < Header(kNumberOfSections).value_or(0); ++i) {
+        SectionHeader section;
+        if (table + (i + 1) * sizeof section > file_.size())
+            break;
+        std::memcpy(&section, file_.data() + table + i * sizeof section, sizeof section);
+        sections_.push_back(section);
+    }
+    ReadImports();
+    ReadResources();
+    if (const auto entry = Header(kEntryPointOffset); entry && !is_plus_) {
+        constexpr uint8_t kPush = 0x68;
+        constexpr uint8_t kCall = 0xE8;
+        if (Read(*entry, 1) == kPush && Read(*entry + 5, 1) == kCall)
+            if (const auto header = OffsetOfAddress(Read(*entry + 1, 4)); header && Read(*header, 4) == kVbSignature)
+                vb_header_ = *header;
+    }
+}
+
+std::optional<uint32_t> ImageFacts::Read(uint64_t offset, uint32_t width) const {
+    if (offset + width > file_.size())
+        return std::nullopt;
+    uint32_t value = 0;
+    std::memcpy(&value, file_.data() + offset, width);
+    return value;
+}
+
+std::string ImageFacts::TextAt(uint32_t offset) const {
+    const auto begin = file_.begin() + offset;
+    return std::string(begin, std::find(begin, file_.end(), uint8_t{0}));
+}
+
+std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
+    const rules::Field &field = *FindField(HeaderFields(), number);
+    switch (field.origin) {
+    case Origin::kDosHeader:
+        return Read(field.offset, field.width);
+    case Origin::kFileHeader:
+        return Read(headers_ + kFileHeaderFromSignature + field.offset, field.width);
+    case Origin::kOptionalHeader:
+        return OptionalField(field);
+    case Origin::kDerived:
+        return Derived(number);
+    default:
+        break;
+    }
+    const auto base = VisualBasicBase(field.origin);
+    if (!base)
+        return std::nullopt;
+    if (field.origin == Origin::kVbForm && Header(kVbFormCount) == 0U)
+        return std::nullopt;
+    if (field.origin == Origin::kVbExternals && field.offset / 8 >= Header(kVbExternalCount).value_or(0))
+        return std::nullopt;
+    return Read(uint64_t{*base} + field.offset, field.width);
+}
+
+// 64-bit images have an ImageBase and four sizes of 8 bytes, and no BaseOfData.
+std::optional<uint32_t> ImageFacts::OptionalField(const rules::Field &field) const {
+    constexpr uint32_t kImageBasePlus = 0x18;
+    constexpr uint32_t kSizesPlus = 0x48;
+    constexpr uint32_t kWiderBy = 16;
+    uint32_t offset = field.offset;
+    if (is_plus_) {
+        if (field.number == kBaseOfData)
+            return std::nullopt;
+        if (field.number == kImageBase)
+            offset = kImageBasePlus;
+        else if (field.number >= kStackReserve && field.number < kLoaderFlags)
+            offset = kSizesPlus + 8 * (field.number - kStackReserve);
+        else if (field.number >= kLoaderFlags)
+            offset += kWiderBy;
+    }
+    if (offset + field.width > Header(kSizeOfOptionalHeader).value_or(0))
+        return std::nullopt;
+    if (field.number >= kFirstDirectory &&
+        (field.number - kFirstDirectory) / 2 >= Header(kNumberOfRvaAndSizes).value_or(0))
+        return std::nullopt;
+    return Read(headers_ + kOptionalHeaderFromSignature + offset, field.width);
+}
+
+std::optional<uint32_t> ImageFacts::SectionHolding(std::optional<uint32_t> rva) const {
+    if (!rva)
+        return std::nullopt;
+    for (uint32_t i = 0; i < sections_.size(); ++i) {
+        const SectionHeader &section = sections_[i];
+        const uint32_t virtual_size = section.VirtualSize;
+        const uint32_t raw_size = section.SizeOfRawData;
+        if (*rva >= section.VirtualAddress && *rva - section.VirtualAddress < std::max(virtual_size, raw_size))
+            return i;
+    }
+    return std::nullopt;
+}
+
+std::optional<uint32_t> ImageFacts::OffsetOfRva(uint32_t rva) const {
+    std::optional<uint32_t> offset;
+    if (const auto index = SectionHolding(rva)) {
+        const SectionHeader &section = sections_[*index];
+        if (rva - section.VirtualAddress < section.SizeOfRawData)
+            offset = rva - section.VirtualAddress + section.PointerToRawData;
+    } else if (rva < Header(kSizeOfHeaders).value_or(0)) {
+        offset = rva;
+    }
+    return offset && *offset < file_.size() ? offset : std::nullopt;
+}
+
+std::optional<uint32_t> ImageFacts::OffsetOfAddress(std::optional<uint32_t> address) const {
+    const uint32_t base = Header(kImageBase).value_or(0);
+    return address && *address >= base ? OffsetOfRva(*address - base) : std::nullopt;
+}
+
+uint32_t ImageFacts::OverlayOffset() const {
+    uint64_t end = Header(kSizeOfHeaders).value_or(0);
+    for (const SectionHeader &section : sections_)
+        if (section.SizeOfRawData != 0)
+            end = std::max(end, uint64_t{section.PointerToRawData} + section.SizeOfRawData);
+    return static_cast<uint32_t>(std::min<uint64_t>(end, file_.size()));
+}
+
+std::optional<uint32_t> ImageFacts::Derived(uint32_t number) const {
+    const std::optional<uint32_t> entry = Header(kEntryPoint) == 0U ? std::nullopt : Header(kEntryPoint);
+    const auto size = static_cast<uint32_t>(file_.size());
+    switch (number) {
+    case kFileSize:
+        return size;
+    case kOverlayOffset:
+        return OverlayOffset();
+    case kOverlaySize:
+        return size - OverlayOffset();
+    case kEntryPointOffset:
+        return entry ? OffsetOfRva(*entry) : std::nullopt;
+    case kEntryPointSection:
+        return SectionHolding(entry);
+    case kEntryPointDelta: {
+        const auto section = SectionHolding(entry);
+        return section ? std::optional(*entry - sections_[*section].VirtualAddress) : std::nullopt;
+    }
+    case kEntryBytes:
+    case kEntryBytes4: {
+        const auto offset = entry ? OffsetOfRva(*entry) : std::nullopt;
+        return offset ? Read(uint64_t{*offset} + 4 * (number - kEntryBytes), 4) : std::nullopt;
+    }
+    case kImportModuleCount:
+        return static_cast<uint32_t>(imports_.size());
+    case kImportFunctionCount: {
+        std::size_t count = 0;
+        for (const ImportFacts &import : imports_)
+            count += import.functions.size();
+        return static_cast<uint32_t>(count);
+    }
+    case kExportNameCount: {
+        constexpr uint32_t kNumberOfNames = 24;
+        const auto directory = OffsetOfRva(Header(kExports).value_or(0));
+        return Header(kExports).value_or(0) != 0 && directory ? Read(*directory + kNumberOfNames, 4) : 0;
+    }
+    case kResourceCount:
+        return static_cast<uint32_t>(resources_.size());
+    case kImageBaseHigh:
+        return is_plus_ ? Read(headers_ + kOptionalHeaderFromSignature + 0x1C, 4) : std::nullopt;
+    case kClrFlags: {
+        constexpr uint32_t kFlags = 16;
+        const uint32_t rva = Header(kClr).value_or(0);
+        const auto header = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
+        return header ? Read(*header + kFlags, 4) : std::nullopt;
+    }
+    case kVbHeaderOffset:
+        return vb_header_ != 0 ? std::optional(vb_header_) : std::nullopt;
+    default:
+        return RichValue(number);
+    }
+}
+
+std::optional<uint32_t> ImageFacts::RichValue(uint32_t number) const {
+    constexpr uint32_t kRich = 0x68636952;
+    constexpr uint32_t kDans = 0x536E6144;
+    constexpr uint32_t kFirst = 0x40;
+    uint32_t rich = headers_ >= 8 ? (headers_ - 8) / 4 * 4 : 0;
+    while (rich >= kFirst && Read(rich, 4) != kRich)
+        rich -= 4;
+    if (rich < kFirst)
+        return std::nullopt;
+    const uint32_t key = Read(rich + 4, 4).value_or(0);
+    if (number == kRichOffset)
+        return rich;
+    if (number == kRichKey)
+        return key;
+    uint32_t dans = rich - 4;
+    while (dans >= kFirst && Read(dans, 4) != (kDans ^ key))
+        dans -= 4;
+    if (dans < kFirst || rich < dans + 16 || (rich - dans - 16) % 8 != 0)
+        return std::nullopt;
+    const uint32_t count = (rich - dans - 16) / 8;
+    if (number == kRichCount)
+        return count;
+    return count != 0 ? std::optional(Read(rich - 8, 4).value_or(0) ^ key) : std::nullopt;
+}
+
+std::optional<uint32_t> ImageFacts::VisualBasicBase(Origin origin) const {
+    if (vb_header_ == 0)
+        return std::nullopt;
+    switch (origin) {
+    case Origin::kVbHeader:
+        return vb_header_;
+    case Origin::kVbProject:
+        return OffsetOfAddress(Header(kVbProjectData));
+    case Origin::kVbObjectTable:
+        return OffsetOfAddress(Header(kVbObjectTable));
+    case Origin::kVbComData:
+        return OffsetOfAddress(Header(kVbComRegisterData));
+    case Origin::kVbProject2:
+        return OffsetOfAddress(Header(kVbProject2));
+    case Origin::kVbForm:
+        return OffsetOfAddress(Header(kVbFormTable));
+    case Origin::kVbExternals:
+        return OffsetOfAddress(Header(kVbExternalTable));
+    default:
+        return std::nullopt;
+    }
+}
+
+uint32_t ImageFacts::ObjectCount() const {
+    return Header(kVbTotalObjects).value_or(0);
+}
+
+std::optional<uint32_t> ImageFacts::ObjectField(uint32_t object, uint32_t number) const {
+    const rules::Field &field = *FindField(rules::ObjectFields(), number);
+    const auto array = OffsetOfAddress(Header(kVbObjectArray));
+    if (!array || object >= ObjectCount())
+        return std::nullopt;
+    const uint32_t descriptor = *array + kObjectSize * object;
+    if (field.origin == Origin::kVbObject)
+        return Read(descriptor + field.offset, field.width);
+    const auto info = OffsetOfAddress(Read(descriptor, 4));
+    if (!info)
+        return std::nullopt;
+    if (field.origin == Origin::kVbObjectInfo)
+        return Read(*info + field.offset, field.width);
+    if ((ObjectField(object, kObjectTypeField).value_or(0) & kOptionalInfoFlag) == 0)
+        return std::nullopt;
+    return Read(*info + kObjectInfoSize + field.offset, field.width);
+}
+
+std::optional<uint32_t> ImageFacts::SectionOf(uint16_t selector) const {
+    const auto count = static_cast<uint32_t>(sections_.size());
+    const auto directory = [&](uint32_t field) {
+        const uint32_t rva = Header(field).value_or(0);
+        return rva != 0 ? SectionHolding(rva) : std::nullopt;
+    };
+    if (selector < rules::kFirstNameOnlyRole)
+        return selector < count ? std::optional<uint32_t>(selector) : std::nullopt;
+    switch (static_cast<SectionRole>(selector)) {
+    case SectionRole::kLast:
+        return count > 0 ? std::optional(count - 1) : std::nullopt;
+    case SectionRole::kEntry:
+        return Derived(kEntryPointSection);
+    case SectionRole::kCode:
+        return SectionHolding(Header(kBaseOfCode));
+    case SectionRole::kData:
+        return SectionHolding(Header(kBaseOfData));
+    case SectionRole::kImport:
+        return directory(kImports);
+    case SectionRole::kResource:
+        return directory(kResources);
+    case SectionRole::kExport:
+        return directory(kExports);
+    case SectionRole::kRelocation:
+        return directory(kRelocations);
+    case SectionRole::kTls:
+        return directory(kTls);
+    case SectionRole::kLargest: {
+        const auto largest = std::ranges::max_element(sections_, {}, [](const SectionHeader &section) {
+            return uint32_t{section.SizeOfRawData};
+        });
+        return largest != sections_.end() ? std::optional(static_cast<uint32_t>(largest - sections_.begin()))
+                                          : std::nullopt;
+    }
+    case SectionRole::kNextToLast:
+        return count > 1 ? std::optional(count - 2) : std::nullopt;
+    default:
+        return std::nullopt;
+    }
+}
+
+uint32_t ImageFacts::SectionValue(uint32_t section, uint8_t number) const {
+    const rules::Field &field = *FindField(rules::SectionFields(), number);
+    uint32_t value = 0;
+    std::memcpy(&value, reinterpret_cast<const uint8_t *>(&sections_[section]) + field.offset, field.width);
+    return value;
+}
+
+std::string ImageFacts::SectionName(uint32_t section) const {
+    const auto *name = reinterpret_cast<const char *>(sections_[section].Name);
+    return std::string(name, strnlen(name, sizeof sections_[section].Name));
+}
+
+Stretch ImageFacts::RawData(uint32_t section) const {
+    const uint32_t start = sections_[section].PointerToRawData;
+    const uint32_t size = sections_[section].SizeOfRawData;
+    if (start >= file_.size())
+        return {};
+    return {start, std::min(size, static_cast<uint32_t>(file_.size()) - start)};
+}
+
+Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string &name) const {
+    const auto section = [&](std::optional<uint32_t> position) { return position ? RawData(*position) : Stretch{}; };
+    const auto role = [&](SectionRole selector) { return section(SectionOf(static_cast<uint16_t>(selector))); };
+    const auto size = static_cast<uint32_t>(file_.size());
+    const Stretch headers = {0, std::min(Header(kSizeOfHeaders).value_or(0), size)};
+    switch (static_cast<StringKind>(rules::ForwardKind(kind))) {
+    case StringKind::kFile:
+        return {0, size};
+    case StringKind::kHeaders:
+        return headers;
+    case StringKind::kOverlay:
+        return {OverlayOffset(), size - OverlayOffset()};
+    case StringKind::kEntryCode: {
+        const auto entry = Derived(kEntryPointOffset);
+        if (!entry)
+            return {};
+        const Stretch around = Derived(kEntryPointSection) ? role(SectionRole::kEntry) : headers;
+        return {*entry, around.offset + around.size - *entry};
+    }
+    case StringKind::kEntrySection:
+        return role(SectionRole::kEntry);
+    case StringKind::kLastSection:
+        return role(SectionRole::kLast);
+    case StringKind::kCodeSection:
+        return role(SectionRole::kCode);
+    case StringKind::kNamedSection:
+        for (uint32_t i = 0; i < sections_.size(); ++i)
+            if (SectionName(i) == name)
+                return RawData(i);
+        return {};
+    case StringKind::kIndexedSection:
+        return index < sections_.size() ? RawData(index) : Stretch{};
+    case StringKind::kResourceSection:
+        return role(SectionRole::kResource);
+    case StringKind::kImportSection:
+        return role(SectionRole::kImport);
+    case StringKind::kResourceData:
+        return index < resources_.size() ? resources_[index].data : Stretch{};
+    case StringKind::kExportSection:
+        return role(SectionRole::kExport);
+    case StringKind::kLargestSection:
+        return role(SectionRole::kLargest);
+    case StringKind::kDosStub:
+        return headers_ > 0x40 ? Stretch{0x40, headers_ - 0x40} : Stretch{};
+    case StringKind::kVisualBasic: {
+        if (vb_header_ == 0)
+            return {};
+        for (uint32_t i = 0; i < sections_.size(); ++i) {
+            const Stretch raw = RawData(i);
+            if (vb_header_ >= raw.offset && vb_header_ - raw.offset < raw.size)
+                return {vb_header_, raw.offset + raw.size - vb_header_};
+        }
+        return {};
+    }
+    }
+    return {};
+}
+
+Stretch ImageFacts::MeasureRegion(uint8_t code, uint32_t index) const {
+    const auto first_role = static_cast<uint8_t>(rules::MeasureRegion::kFirstRole);
+    if (code >= first_role && code <= static_cast<uint8_t>(rules::MeasureRegion::kLastRole)) {
+        const auto section = SectionOf(static_cast<uint16_t>(rules::kFirstSectionRole + code - first_role));
+        return section ? RawData(*section) : Stretch{};
+    }
+    const rules::Region *region = rules::FindMeasureRegion(code);
+    return StringRegion(region->string_kind, index, {});
+}
+
+void ImageFacts::ReadImports() {
+    constexpr uint32_t kDescriptorSize = 20;
+    const uint32_t rva = Header(kImports).value_or(0);
+    auto descriptor = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
+    for (; descriptor && Read(*descriptor + 12, 4).value_or(0) != 0; *descriptor += kDescriptorSize) {
+        ImportFacts import{*descriptor, TextAt(*OffsetOfRva(*Read(*descriptor + 12, 4))), {}};
+        uint32_t thunk = OffsetOfRva(Read(*descriptor, 4).value_or(0)).value_or(0);
+        const uint32_t width = is_plus_ ? 8 : 4;
+        for (; Read(thunk, 4).value_or(0) != 0 || (is_plus_ && Read(thunk + 4, 4).value_or(0) != 0); thunk += width) {
+            const bool by_ordinal = (*Read(thunk + width - 4, 4) & 0x80000000) != 0;
+            const uint32_t value = *Read(thunk, 4);
+            import.functions.push_back(by_ordinal ? "#" + std::to_string(value & 0xFFFF)
+                                                  : TextAt(*OffsetOfRva(value) + 2));
+        }
+        imports_.push_back(std::move(import));
+    }
+}
+
+void ImageFacts::ReadResources() {
+    const uint32_t rva = Header(kResources).value_or(0);
+    const auto root = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
+    ResourceFacts path;
+    if (root)
+        ReadResourceLevel(*root, *root, 0, path);
+}
+
+void ImageFacts::ReadResourceLevel(uint32_t root, uint32_t directory, uint32_t level, ResourceFacts &path) {
+    constexpr uint32_t kHighBit = 0x80000000;
+    constexpr uint32_t kLanguageLevel = 2;
+    const uint32_t count = *Read(directory + 12, 2) + *Read(directory + 14, 2);
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t id = *Read(directory + 16 + 8 * i, 4);
+        const uint32_t target = *Read(directory + 20 + 8 * i, 4);
+        ResourceId read{id, {}};
+        if ((id & kHighBit) != 0) {
+            read.number = rules::kAnyResource;
+            const uint32_t text = root + (id & ~kHighBit);
+            for (uint32_t unit = 0; unit < *Read(text, 2); ++unit)
+                read.name += static_cast<char>(*Read(text + 2 + 2 * unit, 2));
+        }
+        if (level < kLanguageLevel) {
+            (level == 0 ? path.type : path.entry) = read;
+            ReadResourceLevel(root, root + (target & ~kHighBit), level + 1, path);
+            continue;
+        }
+        path.language = static_cast<uint16_t>(id);
+        path.data = {OffsetOfRva(*Read(root + target, 4)).value_or(0), *Read(root + target + 4, 4)};
+        resources_.push_back(path);
+    }
+}
+
+// ---- Measures ------------------------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint32_t kFraction = 24; // bits
+
+// log2(value) in units of 2^-kFraction; each squaring of the mantissa gives one bit.
+uint64_t Log2(uint32_t value) {
+    uint32_t whole = 31;
+    while ((value >> whole) == 0)
+        --whole;
+    uint64_t mantissa = uint64_t{value} << (31 - whole);
+    uint64_t result = whole;
+    for (uint32_t bit = 0; bit < kFraction; ++bit) {
+        mantissa = mantissa * mantissa >> 31;
+        const uint64_t carry = mantissa >> 32;
+        mantissa >>= carry;
+        result = result << 1 | carry;
+    }
+    return result;
+}
+
+constexpr std::array<uint32_t, 256> MakeCrcTable() {
+    constexpr uint32_t kPolynomial = 0xEDB88320;
+    std::array<uint32_t, 256> table = {};
+    for (uint32_t i = 0; i < table.size(); ++i) {
+        uint32_t value = i;
+        for (int bit = 0; bit < 8; ++bit)
+            value = (value & 1) != 0 ? value >> 1 ^ kPolynomial : value >> 1;
+        table[i] = value;
+    }
+    return table;
+}
+
+constexpr std::array<uint32_t, 256> kCrcTable = MakeCrcTable();
+
+} // namespace
+
+uint32_t EntropyInThousandths(std::span<const uint8_t> bytes) {
+    if (bytes.empty())
+        return 0;
+    std::array<uint32_t, 256> counts = {};
+    for (const uint8_t byte : bytes)
+        ++counts[byte];
+    uint64_t sum = 0;
+    for (const uint32_t count : counts)
+        if (count != 0)
+            sum += count * Log2(count);
+    const uint64_t entropy = Log2(static_cast<uint32_t>(bytes.size())) - sum / bytes.size();
+    return static_cast<uint32_t>((entropy * 1000 + (uint64_t{1} << (kFraction - 1))) >> kFraction);
+}
+
+uint32_t Crc32(std::span<const uint8_t> bytes) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (const uint8_t byte : bytes)
+        crc = crc >> 8 ^ kCrcTable[(crc ^ byte) & 0xFF];
+    return ~crc;
+}
+
+} // namespace tavrik::rulegen
