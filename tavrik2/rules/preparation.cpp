@@ -5,8 +5,6 @@
 namespace tavrik2 {
 namespace {
 
-constexpr uint8_t kStoredShift = 3; // added to every stored byte, modulo 256
-
 uint8_t WorkingByte(uint8_t stored) {
     return static_cast<uint8_t>(stored - kStoredShift);
 }
@@ -57,6 +55,10 @@ void PrepareDatabase() {
     if (g_prepared)
         return;
     PrepareRules(RuleTable, AsCount(RuleTableCount));
+    DescrambleNameTable(NameTable1, AsCount(NameTable1Count));
+    DescrambleNameTable(NameTable2, AsCount(NameTable2Count));
+    DescrambleNameTable(NameTable3, AsCount(NameTable3Count));
+    DescrambleNameTable(NameTable4, AsCount(NameTable4Count));
     g_prepared = true;
 }
 
