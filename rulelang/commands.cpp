@@ -1,0 +1,330 @@
+#include "rulelang/commands.h"
+
+#include "host/system.h"
+#include "rulelang/emitter.h"
+#include "rulelang/formatter.h"
+#include "rulelang/names.h"
+#include "rulelang/parser.h"
+#include "rulelang/printer.h"
+#include "rulelang/profile.h"
+#include "rulelang/reader.h"
+
+#include "tavrik2/rules/heuristic_rule.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fmt/format.h>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
+#include <stdexcept>
+
+namespace tavrik::rules {
+
+namespace {
+
+constexpr std::string_view kStandardInput = "-";
+
+// Something other than the rules is wrong; the text says what and what to do.
+class ToolError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::filesystem::path PathOf(const std::string &name) {
+    return std::u8string(name.begin(), name.end());
+}
+
+std::string ReadAll(const std::string &name) {
+    if (name == kStandardInput)
+        return {std::istreambuf_iterator<char>(std::cin), {}};
+    const std::filesystem::path path = PathOf(name);
+    if (std::filesystem::is_directory(path))
+        throw ToolError(fmt::format("{}: is a folder; name the rule files in it", name));
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw ToolError(fmt::format("{}: cannot be read: {}", name, std::strerror(errno)));
+    std::string text{std::istreambuf_iterator<char>(file), {}};
+    if (file.bad())
+        throw ToolError(fmt::format("{}: cannot be read to its end", name));
+    return text;
+}
+
+// Writes through a second file, so that a failure leaves the old text.
+void WriteAll(const std::filesystem::path &path, const std::string &text) {
+    std::filesystem::path temporary = path;
+    temporary += ".new";
+    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    std::error_code error;
+    if (file)
+        std::filesystem::rename(temporary, path, error);
+    if (!file || error) {
+        std::filesystem::remove(temporary, error);
+        throw ToolError(fmt::format("{}: cannot be written; is there space, and may you write there?", path.string()));
+    }
+}
+
+void WriteIfChanged(const std::filesystem::path &path, const std::string &text) {
+    std::ifstream old(path, std::ios::binary);
+    if (old && std::string{std::istreambuf_iterator<char>(old), {}} == text)
+        return;
+    old.close();
+    WriteAll(path, text);
+}
+
+struct Text {
+    Source source;
+    ParsedFile parsed;
+
+    explicit Text(const std::string &name)
+        : source{name == kStandardInput ? "<standard input>" : name, ReadAll(name)}, parsed(ParseRules(source.text)) {}
+    Text(const Text &) = delete;
+    Text &operator=(const Text &) = delete;
+
+    bool PrintDiagnostics() const {
+        for (const Diagnostic &diagnostic : parsed.diagnostics)
+            fmt::print(stderr, "{}", Render(source, diagnostic));
+        return HasErrors(parsed.diagnostics);
+    }
+};
+
+// The rules of all files; nothing when one has errors, which are printed.
+std::optional<RuleSet> Load(const std::vector<std::string> &files) {
+    RuleSet all;
+    bool errors = false;
+    for (const std::string &name : files) {
+        Text text(name);
+        errors = text.PrintDiagnostics() || errors;
+        std::ranges::move(text.parsed.set.rules, std::back_inserter(all.rules));
+    }
+    return errors ? std::nullopt : std::optional(std::move(all));
+}
+
+// The rules of a module, read in stored form: it is loaded but not initialised.
+RuleSet LoadModule(const std::string &module) {
+    const std::filesystem::path path =
+        std::filesystem::absolute(module.empty() ? host::ProgramFolder() / "tavrik2.hbx" : PathOf(module));
+    const auto fail = [&](const std::string &reason) {
+        return ToolError(
+            fmt::format("{}: {}; build it with ./run build, or name it with --module", path.string(), reason));
+    };
+    try {
+        const host::DynamicLibrary library(path);
+        const auto get = reinterpret_cast<decltype(&HeurGetDetectionInfo)>(library.Symbol("HeurGetDetectionInfo"));
+        if (get == nullptr)
+            throw fail("is not a rule module, it has no HeurGetDetectionInfo");
+        HeuristicRule *const *table = nullptr;
+        uint32_t count = 0;
+        if (get(&table, &count) != 1)
+            throw fail("does not hand out its rules");
+        return ReadRules({table, count}, RecordForm::kStored);
+    } catch (const ToolError &) {
+        throw;
+    } catch (const std::runtime_error &error) {
+        throw fail(fmt::format("cannot be loaded: {}", error.what()));
+    }
+}
+
+std::optional<RuleSet> LoadSource(const RuleSource &source) {
+    return source.files.empty() ? LoadModule(source.module) : Load(source.files);
+}
+
+template <typename Action>
+ExitCode Guard(Action action) {
+    try {
+        return action();
+    } catch (const std::exception &error) {
+        fmt::print(stderr, "tavrik-rules: {}\n", error.what());
+        return kFailed;
+    }
+}
+
+nlohmann::ordered_json ToJson(const Source &source, const Diagnostic &diagnostic) {
+    const Place place = PlaceOf(source.text, diagnostic.offset);
+    return {{"file", source.name},     {"line", place.line},
+            {"column", place.column},  {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
+            {"code", diagnostic.code}, {"message", diagnostic.message},
+            {"help", diagnostic.help}};
+}
+
+std::string Dumped(const nlohmann::ordered_json &json) {
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string TargetText(uint32_t target) {
+    std::string text;
+    for (const NamedNumber &name : TargetNames()) {
+        if (name.number == 0 ? target == 0 : (target & name.number) != 0)
+            text += (text.empty() ? "" : ",") + std::string(name.name);
+    }
+    return text.empty() ? fmt::format("{:#x}", target) : text;
+}
+
+void PrintCounts(const RuleSet &set) {
+    fmt::print("{} rules\n\n{:<24}{:>8}{:>10}{:>10}\n", set.rules.size(), "list", "rules", "largest", "elements");
+    for (const ListProfile &list : ListProfiles()) {
+        std::size_t rules = 0;
+        std::size_t largest = 0;
+        std::size_t elements = 0;
+        for (const Rule &rule : set.rules) {
+            const std::size_t size = list.size(rule);
+            rules += size > 0 ? 1 : 0;
+            largest = std::max(largest, size);
+            elements += size;
+        }
+        fmt::print("{:<24}{:>8}{:>10}{:>10}\n", list.name, rules, largest, elements);
+    }
+}
+
+ExitCode PrintProfile(const RuleSet &set, bool json) {
+    std::size_t deviations = 0;
+    const std::vector<FactResult> facts = CheckProfile(set);
+    for (const FactResult &fact : facts) {
+        if (!fact.Holds())
+            ++deviations;
+        if (json)
+            fmt::print("{}\n", Dumped({{"fact", fact.name},
+                                       {"expected", fact.expected},
+                                       {"actual", fact.actual},
+                                       {"holds", fact.Holds()}}));
+        else
+            fmt::print("{:<10} {}: expected {}, actual {}\n", fact.Holds() ? "met" : "DEVIATES", fact.name,
+                       fact.expected, fact.actual);
+    }
+    if (!json)
+        fmt::print("{} facts, {} deviations\n", facts.size(), deviations);
+    return deviations == 0 ? kFine : kErrorsFound;
+}
+
+} // namespace
+
+ExitCode Check(const std::vector<std::string> &files, bool json) {
+    return Guard([&] {
+        std::size_t errors = 0;
+        std::size_t warnings = 0;
+        std::size_t rules = 0;
+        for (const std::string &name : files) {
+            const Text text(name);
+            for (const Diagnostic &diagnostic : text.parsed.diagnostics) {
+                ++(diagnostic.severity == Severity::kError ? errors : warnings);
+                if (json)
+                    fmt::print("{}\n", Dumped(ToJson(text.source, diagnostic)));
+                else
+                    fmt::print("{}", Render(text.source, diagnostic));
+            }
+            rules += text.parsed.set.rules.size();
+        }
+        if (!json)
+            fmt::print("{} rules, {} errors, {} warnings\n", rules, errors, warnings);
+        return errors > 0 ? kErrorsFound : warnings > 0 ? kWarningsFound : kFine;
+    });
+}
+
+ExitCode Compile(const std::vector<std::string> &files, const std::filesystem::path &folder) {
+    return Guard([&] {
+        const auto set = Load(files);
+        if (!set)
+            return kErrorsFound;
+        std::filesystem::create_directories(folder);
+        for (const GeneratedFile &file : EmitDatabase(*set))
+            WriteIfChanged(folder / file.name, file.text);
+        return kFine;
+    });
+}
+
+ExitCode Format(const std::vector<std::string> &files, bool check) {
+    return Guard([&] {
+        bool errors = false;
+        bool changes = false;
+        for (const std::string &name : files) {
+            const Text text(name);
+            if (text.PrintDiagnostics()) {
+                errors = true;
+                continue;
+            }
+            const std::string formatted = FormatRules(text.parsed);
+            const bool differs = formatted != text.source.text;
+            changes = changes || differs;
+            if (check && differs)
+                fmt::print("{}\n", text.source.name);
+            if (!check && name == kStandardInput)
+                fmt::print("{}", formatted);
+            else if (!check && differs)
+                WriteAll(PathOf(name), formatted);
+        }
+        return errors || (check && changes) ? kErrorsFound : kFine;
+    });
+}
+
+ExitCode Dump(const RuleSource &source) {
+    return Guard([&] {
+        const auto set = LoadSource(source);
+        if (!set)
+            return kErrorsFound;
+        fmt::print("{}", PrintRuleSet(*set));
+        return kFine;
+    });
+}
+
+ExitCode Stats(const RuleSource &source, bool verify, bool json) {
+    return Guard([&] {
+        const auto set = LoadSource(source);
+        if (!set)
+            return kErrorsFound;
+        if (verify)
+            return PrintProfile(*set, json);
+        PrintCounts(*set);
+        return kFine;
+    });
+}
+
+ExitCode List(const RuleSource &source, bool json) {
+    return Guard([&] {
+        const auto set = LoadSource(source);
+        if (!set)
+            return kErrorsFound;
+        for (const Rule &rule : set->rules) {
+            if (json)
+                fmt::print("{}\n",
+                           Dumped({{"id", rule.rule_id},
+                                   {"name", rule.detection_name},
+                                   {"target", TargetText(rule.attribute_a)},
+                                   {"strings", rule.strings.size()},
+                                   {"conditions", rule.header_conditions.size() + rule.section_conditions.size()}}));
+            else
+                fmt::print("{:>5}  {:<30} {}\n", rule.rule_id, rule.detection_name, TargetText(rule.attribute_a));
+        }
+        return kFine;
+    });
+}
+
+ExitCode Show(const RuleSource &source, const std::string &wanted) {
+    return Guard([&] {
+        const auto set = LoadSource(source);
+        if (!set)
+            return kErrorsFound;
+        uint32_t number = 0;
+        const char *const end = wanted.data() + wanted.size();
+        const bool by_number = std::from_chars(wanted.data(), end, number).ptr == end;
+        RuleSet found;
+        std::ranges::copy_if(set->rules, std::back_inserter(found.rules), [&](const Rule &rule) {
+            return by_number ? rule.rule_id == number : rule.detection_name.find(wanted) != std::string::npos;
+        });
+        if (found.rules.empty()) {
+            fmt::print(stderr, "tavrik-rules: no rule has the {} '{}'; 'tavrik-rules list' shows them all\n",
+                       by_number ? "number" : "name", wanted);
+            return kErrorsFound;
+        }
+        fmt::print("{}", PrintRuleSet(found));
+        return kFine;
+    });
+}
+
+} // namespace tavrik::rules

@@ -1,0 +1,131 @@
+// tavrik-rules: checks, compiles, formats and shows heuristic rules.
+
+#include "host/system.h"
+#include "rulelang/commands.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace tavrik::rules;
+
+constexpr char kFooter[] =
+    "Exit codes:\n"
+    "  0  fine\n"
+    "  1  errors in the rules; fmt --check: files that would change; stats --verify: deviations;\n"
+    "     show: no such rule\n"
+    "  2  check: warnings, but no errors\n"
+    "  3  wrong usage, or a file or module that cannot be read or written\n"
+    "\n"
+    "dump, stats, list and show take rule files, or the module's own rules without any. The file\n"
+    "'-' is standard input.";
+
+class CommandLine {
+public:
+    CommandLine() {
+        app_.allow_windows_style_options(false);
+        app_.require_subcommand(1);
+        app_.footer(kFooter);
+
+        check_ = Add("check", "report every error and warning in rule files");
+        AddFiles(check_, true);
+        check_->add_flag("--json", json_, "print one JSON object for each finding");
+
+        compile_ = Add("compile", "compile rule files to the source of the module's database");
+        AddFiles(compile_, true);
+        compile_->add_option("-o,--output", folder_, "folder to write to; it is made if need be")
+            ->required()
+            ->type_name("DIR");
+
+        format_ = Add("fmt", "lay rule files out in canonical form, comments kept, in place");
+        AddFiles(format_, true);
+        format_->add_flag("--check", check_only_, "change nothing; list the files that would change");
+
+        dump_ = AddReader("dump", "print rules as canonical text");
+        stats_ = AddReader("stats", "count lists and elements");
+        stats_->add_flag("--verify", verify_, "show each fact of the published profile, expected and actual");
+        stats_->add_flag("--json", json_, "with --verify: print one JSON object for each fact");
+        list_ = AddReader("list", "print a line for each rule");
+        list_->add_flag("--json", json_, "print one JSON object for each rule");
+        show_ = Add("show", "print the rules with a number or with a part of a name");
+        show_->add_option("WANTED", wanted_, "number of a rule, or part of a name")->required()->type_name("");
+        AddSource(show_);
+    }
+
+    ExitCode Run(std::vector<std::string> arguments) {
+        arguments.erase(arguments.begin());
+        std::ranges::reverse(arguments); // the parser takes them last first
+        try {
+            app_.parse(std::move(arguments));
+        } catch (const CLI::ParseError &error) {
+            return app_.exit(error) == 0 ? kFine : kFailed;
+        }
+        const CLI::App *const command = app_.get_subcommands().front();
+        const RuleSource source{files_, module_};
+        if (command == check_)
+            return Check(files_, json_);
+        if (command == compile_)
+            return Compile(files_, std::u8string(folder_.begin(), folder_.end()));
+        if (command == format_)
+            return Format(files_, check_only_);
+        if (command == dump_)
+            return Dump(source);
+        if (command == stats_)
+            return Stats(source, verify_, json_);
+        if (command == list_)
+            return List(source, json_);
+        return Show(source, wanted_);
+    }
+
+private:
+    CLI::App *Add(const char *name, const char *about) { return app_.add_subcommand(name, about); }
+
+    CLI::App *AddReader(const char *name, const char *about) {
+        CLI::App *command = Add(name, about);
+        AddSource(command);
+        return command;
+    }
+
+    void AddFiles(CLI::App *command, bool required) {
+        command->add_option("FILE", files_, "rule files")->required(required)->allow_extra_args(false)->type_name("");
+    }
+
+    void AddSource(CLI::App *command) {
+        AddFiles(command, false);
+        command->add_option("--module", module_, "the module to read (default: tavrik2.hbx beside this program)")
+            ->type_name("MODULE");
+    }
+
+    CLI::App app_{"Checks, compiles, formats and shows heuristic rules.", "tavrik-rules"};
+    CLI::App *check_;
+    CLI::App *compile_;
+    CLI::App *format_;
+    CLI::App *dump_;
+    CLI::App *stats_;
+    CLI::App *list_;
+    CLI::App *show_;
+    std::vector<std::string> files_;
+    std::string folder_;
+    std::string module_;
+    std::string wanted_;
+    bool json_ = false;
+    bool check_only_ = false;
+    bool verify_ = false;
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        tavrik::host::PrepareConsole();
+        return CommandLine().Run(tavrik::host::Arguments(argc, argv));
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "tavrik-rules: %s\n", error.what());
+        return kFailed;
+    }
+}
