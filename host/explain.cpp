@@ -23,56 +23,54 @@ using tavrik2::Field;
 
 constexpr std::size_t kIndent = 2;
 
-std::string Count(std::size_t number, std::string_view noun) {
-    return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
-}
-
 // Writes a judged gate, one condition a line.
 class Printer {
 public:
     explicit Printer(std::string &text) : text_(text) {}
 
-    // `excused`: another alternative holds, so what fails here does no harm.
-    void Write(const GateNode &node, std::size_t indent, bool excused) {
+    void Write(const GateNode &node, std::size_t indent) {
         for (const GateNode &child : node.children) {
             if (child.kind == GateNode::Kind::Condition)
-                WriteCondition(child, indent, excused);
+                WriteCondition(child, indent);
             else
-                WriteAlternatives(child, indent, excused);
+                WriteAlternatives(child, indent);
         }
     }
 
 private:
-    void WriteCondition(const GateNode &node, std::size_t indent, bool excused) {
+    void WriteCondition(const GateNode &node, std::size_t indent) {
         constexpr std::size_t kNameWidth = 36;
-        constexpr std::size_t kValueWidth = 20;
-        const std::string_view mark = node.holds ? "ok" : excused ? "no" : "FAIL";
-        const std::string line = fmt::format("{:<6}{:{}}{:<{}}{:<{}}  wanted {}", mark, "", indent,
-                                             FieldName(node.field), kNameWidth - std::min(indent, kNameWidth),
-                                             ValueText(node.field, node.value), kValueWidth, WantedText(node));
-        text_ += line + '\n';
+        constexpr std::size_t kValueWidth = 12;
+        Line(node.holds ? "ok" : "FAIL", indent,
+             fmt::format("{:<{}}{:<{}}  wanted {}", FieldName(node.field), kNameWidth - std::min(indent, kNameWidth),
+                         ValueText(node.field, node.value), kValueWidth, WantedText(node)));
     }
 
-    void WriteAlternatives(const GateNode &group, std::size_t indent, bool excused) {
-        Line(indent, "one of these must hold:");
-        const std::size_t least = CountFailed(group);
+    // Where one alternative holds, what the others ask for does not matter.
+    void WriteAlternatives(const GateNode &group, std::size_t indent) {
+        Line("", indent, "one of these must hold:");
+        const std::size_t nearest = CountFailed(group);
         std::size_t number = 0;
         for (const GateNode &alternative : group.children) {
             ++number;
-            const std::string heading =
-                alternative.heading.empty() ? fmt::format("alternative {}", number) : alternative.heading;
             const std::size_t failed = CountFailed(alternative);
-            const std::string verdict = alternative.holds
-                                            ? "holds"
-                                            : Count(failed, "condition") + (failed == 1 ? " fails" : " fail") +
-                                                  (!group.holds && failed == least ? ", the nearest" : "");
-            Line(indent + kIndent, fmt::format("{}: {}", heading, verdict));
-            Write(alternative, indent + 2 * kIndent, excused || group.holds);
+            Line("", indent + kIndent,
+                 fmt::format("{}: {}{}",
+                             alternative.heading.empty() ? fmt::format("alternative {}", number) : alternative.heading,
+                             Verdict(failed), !group.holds && failed == nearest ? ", the nearest" : ""));
+            if (alternative.holds || !group.holds)
+                Write(alternative, indent + 2 * kIndent);
         }
     }
 
-    void Line(std::size_t indent, std::string_view words) {
-        fmt::format_to(std::back_inserter(text_), "{:<6}{:{}}{}\n", "", "", indent, words);
+    static std::string Verdict(std::size_t failed) {
+        if (failed == 0)
+            return "holds";
+        return failed == 1 ? "1 condition fails" : fmt::format("{} conditions fail", failed);
+    }
+
+    void Line(std::string_view mark, std::size_t indent, std::string_view words) {
+        fmt::format_to(std::back_inserter(text_), "{:<6}{:{}}{}\n", mark, "", indent, words);
     }
 
     std::string &text_;
@@ -125,7 +123,7 @@ Explanation Explain(const Module &module, uint32_t entry, ByteSource &source, co
         if (candidates > 1)
             text += fmt::format("With the first section {}:\n", SectionText(first_section));
         const GateNode judged = JudgeGate(gate, file);
-        Printer(text).Write(judged, 0, false);
+        Printer(text).Write(judged, 0);
         const std::optional<Finding> finding = RunLocator(module, entry, source, image, first_section);
         text += '\n';
         WriteFinding(text, finding, judged.holds);

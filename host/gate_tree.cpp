@@ -156,14 +156,14 @@ constexpr std::array<FieldWords, tavrik2::kFieldCount> kWords = [] {
     SAME_NAME(Subsystem, Decimal);
     SAME_NAME(DllCharacteristics, Hexadecimal);
     SAME_NAME(NumberOfRvaAndSizes, Both);
-    WORDS(ExportSize, "export directory Size", Hexadecimal);
-    WORDS(ImportVirtualAddress, "import directory VirtualAddress", Hexadecimal);
-    WORDS(ImportSize, "import directory Size", Hexadecimal);
-    WORDS(ResourceVirtualAddress, "resource directory VirtualAddress", Hexadecimal);
-    WORDS(ResourceSize, "resource directory Size", Hexadecimal);
+    WORDS(ExportSize, "export Size", Hexadecimal);
+    WORDS(ImportVirtualAddress, "import VirtualAddress", Hexadecimal);
+    WORDS(ImportSize, "import Size", Hexadecimal);
+    WORDS(ResourceVirtualAddress, "resource VirtualAddress", Hexadecimal);
+    WORDS(ResourceSize, "resource Size", Hexadecimal);
     WORDS(CertificateSize, "certificate table Size", Hexadecimal);
     WORDS(BaseRelocationSize, "base relocation Size", Hexadecimal);
-    WORDS(DebugSize, "debug directory Size", Hexadecimal);
+    WORDS(DebugSize, "debug Size", Hexadecimal);
     WORDS(ImportAddressTableSize, "import address table Size", Hexadecimal);
     WORDS(FirstSectionName, "first section Name", Name);
     WORDS(FirstSectionVirtualSize, "first section VirtualSize", Hexadecimal);
@@ -200,7 +200,7 @@ std::string WantedName(const Condition &range) {
             any_case = true;
             name |= uint64_t{kCaseBit} << (8 * byte);
         }
-    return NameText(name, sizeof name) + (any_case ? " in capital or small letters" : "");
+    return NameText(name, sizeof name) + (any_case ? " in any case" : "");
 }
 
 std::string RangeText(Field field, const Condition &range) {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 #include <fmt/format.h>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,11 +54,23 @@ struct Values {
     bool json = false;
 };
 
+class Formatter : public CLI::Formatter {
+    std::string make_usage(const CLI::App *app, std::string name) const override {
+        if (app->get_parent() != nullptr)
+            return CLI::Formatter::make_usage(app, name);
+        return "Usage: tavrik-scan [OPTIONS] PATH...\n"
+               "       tavrik-scan [OPTIONS] explain ENTRY FILE\n"
+               "       tavrik-scan locators\n"
+               "       tavrik-scan [OPTIONS] clean-action RULE FILE\n";
+    }
+};
+
 class CommandLine {
 public:
     CommandLine() {
         // A path such as /var/tmp is no option, whatever the system.
         app_.allow_windows_style_options(false);
+        app_.formatter(std::make_shared<Formatter>());
         app_.footer(kFooter);
         app_.require_subcommand(0, 1);
         app_.fallthrough();
@@ -87,6 +100,9 @@ public:
         clean_->add_option("--code", values_.code, "the host's code for what it found")
             ->capture_default_str()
             ->type_name("NUMBER");
+
+        for (CLI::App *command : app_.get_subcommands({}))
+            command->footer("");
     }
 
     ExitCode Run(std::vector<std::string> arguments) {
