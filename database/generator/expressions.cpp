@@ -13,10 +13,20 @@ struct Sized {
 
 // What authors write most, and the few that were typed with blanks.
 constexpr Sized kUsual[] = {
-    {2, "(A|B)"},           {2, "(A&B)"},           {3, "((A|B)&C)"},         {3, "(A&(B|C))"},
-    {3, "((A|B)|C)"},       {3, "(A|(B&C))"},       {3, "((A&B)|C)"},         {4, "((A|B)&(C|D))"},
-    {4, "(A &((B|C)|D))"},  {4, "(((A|B)|C)&D)"},   {4, "((A&B)|(C&D))"},     {5, "(((A|B)|C)&(D|E))"},
-    {5, "((A|B) &(C|(D|E)))"}, {6, "(((A|B)&(C|D))&(E|F))"},
+    {2, "(A|B)"},
+    {2, "(A&B)"},
+    {3, "((A|B)&C)"},
+    {3, "(A&(B|C))"},
+    {3, "((A|B)|C)"},
+    {3, "(A|(B&C))"},
+    {3, "((A&B)|C)"},
+    {4, "((A|B)&(C|D))"},
+    {4, "(A &((B|C)|D))"},
+    {4, "(((A|B)|C)&D)"},
+    {4, "((A&B)|(C&D))"},
+    {5, "(((A|B)|C)&(D|E))"},
+    {5, "((A|B) &(C|(D|E)))"},
+    {6, "(((A|B)&(C|D))&(E|F))"},
 };
 
 // How many expressions of each number of letters are made, in hundredths of all; the rest has four letters.
@@ -32,8 +42,8 @@ std::string Tree(char first, std::size_t letters, Random &random) {
         return std::string(1, first);
     const std::size_t left = 1 + random.Below(letters - 1);
     const char op = random.Chance(60) ? '|' : '&';
-    return "(" + Tree(first, left, random) + op + Tree(static_cast<char>(first + static_cast<char>(left)), letters - left, random) +
-           ")";
+    return "(" + Tree(first, left, random) + op +
+           Tree(static_cast<char>(first + static_cast<char>(left)), letters - left, random) + ")";
 }
 
 } // namespace

@@ -351,9 +351,8 @@ std::optional<uint32_t> ImageFacts::SectionOf(uint16_t selector) const {
     case SectionRole::kTls:
         return directory(kTls);
     case SectionRole::kLargest: {
-        const auto largest = std::ranges::max_element(sections_, {}, [](const SectionHeader &section) {
-            return uint32_t{section.SizeOfRawData};
-        });
+        const auto largest = std::ranges::max_element(
+            sections_, {}, [](const SectionHeader &section) { return uint32_t{section.SizeOfRawData}; });
         return largest != sections_.end() ? std::optional(static_cast<uint32_t>(largest - sections_.begin()))
                                           : std::nullopt;
     }

@@ -5,11 +5,11 @@
 namespace tavrik::rulegen {
 namespace {
 
-constexpr std::string_view kStarts[] = {"Br", "D", "Dr", "F", "G", "Gr", "H", "J", "K", "Kr", "L", "M", "N", "P", "Qu",
-                                        "R", "S", "Sk", "St", "T", "Tr", "V", "Vl", "W", "X", "Y", "Z", "Zh"};
+constexpr std::string_view kStarts[] = {"Br", "D", "Dr", "F",  "G",  "Gr", "H",  "J", "K",  "Kr", "L", "M", "N", "P",
+                                        "Qu", "R", "S",  "Sk", "St", "T",  "Tr", "V", "Vl", "W",  "X", "Y", "Z", "Zh"};
 constexpr std::string_view kVowels[] = {"a", "e", "i", "o", "u", "ae", "y", "o", "a", "e"};
-constexpr std::string_view kMiddles[] = {"b", "d", "ld", "g", "k", "l", "lm", "m", "n", "nd", "nt", "p",
-                                         "r", "rv", "s", "sk", "t", "v", "x", "z"};
+constexpr std::string_view kMiddles[] = {"b",  "d", "ld", "g",  "k", "l",  "lm", "m", "n", "nd",
+                                         "nt", "p", "r",  "rv", "s", "sk", "t",  "v", "x", "z"};
 constexpr std::string_view kEnds[] = {"", "", "k", "l", "n", "r", "s", "t", "x", "dor", "mir", "nak", "zik"};
 constexpr std::size_t kLongestWord = 8;
 

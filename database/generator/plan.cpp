@@ -42,9 +42,9 @@ struct KindCount {
 };
 constexpr std::size_t kFromEndNamed = 60; // of kind 16
 constexpr KindCount kCommonKinds[] = {
-    {18, 330}, {1, 420}, {2, 50},   {3, 40},  {4, 20},  {5, 240}, {6, 60},  {7, 640},  {8, 30},  {9, 190}, {10, 30},
-    {11, 230}, {12, 40}, {13, 150}, {14, 20}, {19, 120}, {20, 20}, {21, 40}, {22, 15}, {23, 90}, {24, 20},
-    {27, 60},  {28, 15}, {29, 45},  {30, 10},
+    {18, 330}, {1, 420}, {2, 50},   {3, 40},  {4, 20},   {5, 240}, {6, 60},   {7, 640}, {8, 30},
+    {9, 190},  {10, 30}, {11, 230}, {12, 40}, {13, 150}, {14, 20}, {19, 120}, {20, 20}, {21, 40},
+    {22, 15},  {23, 90}, {24, 20},  {27, 60}, {28, 15},  {29, 45}, {30, 10},
 };
 constexpr KindCount kLibraryKinds[] = {{25, 24}, {26, 10}};
 constexpr KindCount kBasicKinds[] = {{31, 150}, {32, 20}};
@@ -55,8 +55,8 @@ constexpr uint8_t kLibraryRegions[] = {64, 65, 67, 68};
 constexpr uint8_t kBasicRegions[] = {78};
 
 // Resource types, as often as they stand here.
-constexpr uint16_t kEntryTypes[] = {3,  3,  3,  3,  3,  3,  3,  3,  3, 3, 3, 3, 14, 14, 14, 14, 14, 14, 14, 2,
-                                    2,  2,  2,  2,  2,  10, 10, 10, 10, 10, 5, 5, 5, 5, 1, 1, 1, 12, 4, 9};
+constexpr uint16_t kEntryTypes[] = {3, 3, 3, 3, 3, 3,  3,  3,  3,  3,  3, 3, 14, 14, 14, 14, 14, 14, 14, 2,
+                                    2, 2, 2, 2, 2, 10, 10, 10, 10, 10, 5, 5, 5,  5,  1,  1,  1,  12, 4,  9};
 constexpr uint32_t kTypeNumbers[] = {1, 101, 777, 101, 2, 10, 5, 102, 1, 777, 3, 100, 14, 129};
 
 constexpr uint32_t kVersionResource = 16;
@@ -177,7 +177,8 @@ private:
                 if (archetype.target == target && (archetype.toolchain == Toolchain::kVisualBasic) == visual_basic)
                     choice.insert(choice.end(), archetype.weight, &archetype);
             while (rules > 0) {
-                const auto length = static_cast<uint32_t>(std::min<std::size_t>(rules, random_.Between(1, kLongestRun)));
+                const auto length =
+                    static_cast<uint32_t>(std::min<std::size_t>(rules, random_.Between(1, kLongestRun)));
                 runs.push_back({random_.Pick(choice), length});
                 rules -= length;
             }
@@ -226,10 +227,10 @@ private:
                                 std::size_t whole_usual) {
             const auto tests = [&](const rules::HeaderCondition &condition) { return condition.field == field; };
             const std::size_t all = room_.Elements(whole, &Rule::header_conditions, tests);
-            const std::size_t others =
-                all - room_.Elements(whole_usual, &Rule::header_conditions, [&](const rules::HeaderCondition &condition) {
-                    return tests(condition) && condition.value == usual;
-                });
+            const std::size_t others = all - room_.Elements(whole_usual, &Rule::header_conditions,
+                                                            [&](const rules::HeaderCondition &condition) {
+                                                                return tests(condition) && condition.value == usual;
+                                                            });
             Plans chosen = Shuffled([](const RulePlan &plan) { return plan.IsVisualBasic(); });
             for (std::size_t i = 0; i < all; ++i)
                 chosen.at(i)->*test = i < others ? CountedTest::kOther : CountedTest::kUsual;
@@ -252,8 +253,9 @@ private:
 
     static std::size_t RulesLeft(const RuleSet &written, List list) {
         const ListProfile &published = rules::ListProfiles()[list];
-        return Room::Rest(published.rules, static_cast<std::size_t>(std::ranges::count_if(
-                                               written.rules, [&](const Rule &rule) { return published.size(rule) != 0; })));
+        return Room::Rest(published.rules,
+                          static_cast<std::size_t>(std::ranges::count_if(
+                              written.rules, [&](const Rule &rule) { return published.size(rule) != 0; })));
     }
 
     std::size_t ElementsLeft(List list) const {
@@ -266,7 +268,8 @@ private:
 
     // Gives each of `users` at least `smallest` elements, all together what is left of the list; the first gets the
     // largest number, the others at most `most`.
-    void Share(List list, const Plans &users, std::size_t elements, uint32_t smallest, uint32_t most, bool first_largest) {
+    void Share(List list, const Plans &users, std::size_t elements, uint32_t smallest, uint32_t most,
+               bool first_largest) {
         constexpr uint32_t kSpread = 256;
         const auto largest = static_cast<uint32_t>(rules::ListProfiles()[list].largest);
         if (users.empty() || elements < users.size() * smallest)
@@ -283,8 +286,7 @@ private:
         for (std::size_t i = 0; i < users.size(); ++i) {
             uint32_t &count = users[i]->counts[list];
             const bool is_largest = i == 0 && first_largest;
-            count = is_largest ? largest
-                               : std::min(most, smallest + static_cast<uint32_t>(spread * weights[i] / sum));
+            count = is_largest ? largest : std::min(most, smallest + static_cast<uint32_t>(spread * weights[i] / sum));
             left -= count;
         }
         for (std::size_t i = 0; left > 0; ++i) {
@@ -365,7 +367,7 @@ private:
 
     // Rules that name functions mostly name their modules too.
     void ShareImports() {
-        constexpr std::size_t kManyModules = 24;
+        constexpr std::size_t kManyModules = 80;
         constexpr std::size_t kBasicModules = 30;
         constexpr std::size_t kFunctionsAlone = 5; // one rule in so many
         Plans users = Shuffled([](const RulePlan &plan) {
@@ -391,8 +393,9 @@ private:
         users.resize(RulesLeft(written_, kIndexedConditions));
         Share(kIndexedConditions, users, ElementsLeft(kIndexedConditions), 1, 9, true);
 
-        const std::size_t kernel = room_.Elements(profile::kKernelNames, &Rule::import_modules,
-                                                  [](const auto &module) { return module.name == profile::kKernelName; });
+        const std::size_t kernel = room_.Elements(profile::kKernelNames, &Rule::import_modules, [](const auto &module) {
+            return module.name == profile::kKernelName;
+        });
         for (std::size_t i = 0; i < kernel; ++i)
             with_modules.at(i)->kernel_name = true;
     }
@@ -405,7 +408,9 @@ private:
 
     void ShareResources() {
         const auto any = [](const RulePlan &) { return true; };
-        const auto has_resources = [](const RulePlan &plan) { return plan.archetype->toolchain != Toolchain::kManaged; };
+        const auto has_resources = [](const RulePlan &plan) {
+            return plan.archetype->toolchain != Toolchain::kManaged;
+        };
         Plans entries = Shuffled(has_resources);
         Share(kResourceEntries, entries, 1, 9);
         for (RulePlan *plan : entries)
@@ -434,9 +439,9 @@ private:
 
     // Distinct keys within a rule: string table entries in a few rules, manifests in some, versions in most.
     void ChooseStringKeys(Plans &users) {
-        std::size_t table_strings =
-            room_.Elements(rules::ListProfiles()[kResourceStrings].elements - profile::kNamedStringKeys,
-                           &Rule::resource_strings, [](const auto &text) { return text.key >= profile::kNamedStringKeyLimit; });
+        std::size_t table_strings = room_.Elements(
+            rules::ListProfiles()[kResourceStrings].elements - profile::kNamedStringKeys, &Rule::resource_strings,
+            [](const auto &text) { return text.key >= profile::kNamedStringKeyLimit; });
         for (RulePlan *plan : users) {
             const uint32_t count = plan->counts[kResourceStrings];
             if (count == 0)
@@ -452,7 +457,8 @@ private:
             const uint32_t manifest = random_.Chance(14) ? std::min(left, random_.Between(1, 3)) : 0;
             for (uint32_t i = 0; i < manifest; ++i)
                 plan->string_keys.push_back({kManifestResource, kManifestKeys[i]});
-            const uint32_t first = left > kUsualVersionKeys ? 0 : random_.Below(uint32_t{std::size(kVersionKeys)} - left);
+            const uint32_t first =
+                left > kUsualVersionKeys ? 0 : random_.Below(uint32_t{std::size(kVersionKeys)} - left);
             for (uint32_t i = 0; i < left - manifest; ++i)
                 plan->string_keys.push_back({kVersionResource, kVersionKeys[first + i]});
         }
@@ -514,7 +520,7 @@ private:
     // ---- What the elements are ----
 
     void ChooseTraits() {
-        constexpr uint32_t kFunctionsOfFew = 5;
+        constexpr uint32_t kFunctionsOfFew = 4;
         for (RulePlan *plan : plans_) {
             const uint32_t traits = random_.Pick(plan->archetype->traits);
             const bool imports_many = plan->counts[kImportFunctions] > kFunctionsOfFew ||
@@ -539,8 +545,7 @@ private:
                 std::erase_if(letters, [](char c) { return c < 'A' || c > 'Z'; });
                 return !letters.empty() && letters.size() < rule.strings.size();
             });
-        const ExpressionPool pool =
-            MakeExpressions(profile::kDistinctExpressions - taken.size(), taken, random_);
+        const ExpressionPool pool = MakeExpressions(profile::kDistinctExpressions - taken.size(), taken, random_);
 
         std::map<std::size_t, Plans> by_strings;
         for (RulePlan *plan : Shuffled([](const RulePlan &plan) { return plan.counts[kStrings] >= 2; }))
@@ -548,7 +553,8 @@ private:
         std::size_t given = 0;
         const auto give = [&](std::size_t strings, const std::string &text) {
             if (by_strings[strings].empty())
-                throw std::logic_error("no rule with " + std::to_string(strings) + " strings is left for an expression");
+                throw std::logic_error("no rule with " + std::to_string(strings) +
+                                       " strings is left for an expression");
             by_strings[strings].back()->expression = text;
             by_strings[strings].pop_back();
             ++given;
@@ -605,15 +611,16 @@ private:
             give(common.kind, common.elements, [](const RulePlan &) { return true; });
 
         const auto has_kind = [](uint8_t kind) {
-            return [kind](const RulePlan &plan) { return std::ranges::find(plan.string_kinds, kind) != plan.string_kinds.end(); };
+            return [kind](const RulePlan &plan) {
+                return std::ranges::find(plan.string_kinds, kind) != plan.string_kinds.end();
+            };
         };
         Plans tailed = Shuffled(has_kind(kNamed));
         for (std::size_t i = 0; i < tails; ++i)
             tailed.at(i)->section_tails = 1;
         constexpr uint8_t kResourceData = 23;
-        const std::size_t numbered = room_.Elements(1, &Rule::strings, [](const auto &string) {
-            return string.kind == kResourceData && string.index != 0;
-        });
+        const std::size_t numbered = room_.Elements(
+            1, &Rule::strings, [](const auto &string) { return string.kind == kResourceData && string.index != 0; });
         if (numbered != 0)
             Shuffled(has_kind(kResourceData)).front()->number_resource = true;
         Shuffled([&](const RulePlan &plan) {

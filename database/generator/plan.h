@@ -47,21 +47,21 @@ struct RulePlan {
     uint32_t rule_id = 0;
     std::string detection_name;
     const Archetype *archetype = nullptr;
-    uint32_t family = 0;  ///< rules of one family share their author's habits
-    uint64_t seed = 0;    ///< of everything that is this rule's own
-    uint32_t traits = 0;  ///< attribute_b
+    uint32_t family = 0;   ///< rules of one family share their author's habits
+    uint64_t seed = 0;     ///< of everything that is this rule's own
+    uint32_t traits = 0;   ///< attribute_b
     bool is_stale = false; ///< stored_flags differ from the computed ones
     bool tests_characteristics = false;
     CountedTest vb_thread_count = CountedTest::kNone;
     CountedTest vb_version = CountedTest::kNone;
-    bool blank_names = false;    ///< all sections are unnamed
-    bool kernel_name = false;    ///< names "KERNEL32.dll" in this spelling
-    bool many_sections = false;  ///< the specimen has all 34 sections that selectors can number
-    bool many_modules = false;   ///< and this one 21 import descriptors
-    bool many_objects = false;   ///< and this one 40 Visual Basic objects
-    bool far_string = false;     ///< a string at the greatest window start
+    bool blank_names = false;     ///< all sections are unnamed
+    bool kernel_name = false;     ///< names "KERNEL32.dll" in this spelling
+    bool many_sections = false;   ///< the specimen has all 34 sections that selectors can number
+    bool many_modules = false;    ///< and this one 21 import descriptors
+    bool many_objects = false;    ///< and this one 40 Visual Basic objects
+    bool far_string = false;      ///< a string at the greatest window start
     bool number_resource = false; ///< a string in a resource other than the first
-    uint8_t section_tails = 0;   ///< section names of strings followed by other bytes
+    uint8_t section_tails = 0;    ///< section names of strings followed by other bytes
     std::array<uint32_t, kListCount> counts = {};
     std::string expression;
     std::vector<uint8_t> string_kinds;      ///< of each element of strings

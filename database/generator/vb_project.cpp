@@ -23,7 +23,7 @@ constexpr uint32_t kObjectSize = 0x30;
 constexpr uint32_t kObjectInfoSize = 56;
 constexpr uint32_t kObjectOptionalSize = 64;
 
-constexpr uint32_t kFormType = 0x18083;   // has optional information
+constexpr uint32_t kFormType = 0x18083; // has optional information
 constexpr uint32_t kModuleType = 0x18001;
 constexpr uint32_t kMostObjects = 40;
 constexpr uint32_t kMostExternals = 26;
@@ -32,7 +32,8 @@ constexpr uint32_t kMostMethods = 18;
 // Reserves room in the content and fills it field by field; everything is known by its virtual address.
 class Layout {
 public:
-    Layout(Content &content, uint32_t address, Random &random) : content_(content), address_(address), random_(random) {}
+    Layout(Content &content, uint32_t address, Random &random)
+        : content_(content), address_(address), random_(random) {}
 
     uint32_t Reserve(uint32_t size) {
         content_.PadTo(4);
@@ -46,7 +47,9 @@ public:
         return address_ + content_.marks.back().offset;
     }
 
-    void Word(uint32_t structure, uint32_t offset, uint32_t value) { Put(structure + offset, static_cast<uint16_t>(value)); }
+    void Word(uint32_t structure, uint32_t offset, uint32_t value) {
+        Put(structure + offset, static_cast<uint16_t>(value));
+    }
     void Long(uint32_t structure, uint32_t offset, uint32_t value) { Put(structure + offset, value); }
 
     void Uuid(uint32_t structure, uint32_t offset) {
@@ -132,7 +135,7 @@ VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_
 
     layout.Long(header, 0, kSignature);
     layout.Word(header, 4, 0x1000 + random.Below(0x600U));
-    std::memcpy(content.bytes.data() + (header - address) + 6, "*", 1);
+    content.bytes[header - address + 6] = '*'; // no language library
     layout.Word(header, 0x22, random.Below(16U));
     layout.Long(header, 0x24, language);
     layout.Long(header, 0x28, random.Chance(70) ? 0 : kEnglish);
