@@ -30,7 +30,7 @@ void RequireRegularFile(const fs::path &path) {
     case fs::file_type::regular:
         return;
     case fs::file_type::directory:
-        throw OpenError("is a folder; add -r to scan the files in it");
+        throw OpenError("is a folder; name a file");
     case fs::file_type::none:
         throw OpenError(Advice(error));
     case fs::file_type::not_found:

@@ -1,4 +1,6 @@
 #include <fmt/format.h>
+#include <string>
+#include <string_view>
 
 #include "host/commands.h"
 #include "host/module.h"
@@ -29,13 +31,11 @@ std::string_view Meaning(uint32_t action) {
 ExitCode RunCleanAction(const fs::path &module_path, uint32_t rule_id, const fs::path &file, uint32_t code) {
     const Module module(module_path);
     const CleanDecision decision = module.AskCleanAction(file, code, rule_id);
-    if (decision.action == CLEAN_ACTION_NONE) {
-        fmt::print("{}: rule {}, code {}: no action, result {}\n", PrintablePath(file), rule_id, code,
-                   decision.applies ? 1 : 0);
-        return kNothingFound;
-    }
-    fmt::print("{}: rule {}, code {}: action {}, result {}: {}\n", PrintablePath(file), rule_id, code, decision.action,
-               decision.applies ? 1 : 0, Meaning(decision.action));
+    const std::string answer = decision.action == CLEAN_ACTION_NONE
+                                   ? "no action"
+                                   : fmt::format("action {}: {}", decision.action, Meaning(decision.action));
+    Print(fmt::format("{}: rule {}, code {}: result {}, {}\n", PrintablePath(file), rule_id, code,
+                      decision.applies ? 1 : 0, answer));
     if (decision.action == CLEAN_ACTION_CANNOT_OPEN) {
         ReportError(file, "cannot be opened for reading and writing; check its name and its permissions");
         return kErrorHappened;

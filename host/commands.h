@@ -35,6 +35,9 @@ ExitCode RunLocators();
 ExitCode RunCleanAction(const std::filesystem::path &module, uint32_t rule_id, const std::filesystem::path &file,
                         uint32_t code);
 
+/** Writes a text, complete lines or "", to standard output, at once. Throws std::runtime_error when that fails. */
+void Print(const std::string &text);
+
 /** Writes one line about a file to standard error. */
 void ReportError(const std::filesystem::path &file, const std::string &reason);
 

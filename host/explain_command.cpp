@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <fmt/format.h>
 
 #include "host/commands.h"
@@ -25,10 +24,10 @@ ExitCode RunExplain(const fs::path &module_path, uint32_t entry, const fs::path 
         if (source.size() > kLargestFile)
             return fail(TooLargeText(source.size()));
         const Explanation explanation = Explain(module, entry, source, pe.image);
-        fmt::print("{}: {} bytes, {}, {} of {} section headers present\n", PrintablePath(file), source.size(),
-                   pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
-                   uint16_t{pe.image.file_header.NumberOfSections});
-        fmt::print("{}", explanation.text);
+        Print(fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", PrintablePath(file), source.size(),
+                          pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
+                          uint16_t{pe.image.file_header.NumberOfSections}) +
+              explanation.text);
         if (!source.error().empty())
             return fail(source.error());
         return explanation.found ? kFound : kNothingFound;

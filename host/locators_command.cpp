@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <string>
 
 #include "host/commands.h"
 #include "host/locator_info.h"
@@ -6,13 +7,13 @@
 namespace tavrik::host {
 
 ExitCode RunLocators() {
-    constexpr const char *kLine = "{:>5}  {:<18}  {}\n";
-    fmt::print(fmt::runtime(kLine), "entry", "finds", "recognised by, and where the payload stands");
+    static constexpr char kLine[] = "{:>5}  {:<18}  {}\n";
+    std::string list = fmt::format(kLine, "entry", "finds", "recognised by, and where the payload stands");
     for (uint32_t entry = 0; entry < kLocatorInfo.size(); ++entry) {
         const LocatorInfo &info = kLocatorInfo[entry];
-        fmt::print(fmt::runtime(kLine), entry, entry == kDecliningEntry ? "nothing" : KindName(info.kind),
-                   info.description);
+        list += fmt::format(kLine, entry, entry == kDecliningEntry ? "nothing" : KindName(info.kind), info.description);
     }
+    Print(list);
     return kNothingFound;
 }
 

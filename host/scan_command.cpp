@@ -1,20 +1,13 @@
 #include <algorithm>
-#include <cstdio>
-#include <fmt/format.h>
 
 #include "host/commands.h"
 #include "host/report.h"
 #include "host/scan.h"
-#include "host/text.h"
 #include "host/walk.h"
 
 namespace tavrik::host {
 
 namespace fs = std::filesystem;
-
-void ReportError(const fs::path &file, const std::string &reason) {
-    fmt::print(stderr, "tavrik-scan: {}: {}\n", PrintablePath(file), Printable(reason));
-}
 
 namespace {
 
@@ -30,10 +23,7 @@ ExitCode RunScan(const fs::path &module_path, const ScanOptions &options) {
     const Module module(module_path);
     ExitCode code = kNothingFound;
     const auto emit = [&](const FileReport &report) {
-        if (options.json)
-            fmt::print("{}\n", JsonLine(report));
-        else
-            fmt::print("{}", TextLines(report));
+        Print(options.json ? JsonLine(report) + '\n' : TextLines(report));
         if (report.status == ScanStatus::Failed)
             ReportError(report.file, report.error);
         code = std::max(code, CodeOf(report));

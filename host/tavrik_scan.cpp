@@ -54,6 +54,20 @@ struct Values {
     bool json = false;
 };
 
+// The parser would take a file called "[a,b]" for a list of two. A NUL at its end, which no argument can have, keeps
+// the name together.
+std::string KeepTogether(std::string argument) {
+    if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']')
+        argument += '\0';
+    return argument;
+}
+
+std::filesystem::path PathOfArgument(std::string argument) {
+    if (!argument.empty() && argument.back() == '\0')
+        argument.pop_back();
+    return PathOf(argument);
+}
+
 class Formatter : public CLI::Formatter {
     std::string make_usage(const CLI::App *app, std::string name) const override {
         if (app->get_parent() != nullptr)
@@ -74,10 +88,7 @@ public:
         app_.footer(kFooter);
         app_.require_subcommand(0, 1);
         app_.fallthrough();
-        // A name in brackets is a name, not a list.
-        app_.add_option("PATH", values_.paths, "files to scan; with -r also folders")
-            ->allow_extra_args(false)
-            ->type_name("");
+        app_.add_option("PATH", values_.paths, "files to scan; with -r also folders")->type_name("");
         app_.add_flag("-r,--recursive", values_.recursive, "scan the files in folders and in the folders below");
         app_.add_flag("--json", values_.json, "print one JSON object for each file, errors included");
         app_.add_option("--module", values_.module, "the module to load (default: tavrik2.hbx beside this program)")
@@ -109,6 +120,7 @@ public:
         // The parser takes them last first, without the program's name.
         arguments.erase(arguments.begin());
         std::reverse(arguments.begin(), arguments.end());
+        std::transform(arguments.begin(), arguments.end(), arguments.begin(), KeepTogether);
         try {
             app_.parse(std::move(arguments));
         } catch (const CLI::ParseError &error) {
@@ -130,8 +142,9 @@ private:
     }
 
     ExitCode Dispatch() const {
-        const std::filesystem::path module = values_.module.empty() ? Module::DefaultPath() : PathOf(values_.module);
-        const std::filesystem::path file = PathOf(values_.file);
+        const std::filesystem::path module =
+            values_.module.empty() ? Module::DefaultPath() : PathOfArgument(values_.module);
+        const std::filesystem::path file = PathOfArgument(values_.file);
         if (*explain_)
             return RunExplain(module, values_.entry, file);
         if (*locators_)
@@ -140,7 +153,7 @@ private:
             return RunCleanAction(module, values_.rule_id, file, values_.code);
         ScanOptions options = {{}, values_.recursive, values_.json};
         for (const std::string &path : values_.paths)
-            options.paths.push_back(PathOf(path));
+            options.paths.push_back(PathOfArgument(path));
         return RunScan(module, options);
     }
 
@@ -158,8 +171,7 @@ int main(int argc, char **argv) {
     ExitCode code = kErrorHappened;
     try {
         code = CommandLine().Run(tavrik::host::Arguments(argc, argv));
-        if (std::fflush(stdout) != 0)
-            throw std::runtime_error("standard output cannot be written; check the disk or the reading program");
+        Print(""); // what is still buffered
     } catch (const std::exception &error) {
         fmt::print(stderr, "tavrik-scan: {}\n", error.what());
         return kErrorHappened;

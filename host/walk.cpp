@@ -35,10 +35,12 @@ void WalkFolder(const fs::path &folder, const WalkVisitor &visitor) {
 
 void Walk(const fs::path &path, bool recursive, const WalkVisitor &visitor) {
     std::error_code ignored;
-    if (recursive && fs::is_directory(path, ignored))
+    if (!fs::is_directory(path, ignored))
+        visitor.file(path);
+    else if (recursive)
         WalkFolder(path, visitor);
     else
-        visitor.file(path);
+        visitor.error(path, "is a folder; add -r to scan the files in it");
 }
 
 } // namespace tavrik::host

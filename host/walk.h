@@ -16,7 +16,7 @@ struct WalkVisitor {
 
 /** Visits `path` itself or, when it is a folder and `recursive`, the regular files in and below it, by name. Inside
  * folders symbolic links, devices, pipes and sockets are passed over; a path named by the user is visited whatever it
- * is. Folders that cannot be read are errors, and the walk goes on. */
+ * is. Folders that cannot be read are errors, and so is a folder without `recursive`; the walk goes on. */
 void Walk(const std::filesystem::path &path, bool recursive, const WalkVisitor &visitor);
 
 } // namespace tavrik::host
