@@ -8,6 +8,7 @@
 #include "rulelang/printer.h"
 #include "rulelang/profile.h"
 #include "rulelang/reader.h"
+#include "rulelang/record_facts.h"
 
 #include "tavrik2/rules/heuristic_rule.h"
 
@@ -107,33 +108,43 @@ std::optional<RuleSet> Load(const std::vector<std::string> &files) {
     return errors ? std::nullopt : std::optional(std::move(all));
 }
 
-// The rules of a module, read in stored form: it is loaded but not initialised.
-RuleSet LoadModule(const std::string &module) {
-    const std::filesystem::path path =
-        std::filesystem::absolute(module.empty() ? host::ProgramFolder() / "tavrik2.hbx" : PathOf(module));
-    const auto fail = [&](const std::string &reason) {
-        return ToolError(
-            fmt::format("{}: {}; build it with ./run build, or name it with --module", path.string(), reason));
-    };
-    try {
-        const host::DynamicLibrary library(path);
-        const auto get = reinterpret_cast<decltype(&HeurGetDetectionInfo)>(library.Symbol("HeurGetDetectionInfo"));
+// A module whose records are read in stored form: it is loaded but not initialised.
+class StoredModule {
+public:
+    explicit StoredModule(const std::string &module)
+        : path_(std::filesystem::absolute(module.empty() ? host::ProgramFolder() / "tavrik2.hbx" : PathOf(module))) {
+        try {
+            library_.emplace(path_);
+        } catch (const std::runtime_error &error) {
+            throw Failure(fmt::format("cannot be loaded: {}", error.what()));
+        }
+        const auto get = reinterpret_cast<decltype(&HeurGetDetectionInfo)>(library_->Symbol("HeurGetDetectionInfo"));
         if (get == nullptr)
-            throw fail("is not a rule module, it has no HeurGetDetectionInfo");
+            throw Failure("is not a rule module, it has no HeurGetDetectionInfo");
         HeuristicRule *const *table = nullptr;
         uint32_t count = 0;
         if (get(&table, &count) != 1)
-            throw fail("does not hand out its rules");
-        return ReadRules({table, count}, RecordForm::kStored);
-    } catch (const ToolError &) {
-        throw;
-    } catch (const std::runtime_error &error) {
-        throw fail(fmt::format("cannot be loaded: {}", error.what()));
+            throw Failure("does not hand out its rules");
+        table_ = {table, count};
     }
-}
+
+    std::span<HeuristicRule *const> table() const { return table_; }
+
+private:
+    ToolError Failure(const std::string &reason) const {
+        return ToolError(
+            fmt::format("{}: {}; build it with ./run build, or name it with --module", path_.string(), reason));
+    }
+
+    std::filesystem::path path_;
+    std::optional<host::DynamicLibrary> library_;
+    std::span<HeuristicRule *const> table_;
+};
 
 std::optional<RuleSet> LoadSource(const RuleSource &source) {
-    return source.files.empty() ? LoadModule(source.module) : Load(source.files);
+    if (!source.files.empty())
+        return Load(source.files);
+    return ReadRules(StoredModule(source.module).table(), RecordForm::kStored);
 }
 
 template <typename Action>
@@ -183,9 +194,8 @@ void PrintCounts(const RuleSet &set) {
     }
 }
 
-ExitCode PrintProfile(const RuleSet &set, bool json) {
+ExitCode PrintFacts(const std::vector<FactResult> &facts, bool json) {
     std::size_t deviations = 0;
-    const std::vector<FactResult> facts = CheckProfile(set);
     for (const FactResult &fact : facts) {
         if (!fact.Holds())
             ++deviations;
@@ -278,10 +288,14 @@ ExitCode Stats(const RuleSource &source, bool verify, bool json) {
         const auto set = LoadSource(source);
         if (!set)
             return kErrorsFound;
-        if (verify)
-            return PrintProfile(*set, json);
-        PrintCounts(*set);
-        return kFine;
+        if (!verify) {
+            PrintCounts(*set);
+            return kFine;
+        }
+        std::vector<FactResult> facts = CheckProfile(*set);
+        if (source.files.empty())
+            std::ranges::move(CheckRecords(StoredModule(source.module).table()), std::back_inserter(facts));
+        return PrintFacts(facts, json);
     });
 }
 
