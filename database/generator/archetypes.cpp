@@ -128,6 +128,7 @@ constexpr uint32_t kOverlayTraits[] = {0, 0, 0, 1, 1, 17};
 constexpr uint32_t kSmallTraits[] = {0, 0, 0, 0, 16};
 constexpr uint32_t kPackerTraits[] = {0, 0, 0, 32, 36, 36, 34, 16, 20};
 constexpr uint32_t kProtectorTraits[] = {0, 0, 0, 2, 4, 10, 18, 20};
+constexpr uint32_t kDamagedTraits[] = {0, 0, 4, 20};
 constexpr uint32_t kVirusTraits[] = {0, 2, 10, 10, 4};
 constexpr uint32_t kBasicTraits[] = {0, 0, 64, 64, 192};
 
@@ -184,8 +185,8 @@ constexpr Archetype kArchetypes[] = {
     {"TrojanDropper", "", 24, Toolchain::kPacker, 1, "AU", kInstallerTexts, kPackerTraits},
     {"Worm", "AutoIt", 72, Toolchain::kMsvc9, 1, "AUGSVON", kScriptTexts, kOverlayTraits},
     {"Trojan", "Batch", 80, Toolchain::kPacker, 1, "AU", kScriptTexts, kPackerTraits},
-    {"Virus", "Broken", 144, Toolchain::kProtector, 1, "AU", kFileVirusTexts, kProtectorTraits},
-    {"Trojan", "Script", 192, Toolchain::kMinGw, 1, "AM", kScriptTexts, kPlainTraits},
+    {"Virus", "Broken", 144, Toolchain::kProtector, 1, "AU", kFileVirusTexts, kDamagedTraits},
+    {"Trojan", "Script", 192, Toolchain::kProtector, 1, "AM", kScriptTexts, kDamagedTraits},
 };
 
 // ---- Modules -------------------------------------------------------------------------------------------------------

@@ -312,7 +312,8 @@ void ExtractSections(const Source &source, rules::Rule &rule) {
 
 // The first object carries the methods that rules name.
 void ExtractObjects(const Source &source, rules::Rule &rule) {
-    constexpr uint32_t kNameable = 25; // positions that object_names reach
+    constexpr uint16_t kNameable = 25; // positions that object_names reach
+    constexpr uint32_t kLastPercent = 40;
     constexpr uint32_t kCasedPercent = 30;
     Random &random = source.random;
     AddObjectFields(source, rule.secondary_conditions);
@@ -324,9 +325,12 @@ void ExtractObjects(const Source &source, rules::Rule &rule) {
     if (places.size() < source.plan.counts[kObjectNames])
         FailShort(source.plan, "object names");
     random.Shuffle(places);
+    const uint32_t wanted = source.plan.counts[kObjectNames];
+    if (source.plan.many_objects && wanted != 0 && random.Chance(kLastPercent))
+        std::swap(places[wanted - 1], *std::ranges::find(places, kNameable - 1));
     if (source.plan.counts[kMemberNames] != 0)
         std::swap(places.front(), *std::ranges::find(places, 0));
-    places.resize(source.plan.counts[kObjectNames]);
+    places.resize(wanted);
     std::ranges::sort(places);
     for (const uint16_t place : places)
         rule.object_names.push_back({place, random.Chance(kCasedPercent) ? rules::kNameCased : uint8_t{0},

@@ -36,11 +36,18 @@ std::vector<std::size_t> ChooseModules(const Source &source) {
     if (places.size() < source.plan.counts[kImportModules])
         FailShort(source.plan, "import modules");
     source.random.Shuffle(places);
-    const auto kernel = std::ranges::find_if(places, [&](std::size_t place) {
-        return imports[place].module.starts_with("kernel32") || imports[place].module.starts_with("KERNEL32");
-    });
-    if ((source.plan.kernel_name || source.plan.counts[kImportFunctions] > 1) && kernel != places.end())
-        std::swap(places.front(), *kernel);
+    const auto move_to_front = [&](auto matches) {
+        if (const auto found = std::ranges::find_if(places, matches); found != places.end())
+            std::swap(places.front(), *found);
+    };
+    const uint32_t functions = source.plan.counts[kImportFunctions];
+    if (source.plan.many_modules && imports.at(source.plan.named_module).functions.size() >= functions)
+        move_to_front([&](std::size_t place) { return place == source.plan.named_module; });
+    else if (source.plan.kernel_name || functions > 1)
+        move_to_front([&](std::size_t place) {
+            const std::string &module = imports[place].module;
+            return module.starts_with("kernel32") || module.starts_with("KERNEL32");
+        });
     places.resize(source.plan.counts[kImportModules]);
     std::ranges::sort(places);
     return places;

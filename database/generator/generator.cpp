@@ -2,6 +2,7 @@
 
 #include "database/generator/extract.h"
 #include "database/generator/specimen.h"
+#include "database/generator/written.h"
 
 #include <stdexcept>
 
@@ -44,9 +45,10 @@ rules::RuleSet Generator::Rules() const {
 
 std::optional<std::vector<uint8_t>> Generator::SpecimenImage(std::size_t place) const {
     const Slot &slot = slots_.at(place);
-    if (slot.written != nullptr)
-        return std::nullopt;
-    return MakeSpecimen(slot.plan).image;
+    if (slot.written == nullptr)
+        return MakeSpecimen(slot.plan).image;
+    const std::optional<RulePlan> plan = WrittenPlan(slot.written->rule_id);
+    return plan ? std::optional(MakeSpecimen(*plan).image) : std::nullopt;
 }
 
 } // namespace tavrik::rulegen

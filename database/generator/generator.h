@@ -23,7 +23,8 @@ public:
     /// The number of places in the table.
     std::size_t size() const { return slots_.size(); }
 
-    /// The specimen of the rule at a place of the table, as a PE file; nothing for a hand-written rule.
+    /// The specimen of the rule at a place of the table, as a PE file; nothing for a
+    /// hand-written rule that none was described for.
     std::optional<std::vector<uint8_t>> SpecimenImage(std::size_t place) const;
 
 private:

@@ -125,7 +125,7 @@ private:
     // Ascending ids, then five of them set back: the second carriers of the doubles and three others.
     void PlaceIds() {
         constexpr uint32_t kSetBack[] = {611, 2930, 7703};
-        constexpr std::size_t kFartherOn[] = {1840, 260, 905}; // places behind where they would stand
+        constexpr std::size_t kFartherOn[] = {1290, 260, 905}; // places behind where they would stand
         constexpr std::size_t kDoublesFartherOn[] = {731, 44};
 
         std::map<uint32_t, const Rule *> ids;
@@ -367,15 +367,18 @@ private:
 
     // Rules that name functions mostly name their modules too.
     void ShareImports() {
-        constexpr std::size_t kManyModules = 80;
+        constexpr uint32_t kManyModules = 80;
+        constexpr uint32_t kModulePositions = 21;
         constexpr std::size_t kBasicModules = 30;
         constexpr std::size_t kFunctionsAlone = 5; // one rule in so many
         Plans users = Shuffled([](const RulePlan &plan) {
             return plan.archetype->toolchain == Toolchain::kMsvc6 || plan.archetype->toolchain == Toolchain::kMsvc9 ||
                    plan.archetype->toolchain == Toolchain::kMinGw || plan.archetype->toolchain == Toolchain::kDelphi;
         });
-        for (std::size_t i = 0; i < kManyModules; ++i)
+        for (uint32_t i = 0; i < kManyModules; ++i) {
             users[i]->many_modules = true;
+            users[i]->named_module = i % kModulePositions;
+        }
 
         Plans basic = Shuffled([](const RulePlan &plan) { return plan.IsVisualBasic(); });
         basic.resize(kBasicModules);
@@ -397,7 +400,7 @@ private:
             return module.name == profile::kKernelName;
         });
         for (std::size_t i = 0; i < kernel; ++i)
-            with_modules.at(i)->kernel_name = true;
+            with_modules.at(with_modules.size() - 1 - i)->kernel_name = true;
     }
 
     void ShareExports() {
@@ -532,6 +535,12 @@ private:
         }
     }
 
+    static std::size_t LetterCount(const std::string &expression) {
+        std::set<char> letters(expression.begin(), expression.end());
+        std::erase_if(letters, [](char c) { return c < 'A' || c > 'Z'; });
+        return letters.size();
+    }
+
     void ChooseExpressions() {
         std::set<std::string> taken;
         for (const Rule &rule : written_.rules)
@@ -541,9 +550,7 @@ private:
             room_.Rules(profile::kExpressions, [](const Rule &rule) { return !rule.expression.empty(); });
         const std::size_t partial =
             room_.Rules(profile::kExpressions - profile::kExpressionsOverAll, [](const Rule &rule) {
-                std::set<char> letters(rule.expression.begin(), rule.expression.end());
-                std::erase_if(letters, [](char c) { return c < 'A' || c > 'Z'; });
-                return !letters.empty() && letters.size() < rule.strings.size();
+                return !rule.expression.empty() && LetterCount(rule.expression) < rule.strings.size();
             });
         const ExpressionPool pool = MakeExpressions(profile::kDistinctExpressions - taken.size(), taken, random_);
 
@@ -562,12 +569,15 @@ private:
         for (const auto &[letters, texts] : pool)
             for (const std::string &text : texts)
                 give(letters, text);
+        ExpressionPool choice = pool; // what the hand-written rules use is good for others too
+        for (const std::string &text : taken)
+            choice[LetterCount(text)].push_back(text);
         for (std::size_t i = 0; i < partial; ++i)
-            give(4 + i, random_.Pick(pool.at(3 + i)));
+            give(4 + i, random_.Pick(choice.at(3 + i)));
         while (given < rules) {
             const std::size_t letters = random_.Between(2, random_.Between(2, 5));
             if (!by_strings[letters].empty())
-                give(letters, random_.Pick(pool.at(letters)));
+                give(letters, random_.Pick(choice.at(letters)));
         }
     }
 

@@ -58,6 +58,7 @@ struct RulePlan {
     bool kernel_name = false;     ///< names "KERNEL32.dll" in this spelling
     bool many_sections = false;   ///< the specimen has all 34 sections that selectors can number
     bool many_modules = false;    ///< and this one 21 import descriptors
+    uint32_t named_module = 0;    ///< with many modules: the position that the rule should name, if it can
     bool many_objects = false;    ///< and this one 40 Visual Basic objects
     bool far_string = false;      ///< a string at the greatest window start
     bool number_resource = false; ///< a string in a resource other than the first

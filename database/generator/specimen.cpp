@@ -568,6 +568,7 @@ private:
             SetDirectory(kClrDirectory, clr_header_, 72);
         SetTls(file);
         ShrinkSections(file);
+        CutShort();
         for (const SectionMarks &section : marks_)
             for (Mark mark : section.marks) {
                 mark.offset += file.sections[section.section].PointerToRawData;
@@ -578,6 +579,16 @@ private:
             mark.offset += overlay;
             specimen_.marks.push_back(mark);
         }
+        std::erase_if(specimen_.marks, [&](const Mark &mark) {
+            return mark.offset + (mark.is_wide ? 2 : 1) * mark.length > specimen_.image.size();
+        });
+    }
+
+    // A file that was not written to its end.
+    void CutShort() {
+        constexpr uint32_t kDamaged = 128;
+        if ((archetype_.target & kDamaged) != 0 && overlay_.bytes.empty() && shapes_.back().fill == Fill::kData)
+            specimen_.image.resize(specimen_.image.size() - random_.Between(0x30, 0xA0));
     }
 
     void SetTls(const samples::PeFile &file) {

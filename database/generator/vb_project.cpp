@@ -98,7 +98,7 @@ std::vector<VbObject> ChooseObjects(const RulePlan &plan, Random &random) {
 } // namespace
 
 VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_t address, Random &random) {
-    constexpr uint32_t kThunks = 12;
+    const uint32_t thunks = random.Between(6, 24);
     VbProject project;
     Content &content = project.content;
     Layout layout(content, address, random);
@@ -109,7 +109,7 @@ VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_
     const bool is_native = (plan.traits & 128) != 0 || random.Chance(50);
 
     // Jumps to the runtime, then the entry: push the header's address, call the runtime.
-    for (uint32_t i = 0; i < kThunks; ++i) {
+    for (uint32_t i = 0; i < thunks; ++i) {
         content.bytes.insert(content.bytes.end(), {0xFF, 0x25});
         const uint32_t thunk = address + 4 * i;
         for (uint32_t shift = 0; shift < 32; shift += 8)
