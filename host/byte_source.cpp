@@ -55,7 +55,7 @@ FileSource::FileSource(const fs::path &path, Access access) {
 }
 
 std::size_t FileSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
-    if (offset >= size_ || !error_.empty())
+    if (length == 0 || offset >= size_ || !error_.empty())
         return 0;
     const auto wanted = static_cast<std::streamsize>(std::min<uint64_t>(length, size_ - offset));
     try {
@@ -71,7 +71,7 @@ std::size_t FileSource::ReadAt(uint64_t offset, void *buffer, std::size_t length
 }
 
 std::size_t MemorySource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
-    if (offset >= bytes_.size())
+    if (length == 0 || offset >= bytes_.size())
         return 0;
     const std::size_t count = std::min<std::size_t>(length, bytes_.size() - static_cast<std::size_t>(offset));
     std::memcpy(buffer, bytes_.data() + offset, count);
