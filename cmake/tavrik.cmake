@@ -95,3 +95,9 @@ function(tavrik_native_tools)
         BUILD_BYPRODUCTS ${programs}
         INSTALL_COMMAND "")
 endfunction()
+
+# The files that `tavrik-rules compile` makes.
+set(TAVRIK_RULE_FILES rule_table.cpp rule_texts.cpp)
+foreach(number RANGE 7)
+    list(APPEND TAVRIK_RULE_FILES rules_${number}.cpp)
+endforeach()

@@ -22,6 +22,9 @@ struct Diagnostic {
     std::string help;    ///< what was expected or what to do; may be empty
 };
 
+/// As many errors, and as many warnings, are reported of one text: one with more is no rule file.
+inline constexpr std::size_t kMaxErrors = 200;
+
 /// A text and where it came from.
 struct Source {
     std::string name; ///< of the file, as it is shown

@@ -274,7 +274,7 @@ std::string TableSource(const std::vector<FileEmitter> &files) {
     for (const FileEmitter &file : files) {
         if (file.rule_count() == 0)
             continue;
-        out += "extern RuleSlot " + file.RulesName() + "[];\n";
+        out += "extern RuleSlot " + file.RulesName() + "[" + Number(file.rule_count()) + "];\n";
         for (std::size_t index = 0; index < file.rule_count(); ++index)
             rows += "    &" + file.RulesName() + "[" + Number(index) + "].rule,\n";
         count += file.rule_count();

@@ -73,8 +73,10 @@ public:
         }
         if (!last_.empty() && !out_.empty())
             out_ += "\n";
-        for (const std::string_view comment : last_)
-            out_.append(comment).append("\n");
+        for (const std::string_view comment : last_) {
+            PrintComment(comment);
+            out_ += "\n";
+        }
         return std::move(out_);
     }
 
@@ -105,15 +107,25 @@ private:
         }
         // A comment before a closing brace stands with the rows.
         const bool closing = line.kind == LineKind::kItemEnd || line.kind == LineKind::kRuleEnd;
+        // Nothing can follow a comment that ends with its line: those before the last move before the line.
+        auto &behind = comments.behind;
+        const auto rest =
+            std::find_if(behind.rbegin() + (behind.empty() ? 0 : 1), behind.rend(), [](std::string_view comment) {
+                return comment.starts_with("//");
+            }).base();
+        comments.before.insert(comments.before.end(), behind.begin(), rest);
+        behind.erase(behind.begin(), rest);
         for (const std::string_view comment : comments.before) {
             Indent(line.indent + (closing ? 1 : 0));
-            out_.append(comment).append("\n");
+            PrintComment(comment);
+            out_ += "\n";
         }
         Indent(line.indent);
         out_ += line.text;
         std::string_view gap = "  ";
         for (const std::string_view comment : comments.behind) {
-            out_.append(gap).append(comment);
+            out_ += gap;
+            PrintComment(comment);
             gap = " ";
         }
         out_ += "\n";
@@ -139,6 +151,19 @@ private:
             for (const auto *list : {&each->second.before, &each->second.behind})
                 out.before.insert(out.before.end(), list->begin(), list->end());
             each = comments_.erase(each);
+        }
+    }
+
+    // The lines of a long comment end as all others do.
+    void PrintComment(std::string_view comment) {
+        while (!comment.empty()) {
+            const std::size_t end = std::min(comment.find('\n'), comment.size());
+            std::size_t length = end;
+            while (end < comment.size() && length > 0 && comment[length - 1] == '\r')
+                --length;
+            out_ += comment.substr(0, length);
+            out_ += comment.substr(end, 1);
+            comment.remove_prefix(std::min(end + 1, comment.size()));
         }
     }
 

@@ -62,8 +62,9 @@ Token Lexer::Next() {
     while (length < rest.size() && strange(rest[length]) && strange(c) &&
            std::string_view("{}[]().,;|&#=~<>!?\"/-").find(rest[length]) == std::string_view::npos)
         ++length;
-    Report("E001", position_, length, "these characters mean nothing here",
-           "text stands in double quotes, a comment behind //");
+    if (c != '\0') // which the parser reports
+        Report("E001", position_, length, "these characters mean nothing here",
+               "text stands in double quotes, a comment behind //");
     return Take(TokenKind::kOther, length);
 }
 
@@ -77,16 +78,11 @@ Token Lexer::NextInHexString() {
 
 Token Lexer::NextExpression() {
     SkipBlanks();
-    const std::size_t end = std::min(text_.find_first_of("\r\n};\"", position_), text_.size());
+    // No expression has a slash: one begins a comment.
+    const std::size_t end = std::min(text_.find_first_of("\r\n};\"/", position_), text_.size());
     std::size_t length = end - position_;
     while (length > 0 && (text_[position_ + length - 1] == ' ' || text_[position_ + length - 1] == '\t'))
         --length;
-    const std::size_t comment = text_.substr(position_, length).find("/");
-    if (comment != std::string_view::npos) {
-        length = comment;
-        while (length > 0 && (text_[position_ + length - 1] == ' ' || text_[position_ + length - 1] == '\t'))
-            --length;
-    }
     return length == 0 ? Next() : Take(TokenKind::kOther, length);
 }
 
@@ -120,7 +116,7 @@ void Lexer::SkipComment(std::string_view end, bool end_is_part) {
     }
     std::string_view text = text_.substr(begin, stop - begin);
     position_ = stop;
-    if (text.ends_with('\r'))
+    while (!end_is_part && (text.ends_with('\r') || text.ends_with(' ') || text.ends_with('\t')))
         text.remove_suffix(1);
     comments_.push_back({begin, text, first_on_line_});
     if (text.find('\n') != std::string_view::npos)
@@ -173,7 +169,9 @@ Token Lexer::TakeText() {
 }
 
 void Lexer::Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help) {
-    diagnostics_.push_back({Severity::kError, std::move(code), offset, length, std::move(message), std::move(help)});
+    if (diagnostics_.size() < kMaxErrors)
+        diagnostics_.push_back(
+            {Severity::kError, std::move(code), offset, length, std::move(message), std::move(help)});
 }
 
 } // namespace tavrik::rules

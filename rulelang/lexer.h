@@ -18,7 +18,7 @@ enum class TokenKind : uint8_t {
     kNumber,     ///< decimal or hexadecimal
     kReal,       ///< with a fraction
     kText,       ///< in double quotes
-    kSymbol,     ///< one of { } [ ] ( ) . .. , ; | & # = ~ - == != < > <= >= ??
+    kSymbol,     ///< one of { } [ ] ( ) . .. , ; | & # = ~ == != < > <= >= ??
     kOther,      ///< a byte that begins no word; reported already
 };
 
@@ -29,7 +29,7 @@ struct Token {
     bool first_on_line = false;
 };
 
-/// A comment as written, without a line's end.
+/// A comment as written, without a line's end and blanks before it.
 struct Comment {
     std::size_t offset = 0;
     std::string_view text;

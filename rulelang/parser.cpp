@@ -15,8 +15,6 @@ namespace tavrik::rules {
 
 namespace {
 
-constexpr std::size_t kMaxErrors = 200; // a text with more is no rule file
-
 constexpr std::array<std::string_view, kItemCount> kItemWords = {
     "traits",           "stored_flags", "reserved",       "header",           "sections",         "section_names",
     "strings",          "when",         "import_table",   "import_modules",   "import_functions", "export_module",
@@ -105,6 +103,7 @@ public:
             }
         }
         file_.comments = lexer_.comments();
+        file_.diagnostics.insert(file_.diagnostics.end(), warnings_.begin(), warnings_.end());
         std::ranges::stable_sort(file_.diagnostics, {}, &Diagnostic::offset);
     }
 
@@ -140,8 +139,8 @@ private:
     }
 
     void Warn(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help = "") {
-        if (!TooManyErrors())
-            file_.diagnostics.push_back(
+        if (warnings_.size() < kMaxErrors)
+            warnings_.push_back(
                 {Severity::kWarning, std::move(code), offset, length, std::move(message), std::move(help)});
     }
 
@@ -173,7 +172,8 @@ private:
             digits.remove_prefix(2);
         const auto [end, error] =
             std::from_chars(digits.data(), digits.data() + digits.size(), number.value, hex ? 16 : 10);
-        if (end != digits.data() + digits.size() && error != std::errc::result_out_of_range)
+        const bool all_read = !digits.empty() && end == digits.data() + digits.size();
+        if (!all_read && error != std::errc::result_out_of_range)
             Report("E102", number.offset, number.length, "this is not a number",
                    "numbers are decimal (500) or hexadecimal (0x1F4)");
         else if (error == std::errc::result_out_of_range || number.value > largest)
@@ -266,6 +266,7 @@ private:
         Rule &rule = file_.set.rules.emplace_back();
         RuleOrigin &origin = file_.origins.emplace_back();
         origin.begin = token_.offset;
+        const std::size_t errors_before = file_.diagnostics.size();
         Advance();
         rule.rule_id = Take<uint32_t>("the rule's number");
         rule.detection_name = ExpectName("a detection name", kMaxDetectionName);
@@ -291,7 +292,7 @@ private:
         Advance();
         if (!flags_written)
             rule.stored_flags = ComputeFeatureFlags(rule);
-        CheckRule(rule, origin);
+        CheckRule(rule, origin, errors_before);
     }
 
     uint32_t ParseTargets() {
@@ -492,11 +493,11 @@ private:
                 if (token_.kind != TokenKind::kIdentifier)
                     Expected("the name of a field");
                 name.append(".").append(token_.text);
+                number.reset();
                 Advance();
             } else if (TakeSymbol("[")) {
                 const auto index = static_cast<uint32_t>(ExpectNumber(largest, "a field's number").value);
-                if (name == "field")
-                    number = index;
+                number = name == "field" ? std::optional(index) : std::nullopt;
                 name += "[" + std::to_string(index) + "]";
                 ExpectSymbol("]");
             } else {
@@ -944,7 +945,7 @@ private:
 
     // ---- Whole rules ----------------------------------------------------------------------------------------------
 
-    void CheckRule(const Rule &rule, const RuleOrigin &origin) {
+    void CheckRule(const Rule &rule, const RuleOrigin &origin, std::size_t errors_before) {
         if (const auto error = CheckExpression(rule.expression, rule.strings.size()))
             Report("E404", expression_offset_ + error->offset, 1, error->message,
                    "each operation stands in its own parentheses: ((A|B)&C)");
@@ -954,7 +955,8 @@ private:
                 Report("E405", members.rows[i], 1,
                        "object_names has no row #" + std::to_string(rule.member_names[i].index));
         }
-        if (ComputeFeatureFlags(rule) == 0 && !HasErrors(file_.diagnostics))
+        // What a rule with errors asks is not known.
+        if (ComputeFeatureFlags(rule) == 0 && file_.diagnostics.size() == errors_before)
             Report("E406", origin.begin, 4, "this rule asks nothing", "a rule without conditions never matches");
     }
 
@@ -987,13 +989,13 @@ private:
     }
 
     void SkipToNextRule() {
-        do
+        while (token_.kind != TokenKind::kEnd && !(token_.first_on_line && AtWord("rule")))
             Advance();
-        while (token_.kind != TokenKind::kEnd && !(token_.first_on_line && AtWord("rule")));
     }
 
     std::string_view text_;
-    ParsedFile &file_;
+    ParsedFile &file_;                 // its diagnostics are errors alone until the text ends
+    std::vector<Diagnostic> warnings_; // which must not use up the room for errors
     Lexer lexer_;
     Token token_;
     std::size_t end_of_last_ = 0;

@@ -22,7 +22,6 @@ constexpr uint64_t kSeed = 0x7441765269C6;
 constexpr uint32_t kProgramTarget = 1;
 constexpr uint32_t kLibraryTarget = 0;
 constexpr uint32_t kFewImports = 16;
-constexpr uint32_t kVisualBasicTraits = 64 | 128;
 
 // How many rules stand for the targets that are neither programs nor libraries.
 struct TargetCount {
