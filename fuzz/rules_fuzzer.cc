@@ -1,0 +1,44 @@
+// Any bytes as a rule file. The parser must end and find something to say or rules; what it takes must print, read back
+// the same, format to a fixed point without losing a comment, and fit the records.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "rulelang/emitter.h"
+#include "rulelang/formatter.h"
+#include "rulelang/parser.h"
+#include "rulelang/printer.h"
+
+namespace {
+
+using namespace tavrik::rules;
+
+void Require(bool holds) {
+    if (!holds)
+        std::abort();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const Source source{"input.rules", std::string(data, data + size)};
+    const ParsedFile parsed = ParseRules(source.text);
+    for (const Diagnostic &diagnostic : parsed.diagnostics)
+        Require(diagnostic.offset <= size && Render(source, diagnostic).ends_with('\n'));
+    Require(parsed.origins.size() == parsed.set.rules.size());
+    if (HasErrors(parsed.diagnostics))
+        return 0;
+
+    const std::string printed = PrintRuleSet(parsed.set);
+    const ParsedFile again = ParseRules(printed);
+    Require(!HasErrors(again.diagnostics) && again.set == parsed.set && PrintRuleSet(again.set) == printed);
+
+    const std::string formatted = FormatRules(parsed);
+    const ParsedFile of_formatted = ParseRules(formatted);
+    Require(!HasErrors(of_formatted.diagnostics) && of_formatted.set == parsed.set);
+    Require(of_formatted.comments.size() == parsed.comments.size() && FormatRules(of_formatted) == formatted);
+    Require(EmitDatabase(parsed.set).size() == DatabaseFileNames().size());
+    return 0;
+}
