@@ -92,7 +92,7 @@ private:
     }
 
     void AddFiles(CLI::App *command, bool required) {
-        command->add_option("FILE", files_, "rule files")->required(required)->allow_extra_args(false)->type_name("");
+        command->add_option("FILE", files_, "rule files")->required(required)->type_name("");
     }
 
     void AddSource(CLI::App *command) {
