@@ -153,7 +153,8 @@ std::string ExpandText(std::string_view text, std::string_view family, Random &r
             expanded += family;
             break;
         case 'h':
-            expanded += std::string(random.Pick(kHosts)) + "." + SmallWord(random) + ".example";
+            expanded += random.Pick(kHosts);
+            expanded += "." + SmallWord(random) + ".example";
             break;
         case 'n':
             expanded += std::to_string(random.Between(2, 9999));

@@ -42,8 +42,10 @@ std::string Tree(char first, std::size_t letters, Random &random) {
         return std::string(1, first);
     const std::size_t left = 1 + random.Below(letters - 1);
     const char op = random.Chance(60) ? '|' : '&';
-    return "(" + Tree(first, left, random) + op +
-           Tree(static_cast<char>(first + static_cast<char>(left)), letters - left, random) + ")";
+    std::string text = "(" + Tree(first, left, random);
+    text += op;
+    text += Tree(static_cast<char>(first + static_cast<char>(left)), letters - left, random);
+    return text + ")";
 }
 
 } // namespace

@@ -127,21 +127,34 @@ private:
         }
     }
 
+    // Words and numbers are drawn one after the other: the operands of + have no order.
+    std::string TwoWords() {
+        std::string text = FamilyWord(random_.Next());
+        text += " " + SmallWord(random_);
+        return text;
+    }
+
     std::string VersionText(uint32_t key) {
+        std::string text;
         switch (key) {
         case 4:
         case 11:
         case kAssemblyVersion:
-            return std::to_string(random_.Below(9U)) + "." + std::to_string(random_.Below(20U)) + "." +
-                   std::to_string(random_.Below(999U));
+            for (const uint32_t limit : {9U, 20U, 999U})
+                text += (text.empty() ? "" : ".") + std::to_string(random_.Below(limit));
+            return text;
         case 5:
             return SmallWord(random_);
         case 8:
             return SmallWord(random_) + ".exe";
         case 6:
-            return "Copyright (C) " + std::to_string(random_.Between(1999, 2013)) + " " + FamilyWord(random_.Next());
+            text = "Copyright (C) " + std::to_string(random_.Between(1999, 2013)) + " ";
+            text += FamilyWord(random_.Next());
+            return text;
         default:
-            return FamilyWord(random_.Next()) + " " + (random_.Chance(50) ? family_ : FamilyWord(random_.Next()));
+            text = FamilyWord(random_.Next()) + " ";
+            text += random_.Chance(50) ? family_ : FamilyWord(random_.Next());
+            return text;
         }
     }
 
@@ -162,7 +175,7 @@ private:
         std::map<std::string, std::string> manifest = {
             {"name", family_ + "." + SmallWord(random_)},
             {"version", "1.0." + std::to_string(random_.Below(90U)) + ".0"},
-            {"description", FamilyWord(random_.Next()) + " " + SmallWord(random_)},
+            {"description", TwoWords()},
             {"level", random_.Chance(50) ? "asInvoker" : "requireAdministrator"}};
         std::map<uint32_t, std::string> table;
         for (const StringKey &wanted : plan_.string_keys) {
@@ -188,7 +201,7 @@ private:
                 text.text = ManifestText(manifest, wanted.key);
             } else {
                 text.id = random_.Chance(50) ? wanted.key / kStringsOfBlock + 1 : rules::kAnyResource;
-                text.text = FamilyWord(random_.Next()) + " " + SmallWord(random_) + " " + std::to_string(wanted.key);
+                text.text = TwoWords() + " " + std::to_string(wanted.key);
                 table[wanted.key] = text.text;
             }
             planned_.strings.push_back(std::move(text));

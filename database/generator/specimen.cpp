@@ -211,7 +211,8 @@ private:
                 rich.U32(key);
             const uint32_t entries = family_random_.Between(2, 8);
             for (uint32_t i = 0; i < entries; ++i) {
-                rich.U32((family_random_.Below(0x100U) << 16 | family_random_.Between(0x1000, 0x7FFF)) ^ key);
+                const uint32_t tool = family_random_.Below(0x100U);
+                rich.U32((tool << 16 | family_random_.Between(0x1000, 0x7FFF)) ^ key);
                 rich.U32(random_.Between(1, 90) ^ key);
             }
             rich.U32(kRich);
@@ -318,8 +319,10 @@ private:
 
     void AddTexts(Content &content, uint32_t least, uint32_t most) {
         const uint32_t count = random_.Between(least, most);
-        for (uint32_t i = 0; i < count; ++i)
-            content.AddText(ExpandText(random_.Pick(archetype_.texts), word_, random_), random_.Chance(15));
+        for (uint32_t i = 0; i < count; ++i) {
+            const bool is_wide = random_.Chance(15);
+            content.AddText(ExpandText(random_.Pick(archetype_.texts), word_, random_), is_wide);
+        }
     }
 
     void AddSection(const Shape &shape) {
