@@ -1,0 +1,255 @@
+// tavrik-scan as its users run it, on samples and on PE files that nobody here made.
+#include <cstdio>
+#include <map>
+#include <random>
+#include <sstream>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "host/system.h"
+#include "samples/samples.h"
+#include "tests/support/module_folder.h"
+
+namespace tavrik::tests {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+struct Outcome {
+    int code; // -1 when a signal ended the program
+    std::string out;
+    std::string err;
+};
+
+/** Runs a command of the shell in the current folder. */
+Outcome Shell(const std::string &command) {
+    const int status = std::system((command + " >.out 2>.err").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(".out"), ReadFile(".err")};
+}
+
+Outcome Scan(const std::string &arguments) {
+    return Shell('\'' + (host::ProgramFolder() / "tavrik-scan").string() + "' " + arguments);
+}
+
+std::vector<std::string> Lines(const std::string &text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+void Write(const fs::path &path, std::string_view bytes) {
+    fs::create_directories(fs::absolute(path).parent_path());
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+/** Writes the sample of that file name and returns its planned line. */
+std::string WriteSample(const std::string &beginning, const fs::path &path) {
+    for (std::size_t index = 0; index < samples::SampleCount(); ++index) {
+        const samples::Sample sample = samples::MakeSample(index);
+        if (!sample.file_name.starts_with(beginning))
+            continue;
+        Write(path, {reinterpret_cast<const char *>(sample.bytes.data()), sample.bytes.size()});
+        return sample.finding ? fmt::format("{}: entry {}, Nullsoft installer, offset {:#x}, size {}\n", path.string(),
+                                            *sample.entry, sample.finding->offset, sample.finding->size)
+                              : "";
+    }
+    throw std::invalid_argument("no sample " + beginning);
+}
+
+class ScanCommand : public testing::Test {
+    FreshFolder folder_;
+};
+
+TEST_F(ScanCommand, PrintsALineForEachFindingAndSaysSoByItsExitCode) {
+    const std::string found = WriteSample("entry07", "found.exe");
+    WriteSample("clean-minimal", "clean.exe");
+    Write("text", "no program");
+    const Outcome nothing = Scan("clean.exe text");
+    EXPECT_EQ(nothing.code, 0);
+    EXPECT_EQ(nothing.out + nothing.err, "");
+    const Outcome something = Scan("clean.exe found.exe text ./found.exe");
+    EXPECT_EQ(something.code, 1);
+    EXPECT_EQ(something.out, found + "./" + found);
+    EXPECT_EQ(something.err, "");
+}
+
+TEST_F(ScanCommand, ReportsErrorsAndGoesOn) {
+    const std::string found = WriteSample("entry07", "found.exe");
+    WriteSample("clean-minimal", "large.exe");
+    fs::resize_file("large.exe", uint64_t{1} << 31); // a hole, which takes no room
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    fs::create_symlink("loop", "loop");
+    fs::create_directory("folder");
+    std::map<std::string, std::string> reasons = {{"missing", "no such file"},
+                                                  {"pipe", "only regular files"},
+                                                  {"loop", "loop of symbolic links"},
+                                                  {"folder", "add -r"},
+                                                  {"large.exe", "2147483648 bytes; files of 2 GiB and more"}};
+    Write("locked", "MZ");
+    fs::permissions("locked", fs::perms::none);
+    if (!std::ifstream("locked")) // the superuser may read it all the same
+        reasons["locked"] = "permission denied";
+    std::string paths;
+    for (const auto &[path, reason] : reasons)
+        paths += path + ' ';
+    const Outcome text = Scan(paths + "found.exe");
+    EXPECT_EQ(text.code, 2);
+    EXPECT_EQ(text.out, found);
+    const std::vector<std::string> errors = Lines(text.err);
+    const std::vector<std::string> objects = Lines(Scan("--json " + paths + "found.exe").out);
+    ASSERT_EQ(errors.size(), reasons.size()) << text.err;
+    ASSERT_EQ(objects.size(), reasons.size() + 1);
+    std::size_t index = 0;
+    for (const auto &[path, reason] : reasons) {
+        EXPECT_EQ(errors[index].find("tavrik-scan: " + path + ": "), 0u) << errors[index];
+        EXPECT_NE(errors[index].find(reason), std::string::npos) << errors[index];
+        const Json object = Json::parse(objects[index++]);
+        EXPECT_EQ(object["file"], path);
+        EXPECT_EQ(object["status"], "error");
+        EXPECT_NE(object["error"].get<std::string>().find(reason), std::string::npos) << object;
+    }
+}
+
+TEST_F(ScanCommand, WalksFoldersInOrderAndPrintsJsonLines) {
+    const std::string kOdd = "top/c\nd\xFF.exe";
+    WriteSample("entry07", "top/b/found.exe");
+    WriteSample("clean-minimal", "top/a.exe");
+    WriteSample("entry07", kOdd);
+    fs::create_directory_symlink(fs::absolute("top"), "top/b/round");
+    const Outcome scan = Scan("-r --json top");
+    EXPECT_EQ(scan.code, 1);
+    const std::vector<std::string> lines = Lines(scan.out);
+    ASSERT_EQ(lines.size(), 3u) << scan.out;
+    const Json clean = Json::parse(lines[0]);
+    EXPECT_EQ(clean, (Json{{"file", "top/a.exe"},
+                           {"size", fs::file_size("top/a.exe")},
+                           {"status", "scanned"},
+                           {"findings", Json::array()}}));
+    const Json found = Json::parse(lines[1]);
+    EXPECT_EQ(found["file"], "top/b/found.exe");
+    EXPECT_EQ(found["findings"].size(), 1u);
+    EXPECT_EQ(found["findings"][0]["entry"], 7);
+    EXPECT_EQ(found["findings"][0]["kind"], 81);
+    EXPECT_EQ(found["findings"][0]["kind_name"], "Nullsoft installer");
+    EXPECT_EQ(found["findings"][0]["size"], 256);
+    EXPECT_EQ(Json::parse(lines[2])["file"], "top/c\nd\xEF\xBF\xBD.exe");
+    EXPECT_EQ(Lines(Scan("-r top").out)[1].find("top/c\\x0ad\\xff.exe: entry 7, "), 0u);
+}
+
+TEST_F(ScanCommand, ExplainsAndLists) {
+    WriteSample("entry07", "found.exe");
+    WriteSample("near-miss-nullsoft", "near.exe");
+    Write("text", "no program");
+    EXPECT_EQ(Scan("explain 7 found.exe").code, 1);
+    const Outcome near = Scan("explain 7 near.exe");
+    EXPECT_EQ(near.code, 0);
+    EXPECT_NE(near.out.find("\nFAIL  Subsystem"), std::string::npos) << near.out;
+    for (const char *wrong : {"explain 7 text", "explain 7 missing", "explain 50 near.exe", "explain x near.exe"}) {
+        const Outcome error = Scan(wrong);
+        EXPECT_EQ(error.code, 2) << wrong;
+        EXPECT_EQ(error.out, "") << wrong;
+        EXPECT_NE(error.err, "") << wrong;
+    }
+    const Outcome locators = Scan("locators");
+    EXPECT_EQ(locators.code, 0);
+    const std::vector<std::string> lines = Lines(locators.out);
+    ASSERT_EQ(lines.size(), 1u + 50u);
+    for (std::size_t entry = 0; entry < 50; ++entry)
+        EXPECT_EQ(std::stoul(lines[entry + 1]), entry);
+}
+
+TEST_F(ScanCommand, AsksForCleanActionsWithoutTouchingTheFile) {
+    Write("file", "anything");
+    const struct {
+        const char *arguments;
+        int code;
+        const char *answer;
+    } rows[] = {{"147 file", 1, "action 4021:"},         {"173 file", 1, "action 4021:"},
+                {"175 file", 1, "action 4024:"},         {"175 file --code 1", 1, "action 4024:"},
+                {"147 file --code 1", 0, "no action\n"}, {"146 file", 0, "no action\n"}};
+    for (const auto &row : rows) {
+        const Outcome answer = Scan(std::string("clean-action ") + row.arguments);
+        EXPECT_EQ(answer.code, row.code) << row.arguments;
+        EXPECT_NE(answer.out.find(row.answer), std::string::npos) << row.arguments << ": " << answer.out;
+    }
+    const Outcome missing = Scan("clean-action 147 missing");
+    EXPECT_EQ(missing.code, 2);
+    EXPECT_EQ(missing.err.find("tavrik-scan: missing: cannot be opened"), 0u) << missing.err;
+    EXPECT_EQ(ReadFile("file"), "anything");
+    EXPECT_FALSE(fs::exists("missing"));
+}
+
+TEST_F(ScanCommand, HelpsAndRefusesWhatItCannotDo) {
+    const Outcome help = Scan("--help");
+    EXPECT_EQ(help.code, 0);
+    for (const char *word : {"--json", "--recursive", "explain", "locators", "clean-action", "Exit codes"})
+        EXPECT_NE(help.out.find(word), std::string::npos) << word;
+    for (const char *wrong : {"", "--unknown", "--module missing.hbx .out", "--module .out .out", "explain 7"}) {
+        const Outcome error = Scan(wrong);
+        EXPECT_EQ(error.code, 2) << wrong;
+        EXPECT_NE(error.err, "") << wrong;
+    }
+}
+
+// ---- Files that nobody here made -----------------------------------------------------------------------------------
+
+// What ./run installs for building and testing.
+constexpr char kPackaged[] = "/usr/lib/x86_64-linux-gnu/wine/x86_64-windows /usr/share/nsis "
+                             "/usr/x86_64-w64-mingw32/lib /usr/lib/gcc/x86_64-w64-mingw32";
+
+TEST_F(ScanCommand, FindsNothingInPackagedPrograms) {
+    const Outcome scan = Scan(std::string("-r --json ") + kPackaged);
+    EXPECT_EQ(scan.code, 0) << scan.err;
+    std::size_t programs = 0;
+    for (const std::string &line : Lines(scan.out)) {
+        const Json object = Json::parse(line);
+        programs += object["status"] == "scanned";
+        EXPECT_TRUE(object["findings"].empty()) << line;
+    }
+    EXPECT_GE(programs, 300u) << "install what ./run test installs";
+}
+
+TEST_F(ScanCommand, SurvivesCutAndAlteredPackagedPrograms) {
+    std::mt19937 random(1);
+    std::size_t made = 0;
+    for (const fs::directory_entry &entry : fs::directory_iterator("/usr/lib/x86_64-linux-gnu/wine/x86_64-windows")) {
+        if (made == 200)
+            break;
+        std::string head(0x3000, '\0');
+        std::ifstream(entry.path(), std::ios::binary).read(head.data(), static_cast<std::streamsize>(head.size()));
+        Write(fmt::format("cut/{}", ++made), std::string_view(head).substr(0, random() % 0x800));
+        for (int flips = 0; flips < 8; ++flips)
+            head[0x3C + random() % 0x300] ^= static_cast<char>(1u << random() % 7);
+        Write(fmt::format("altered/{}", made), head);
+    }
+    const Outcome scan = Scan("-r --json cut altered");
+    EXPECT_TRUE(scan.code == 0 || scan.code == 1) << scan.code << scan.err;
+    EXPECT_EQ(Lines(scan.out).size(), 2 * made);
+}
+
+TEST_F(ScanCommand, ScansAnInstallerFromItsCompiler) {
+    Write("setup.nsi", "Name Setup\nOutFile setup.exe\nSection\nDetailPrint Hello\nSectionEnd\n");
+    const Outcome made = Shell("makensis -V1 setup.nsi");
+    ASSERT_EQ(made.code, 0) << "install the package nsis; " << made.err;
+    const std::string installer = ReadFile("setup.exe");
+    const std::size_t header = installer.find("\xEF\xBE\xAD\xDENullsoftInst");
+    ASSERT_NE(header, std::string::npos);
+    const Outcome scan = Scan("--json setup.exe");
+    EXPECT_NE(scan.code, 2) << scan.err;
+    const Json object = Json::parse(scan.out);
+    EXPECT_EQ(object["status"], "scanned");
+    // Whether some entry knows this build depends on the package's version; a finding must be the true header.
+    for (const Json &finding : object["findings"])
+        EXPECT_EQ(finding["offset"], header) << finding;
+    EXPECT_NE(Scan("explain 7 setup.exe").out.find("NumberOfSections"), std::string::npos);
+}
+
+} // namespace
+} // namespace tavrik::tests
