@@ -181,7 +181,7 @@ public:
                       [&](const auto &e) { return Join(Number(e.index), Number(e.option), Op(e.op), Name(e.name)); }),
                  list(member_names_, rule.member_names,
                       [&](const auto &e) { return Join(Number(e.index), Number(e.option), Op(e.op), Name(e.name)); }),
-                 Number(rule.reserved));
+                 Number(rule.reserved) + "u"); // it takes all 64 bits
         rules_ += "    {{" + fields + "}},\n";
         ++rule_count_;
     }

@@ -60,6 +60,10 @@ std::vector<PlacedAnchor> AnchorsOf(const ParsedFile &file) {
     return anchors;
 }
 
+bool EndsLine(std::string_view comment) {
+    return comment.starts_with("//") || comment.find('\n') != std::string_view::npos;
+}
+
 class Formatter {
 public:
     explicit Formatter(const ParsedFile &file) : file_(file) { Attach(); }
@@ -107,12 +111,10 @@ private:
         }
         // A comment before a closing brace stands with the rows.
         const bool closing = line.kind == LineKind::kItemEnd || line.kind == LineKind::kRuleEnd;
-        // Nothing can follow a comment that ends with its line: those before the last move before the line.
+        // What follows a comment that goes to a line's end would not stand behind the row: such comments, but for the
+        // last, move before it.
         auto &behind = comments.behind;
-        const auto rest =
-            std::find_if(behind.rbegin() + (behind.empty() ? 0 : 1), behind.rend(), [](std::string_view comment) {
-                return comment.starts_with("//");
-            }).base();
+        const auto rest = std::find_if(behind.rbegin() + (behind.empty() ? 0 : 1), behind.rend(), EndsLine).base();
         comments.before.insert(comments.before.end(), behind.begin(), rest);
         behind.erase(behind.begin(), rest);
         for (const std::string_view comment : comments.before) {

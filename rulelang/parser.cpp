@@ -472,7 +472,9 @@ private:
     // Two rows of == on one value would be dumped as one.
     template <typename Element, typename Same>
     void CheckAlternatives(const std::vector<Element> &list, std::size_t added, std::size_t begin, Same same) {
-        if (added == 0 || added == list.size())
+        // What a row with an error asks about is not known.
+        const bool row_is_wrong = !file_.diagnostics.empty() && file_.diagnostics.back().offset >= begin;
+        if (row_is_wrong || added == 0 || added == list.size())
             return;
         const Element &last = list[list.size() - added - 1];
         const Element &first = list[list.size() - added];
