@@ -1,6 +1,10 @@
 // The real tavrik2.hbx with the real modules around it. Every test loads the module anew and so begins with fresh
 // globals, in whatever order and process the tests run.
 #include <algorithm>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -115,32 +119,62 @@ TEST_F(Module, MismatchedStopIsReportedInBothPlaces) {
     EXPECT_EQ(Deinit(), 0u);
 }
 
-TEST_F(Module, RulesArePreparedByTheFirstLifeOnly) {
-    const auto rules = Symbol<decltype(&HeurGetDetectionInfo)>("HeurGetDetectionInfo");
-    const auto locators = Symbol<decltype(&HeurGetLocatorTable)>("HeurGetLocatorTable");
-    HeuristicRule *const *table = nullptr;
-    const LocatorTableEntry *entries = nullptr;
-    uint32_t rule_count = 0, entry_count = 0;
-    ASSERT_EQ(rules(&table, &rule_count), 1u);
-    ASSERT_EQ(locators(&entries, &entry_count), 1u);
-    EXPECT_EQ(entry_count, 50u);
-    EXPECT_GE(rule_count, 3u);
+// The rule table as bytes: every record, and every feature string.
+struct Database {
+    std::vector<std::string> records;
+    std::vector<std::string> strings;
 
-    // A rule of the test's own in place of the first one shows what becomes of strings: they are brought into working
-    // form by the first life, and left alone by the second.
-    uint8_t bytes[] = {'d', 0x02};
-    StringFeature feature = {};
-    feature.bytes = bytes;
-    feature.length = sizeof bytes;
-    table[0]->strings = {&feature, 1};
-    table[0]->feature_flags = 0;
-    for (int life = 0; life < 2; ++life) {
-        EXPECT_EQ(Init(ModuleFolder()), 1u);
-        EXPECT_EQ(bytes[0], 'a');
-        EXPECT_EQ(bytes[1], 0xFF);
-        EXPECT_TRUE(table[0]->feature_flags & FEATURE_CONTENT);
-        EXPECT_EQ(Deinit(), 0u);
+    explicit Database(std::span<HeuristicRule *const> table) {
+        for (const HeuristicRule *rule : table) {
+            records.emplace_back(reinterpret_cast<const char *>(rule), sizeof *rule);
+            for (uint32_t index = 0; index < rule->strings.count; ++index) {
+                const StringFeature &string = rule->strings.elements[index];
+                strings.emplace_back(reinterpret_cast<const char *>(string.bytes), string.length);
+            }
+        }
     }
+
+    bool operator==(const Database &) const = default;
+};
+
+TEST_F(Module, TheDatabaseIsPreparedOnceAndOtherwiseLeftAlone) {
+    const auto rules = Symbol<decltype(&HeurGetDetectionInfo)>("HeurGetDetectionInfo");
+    HeuristicRule *const *address = nullptr;
+    uint32_t count = 0;
+    ASSERT_EQ(rules(&address, &count), 1u);
+    ASSERT_EQ(count, 6528u);
+    const std::span table(address, count);
+    const Database stored(table);
+
+    // A start that fails before the preparation leaves the stored form.
+    const FreshFolder folder;
+    ASSERT_EQ(Init(std::filesystem::current_path().string()), 0u);
+    EXPECT_EQ(Database(table), stored);
+
+    ASSERT_EQ(Init(ModuleFolder()), 1u);
+    const Database working(table);
+    constexpr size_t kFlagsByte = offsetof(HeuristicRule, feature_flags);
+    size_t changed_flags = 0;
+    for (size_t rule = 0; rule < count; ++rule) {
+        std::string expected = stored.records[rule];
+        changed_flags += expected[kFlagsByte] != working.records[rule][kFlagsByte] ? 1u : 0u;
+        expected[kFlagsByte] = working.records[rule][kFlagsByte];
+        ASSERT_EQ(working.records[rule], expected) << "rule at place " << rule;
+    }
+    EXPECT_EQ(changed_flags, 1924u);
+    ASSERT_EQ(working.strings.size(), stored.strings.size());
+    for (size_t string = 0; string < stored.strings.size(); ++string) {
+        std::string expected = stored.strings[string];
+        for (char &byte : expected)
+            byte = static_cast<char>(byte - 3);
+        ASSERT_EQ(working.strings[string], expected) << "string " << string;
+    }
+    EXPECT_EQ(Deinit(), 0u);
+
+    // A second life finds the working form.
+    ASSERT_EQ(Init(ModuleFolder()), 1u);
+    EXPECT_EQ(Database(table), working);
+    EXPECT_EQ(Deinit(), 0u);
 }
 
 } // namespace
