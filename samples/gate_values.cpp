@@ -40,8 +40,8 @@ struct FieldPlace {
             offsetof(HostRecords, data_dirs) + 4 * (word), 4                                                           \
         }
 
-// A list of its own, apart from the one by which gates read: were it shared, a slip in it would cancel itself out in every
-// sample and test. A field that the records do not hold has the width 0.
+// A list of its own, apart from the one by which gates read: were it shared, a slip in it would cancel itself out in
+// every sample and test. A field that the records do not hold has the width 0.
 FieldPlace PlaceOf(Field field) {
     switch (field) {
         PLACE(FileSize, file_size);
