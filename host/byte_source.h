@@ -24,6 +24,9 @@ public:
      * the end, 0 beyond it and after a failure. */
     virtual std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) = 0;
 
+    /** All the bytes, when they are in memory and stay there for the life of the source; otherwise nothing. */
+    virtual std::span<const uint8_t> InMemory() const { return {}; }
+
     /** The reason of the first read that failed; "" while none has. */
     virtual const std::string &error() const = 0;
 };
@@ -60,6 +63,7 @@ public:
 
     uint64_t size() const override { return bytes_.size(); }
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
+    std::span<const uint8_t> InMemory() const override { return bytes_; }
     const std::string &error() const override { return error_; }
 
 private:
