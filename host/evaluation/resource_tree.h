@@ -1,0 +1,37 @@
+/* The resources of a PE file. */
+#ifndef TAVRIK_HOST_EVALUATION_RESOURCE_TREE_H
+#define TAVRIK_HOST_EVALUATION_RESOURCE_TREE_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/evaluation/image.h"
+
+namespace tavrik::host {
+
+/** What names a type or an entry: a number, or 0xFFFFFFFF and a name. */
+struct ResourceLabel {
+    uint32_t number = 0xFFFFFFFF;
+    std::u16string name;
+};
+
+/** A leaf of the tree at its third level. */
+struct Resource {
+    ResourceLabel type;
+    ResourceLabel entry;
+    uint32_t language = 0;
+    Region data; // absent when it does not lie wholly in the file
+};
+
+/** The resources in the order of the tree, depth first. */
+struct ResourceTree {
+    std::vector<Resource> resources;
+};
+
+/** Reads the tree of a file of any content, within the bounds that docs/rule-semantics.md sets. */
+ResourceTree ReadResources(const Image &image);
+
+} // namespace tavrik::host
+
+#endif
