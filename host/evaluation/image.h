@@ -47,10 +47,11 @@ public:
     std::optional<uint32_t> FileField(uint16_t offset, uint8_t width) const;
     std::optional<uint32_t> OptionalField(uint16_t offset, uint8_t width) const;
 
-    uint32_t e_lfanew() const { return e_lfanew_; }
+    /** The high half of a 64-bit image's ImageBase; nothing in a 32-bit image. */
     std::optional<uint32_t> ImageBaseHigh() const;
 
-    /** The optional header's fields that others build on; absent ones are 0. */
+    /** Fields that others build on; absent ones are 0. */
+    uint32_t e_lfanew() const { return e_lfanew_; }
     uint32_t AddressOfEntryPoint() const { return entry_point_; }
     uint32_t SizeOfHeaders() const { return size_of_headers_; }
 
@@ -67,12 +68,10 @@ public:
     Region RawData(std::size_t section) const;
 
     /** The file offset of an RVA, and of a virtual address in the image. */
-    std::optional<uint64_t> OffsetOfRva(uint64_t rva) const;
+    std::optional<uint64_t> OffsetOfRva(uint32_t rva) const;
     std::optional<uint64_t> OffsetOfAddress(uint32_t address) const;
 
 private:
-    std::optional<uint32_t> At(std::span<const uint8_t> structure, std::size_t offset, uint8_t width) const;
-
     FileBytes &bytes_;
     bool is_pe_ = false;
     bool is_plus_ = false;
