@@ -54,9 +54,9 @@ std::optional<std::string> FileBytes::Text(uint64_t offset, std::size_t longest)
         const std::size_t count = std::min(sizeof(block), within - text.size());
         if (!Read(offset + text.size(), block, count))
             return std::nullopt;
-        const auto *end = static_cast<const char *>(std::memchr(block, 0, count));
-        if (end != nullptr)
-            return text.append(block, end);
+        const void *nul = std::memchr(block, 0, count);
+        if (nul != nullptr)
+            return text.append(block, static_cast<std::size_t>(static_cast<const char *>(nul) - block));
         text.append(block, count);
     }
     return std::nullopt;

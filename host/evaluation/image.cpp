@@ -113,7 +113,7 @@ std::optional<uint32_t> Image::OptionalField(uint16_t offset, uint8_t width) con
     if (magic != kPe32 && magic != kPe32Plus)
         return std::nullopt;
     if (offset >= kDirectories) {
-        const unsigned directory = (offset - kDirectories) / kDirectorySize;
+        const auto directory = static_cast<uint32_t>(offset - kDirectories) / kDirectorySize;
         if (directory >= OptionalField(kNumberOfRvaAndSizes, 4).value_or(0))
             return std::nullopt;
     }
