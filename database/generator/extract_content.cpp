@@ -1,6 +1,8 @@
 // Strings and measures: conditions on the contents.
 #include "database/generator/extract.h"
 
+#include "rulelang/crc32.h"
+
 #include <algorithm>
 #include <set>
 #include <stdexcept>
@@ -266,7 +268,7 @@ private:
         if (std::ranges::any_of(list_, is_same))
             return 0;
         if (condition.measure == Measure::kCrc32) {
-            condition.bits = Crc32(bytes);
+            condition.bits = rules::Crc32(bytes);
             list_.push_back(condition);
             return 1;
         }

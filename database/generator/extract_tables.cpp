@@ -1,6 +1,8 @@
 // Imports, exports and resources: conditions on the tables that sections hold.
 #include "database/generator/extract.h"
 
+#include "rulelang/crc32.h"
+
 #include <algorithm>
 
 namespace tavrik::rulegen {
@@ -127,7 +129,7 @@ void AddResourceEntries(const Source &source, std::vector<rules::ResourceEntry> 
         entry.language = random.Chance(kLanguagePercent) ? found->language : uint16_t{0};
         const bool is_any = entry.id == rules::kAnyResource && entry.name.empty();
         if (is_any || random.Chance(kChecksumPercent))
-            entry.crc32 = Crc32(source.facts.Bytes(found->data));
+            entry.crc32 = rules::Crc32(source.facts.Bytes(found->data));
         list.push_back(std::move(entry));
         resources.erase(found);
     }

@@ -524,20 +524,6 @@ uint64_t Log2(uint32_t value) {
     return result;
 }
 
-constexpr std::array<uint32_t, 256> MakeCrcTable() {
-    constexpr uint32_t kPolynomial = 0xEDB88320;
-    std::array<uint32_t, 256> table = {};
-    for (uint32_t i = 0; i < table.size(); ++i) {
-        uint32_t value = i;
-        for (int bit = 0; bit < 8; ++bit)
-            value = (value & 1) != 0 ? value >> 1 ^ kPolynomial : value >> 1;
-        table[i] = value;
-    }
-    return table;
-}
-
-constexpr std::array<uint32_t, 256> kCrcTable = MakeCrcTable();
-
 } // namespace
 
 uint32_t EntropyInThousandths(std::span<const uint8_t> bytes) {
@@ -552,13 +538,6 @@ uint32_t EntropyInThousandths(std::span<const uint8_t> bytes) {
             sum += count * Log2(count);
     const uint64_t entropy = Log2(static_cast<uint32_t>(bytes.size())) - sum / bytes.size();
     return static_cast<uint32_t>((entropy * 1000 + (uint64_t{1} << (kFraction - 1))) >> kFraction);
-}
-
-uint32_t Crc32(std::span<const uint8_t> bytes) {
-    uint32_t crc = 0xFFFFFFFF;
-    for (const uint8_t byte : bytes)
-        crc = crc >> 8 ^ kCrcTable[(crc ^ byte) & 0xFF];
-    return ~crc;
 }
 
 } // namespace tavrik::rulegen

@@ -105,9 +105,6 @@ private:
 /// The Shannon entropy of the bytes in thousandths of a bit a byte, by integer arithmetic; exact to one unit.
 uint32_t EntropyInThousandths(std::span<const uint8_t> bytes);
 
-/// The common CRC-32.
-uint32_t Crc32(std::span<const uint8_t> bytes);
-
 } // namespace tavrik::rulegen
 
 #endif

@@ -8,16 +8,17 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
 #include "host/evaluation/export_table.h"
 #include "host/evaluation/file_bytes.h"
+#include "host/evaluation/image.h"
 #include "host/evaluation/import_table.h"
+#include "host/evaluation/resource_strings.h"
 #include "host/evaluation/resource_tree.h"
 #include "host/evaluation/vb_project.h"
-#include "tavrik2/pe/section_header.h"
 #include "tavrik2/rules/heuristic_rule.h"
 
 namespace tavrik::host {
@@ -25,66 +26,92 @@ namespace tavrik::host {
 /** The number of header fields that conditions can name, 0 to 263. */
 inline constexpr std::size_t kHeaderFieldCount = 264;
 
-/** The features of one file, of any content. Serves one thread; the source must outlive it. */
+/** The name of a section, from its header. */
+std::string_view SectionName(const SectionHeader &section);
+
+/** The features of one file, of any content. Serves one thread. */
 class Features {
 public:
+    /** Reads the headers; the source must outlive the object. */
     explicit Features(ByteSource &source);
     Features(const Features &) = delete;
     Features &operator=(const Features &) = delete;
 
-    /** Whether the file is a PE file with its file header; on others rules are not asked, and all else is absent. */
-    bool IsPe() const { return is_pe_; }
+    /** Whether the file is a PE file with its file header. Rules are not asked of others. */
+    bool IsPe() const { return image_.IsPe(); }
 
     FileBytes &bytes() { return bytes_; }
+    const Image &image() const { return image_; }
+    std::span<const SectionHeader> sections() const { return image_.sections(); }
 
     /** The value of a header condition's field, widened; nothing when the file does not have it. */
     std::optional<uint32_t> Header(uint16_t field) {
         if (field >= kHeaderFieldCount)
             return std::nullopt;
         if (states_[field] == State::kUnknown)
-            LoadHeader(field);
+            FindHeader(field);
         if (states_[field] == State::kAbsent)
             return std::nullopt;
         return values_[field];
     }
 
-    bool IsPe32Plus() const { return is_plus_; }
-
-    /** The section headers that count, in their order. */
-    std::span<const SectionHeader> Sections() const { return sections_; }
-
-    /** The position of the section that a selector names: an index or a role from 600 on. */
+    /** The position of the section that a selector names: an index below 500, or a role from 600 on. */
     std::optional<std::size_t> SectionOf(uint16_t selector);
 
-    /** The first section whose extent contains the RVA. */
-    std::optional<std::size_t> SectionHolding(uint32_t rva) const;
-
-    /** The file offset of an RVA, or of an address in the image. */
-    std::optional<uint64_t> OffsetOfRva(uint32_t rva) const;
-    std::optional<uint64_t> OffsetOfAddress(uint32_t address) const;
-
-    /** The RVA of data directory k, unless the directory is absent or its address is 0. */
-    std::optional<uint32_t> DirectoryRva(unsigned directory);
-
-    /** The raw data of a section, cut at the end of the file. */
-    Region RawData(std::size_t section) const;
-
-    /** The region of a string, or of a measure (`code` is its param_a, `index` its param_c). */
+    /** The region of a string; of a measure, by its code and number (param_a and param_c). */
     Region StringRegion(const StringFeature &string);
-    Region MeasureRegion(uint8_t code, uint8_t index);
+    Region MeasuredRegion(uint8_t code, uint8_t index);
 
-    /** Measures of a region's first `length` bytes (0: all): Shannon entropy in thousandths of a bit, CRC-32. */
+    /** Measures of a region's first `length` bytes (0: all): the entropy in thousandths of a bit, the CRC-32. */
     std::optional<uint32_t> Entropy(uint8_t code, uint8_t index, uint32_t length);
     std::optional<uint32_t> Crc32(uint8_t code, uint8_t index, uint32_t length);
 
-    const ImportTable &Imports();
-    const ExportTable &Exports();
+    ImportTable &Imports();
+    ExportTable &Exports();
     const ResourceTree &Resources();
+    ResourceStrings &Strings();
+    VbProject &Vb();
 
-    /** The CRC-32 of a resource's data; nothing when there is none, or beyond the bound of what is read for them. */
+    /** The CRC-32 of a resource's data; nothing without data, or when the data lies beyond the bound of what is read
+     * for this. */
     std::optional<uint32_t> ResourceCrc32(std::size_t resource);
 
-    VbProject &Vb();
+private:
+    enum class State : uint8_t { kUnknown, kAbsent, kPresent };
+    static constexpr uint16_t kFirstRole = 600;
+    static constexpr std::size_t kRoles = 11;
+    using MeasureKey = std::tuple<uint8_t, uint8_t, uint8_t, uint32_t>; // kind, code, index, length
+
+    struct SectionPlace {
+        bool is_known = false;
+        std::optional<std::size_t> section;
+    };
+
+    void FindHeader(uint16_t field);
+    std::optional<uint32_t> DerivedValue(uint16_t field);
+    void FindRichValues();
+    void Set(uint16_t field, std::optional<uint32_t> value);
+    std::optional<std::size_t> FindRole(uint16_t role);
+    Region RawDataOf(std::optional<std::size_t> section) const;
+    Region SectionNamed(std::string_view name) const;
+    Region EntryCode();
+    Region ResourceData(std::size_t resource);
+    uint64_t OverlayOffset() const;
+    template <typename Measure>
+    std::optional<uint32_t> Measured(MeasureKey key, Measure measure);
+
+    FileBytes bytes_;
+    Image image_;
+    std::array<State, kHeaderFieldCount> states_ = {};
+    std::array<uint32_t, kHeaderFieldCount> values_ = {};
+    std::array<SectionPlace, kRoles> roles_ = {};
+    std::optional<ImportTable> imports_;
+    std::optional<ExportTable> exports_;
+    std::optional<ResourceTree> resources_;
+    std::unique_ptr<ResourceStrings> strings_;
+    std::optional<VbProject> vb_;
+    std::map<MeasureKey, std::optional<uint32_t>> measures_;
+    std::vector<uint64_t> resource_ends_; // bytes of data up to and with each resource
 };
 
 } // namespace tavrik::host

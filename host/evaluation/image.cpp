@@ -57,8 +57,7 @@ uint64_t ExtentOf(const SectionHeader &section) {
 } // namespace
 
 Image::Image(FileBytes &bytes) : bytes_(bytes) {
-    if (!bytes_.Read(0, dos_header_.data(), dos_header_.size()) ||
-        LittleEndian(dos_header_.data(), 2) != kDosSignature)
+    if (!bytes_.Read(0, dos_header_.data(), dos_header_.size()) || LittleEndian(dos_header_.data(), 2) != kDosSignature)
         return;
     e_lfanew_ = LittleEndian(&dos_header_[0x3C], 4);
     const uint64_t file_header = uint64_t{e_lfanew_} + sizeof(kPeSignature);
@@ -81,9 +80,9 @@ Image::Image(FileBytes &bytes) : bytes_(bytes) {
     const uint64_t table = optional_header + optional_size;
     if (table >= bytes_.size())
         return;
-    const std::size_t count = static_cast<std::size_t>(
-        std::min<uint64_t>({LittleEndian(&file_header_[kNumberOfSections], 2), kMostSections,
-                            (bytes_.size() - table) / sizeof(SectionHeader)}));
+    const std::size_t count =
+        static_cast<std::size_t>(std::min<uint64_t>({LittleEndian(&file_header_[kNumberOfSections], 2), kMostSections,
+                                                     (bytes_.size() - table) / sizeof(SectionHeader)}));
     sections_.resize(count);
     if (!bytes_.Read(table, sections_.data(), count * sizeof(SectionHeader)))
         sections_.clear();

@@ -54,6 +54,7 @@ public:
     uint32_t e_lfanew() const { return e_lfanew_; }
     uint32_t AddressOfEntryPoint() const { return entry_point_; }
     uint32_t SizeOfHeaders() const { return size_of_headers_; }
+    uint32_t ImageBase() const { return image_base_; }
 
     /** The address of a data directory; nothing when the directory is absent or its address is 0. */
     std::optional<uint32_t> DirectoryRva(Directory directory) const;
