@@ -1,0 +1,191 @@
+#include "host/evaluation/rule_index.h"
+
+#include <algorithm>
+#include <bit>
+#include <optional>
+#include <unordered_map>
+
+#include "host/evaluation/evaluator.h"
+
+namespace tavrik::host {
+
+namespace {
+
+constexpr auto kEqual = static_cast<uint8_t>(rules::Operator::kEqual);
+
+// ---- Which condition a rule is filed under -------------------------------------------------------------------------
+
+// How many files, in some unit, are thought to have a value beside those that the rules themselves suggest.
+constexpr uint32_t kOrdinaryField = 20;
+constexpr uint32_t kCommonValue = 10'000;
+constexpr uint32_t kDearField = 100'000;
+
+// The first field that is not read from the headers at once.
+constexpr uint16_t kFirstDearField = 108;
+
+// Fields whose values hardly repeat between programs that have nothing to do with each other.
+constexpr uint16_t kSelectiveFields[] = {
+    33,  // TimeDateStamp
+    41,  // SizeOfCode
+    42,  // SizeOfInitializedData
+    44,  // AddressOfEntryPoint
+    57,  // SizeOfImage
+    59,  // CheckSum
+    73,  // ResourceTable.Size
+    100, // FileSize
+};
+
+uint32_t PriorOf(uint16_t field, uint32_t value) {
+    uint32_t prior = std::ranges::find(kSelectiveFields, field) != std::end(kSelectiveFields) ? 0 : kOrdinaryField;
+    if (value == 0)
+        prior += kCommonValue;
+    if (field >= kFirstDearField)
+        prior += kDearField;
+    return prior;
+}
+
+constexpr uint64_t KeyOf(uint16_t field, uint32_t value) {
+    // Never 0, which marks an unused slot.
+    return (uint64_t{field} + 1) << 32 | value;
+}
+
+using Conditions = std::span<const HeaderCondition>;
+
+// Calls `visit` with each run of alternatives (of one or more) on a field that has a number.
+template <typename Visit>
+void ForExactRuns(Conditions conditions, Visit visit) {
+    for (std::size_t i = 0; i < conditions.size();) {
+        std::size_t end = i + 1;
+        if (conditions[i].op == kEqual) {
+            while (end < conditions.size() && conditions[end].op == kEqual &&
+                   conditions[end].field == conditions[i].field)
+                ++end;
+            if (conditions[i].field < kHeaderFieldCount)
+                visit(conditions.subspan(i, end - i));
+        }
+        i = end;
+    }
+}
+
+Conditions ConditionsOf(const HeuristicRule &rule) {
+    return {rule.header_conditions.elements, rule.header_conditions.count};
+}
+
+// The run that the fewest files are thought to meet; empty when the rule has none.
+Conditions MostSelectiveRun(const HeuristicRule &rule, const std::unordered_map<uint64_t, uint32_t> &counts) {
+    Conditions best;
+    uint64_t best_score = UINT64_MAX;
+    ForExactRuns(ConditionsOf(rule), [&](Conditions run) {
+        uint64_t score = 0;
+        for (const HeaderCondition &condition : run)
+            score += counts.at(KeyOf(condition.field, condition.value)) + PriorOf(condition.field, condition.value);
+        if (score < best_score) {
+            best_score = score;
+            best = run;
+        }
+    });
+    return best;
+}
+
+// ---- Deciding ------------------------------------------------------------------------------------------------------
+
+using Clock = std::chrono::steady_clock;
+
+// Calls `decide` and tells the observer, if there is one, how long it took.
+template <typename Decide>
+bool Observed(RuleObserver *observer, void (RuleObserver::*tell)(uint32_t, std::chrono::nanoseconds), uint32_t rule,
+              Decide decide) {
+    if (observer == nullptr)
+        return decide();
+    const Clock::time_point start = Clock::now();
+    const bool answer = decide();
+    (observer->*tell)(rule, Clock::now() - start);
+    return answer;
+}
+
+} // namespace
+
+RuleIndex::RuleIndex(std::span<HeuristicRule *const> rules) : rules_(rules) {
+    // What many rules ask for, many files have.
+    std::unordered_map<uint64_t, uint32_t> counts;
+    for (const HeuristicRule *rule : rules)
+        ForExactRuns(ConditionsOf(*rule), [&](Conditions run) {
+            for (const HeaderCondition &condition : run)
+                ++counts[KeyOf(condition.field, condition.value)];
+        });
+
+    std::vector<FiledRule> filed;
+    for (uint32_t position = 0; position < rules.size(); ++position) {
+        if (!AsksSomething(*rules[position]))
+            continue;
+        const Conditions run = MostSelectiveRun(*rules[position], counts);
+        if (run.empty())
+            unfiled_.push_back(position);
+        for (const HeaderCondition &condition : run)
+            filed.emplace_back(KeyOf(condition.field, condition.value), position);
+    }
+    std::ranges::sort(filed);
+    filed.erase(std::unique(filed.begin(), filed.end()), filed.end()); // a value may stand twice in a run
+    BuildTable(std::move(filed));
+}
+
+void RuleIndex::BuildTable(std::vector<FiledRule> filed) {
+    const std::size_t size = std::bit_ceil(2 * filed.size() + 2);
+    shift_ = 64 - static_cast<unsigned>(std::countr_zero(size));
+    slots_.resize(size);
+    may_exist_.resize((size + 63) / 64);
+    for (const auto &[key, position] : filed) {
+        std::size_t place = PlaceOf(key);
+        may_exist_[place / 64] |= uint64_t{1} << place % 64;
+        while (slots_[place].count != 0 && slots_[place].key != key)
+            place = (place + 1) % size;
+        Slot &slot = slots_[place];
+        if (slot.count == 0)
+            slot = {key, static_cast<uint32_t>(filed_.size()), 0};
+        ++slot.count;
+        filed_.push_back(position);
+        const auto field = static_cast<uint16_t>((key >> 32) - 1);
+        if (fields_.empty() || fields_.back() != field)
+            fields_.push_back(field);
+    }
+}
+
+std::size_t RuleIndex::PlaceOf(uint64_t key) const {
+    return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15) >> shift_);
+}
+
+std::span<const uint32_t> RuleIndex::RulesUnder(uint16_t field, uint32_t value) const {
+    const uint64_t key = KeyOf(field, value);
+    std::size_t place = PlaceOf(key);
+    if ((may_exist_[place / 64] >> place % 64 & 1) == 0)
+        return {};
+    for (; slots_[place].count != 0; place = (place + 1) % slots_.size())
+        if (slots_[place].key == key)
+            return std::span(filed_).subspan(slots_[place].first, slots_[place].count);
+    return {};
+}
+
+std::vector<uint32_t> RuleIndex::Match(Features &features, RuleObserver *observer) const {
+    std::vector<uint32_t> matches;
+    if (!features.IsPe())
+        return matches;
+    const auto decide = [&](uint32_t position) {
+        const HeuristicRule &rule = *rules_[position];
+        if (Observed(observer, &RuleObserver::OnConditions, position, [&] { return MeetsStructure(rule, features); }))
+            matches.push_back(position);
+    };
+    for (const uint16_t field : fields_)
+        if (const std::optional<uint32_t> value = features.Header(field))
+            for (const uint32_t position : RulesUnder(field, *value))
+                decide(position);
+    for (const uint32_t position : unfiled_)
+        decide(position);
+    std::erase_if(matches, [&](uint32_t position) {
+        return !Observed(observer, &RuleObserver::OnStrings, position,
+                         [&] { return MeetsStrings(*rules_[position], features); });
+    });
+    std::ranges::sort(matches);
+    return matches;
+}
+
+} // namespace tavrik::host
