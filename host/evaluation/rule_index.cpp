@@ -138,7 +138,7 @@ void RuleIndex::BuildTable(std::vector<FiledRule> filed) {
         std::size_t place = PlaceOf(key);
         may_exist_[place / 64] |= uint64_t{1} << place % 64;
         while (slots_[place].count != 0 && slots_[place].key != key)
-            place = (place + 1) % size;
+            place = (place + 1) & (size - 1);
         Slot &slot = slots_[place];
         if (slot.count == 0)
             slot = {key, static_cast<uint32_t>(filed_.size()), 0};
@@ -159,7 +159,7 @@ std::span<const uint32_t> RuleIndex::RulesUnder(uint16_t field, uint32_t value) 
     std::size_t place = PlaceOf(key);
     if ((may_exist_[place / 64] >> place % 64 & 1) == 0)
         return {};
-    for (; slots_[place].count != 0; place = (place + 1) % slots_.size())
+    for (; slots_[place].count != 0; place = (place + 1) & (slots_.size() - 1))
         if (slots_[place].key == key)
             return std::span(filed_).subspan(slots_[place].first, slots_[place].count);
     return {};
