@@ -191,7 +191,7 @@ bool IsRequired(const HeuristicRule &rule, std::size_t string) {
 // A line of the rule, which may be broken into several, with its mark in front and the file's value behind.
 void AddLine(std::string &out, std::string_view mark, const rules::PrintedLine &line, const std::string &value) {
     constexpr std::size_t kTextWidth = 56;
-    const std::size_t indent = line.indent * rules::kIndent.size();
+    std::size_t indent = line.indent * rules::kIndent.size(); // what follows a break brings its own
     for (std::string_view rest = line.text; !rest.empty();) {
         const std::size_t end = rest.find('\n');
         const std::string text = std::string(indent, ' ') + std::string(rest.substr(0, end));
@@ -200,6 +200,7 @@ void AddLine(std::string &out, std::string_view mark, const rules::PrintedLine &
         else
             fmt::format_to(std::back_inserter(out), "{:<6}{}\n", mark, text);
         mark = {};
+        indent = 0;
         rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
     }
 }
