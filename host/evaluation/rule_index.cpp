@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <optional>
-#include <unordered_map>
 
 #include "host/evaluation/evaluator.h"
 
@@ -49,6 +48,22 @@ constexpr uint64_t KeyOf(uint16_t field, uint32_t value) {
     return (uint64_t{field} + 1) << 32 | value;
 }
 
+constexpr uint64_t HashOf(uint64_t key) {
+    return key * 0x9E3779B97F4A7C15;
+}
+
+// Counts keys. Two that share a counter make each other seem more common, which costs a little selectivity and no
+// answer.
+class KeyCounter {
+public:
+    uint32_t &operator[](uint64_t key) { return counts_[HashOf(key) >> (64 - kBits)]; }
+
+private:
+    static constexpr unsigned kBits = 17;
+
+    std::vector<uint32_t> counts_ = std::vector<uint32_t>(std::size_t{1} << kBits);
+};
+
 using Conditions = std::span<const HeaderCondition>;
 
 // Calls `visit` with each run of alternatives (of one or more) on a field that has a number.
@@ -72,13 +87,13 @@ Conditions ConditionsOf(const HeuristicRule &rule) {
 }
 
 // The run that the fewest files are thought to meet; empty when the rule has none.
-Conditions MostSelectiveRun(const HeuristicRule &rule, const std::unordered_map<uint64_t, uint32_t> &counts) {
+Conditions MostSelectiveRun(const HeuristicRule &rule, KeyCounter &counts) {
     Conditions best;
     uint64_t best_score = UINT64_MAX;
     ForExactRuns(ConditionsOf(rule), [&](Conditions run) {
         uint64_t score = 0;
         for (const HeaderCondition &condition : run)
-            score += counts.at(KeyOf(condition.field, condition.value)) + PriorOf(condition.field, condition.value);
+            score += counts[KeyOf(condition.field, condition.value)] + PriorOf(condition.field, condition.value);
         if (score < best_score) {
             best_score = score;
             best = run;
@@ -107,7 +122,7 @@ bool Observed(RuleObserver *observer, void (RuleObserver::*tell)(uint32_t, std::
 
 RuleIndex::RuleIndex(std::span<HeuristicRule *const> rules) : rules_(rules) {
     // What many rules ask for, many files have.
-    std::unordered_map<uint64_t, uint32_t> counts;
+    KeyCounter counts;
     for (const HeuristicRule *rule : rules)
         ForExactRuns(ConditionsOf(*rule), [&](Conditions run) {
             for (const HeaderCondition &condition : run)
@@ -151,7 +166,7 @@ void RuleIndex::BuildTable(std::vector<FiledRule> filed) {
 }
 
 std::size_t RuleIndex::PlaceOf(uint64_t key) const {
-    return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15) >> shift_);
+    return static_cast<std::size_t>(HashOf(key) >> shift_);
 }
 
 std::span<const uint32_t> RuleIndex::RulesUnder(uint16_t field, uint32_t value) const {
