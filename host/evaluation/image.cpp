@@ -18,6 +18,7 @@ constexpr uint16_t kSizeOfOptionalHeader = 16;
 
 // Offsets in a 32-bit optional header.
 constexpr uint16_t kMagic = 0;
+constexpr uint8_t kMagicWidth = 2;
 constexpr uint16_t kAddressOfEntryPoint = 0x10;
 constexpr uint16_t kBaseOfData = 0x18;
 constexpr uint16_t kImageBase = 0x1C;
@@ -72,7 +73,7 @@ Image::Image(FileBytes &bytes) : bytes_(bytes) {
         std::min<uint64_t>({optional_size, optional_header_.size(), bytes_.size() - optional_header}));
     if (!bytes_.Read(optional_header, optional_header_.data(), optional_length_))
         optional_length_ = 0;
-    is_plus_ = OptionalField(kMagic, 2) == kPe32Plus;
+    is_plus_ = OptionalField(kMagic, kMagicWidth) == kPe32Plus;
     entry_point_ = OptionalField(kAddressOfEntryPoint, 4).value_or(0);
     size_of_headers_ = OptionalField(kSizeOfHeaders, 4).value_or(0);
     image_base_ = OptionalField(kImageBase, 4).value_or(0);
@@ -101,12 +102,12 @@ std::optional<uint32_t> Image::FileField(uint16_t offset, uint8_t width) const {
 }
 
 std::optional<uint32_t> Image::OptionalField(uint16_t offset, uint8_t width) const {
-    const auto at = [&](uint16_t place) -> std::optional<uint32_t> {
-        if (place + width > optional_length_)
+    const auto at = [this](uint16_t place, uint8_t bytes) -> std::optional<uint32_t> {
+        if (place + bytes > optional_length_)
             return std::nullopt;
-        return LittleEndian(&optional_header_[place], width);
+        return LittleEndian(&optional_header_[place], bytes);
     };
-    const std::optional<uint32_t> magic = at(kMagic);
+    const std::optional<uint32_t> magic = at(kMagic, kMagicWidth);
     if (offset == kMagic)
         return magic;
     if (magic != kPe32 && magic != kPe32Plus)
@@ -117,10 +118,10 @@ std::optional<uint32_t> Image::OptionalField(uint16_t offset, uint8_t width) con
             return std::nullopt;
     }
     if (magic == kPe32)
-        return at(offset);
+        return at(offset, width);
     if (offset == kBaseOfData)
         return std::nullopt;
-    return at(PlaceInPe32Plus(offset));
+    return at(PlaceInPe32Plus(offset), width);
 }
 
 std::optional<uint32_t> Image::ImageBaseHigh() const {
