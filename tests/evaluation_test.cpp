@@ -1,0 +1,105 @@
+// The evaluators with the whole database: on the specimen of every rule, on altered specimens, on packaged programs.
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "database/generator/generator.h"
+#include "host/evaluation/evaluator.h"
+#include "host/evaluation/rule_explanation.h"
+#include "host/evaluation/rule_index.h"
+#include "host/module.h"
+#include "tests/support/packaged_files.h"
+#include "tests/support/written_rules.h"
+
+namespace tavrik::tests {
+namespace {
+
+class Evaluators : public testing::Test {
+protected:
+    /** What both evaluators answer; they must agree. */
+    std::vector<uint32_t> Match(std::span<const uint8_t> file, const std::string &name) {
+        host::MemorySource source(file);
+        host::Features fast_features(source);
+        const std::vector<uint32_t> fast = index_.Match(fast_features);
+        host::Features features(source);
+        std::vector<uint32_t> plain;
+        for (uint32_t place = 0; place < module_.rules().size(); ++place)
+            if (host::Matches(*module_.rules()[place], features))
+                plain.push_back(place);
+        EXPECT_EQ(fast, plain) << name;
+        return plain;
+    }
+
+    host::Module module_;
+    host::RuleIndex index_{module_.rules()};
+};
+
+TEST_F(Evaluators, FindEverySpecimenByItsRuleAlone) {
+    const rules::RuleSet written = WrittenRules();
+    const rulegen::Generator generator(written);
+    ASSERT_EQ(generator.size(), module_.rules().size());
+    std::size_t also_by_others = 0;
+    for (uint32_t place = 0; place < generator.size(); ++place) {
+        const auto image = generator.SpecimenImage(place);
+        ASSERT_TRUE(image) << place;
+        const std::vector<uint32_t> found = Match(*image, "specimen " + std::to_string(place));
+        EXPECT_NE(std::ranges::find(found, place), found.end())
+            << "specimen " << place << " is not detected by its rule " << module_.rules()[place]->rule_id;
+        also_by_others += found.size() > 1 ? 1U : 0U;
+    }
+    RecordProperty("detected_also_by_others", static_cast<int>(also_by_others));
+    EXPECT_EQ(also_by_others, 0u) << "rules are to be specific";
+}
+
+TEST_F(Evaluators, AgreeOnAlteredSpecimens) {
+    const rules::RuleSet written = WrittenRules();
+    const rulegen::Generator generator(written);
+    std::mt19937 random(1);
+    std::size_t still_found = 0;
+    for (uint32_t place = 0; place < generator.size(); place += 4) {
+        std::vector<uint8_t> image = *generator.SpecimenImage(place);
+        const std::size_t headers = std::min<std::size_t>(image.size(), 0x400);
+        image[random() % headers] ^= static_cast<uint8_t>(1u << random() % 8);
+        image[random() % image.size()] ^= static_cast<uint8_t>(1u << random() % 8);
+        if (place % 8 == 0)
+            image.resize(image.size() - random() % 0x400);
+        still_found += Match(image, "altered specimen " + std::to_string(place)).empty() ? 0U : 1U;
+    }
+    // A rule asks for few of a file's bits: both answers must be common, or the test would say little.
+    EXPECT_GT(still_found, generator.size() / 40);
+    EXPECT_LT(still_found, generator.size() / 4);
+}
+
+TEST_F(Evaluators, FindNothingInPackagedPrograms) {
+    std::size_t programs = 0;
+    for (const std::filesystem::path &path : PackagedFiles()) {
+        std::ifstream file(path, std::ios::binary);
+        const std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(file), {});
+        host::MemorySource source(bytes);
+        programs += host::Features(source).IsPe() ? 1U : 0U;
+        for (const uint32_t place : Match(bytes, path.string()))
+            ADD_FAILURE() << path << " is detected by rule " << module_.rules()[place]->rule_id;
+    }
+    EXPECT_GE(programs, 500u) << "install what ./run test installs";
+}
+
+// An explanation judges every condition on its own; together they must say what the evaluator says.
+TEST_F(Evaluators, ExplainTheirAnswers) {
+    const rules::RuleSet written = WrittenRules();
+    const rulegen::Generator generator(written);
+    for (uint32_t place = 0; place < generator.size(); place += 61) {
+        const auto image = generator.SpecimenImage(place);
+        host::MemorySource source(*image);
+        host::Features features(source);
+        const host::RuleExplanation own = host::ExplainRule(*module_.rules()[place], features);
+        EXPECT_TRUE(own.matches && own.failed == 0) << own.text;
+        const host::RuleExplanation other = host::ExplainRule(*module_.rules()[place == 0 ? 1 : place - 1], features);
+        EXPECT_TRUE(!other.matches && other.failed > 0) << other.text;
+        EXPECT_NE(other.text.find("\nFAIL  "), std::string::npos) << other.text;
+    }
+}
+
+} // namespace
+} // namespace tavrik::tests
