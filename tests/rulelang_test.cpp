@@ -10,6 +10,7 @@
 #include "rulelang/parser.h"
 #include "rulelang/printer.h"
 #include "rulelang/reader.h"
+#include "rulelang/record_builder.h"
 #include "tavrik2/rules/database.h"
 #include "tavrik2/rules/preparation.h"
 #include "tests/support/module_folder.h"
@@ -256,6 +257,7 @@ TEST(RuleRecords, AreTheRulesThatTheTextSays) {
     for (Rule &rule : expected.rules)
         rule.stored_flags = ComputeFeatureFlags(rule);
     EXPECT_EQ(ReadRules(table, RecordForm::kWorking), expected);
+    EXPECT_EQ(ReadRules(RecordSet(expected).rules(), RecordForm::kWorking), expected);
 }
 
 } // namespace

@@ -286,8 +286,10 @@ Region Features::StringRegion(const StringFeature &string) {
     case StringKind::kCodeSection:
         return of_role(SectionRole::kCode);
     case StringKind::kNamedSection:
-        return string.string_section == nullptr ? Region{}
-                                                : SectionNamed({string.string_section, string.string_section_length});
+        return string.string_section == nullptr
+                   ? Region{}
+                   : SectionNamed({string.string_section,
+                                   std::min<std::size_t>(string.string_section_length, rules::kMaxSectionName)});
     case StringKind::kIndexedSection:
         return RawDataOf(string.param_d);
     case StringKind::kResourceSection:
