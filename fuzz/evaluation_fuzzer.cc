@@ -1,0 +1,148 @@
+// Any bytes as a file. The host's parsers must end and stay within it, the two evaluators must agree, also on a source
+// that is not in memory, and an explanation must say what they say. The rules reach into every corner of the features;
+// a few of the database's keep the index at work.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+#include <vector>
+
+#include "host/evaluation/evaluator.h"
+#include "host/evaluation/rule_explanation.h"
+#include "host/evaluation/rule_index.h"
+#include "host/evaluation/string_search.h"
+#include "host/pe_image.h"
+#include "rulelang/parser.h"
+#include "rulelang/reader.h"
+#include "rulelang/record_builder.h"
+#include "tavrik2/rules/database.h"
+
+namespace {
+
+using namespace tavrik;
+
+constexpr std::string_view kRules = R"(
+rule 1 "Derived" for program {
+    header { FileSize > 0; OverlayOffset >= 0; OverlaySize >= 0; EntryPointOffset >= 0; EntryBytes[4] != 1 }
+}
+rule 2 "Rich" for program { header { Rich.Key != 0; Rich.Count > 0; Rich.LastBuild != 0 } }
+rule 3 "Counts" for program {
+    header { ImportModuleCount > 0; ImportFunctionCount > 1; ExportNameCount >= 0; ResourceCount >= 0 }
+}
+rule 4 "Roles" for program {
+    sections { last.VirtualSize > 0; entry.Characteristics has 0x20; code.SizeOfRawData > 0; largest.VirtualAddress > 0 }
+    section_names { any != ""; any_code == ".text"; any_data != "x"; next_to_last != "y" }
+}
+rule 5 "Imports" for program {
+    import_table { [0].Name > 0; [0].FirstThunk > 0 }
+    import_modules { "kernel" prefix; [0] != "none" }
+    import_functions { #0 "ExitProcess"; #1 != "x"; #5 != "#7" }
+}
+rule 6 "Exports" for library { export_module { != "a.dll" } export_functions { != "DllMain" } }
+rule 7 "Resources" for program {
+    resources { any[any] }
+    resource_types { type[16]; entry[77] absent; type["A"] absent }
+}
+rule 8 "Icons" for program { resources { any[any] crc32 0x1234567 } }
+rule 9 "Version" for program { resource_strings { VERSION[any].CompanyName "Acme" } }
+rule 10 "FixedVersion" for program { resource_strings { VERSION[any].FixedFileVersion "1.0.0.0" } }
+rule 11 "Manifest" for program { resource_strings { MANIFEST[any].RequestedExecutionLevel "asInvoker" } }
+rule 12 "Dependency" for program { resource_strings { MANIFEST[any].DependencyName "x"; MANIFEST[any].Any "assembly" } }
+rule 13 "Table" for program { resource_strings { STRING[any][17] "Ready" } }
+rule 14 "Measures" for program {
+    measures { entropy(file) > 0; entropy(section[0]) >= 0; crc32(entry_code, 4) != 0; entropy(dos_stub) <= 8 }
+}
+rule 15 "MoreMeasures" for program { measures { entropy(overlay) > 7; crc32(resource_data[0]) != 0; entropy(vb) > 0 } }
+rule 16 "Basic" for program { traits visual_basic header { VB.FormCount >= 0; VB.ObjectTable.TotalObjects > 0 } }
+rule 17 "Objects" for program {
+    traits native_code
+    object_fields { [0].MethodCount > 0; [0].Info.Constants >= 0; [0].Optional.ControlCount >= 0 }
+    object_names { [0] "Form1" prefix; [1] != "x" }
+    member_names { #0 "Form_Load"; #0 != "y" }
+}
+rule 18 "Strings" for program {
+    strings {
+        A = "This program" in file
+        B = { 50 45 ?? 00 } in headers at 0..0x200 drift 4
+        C = "kernel32" nocase in import
+        D = "VERSION" wide nocase in resource from end
+        E = { ?? ?? 00 } in entry_code at 0..0x10
+        F = "a" nocase in overlay from end at 0..0x20
+    }
+    when ((A|(B&C))|(D&(E|F)))
+}
+rule 19 "MoreStrings" for program {
+    strings {
+        A = { 00 } in section(".text")
+        B = { 4D 5A } in resource_data[0] at 0
+        C = "Rich" in dos_stub
+        D = "VB5!" in vb
+        E = { ?? } in last from end at 0..0 drift 2
+    }
+    when (((A|B)|(C|D))|E)
+}
+rule 20 "Traits" for program { traits overlay, few_imports, virtual_section, executable_last, writable_entry }
+)";
+
+constexpr std::size_t kEveryRule = 16; // of the database
+
+void Require(bool holds) {
+    if (!holds)
+        std::abort();
+}
+
+const rules::RecordSet &Rules() {
+    static const rules::RecordSet records = [] {
+        rules::ParsedFile parsed = rules::ParseRules(kRules);
+        Require(!rules::HasErrors(parsed.diagnostics));
+        for (uint32_t i = 0; i < tavrik2::RuleTableCount; i += kEveryRule)
+            parsed.set.rules.push_back(rules::ReadRule(*tavrik2::RuleTable[i], rules::RecordForm::kStored));
+        return rules::RecordSet(parsed.set);
+    }();
+    return records;
+}
+
+// The same bytes, handed out as a file does.
+class StreamedSource final : public host::ByteSource {
+public:
+    explicit StreamedSource(std::span<const uint8_t> bytes) : memory_(bytes) {}
+
+    uint64_t size() const override { return memory_.size(); }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override {
+        return memory_.ReadAt(offset, buffer, length);
+    }
+    const std::string &error() const override { return memory_.error(); }
+
+private:
+    host::MemorySource memory_;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const std::span<HeuristicRule *const> table = Rules().rules();
+    static const host::RuleIndex index(table);
+
+    const std::vector<uint8_t> file(data, data + size); // of exactly that size, so that no read behind it is missed
+    host::MemorySource source(file);
+    host::ParsePe(source);
+
+    host::Features features(source);
+    const std::vector<uint32_t> fast = index.Match(features);
+    StreamedSource streamed(file);
+    host::Features streamed_features(streamed);
+    Require(index.Match(streamed_features) == fast);
+
+    host::Features plain_features(source);
+    std::vector<uint32_t> plain;
+    for (uint32_t place = 0; place < table.size(); ++place)
+        if (host::Matches(*table[place], plain_features))
+            plain.push_back(place);
+    Require(plain == fast);
+
+    const std::size_t explained = size % table.size();
+    const host::RuleExplanation explanation = host::ExplainRule(*table[explained], features);
+    Require(explanation.matches == host::Matches(*table[explained], features));
+    Require(!explanation.matches || explanation.failed == 0);
+    return 0;
+}
