@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "database/generator/generator.h"
+#include "database/generator/written_rules.h"
 #include "host/evaluation/evaluator.h"
 #include "host/evaluation/rule_index.h"
 #include "host/module.h"
 #include "tests/support/packaged_files.h"
-#include "tests/support/written_rules.h"
 
 namespace {
 
@@ -103,7 +103,7 @@ int main() {
         std::ifstream file(path, std::ios::binary);
         clean.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
-    const rules::RuleSet written = tests::WrittenRules();
+    const rules::RuleSet written = rulegen::WrittenRules();
     const rulegen::Generator generator(written);
     std::vector<Bytes> specimens;
     for (std::size_t place = 0; place < generator.size(); place += 8)

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "database/generator/generator.h"
+#include "database/generator/written_rules.h"
 #include "host/system.h"
-#include "tests/support/written_rules.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ double Median(std::vector<double> values) {
 } // namespace
 
 int main() {
-    const tavrik::rules::RuleSet written = tavrik::tests::WrittenRules();
+    const tavrik::rules::RuleSet written = tavrik::rulegen::WrittenRules();
     const tavrik::rulegen::Generator generator(written);
     const fs::path root = fs::current_path() / "scanner_bench_files";
     fs::remove_all(root);

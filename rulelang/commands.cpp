@@ -4,21 +4,17 @@
 #include "rulelang/emitter.h"
 #include "rulelang/formatter.h"
 #include "rulelang/names.h"
-#include "rulelang/parser.h"
 #include "rulelang/printer.h"
 #include "rulelang/profile.h"
 #include "rulelang/reader.h"
 #include "rulelang/record_facts.h"
+#include "rulelang/tool_files.h"
 
 #include "tavrik2/rules/heuristic_rule.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <fmt/format.h>
-#include <fstream>
-#include <iostream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -28,85 +24,6 @@
 namespace tavrik::rules {
 
 namespace {
-
-constexpr std::string_view kStandardInput = "-";
-
-// Something other than the rules is wrong; the text says what and what to do.
-class ToolError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-std::filesystem::path PathOf(const std::string &name) {
-    return std::u8string(name.begin(), name.end());
-}
-
-std::string ReadAll(const std::string &name) {
-    if (name == kStandardInput)
-        return {std::istreambuf_iterator<char>(std::cin), {}};
-    const std::filesystem::path path = PathOf(name);
-    if (std::filesystem::is_directory(path))
-        throw ToolError(fmt::format("{}: is a folder; name the rule files in it", name));
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-        throw ToolError(fmt::format("{}: cannot be read: {}", name, std::strerror(errno)));
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (file.bad())
-        throw ToolError(fmt::format("{}: cannot be read to its end", name));
-    return text;
-}
-
-// Writes through a second file, so that a failure leaves the old text.
-void WriteAll(const std::filesystem::path &path, const std::string &text) {
-    std::filesystem::path temporary = path;
-    temporary += ".new";
-    std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    file << text;
-    file.close();
-    std::error_code error;
-    if (file)
-        std::filesystem::rename(temporary, path, error);
-    if (!file || error) {
-        std::filesystem::remove(temporary, error);
-        throw ToolError(fmt::format("{}: cannot be written; is there space, and may you write there?", path.string()));
-    }
-}
-
-void WriteIfChanged(const std::filesystem::path &path, const std::string &text) {
-    std::ifstream old(path, std::ios::binary);
-    if (old && std::string{std::istreambuf_iterator<char>(old), {}} == text)
-        return;
-    old.close();
-    WriteAll(path, text);
-}
-
-struct Text {
-    Source source;
-    ParsedFile parsed;
-
-    explicit Text(const std::string &name)
-        : source{name == kStandardInput ? "<standard input>" : name, ReadAll(name)}, parsed(ParseRules(source.text)) {}
-    Text(const Text &) = delete;
-    Text &operator=(const Text &) = delete;
-
-    bool PrintDiagnostics() const {
-        for (const Diagnostic &diagnostic : parsed.diagnostics)
-            fmt::print(stderr, "{}", Render(source, diagnostic));
-        return HasErrors(parsed.diagnostics);
-    }
-};
-
-// The rules of all files; nothing when one has errors, which are printed.
-std::optional<RuleSet> Load(const std::vector<std::string> &files) {
-    RuleSet all;
-    bool errors = false;
-    for (const std::string &name : files) {
-        Text text(name);
-        errors = text.PrintDiagnostics() || errors;
-        std::ranges::move(text.parsed.set.rules, std::back_inserter(all.rules));
-    }
-    return errors ? std::nullopt : std::optional(std::move(all));
-}
 
 // A module whose records are read in stored form: it is loaded but not initialised.
 class StoredModule {
@@ -143,7 +60,7 @@ private:
 
 std::optional<RuleSet> LoadSource(const RuleSource &source) {
     if (!source.files.empty())
-        return Load(source.files);
+        return LoadRules(source.files);
     return ReadRules(StoredModule(source.module).table(), RecordForm::kStored);
 }
 
@@ -221,7 +138,7 @@ ExitCode Check(const std::vector<std::string> &files, bool json) {
         std::size_t warnings = 0;
         std::size_t rules = 0;
         for (const std::string &name : files) {
-            const Text text(name);
+            const RuleText text(name);
             for (const Diagnostic &diagnostic : text.parsed.diagnostics) {
                 ++(diagnostic.severity == Severity::kError ? errors : warnings);
                 if (json)
@@ -239,7 +156,7 @@ ExitCode Check(const std::vector<std::string> &files, bool json) {
 
 ExitCode Compile(const std::vector<std::string> &files, const std::filesystem::path &folder) {
     return Guard([&] {
-        const auto set = Load(files);
+        const auto set = LoadRules(files);
         if (!set)
             return kErrorsFound;
         std::filesystem::create_directories(folder);
@@ -254,7 +171,7 @@ ExitCode Format(const std::vector<std::string> &files, bool check) {
         bool errors = false;
         bool changes = false;
         for (const std::string &name : files) {
-            const Text text(name);
+            const RuleText text(name);
             if (text.PrintDiagnostics()) {
                 errors = true;
                 continue;

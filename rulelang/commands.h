@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,28 @@ ExitCode List(const RuleSource &source, bool json);
 
 /// show: the text of the rules with a number, or of those whose name contains `wanted`.
 ExitCode Show(const RuleSource &source, const std::string &wanted);
+
+struct TryOptions {
+    std::vector<std::string> rule_files; ///< named as such
+    std::vector<std::string> arguments;  ///< rule files by their suffix, and files and folders to try the rules on
+    bool recursive = false;              ///< go into folders
+    bool explain = false;                ///< print every condition of every rule, met or not
+    bool json = false;                   ///< print one JSON object for each file
+};
+
+/// try: evaluates rules on files without building a module. Files that cannot be read are reported, and the others
+/// tried; the end is then kFailed.
+ExitCode Try(const TryOptions &options);
+
+struct SpecimenOptions {
+    uint32_t rule_id = 0;
+    std::optional<std::size_t> place; ///< in the table, for ids that several rules have
+    std::string output;
+    bool force = false; ///< overwrite `output`
+};
+
+/// specimen: writes the PE file that a rule of the reference database was made from.
+ExitCode WriteSpecimen(const SpecimenOptions &options);
 
 } // namespace tavrik::rules
 

@@ -1,4 +1,4 @@
-// tavrik-rules: checks, compiles, formats and shows heuristic rules.
+// tavrik-rules: checks, compiles, formats, shows and tries heuristic rules.
 
 #include "host/system.h"
 #include "rulelang/commands.h"
@@ -18,9 +18,10 @@ constexpr char kFooter[] =
     "Exit codes:\n"
     "  0  fine\n"
     "  1  errors in the rules; fmt --check: files that would change; stats --verify: deviations;\n"
-    "     show: no such rule\n"
+    "     show, specimen: no such rule\n"
     "  2  check: warnings, but no errors\n"
-    "  3  wrong usage, or a file or module that cannot be read or written\n"
+    "  3  wrong usage, or a file or module that cannot be read or written (try goes on with the other\n"
+    "     files; whether rules match does not count)\n"
     "\n"
     "dump, stats, list and show take rule files, or the module's own rules without any. The file\n"
     "'-' is standard input.";
@@ -55,6 +56,31 @@ public:
         show_ = Add("show", "print the rules with a number or with a part of a name");
         show_->add_option("WANTED", wanted_, "number of a rule, or part of a name")->required()->type_name("");
         AddSource(show_);
+
+        try_ = Add("try", "evaluate rule files on PE files, without building a module");
+        try_->add_option("RULES... PATH", try_options_.arguments,
+                         "files that end in .rules are rules; the others are tried, folders with -r")
+            ->required()
+            ->type_name("");
+        try_->add_option("--rules", try_options_.rule_files, "a rule file of any name; may be repeated")
+            ->type_name("FILE")
+            ->allow_extra_args(false);
+        try_->add_flag("-r,--recursive", try_options_.recursive, "go into folders");
+        try_->add_flag("-v,--explain", try_options_.explain, "for each rule, print its conditions, met or not");
+        try_->add_flag("--json", try_options_.json, "print one JSON object for each file");
+
+        specimen_ = Add("specimen", "write a PE file that a rule of the reference database matches");
+        specimen_->add_option("ID", specimen_options_.rule_id, "id of the rule, as list prints it")
+            ->required()
+            ->type_name("");
+        specimen_->add_option("-o,--output", specimen_options_.output, "file to write")->required()->type_name("FILE");
+        specimen_->add_option("--place", specimen_options_.place, "place in the table, where several rules have the id")
+            ->type_name("N");
+        specimen_->add_flag("--force", specimen_options_.force, "overwrite the file");
+        specimen_->footer(
+            "The reference database is built into this program: a module made from other rules, or other\n"
+            "--module files, change nothing here. Specimens are invented and harmless; scanners that use\n"
+            "the database report them.\n");
     }
 
     ExitCode Run(std::vector<std::string> arguments) {
@@ -79,6 +105,10 @@ public:
             return Stats(source, verify_, json_);
         if (command == list_)
             return List(source, json_);
+        if (command == try_)
+            return Try(try_options_);
+        if (command == specimen_)
+            return WriteSpecimen(specimen_options_);
         return Show(source, wanted_);
     }
 
@@ -101,7 +131,7 @@ private:
             ->type_name("MODULE");
     }
 
-    CLI::App app_{"Checks, compiles, formats and shows heuristic rules.", "tavrik-rules"};
+    CLI::App app_{"Checks, compiles, formats, shows and tries heuristic rules.", "tavrik-rules"};
     CLI::App *check_;
     CLI::App *compile_;
     CLI::App *format_;
@@ -109,10 +139,14 @@ private:
     CLI::App *stats_;
     CLI::App *list_;
     CLI::App *show_;
+    CLI::App *try_;
+    CLI::App *specimen_;
     std::vector<std::string> files_;
     std::string folder_;
     std::string module_;
     std::string wanted_;
+    TryOptions try_options_;
+    SpecimenOptions specimen_options_;
     bool json_ = false;
     bool check_only_ = false;
     bool verify_ = false;

@@ -6,12 +6,12 @@
 #include <gtest/gtest.h>
 
 #include "database/generator/generator.h"
+#include "database/generator/written_rules.h"
 #include "host/evaluation/evaluator.h"
 #include "host/evaluation/rule_explanation.h"
 #include "host/evaluation/rule_index.h"
 #include "host/module.h"
 #include "tests/support/packaged_files.h"
-#include "tests/support/written_rules.h"
 
 namespace tavrik::tests {
 namespace {
@@ -37,7 +37,7 @@ protected:
 };
 
 TEST_F(Evaluators, FindEverySpecimenByItsRuleAlone) {
-    const rules::RuleSet written = WrittenRules();
+    const rules::RuleSet written = rulegen::WrittenRules();
     const rulegen::Generator generator(written);
     ASSERT_EQ(generator.size(), module_.rules().size());
     std::size_t also_by_others = 0;
@@ -54,7 +54,7 @@ TEST_F(Evaluators, FindEverySpecimenByItsRuleAlone) {
 }
 
 TEST_F(Evaluators, AgreeOnAlteredSpecimens) {
-    const rules::RuleSet written = WrittenRules();
+    const rules::RuleSet written = rulegen::WrittenRules();
     const rulegen::Generator generator(written);
     std::mt19937 random(1);
     std::size_t still_found = 0;
@@ -87,7 +87,7 @@ TEST_F(Evaluators, FindNothingInPackagedPrograms) {
 
 // An explanation judges every condition on its own; together they must say what the evaluator says.
 TEST_F(Evaluators, ExplainTheirAnswers) {
-    const rules::RuleSet written = WrittenRules();
+    const rules::RuleSet written = rulegen::WrittenRules();
     const rulegen::Generator generator(written);
     for (uint32_t place = 0; place < generator.size(); place += 61) {
         const auto image = generator.SpecimenImage(place);

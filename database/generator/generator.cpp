@@ -43,6 +43,16 @@ rules::RuleSet Generator::Rules() const {
     return set;
 }
 
+uint32_t Generator::RuleId(std::size_t place) const {
+    const Slot &slot = slots_.at(place);
+    return slot.written != nullptr ? slot.written->rule_id : slot.plan.rule_id;
+}
+
+const std::string &Generator::RuleName(std::size_t place) const {
+    const Slot &slot = slots_.at(place);
+    return slot.written != nullptr ? slot.written->detection_name : slot.plan.detection_name;
+}
+
 std::optional<std::vector<uint8_t>> Generator::SpecimenImage(std::size_t place) const {
     const Slot &slot = slots_.at(place);
     if (slot.written == nullptr)

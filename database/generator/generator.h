@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace tavrik::rulegen {
@@ -23,8 +24,12 @@ public:
     /// The number of places in the table.
     std::size_t size() const { return slots_.size(); }
 
-    /// The specimen of the rule at a place of the table, as a PE file; nothing for a
-    /// hand-written rule that none was described for.
+    /// The id and the name of the rule at a place of the table.
+    uint32_t RuleId(std::size_t place) const;
+    const std::string &RuleName(std::size_t place) const;
+
+    /// The specimen of the rule at a place of the table, as a PE file; nothing for a hand-written rule
+    /// that none was described for.
     std::optional<std::vector<uint8_t>> SpecimenImage(std::size_t place) const;
 
 private:
