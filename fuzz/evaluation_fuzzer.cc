@@ -1,21 +1,19 @@
 // Any bytes as a file. The host's parsers must end and stay within it, the two evaluators must agree, also on a source
 // that is not in memory, and an explanation must say what they say. The rules reach into every corner of the features;
-// a few of the database's keep the index at work.
+// the hand-written ones of the database keep the index at work.
 
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
 
+#include "database/generator/written_rules.h"
 #include "host/evaluation/evaluator.h"
 #include "host/evaluation/rule_explanation.h"
 #include "host/evaluation/rule_index.h"
-#include "host/evaluation/string_search.h"
 #include "host/pe_image.h"
 #include "rulelang/parser.h"
-#include "rulelang/reader.h"
 #include "rulelang/record_builder.h"
-#include "tavrik2/rules/database.h"
 
 namespace {
 
@@ -84,8 +82,6 @@ rule 19 "MoreStrings" for program {
 rule 20 "Traits" for program { traits overlay, few_imports, virtual_section, executable_last, writable_entry }
 )";
 
-constexpr std::size_t kEveryRule = 16; // of the database
-
 void Require(bool holds) {
     if (!holds)
         std::abort();
@@ -95,8 +91,8 @@ const rules::RecordSet &Rules() {
     static const rules::RecordSet records = [] {
         rules::ParsedFile parsed = rules::ParseRules(kRules);
         Require(!rules::HasErrors(parsed.diagnostics));
-        for (uint32_t i = 0; i < tavrik2::RuleTableCount; i += kEveryRule)
-            parsed.set.rules.push_back(rules::ReadRule(*tavrik2::RuleTable[i], rules::RecordForm::kStored));
+        for (const rules::Rule &rule : rulegen::WrittenRules().rules)
+            parsed.set.rules.push_back(rule);
         return rules::RecordSet(parsed.set);
     }();
     return records;
