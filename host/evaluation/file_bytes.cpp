@@ -25,6 +25,8 @@ const FileBytes::Page &FileBytes::PageAt(uint64_t number) {
 bool FileBytes::Read(uint64_t offset, void *to, std::size_t length) {
     if (offset > size_ || length > size_ - offset)
         return false;
+    if (length == 0)
+        return true;
     if (memory_.data() != nullptr) {
         std::memcpy(to, memory_.data() + offset, length);
         return true;
