@@ -4,8 +4,13 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "host/console.h"
+#include "host/scan.h"
+#include "host/walk.h"
 
 namespace tavrik::host {
 
@@ -14,19 +19,33 @@ enum ExitCode {
     kNothingFound = 0,
     kFound = 1,
     kErrorHappened = 2,
+    kSignalled = 128,   // and the number of the signal that asked the program to end
+    kOutputClosed = 141 // as if the signal for it had ended the program
 };
 
 struct ScanOptions {
     std::vector<std::filesystem::path> paths;
-    bool recursive = false;
+    std::optional<std::filesystem::path> path_list; // "-" is standard input
+    char list_separator = '\n';
+    WalkSettings walk;
+
+    ScanSettings settings;
+    unsigned threads = 1;
+    std::optional<std::filesystem::path> carve_folder;
+
     bool json = false;
+    bool quiet = false;
+    bool profile = false;
+    When colour = When::Auto;
+    When progress = When::Auto;
 };
 
-/** Scans files and, if so asked, folders. */
-ExitCode RunScan(const std::filesystem::path &module, const ScanOptions &options);
+/** Scans files and, if so asked, folders. Returns an ExitCode. */
+int RunScan(const std::filesystem::path &module, const ScanOptions &options);
 
-/** Explains one entry's answer about one file. */
-ExitCode RunExplain(const std::filesystem::path &module, uint32_t entry, const std::filesystem::path &file);
+/** Explains the answers of an entry and of rules about one file. `what` is "entry:N", "rule:ID", a number for both, or
+ * a detection name. */
+ExitCode RunExplain(const std::filesystem::path &module, const std::string &what, const std::filesystem::path &file);
 
 /** Lists the locator table in words. */
 ExitCode RunLocators();
@@ -34,9 +53,6 @@ ExitCode RunLocators();
 /** Asks the module for the clean action of a rule; kFound when one applies. */
 ExitCode RunCleanAction(const std::filesystem::path &module, uint32_t rule_id, const std::filesystem::path &file,
                         uint32_t code);
-
-/** Writes a text, complete lines or "", to standard output, at once. Throws std::runtime_error when that fails. */
-void Print(const std::string &text);
 
 /** Writes one line about a file to standard error. */
 void ReportError(const std::filesystem::path &file, const std::string &reason);

@@ -1,6 +1,13 @@
+#include <charconv>
 #include <fmt/format.h>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <vector>
 
+#include "host/clean_action.h"
 #include "host/commands.h"
+#include "host/evaluation/rule_explanation.h"
 #include "host/explain.h"
 #include "host/file_stream.h"
 #include "host/scan.h"
@@ -10,29 +17,120 @@ namespace tavrik::host {
 
 namespace fs = std::filesystem;
 
-ExitCode RunExplain(const fs::path &module_path, uint32_t entry, const fs::path &file) {
+namespace {
+
+/** There is nothing of that name; the text says so. */
+class NothingToExplain : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// What is to be explained.
+struct Subjects {
+    std::optional<uint32_t> entry;            // of the locator table
+    std::vector<const HeuristicRule *> rules; // in the table's order
+};
+
+std::optional<uint32_t> NumberOf(std::string_view text) {
+    uint32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
+}
+
+template <typename Predicate>
+std::vector<const HeuristicRule *> RulesThat(const Module &module, Predicate predicate) {
+    std::vector<const HeuristicRule *> rules;
+    for (const HeuristicRule *rule : module.rules())
+        if (predicate(*rule))
+            rules.push_back(rule);
+    return rules;
+}
+
+Subjects SubjectsOf(const Module &module, const std::string &what) {
+    constexpr std::string_view kEntry = "entry:";
+    constexpr std::string_view kRule = "rule:";
+    const bool names_entry = what.starts_with(kEntry);
+    const bool names_rule = what.starts_with(kRule);
+    const std::string_view digits = std::string_view(what).substr(names_entry  ? kEntry.size()
+                                                                  : names_rule ? kRule.size()
+                                                                               : 0);
+    const std::optional<uint32_t> number = NumberOf(digits);
+    if (!number && (names_entry || names_rule))
+        throw NothingToExplain(fmt::format("\"{}\" is no number in \"{}\"", Printable(digits), Printable(what)));
+
+    Subjects subjects;
+    if (number && *number < module.locators().size() && !names_rule)
+        subjects.entry = number;
+    if (number && !names_entry)
+        subjects.rules = RulesThat(module, [&](const HeuristicRule &rule) { return rule.rule_id == *number; });
+    if (!number)
+        subjects.rules = RulesThat(module, [&](const HeuristicRule &rule) { return DetectionName(rule) == what; });
+    if (!subjects.entry && subjects.rules.empty())
+        throw NothingToExplain(
+            fmt::format("there is no {} \"{}\"; tavrik-scan locators lists the entries, tavrik-rules list the rules",
+                        names_entry  ? "entry"
+                        : names_rule ? "rule"
+                        : number     ? "entry and no rule"
+                                     : "rule with the name",
+                        Printable(digits)));
+    return subjects;
+}
+
+std::string Verdict(const RuleExplanation &explanation, const HeuristicRule &rule, const Module &module,
+                    const fs::path &file) {
+    if (explanation.matches)
+        return fmt::format("The rule matches; action {}.\n",
+                           ActionName(module.PreviewCleanAction(file, kCleanableFinding, rule.rule_id).action));
+    if (explanation.failed == 0)
+        return "The rule does not match.\n";
+    return fmt::format("The rule does not match: {} condition{} failed.\n", explanation.failed,
+                       explanation.failed == 1 ? " has" : "s have");
+}
+
+} // namespace
+
+ExitCode RunExplain(const fs::path &module_path, const std::string &what, const fs::path &file) {
     const Module module(module_path);
     const auto fail = [&](const std::string &reason) {
         ReportError(file, reason);
         return kErrorHappened;
     };
     try {
+        const Subjects subjects = SubjectsOf(module, what);
         FileSource source(file);
         const PeResult pe = ParsePe(source);
         if (pe.status != PeStatus::Parsed)
             return fail(pe.status == PeStatus::NotPe ? pe.text + "; name a PE file" : pe.text);
-        if (source.size() > kLargestFile)
+        if (source.size() > kLargestFile && subjects.entry)
             return fail(TooLargeText(source.size()));
-        const Explanation explanation = Explain(module, entry, source, pe.image);
-        Print(fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", PrintablePath(file), source.size(),
-                          pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
-                          uint16_t{pe.image.file_header.NumberOfSections}) +
-              explanation.text);
+        std::string text = fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", PrintablePath(file),
+                                       source.size(), pe.image.is_pe32_plus ? "PE32+" : "PE32",
+                                       pe.image.sections.size(), uint16_t{pe.image.file_header.NumberOfSections});
+        bool found = false;
+        if (subjects.entry) {
+            const Explanation explanation = Explain(module, *subjects.entry, source, pe.image);
+            text += explanation.text;
+            found = explanation.found;
+        }
+        Features features(source);
+        for (const HeuristicRule *rule : subjects.rules) {
+            const RuleExplanation explanation = ExplainRule(*rule, features);
+            fmt::format_to(std::back_inserter(text), "{}rule {}: \"{}\"\n\n{}\n{}",
+                           subjects.entry || rule != subjects.rules.front() ? "\n" : "", uint32_t{rule->rule_id},
+                           Printable(DetectionName(*rule)), explanation.text,
+                           Verdict(explanation, *rule, module, file));
+            found = found || explanation.matches;
+        }
+        Print(text);
         if (!source.error().empty())
             return fail(source.error());
-        return explanation.found ? kFound : kNothingFound;
+        return found ? kFound : kNothingFound;
     } catch (const OpenError &error) {
         return fail(error.what());
+    } catch (const NothingToExplain &error) {
+        PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
+        return kErrorHappened;
     }
 }
 

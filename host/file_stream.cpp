@@ -31,7 +31,8 @@ ModuleStream &ModuleStream::Owner(FileStream *stream) {
 
 uint32_t ModuleStream::Open(FileStream *stream, const void *file_name, uint32_t mode, uint32_t) {
     ModuleStream &self = Owner(stream);
-    const auto access = (mode & kModeReadWrite) != 0 ? FileSource::Access::ReadWrite : FileSource::Access::Read;
+    const bool for_writing = (mode & kModeReadWrite) != 0 && self.open_as_ == OpenAs::TheModuleAsks;
+    const auto access = for_writing ? FileSource::Access::ReadWrite : FileSource::Access::Read;
     if (self.source_ != nullptr)
         return FILE_NOT_OPENED;
     try {

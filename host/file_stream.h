@@ -24,8 +24,11 @@ public:
      * source is larger than kLargestFile. */
     explicit ModuleStream(ByteSource &source);
 
+    /** How a closed stream opens files for the module. */
+    enum class OpenAs { TheModuleAsks, ReadOnly };
+
     /** A closed stream; the module opens files with it. Its file names are `const std::filesystem::path *`. */
-    ModuleStream() = default;
+    explicit ModuleStream(OpenAs open_as) : open_as_(open_as) {}
 
     ModuleStream(const ModuleStream &) = delete;
     ModuleStream &operator=(const ModuleStream &) = delete;
@@ -58,6 +61,7 @@ private:
     std::unique_ptr<ByteSource> opened_; // by the module
     ByteSource *source_ = nullptr;
     uint32_t position_ = 0;
+    OpenAs open_as_ = OpenAs::TheModuleAsks;
 };
 
 } // namespace tavrik::host

@@ -8,7 +8,6 @@
 #include <string>
 #include <utility>
 
-#include "host/file_stream.h"
 #include "host/text.h"
 #include "host/unused.h"
 
@@ -131,7 +130,16 @@ Module::~Module() {
 }
 
 CleanDecision Module::AskCleanAction(const fs::path &file, uint32_t code, uint32_t rule_id) const {
-    ModuleStream stream;
+    ModuleStream stream(ModuleStream::OpenAs::TheModuleAsks);
+    return Ask(file, code, rule_id, stream);
+}
+
+CleanDecision Module::PreviewCleanAction(const fs::path &file, uint32_t code, uint32_t rule_id) const {
+    ModuleStream stream(ModuleStream::OpenAs::ReadOnly);
+    return Ask(file, code, rule_id, stream);
+}
+
+CleanDecision Module::Ask(const fs::path &file, uint32_t code, uint32_t rule_id, ModuleStream &stream) const {
     CleanContext context = {};
     context.stream = stream.stream();
     uint32_t action = CLEAN_ACTION_NONE;

@@ -7,6 +7,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "host/file_stream.h"
 #include "host/system.h"
 #include "tavrik2/tavrik2.h"
 
@@ -47,9 +48,14 @@ public:
      * found. The module opens the file for reading and writing, and closes it. */
     CleanDecision AskCleanAction(const std::filesystem::path &file, uint32_t code, uint32_t rule_id) const;
 
+    /** The same, but the file is opened for reading only, so that files that may not be written get the answer too and
+     * nothing is touched: for those who want to know and not to clean. */
+    CleanDecision PreviewCleanAction(const std::filesystem::path &file, uint32_t code, uint32_t rule_id) const;
+
 private:
     template <typename Function>
     Function Export(const char *name) const;
+    CleanDecision Ask(const std::filesystem::path &file, uint32_t code, uint32_t rule_id, ModuleStream &stream) const;
 
     std::filesystem::path path_;
     DynamicLibrary library_;

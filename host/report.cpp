@@ -4,6 +4,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "host/clean_action.h"
+#include "host/console.h"
 #include "host/locator_info.h"
 #include "host/text.h"
 
@@ -19,6 +21,8 @@ const char *StatusName(ScanStatus status) {
         return "scanned";
     case ScanStatus::NotPe:
         return "not-pe";
+    case ScanStatus::Skipped:
+        return "skipped";
     default:
         return "error";
     }
@@ -26,11 +30,23 @@ const char *StatusName(ScanStatus status) {
 
 } // namespace
 
-std::string TextLines(const FileReport &report) {
+std::string TextLines(const FileReport &report, bool in_colour) {
+    if (report.detections.empty() && report.findings.empty())
+        return "";
+    const std::string file = PrintablePath(report.file);
     std::string lines;
+    const auto add = [&](Colour colour, const std::string &words) {
+        fmt::format_to(std::back_inserter(lines), "{}: {}\n", file, Paint(in_colour, colour, words));
+    };
+    for (const Detection &detection : report.detections)
+        add(Colour::Detection, fmt::format("rule {} \"{}\", action {}", detection.rule, Printable(detection.name),
+                                           ActionName(detection.action)));
     for (const Finding &finding : report.findings)
-        fmt::format_to(std::back_inserter(lines), "{}: entry {}, {}, offset {:#x}, size {}\n",
-                       PrintablePath(report.file), finding.entry, KindName(finding.kind), finding.offset, finding.size);
+        add(Colour::Finding, fmt::format("entry {}, {}, offset {:#x}, size {}", finding.entry, KindName(finding.kind),
+                                         finding.offset, finding.size));
+    for (const CarvedPayload &carved : report.carved)
+        add(Colour::Finding,
+            fmt::format("carved offset {:#x}, size {}, to {}", carved.offset, carved.size, PrintablePath(carved.file)));
     return lines;
 }
 
@@ -38,17 +54,34 @@ std::string JsonLine(const FileReport &report) {
     Json line;
     line["file"] = PathText(report.file);
     line["size"] = report.size ? Json(*report.size) : Json(nullptr);
+    if (!report.sha256.empty())
+        line["sha256"] = report.sha256;
     line["status"] = StatusName(report.status);
     if (report.status == ScanStatus::Failed)
         line["error"] = report.error;
+    if (report.status == ScanStatus::Skipped)
+        line["reason"] = report.error;
+    Json &detections = line["detections"] = Json::array();
+    for (const Detection &detection : report.detections)
+        detections.push_back(
+            {{"rule", detection.rule}, {"name", detection.name}, {"action", ActionName(detection.action)}});
     Json &findings = line["findings"] = Json::array();
-    for (const Finding &finding : report.findings)
-        findings.push_back({{"entry", finding.entry},
-                            {"kind", finding.kind},
-                            {"kind_name", KindName(finding.kind)},
-                            {"offset", finding.offset},
-                            {"size", finding.size}});
+    for (const Finding &finding : report.findings) {
+        Json &object = findings.emplace_back(Json{{"entry", finding.entry},
+                                                  {"kind", finding.kind},
+                                                  {"kind_name", KindName(finding.kind)},
+                                                  {"offset", finding.offset},
+                                                  {"size", finding.size}});
+        for (const CarvedPayload &carved : report.carved)
+            if (carved.offset == finding.offset)
+                object["carved"] = PathText(carved.file);
+    }
     return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour) {
+    return fmt::format("tavrik-scan: {}: {}\n", PrintablePath(file),
+                       Paint(in_colour, Colour::Error, Printable(reason)));
 }
 
 } // namespace tavrik::host

@@ -2,18 +2,23 @@
 #ifndef TAVRIK_HOST_REPORT_H
 #define TAVRIK_HOST_REPORT_H
 
+#include <filesystem>
 #include <string>
 
 #include "host/scan.h"
 
 namespace tavrik::host {
 
-/** A line for each finding, each with its line feed; "" when there is none. */
-std::string TextLines(const FileReport &report);
+/** A line for each detection, finding and carved payload, each with its line feed; "" when there is none. */
+std::string TextLines(const FileReport &report, bool in_colour);
 
-/** One JSON object without line feeds: file, size (null when unknown), status ("scanned", "not-pe" or "error"), error
- * (with that status only) and findings. Bytes of the name that are no UTF-8 are replaced by U+FFFD. */
+/** One JSON object without line feeds: file, size (null when unknown), sha256 (when it is known), status ("scanned",
+ * "not-pe", "skipped" or "error"), reason (of "skipped") or error (of "error"), detections and findings. Bytes of the
+ * name that are no UTF-8 are replaced by U+FFFD. */
 std::string JsonLine(const FileReport &report);
+
+/** The line for standard error about a file that could not be scanned as a whole, with its line feed. */
+std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour);
 
 } // namespace tavrik::host
 

@@ -2,8 +2,13 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <new>
 
+#include "host/clean_action.h"
 #include "host/file_stream.h"
+#include "host/profile.h"
+#include "host/sha256.h"
+#include "host/watched_source.h"
 
 namespace tavrik::host {
 
@@ -32,33 +37,88 @@ std::vector<Finding> RunLocators(const Module &module, ByteSource &source, const
 }
 
 std::string TooLargeText(uint64_t size) {
-    return fmt::format("has {} bytes; files of 2 GiB and more cannot be scanned, since the module counts offsets in "
-                       "signed 32-bit numbers",
+    return fmt::format("has {} bytes; files of 2 GiB and more cannot be searched for payloads, since the module counts "
+                       "offsets in signed 32-bit numbers",
                        size);
 }
 
-FileReport ScanFile(const Module &module, const std::filesystem::path &file) {
+std::string_view DetectionName(const HeuristicRule &rule) {
+    const std::string_view name(rule.detection_name, sizeof rule.detection_name);
+    return name.substr(0, name.find('\0'));
+}
+
+Scanner::Scanner(const Module &module, const ScanSettings &settings)
+    : module_(module), settings_(settings), index_(module.rules()) {}
+
+FileReport Scanner::Scan(const std::filesystem::path &file, Profile *profile) const {
     FileReport report;
     report.file = file;
+    const Deadline deadline(settings_.timeout);
     try {
-        FileSource source(file);
-        report.size = source.size();
-        const PeResult pe = ParsePe(source);
-        if (pe.status == PeStatus::NotPe) {
-            report.status = ScanStatus::NotPe;
-        } else if (pe.status == PeStatus::ReadFailed) {
-            report.error = pe.text;
-        } else if (source.size() > kLargestFile) {
-            report.error = TooLargeText(source.size());
-        } else {
-            report.findings = RunLocators(module, source, pe.image);
-            report.error = source.error();
-            report.status = report.error.empty() ? ScanStatus::Scanned : ScanStatus::Failed;
+        const StepTimer timer(profile, Step::Open);
+        FileSource opened(file);
+        report.size = opened.size();
+        if (settings_.max_size && opened.size() > *settings_.max_size) {
+            report.status = ScanStatus::Skipped;
+            report.error = fmt::format("larger than {} bytes", *settings_.max_size);
+            return report;
         }
+        WatchedSource source(opened, deadline, profile);
+        Examine(source, report, profile);
+        if (source.was_interrupted())
+            report.status = ScanStatus::Interrupted;
     } catch (const OpenError &error) {
         report.error = error.what();
+    } catch (const std::bad_alloc &) {
+        report.status = ScanStatus::Failed;
+        report.error = "not enough memory; scan fewer files at once (-j)";
     }
     return report;
+}
+
+void Scanner::Examine(ByteSource &source, FileReport &report, Profile *profile) const {
+    const auto fail = [&report](const std::string &why) {
+        report.status = ScanStatus::Failed;
+        report.error = why;
+    };
+    if (settings_.sha256) {
+        const StepTimer timer(profile, Step::Sha256);
+        report.sha256 = Sha256Of(source);
+    }
+    PeResult pe;
+    {
+        const StepTimer timer(profile, Step::Headers);
+        pe = ParsePe(source);
+    }
+    if (pe.status == PeStatus::ReadFailed)
+        return fail(pe.text);
+    report.status = pe.status == PeStatus::NotPe ? ScanStatus::NotPe : ScanStatus::Scanned;
+    if (pe.status == PeStatus::NotPe)
+        return;
+    Detect(source, report, profile);
+    if (!source.error().empty())
+        return fail(source.error());
+    if (source.size() > kLargestFile)
+        return fail(TooLargeText(source.size()));
+    const StepTimer timer(profile, Step::Locators);
+    report.findings = RunLocators(module_, source, pe.image);
+    if (!source.error().empty())
+        fail(source.error());
+}
+
+void Scanner::Detect(ByteSource &source, FileReport &report, Profile *profile) const {
+    const StepTimer rules_timer(profile, Step::Rules);
+    Features features(source);
+    const std::vector<uint32_t> matches = index_.Match(features, profile);
+    // What could not be read counts as not there, which some rules ask for: such matches mean nothing.
+    if (!source.error().empty())
+        return;
+    const StepTimer timer(profile, Step::CleanAction);
+    for (const uint32_t position : matches) {
+        const HeuristicRule &rule = *module_.rules()[position];
+        const CleanDecision decision = module_.PreviewCleanAction(report.file, kCleanableFinding, rule.rule_id);
+        report.detections.push_back({rule.rule_id, DetectionName(rule), decision.action});
+    }
 }
 
 } // namespace tavrik::host

@@ -1,8 +1,12 @@
-// Dynamic libraries, the program's place, its arguments and its console on Windows.
+// The operating system on Windows.
 #include "host/system.h"
 
+#include <algorithm>
+#include <atomic>
 #include <bit>
-#include <cstdio>
+#include <cerrno>
+#include <climits>
+#include <csignal>
 #include <stdexcept>
 #include <system_error>
 
@@ -11,12 +15,31 @@
 #include <windows.h>
 
 #include <shellapi.h>
+#include <sys/stat.h>
 
 namespace tavrik::host {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::size_t kUsualWidth = 80;
+
+std::atomic<int> interruption = 0;
+
+// The system calls this on a thread of its own. What is not handled here ends the program.
+BOOL WINAPI NoteInterruption(DWORD) {
+    int none = 0;
+    return interruption.compare_exchange_strong(none, SIGINT) ? TRUE : FALSE;
+}
+
+HANDLE ConsoleOf(std::FILE *stream) {
+    return std::bit_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+}
+
+[[noreturn]] void ThrowLastError() {
+    throw std::runtime_error(std::generic_category().message(errno));
+}
 
 std::string Narrow(const wchar_t *text, UINT code_page, bool *lossy = nullptr) {
     BOOL replaced = FALSE;
@@ -85,6 +108,57 @@ std::vector<std::string> Arguments(int argc, char **argv) {
 void PrepareConsole() {
     SetConsoleOutputCP(CP_UTF8);
     _setmode(_fileno(stdout), _O_BINARY);
+}
+
+bool IsTerminal(std::FILE *stream) {
+    DWORD mode = 0; // NUL is a character device too, but has no mode
+    return GetConsoleMode(ConsoleOf(stream), &mode) != 0;
+}
+
+bool EnableEscapes(std::FILE *stream) {
+    constexpr DWORD kProcessEscapes = 0x0004; // ENABLE_VIRTUAL_TERMINAL_PROCESSING, which older headers do not have
+    DWORD mode = 0;
+    const HANDLE console = ConsoleOf(stream);
+    return GetConsoleMode(console, &mode) != 0 && SetConsoleMode(console, mode | kProcessEscapes) != 0;
+}
+
+std::size_t TerminalWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO info;
+    if (GetConsoleScreenBufferInfo(ConsoleOf(stderr), &info) == 0)
+        return kUsualWidth;
+    return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+}
+
+void NoteInterruptions() {
+    SetConsoleCtrlHandler(NoteInterruption, TRUE);
+}
+
+int Interruption() {
+    return interruption.load(std::memory_order_relaxed);
+}
+
+InputStream::InputStream(const fs::path &path) : descriptor_(_wopen(path.c_str(), _O_RDONLY | _O_BINARY)) {
+    if (descriptor_ < 0)
+        ThrowLastError();
+}
+
+InputStream::~InputStream() {
+    if (descriptor_ != _fileno(stdin))
+        _close(descriptor_);
+}
+
+std::size_t InputStream::Read(char *buffer, std::size_t length) {
+    if (Interruption() != 0)
+        return 0;
+    const int count = _read(descriptor_, buffer, static_cast<unsigned>(std::min<std::size_t>(length, INT_MAX)));
+    if (count < 0)
+        ThrowLastError();
+    return Interruption() != 0 ? 0 : static_cast<std::size_t>(count);
+}
+
+std::FILE *CreateNewFile(const fs::path &path) {
+    const int descriptor = _wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+    return descriptor < 0 ? nullptr : _fdopen(descriptor, "wb");
 }
 
 } // namespace tavrik::host

@@ -50,12 +50,13 @@ PeResult Parse(const Bytes &bytes) {
 // Other entries may know the same program, but what they report is the same payload.
 TEST(Samples, GiveTheirPlannedFinding) {
     const Module module;
+    const Scanner scanner(module);
     const FreshFolder folder;
     for (std::size_t index = 0; index < SampleCount(); ++index) {
         const Sample sample = MakeSample(index);
         SCOPED_TRACE(sample.file_name);
         WriteFile(sample.file_name, sample.bytes);
-        const FileReport report = ScanFile(module, sample.file_name);
+        const FileReport report = scanner.Scan(sample.file_name);
         std::filesystem::remove(sample.file_name);
         EXPECT_EQ(report.status, ScanStatus::Scanned) << report.error;
         if (!sample.finding) {

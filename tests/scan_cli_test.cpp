@@ -33,7 +33,7 @@ Outcome Shell(const std::string &command) {
 }
 
 Outcome Scan(const std::string &arguments) {
-    return Shell('\'' + (host::ProgramFolder() / "tavrik-scan").string() + "' " + arguments);
+    return Shell('\'' + (host::ProgramFolder() / "tavrik-scan").string() + "' -q " + arguments);
 }
 
 std::vector<std::string> Lines(const std::string &text) {
@@ -131,6 +131,7 @@ TEST_F(ScanCommand, WalksFoldersInOrderAndPrintsJsonLines) {
     EXPECT_EQ(clean, (Json{{"file", "top/a.exe"},
                            {"size", fs::file_size("top/a.exe")},
                            {"status", "scanned"},
+                           {"detections", Json::array()},
                            {"findings", Json::array()}}));
     const Json found = Json::parse(lines[1]);
     EXPECT_EQ(found["file"], "top/b/found.exe");
@@ -151,7 +152,8 @@ TEST_F(ScanCommand, ExplainsAndLists) {
     const Outcome near = Scan("explain 7 near.exe");
     EXPECT_EQ(near.code, 0);
     EXPECT_NE(near.out.find("\nFAIL  Subsystem"), std::string::npos) << near.out;
-    for (const char *wrong : {"explain 7 text", "explain 7 missing", "explain 50 near.exe", "explain x near.exe"}) {
+    for (const char *wrong : {"explain 7 text", "explain 7 missing", "explain entry:50 near.exe",
+                              "explain rule:x near.exe", "explain Unknown.Name near.exe"}) {
         const Outcome error = Scan(wrong);
         EXPECT_EQ(error.code, 2) << wrong;
         EXPECT_EQ(error.out, "") << wrong;

@@ -1,0 +1,57 @@
+#include "host/totals.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "host/console.h"
+#include "host/text.h"
+
+namespace tavrik::host {
+
+namespace {
+
+constexpr double kMegabyte = 1e6;
+constexpr double kShortestRun = 1e-6; // seconds; rates over less mean nothing
+
+std::string Count(uint64_t count, const char *one) {
+    return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
+}
+
+double Rate(double count, double seconds) {
+    return count / std::max(seconds, kShortestRun);
+}
+
+} // namespace
+
+void Totals::Add(const FileReport &report) {
+    if (report.status == ScanStatus::Skipped) {
+        ++skipped;
+        return;
+    }
+    ++files;
+    bytes += report.size.value_or(0);
+    detections += report.detections.size();
+    findings += report.findings.size();
+    errors += report.status == ScanStatus::Failed ? 1 : 0;
+}
+
+std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted) {
+    const double megabytes = static_cast<double>(totals.bytes) / kMegabyte;
+    return fmt::format(
+        "tavrik-scan: {}{}, {:.1f} MB in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, {}\n",
+        is_interrupted ? "interrupted: " : "", Count(totals.files, "file"), megabytes, seconds,
+        Rate(static_cast<double>(totals.files), seconds), Rate(megabytes, seconds),
+        Count(totals.detections, "detection"), Count(totals.findings, "finding"), totals.skipped,
+        Count(totals.errors, "error"));
+}
+
+std::string ProgressLine(const Totals &totals, double seconds, const std::filesystem::path &file, std::size_t columns) {
+    const std::string counts =
+        fmt::format("{}, {} found, {:.0f} files/s  ", Count(totals.files, "file"), totals.detections + totals.findings,
+                    Rate(static_cast<double>(totals.files), seconds));
+    if (counts.size() > columns)
+        return "";
+    return counts + ShortenLeft(PrintablePath(file), columns - counts.size());
+}
+
+} // namespace tavrik::host
