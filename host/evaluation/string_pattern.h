@@ -19,6 +19,15 @@ inline constexpr std::size_t kLongestPattern = 2 * rules::kMaxStringLength;
 /** What turns an ASCII letter into the other case. */
 inline constexpr uint8_t kCaseBit = 0x20;
 
+/** How rare a byte is in programs, in bits: about minus the logarithm of its share. */
+constexpr int Rarity(uint8_t byte) {
+    if (byte == 0)
+        return 1;
+    if (byte < 0x10)
+        return 5;
+    return byte < 0x80 || byte == 0xFF ? 7 : 9;
+}
+
 /** Whether the bytes stand at `bytes`, which has at least as many: each under `care` equals its byte of `value`. */
 inline bool IsPatternAt(const uint8_t *bytes, const uint8_t *value, const uint8_t *care, std::size_t length) {
     using Word = uint64_t;

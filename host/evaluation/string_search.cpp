@@ -37,36 +37,59 @@ Stretch AnchoredStretch(const StringFeature &string, const StringPattern &patter
     return stretch.length > 0 ? stretch : LongestStretch(pattern);
 }
 
-// Searches by the last byte of the stretch (Horspool): the file's byte there tells how far to move on. Without a
-// stretch it moves on by one.
+// Searches by the last byte of the stretch (Horspool): the file's byte there tells how far to move on. For a short
+// stretch the C library's search for the pattern's rarest byte is faster. Without either it moves on by one.
 class PatternSearch {
 public:
     PatternSearch(const StringPattern &pattern, Stretch stretch) : pattern_(pattern) {
-        if (stretch.length == 0) {
-            moves_.fill(1);
+        for (std::size_t i = 0; i < pattern.length && stretch.length < kShortStretch; ++i)
+            if (pattern.care[i] == 0xFF && (!has_rarest_ || Rarity(pattern.value[i]) > Rarity(pattern.value[key_]))) {
+                has_rarest_ = true;
+                key_ = i;
+            }
+        if (has_rarest_)
             return;
-        }
-        last_ = stretch.first + stretch.length - 1;
-        moves_.fill(Move(stretch.length));
-        for (std::size_t i = stretch.first; i < last_; ++i) {
+        moves_.fill(Move(std::max<std::size_t>(stretch.length, 1)));
+        if (stretch.length == 0)
+            return;
+        key_ = stretch.first + stretch.length - 1;
+        for (std::size_t i = stretch.first; i < key_; ++i) {
             const uint8_t value = pattern.value[i];
-            moves_[value] = Move(last_ - i);
-            moves_[static_cast<uint8_t>(value | static_cast<uint8_t>(~pattern.care[i]))] = Move(last_ - i);
+            moves_[value] = Move(key_ - i);
+            moves_[static_cast<uint8_t>(value | static_cast<uint8_t>(~pattern.care[i]))] = Move(key_ - i);
         }
     }
 
-    bool IsIn(std::span<const uint8_t> bytes) const {
-        for (std::size_t at = 0; at + pattern_.length <= bytes.size(); at += moves_[bytes[at + last_]])
+    bool IsIn(std::span<const uint8_t> bytes) const { return has_rarest_ ? IsInByRarest(bytes) : IsInByMoves(bytes); }
+
+private:
+    static constexpr std::size_t kShortStretch = 4; // bytes
+
+    static uint8_t Move(std::size_t distance) { return static_cast<uint8_t>(std::min<std::size_t>(distance, 255)); }
+
+    bool IsInByMoves(std::span<const uint8_t> bytes) const {
+        for (std::size_t at = 0; at + pattern_.length <= bytes.size(); at += moves_[bytes[at + key_]])
             if (pattern_.IsAt(&bytes[at]))
                 return true;
         return false;
     }
 
-private:
-    static uint8_t Move(std::size_t distance) { return static_cast<uint8_t>(std::min<std::size_t>(distance, 255)); }
+    bool IsInByRarest(std::span<const uint8_t> bytes) const {
+        for (std::size_t at = 0; at + pattern_.length <= bytes.size(); ++at) {
+            const uint8_t *from = &bytes[at + key_];
+            const void *rarest = std::memchr(from, pattern_.value[key_], bytes.size() - pattern_.length - at + 1);
+            if (rarest == nullptr)
+                return false;
+            at += static_cast<std::size_t>(static_cast<const uint8_t *>(rarest) - from);
+            if (pattern_.IsAt(&bytes[at]))
+                return true;
+        }
+        return false;
+    }
 
     const StringPattern &pattern_;
-    std::size_t last_ = 0;
+    bool has_rarest_ = false;
+    std::size_t key_ = 0; // the byte of the pattern that is looked at: the rarest, or the stretch's last
     std::array<uint8_t, 256> moves_;
 };
 
