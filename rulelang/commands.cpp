@@ -58,12 +58,6 @@ private:
     std::span<HeuristicRule *const> table_;
 };
 
-std::optional<RuleSet> LoadSource(const RuleSource &source) {
-    if (!source.files.empty())
-        return LoadRules(source.files);
-    return ReadRules(StoredModule(source.module).table(), RecordForm::kStored);
-}
-
 template <typename Action>
 ExitCode Guard(Action action) {
     try {
@@ -131,6 +125,12 @@ ExitCode PrintFacts(const std::vector<FactResult> &facts, bool json) {
 }
 
 } // namespace
+
+std::optional<RuleSet> LoadSource(const RuleSource &source) {
+    if (!source.files.empty())
+        return LoadRules(source.files);
+    return ReadRules(StoredModule(source.module).table(), RecordForm::kStored);
+}
 
 ExitCode Check(const std::vector<std::string> &files, bool json) {
     return Guard([&] {

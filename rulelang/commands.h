@@ -34,6 +34,9 @@ struct RuleSource {
     std::string module; ///< empty: beside the program
 };
 
+/// The rules of a source; nothing when a file has errors, which are printed. Throws ToolError.
+std::optional<RuleSet> LoadSource(const RuleSource &source);
+
 /// dump: all rules as canonical text.
 ExitCode Dump(const RuleSource &source);
 
@@ -67,6 +70,11 @@ struct SpecimenOptions {
 
 /// specimen: writes the PE file that a rule of the reference database was made from.
 ExitCode WriteSpecimen(const SpecimenOptions &options);
+
+/// export-yara: writes the rules that YARA can express to the file `output` (empty: standard output), the others with
+/// the reason why not to `report` (empty: nowhere), a rule a line: id, name, reason, with tabs between. Counts of the
+/// reasons go to standard error.
+ExitCode ExportToYara(const RuleSource &source, const std::string &output, const std::string &report);
 
 } // namespace tavrik::rules
 

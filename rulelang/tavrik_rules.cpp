@@ -23,7 +23,7 @@ constexpr char kFooter[] =
     "  3  wrong usage, or a file or module that cannot be read or written (try goes on with the other\n"
     "     files; whether rules match does not count)\n"
     "\n"
-    "dump, stats, list and show take rule files, or the module's own rules without any. The file\n"
+    "dump, stats, list, show and export-yara take rule files, or the module's own rules without any. The file\n"
     "'-' is standard input.";
 
 class CommandLine {
@@ -81,6 +81,12 @@ public:
             "The reference database is built into this program: a module made from other rules, or other\n"
             "--module files, change nothing here. Specimens are invented and harmless; scanners that use\n"
             "the database report them.\n");
+
+        export_ = AddReader("export-yara", "write rules for YARA, those that it can express exactly");
+        export_->add_option("-o,--output", output_, "file to write (default: standard output)")->type_name("FILE");
+        export_->add_option("--report", report_, "file for the other rules: id, name, reason, with tabs between")
+            ->type_name("FILE");
+        export_->footer("Standard error says how many rules were written, and how many not for each reason.\n");
     }
 
     ExitCode Run(std::vector<std::string> arguments) {
@@ -109,6 +115,8 @@ public:
             return Try(try_options_);
         if (command == specimen_)
             return WriteSpecimen(specimen_options_);
+        if (command == export_)
+            return ExportToYara(source, output_, report_);
         return Show(source, wanted_);
     }
 
@@ -141,10 +149,13 @@ private:
     CLI::App *show_;
     CLI::App *try_;
     CLI::App *specimen_;
+    CLI::App *export_;
     std::vector<std::string> files_;
     std::string folder_;
     std::string module_;
     std::string wanted_;
+    std::string output_;
+    std::string report_;
     TryOptions try_options_;
     SpecimenOptions specimen_options_;
     bool json_ = false;

@@ -1,0 +1,26 @@
+// String definitions of the other rule language.
+#ifndef TAVRIK_RULELANG_YARA_STRINGS_H
+#define TAVRIK_RULELANG_YARA_STRINGS_H
+
+#include "rulelang/model.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tavrik::rules {
+
+/// A text literal in quotes.
+std::string YaraText(std::string_view text);
+
+/// The definition of a string, quoted or in braces, with its modifiers; nothing when it has wildcards alone. Zero bytes
+/// of a wide string are written out, since the `wide` modifier does not ask for each of them.
+std::optional<std::string> YaraString(const StringFeature &string);
+
+/// The bytes of the file that the string spans.
+std::size_t YaraStringLength(const StringFeature &string);
+
+} // namespace tavrik::rules
+
+#endif
