@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
-#include <string_view>
 
 #include "host/evaluation/manifest.h"
 #include "rulelang/names.h"
@@ -91,97 +89,109 @@ ResourceStrings::ResourceStrings(FileBytes &bytes, const ResourceTree &tree) : b
 
 bool ResourceStrings::IsMet(const ResourceString &element) {
     const std::string_view wanted = element.text;
-    const bool is_part = element.type == kManifestType && element.key == kAnyKey;
-    for (const std::size_t resource : readable_) {
-        if (!IsSelected(element, tree_.resources[resource]))
-            continue;
-        for (const std::string &text : TextsOf(element, resource))
-            if (is_part ? text.find(wanted) != std::string::npos : text == wanted)
-                return true;
-    }
-    return false;
+    return AnyText(element, wanted.size(), [wanted](std::string_view text, bool is_part_enough) {
+        return is_part_enough ? text.find(wanted) != std::string_view::npos : text == wanted;
+    });
 }
 
 std::vector<std::string> ResourceStrings::Candidates(const ResourceString &element, std::size_t limit) {
     std::vector<std::string> candidates;
-    for (const std::size_t resource : readable_)
-        if (candidates.size() < limit && IsSelected(element, tree_.resources[resource]))
-            for (std::string &text : TextsOf(element, resource))
-                if (candidates.size() < limit)
-                    candidates.push_back(std::move(text));
+    AnyText(element, UINT16_MAX, [&](std::string_view text, bool) {
+        if (candidates.size() < limit)
+            candidates.emplace_back(text);
+        return candidates.size() >= limit;
+    });
     return candidates;
 }
 
-std::vector<std::string> ResourceStrings::TextsOf(const ResourceString &element, std::size_t resource) {
-    std::vector<std::string> texts;
-    switch (tree_.resources[resource].type.number) {
-    case kVersionType: {
-        const VersionInfo &version = VersionOf(resource);
-        if (element.key == kFixedFileVersion || element.key == kFixedProductVersion) {
-            const std::string &fixed =
-                element.key == kFixedFileVersion ? version.file_version : version.product_version;
-            if (!fixed.empty())
-                texts.push_back(fixed);
-        } else if (element.key <= kLastVersionKey) {
-            const std::string_view key = element.key == kAssemblyVersion
-                                             ? "Assembly Version"
-                                             : rules::NameOf(rules::ResourceKeys(), element.key);
-            for (const auto &[name, value] : version.strings)
-                if (element.key == kAnyKey || AreEqualInEitherCase(name, key))
-                    texts.push_back(value);
+// Whether `visit` returns true for one of the texts that the element asks for, the last it gets. Of a text longer than
+// `longest` bytes it may get a part, which is longer than that too.
+template <typename Visit>
+bool ResourceStrings::AnyText(const ResourceString &element, std::size_t longest, Visit visit) {
+    for (const std::size_t resource : readable_) {
+        if (!IsSelected(element, tree_.resources[resource]))
+            continue;
+        switch (tree_.resources[resource].type.number) {
+        case kVersionType:
+            if (AnyVersionText(resource, element.key, visit))
+                return true;
+            break;
+        case kManifestType:
+            if (const auto text = ManifestText(resource, element.key); text && visit(*text, element.key == kAnyKey))
+                return true;
+            break;
+        default:
+            if (const auto text = TableText(resource, element.key, longest); text && visit(*text, false))
+                return true;
+            break;
         }
-        break;
     }
-    case kManifestType:
-        if (const std::optional<std::string_view> text = FindInManifest(ManifestOf(resource), element.key))
-            texts.emplace_back(*text);
-        break;
-    default:
-        texts = TableString(element, resource);
-        break;
-    }
-    return texts;
+    return false;
 }
 
-std::vector<uint8_t> ResourceStrings::Head(Region region) {
-    region.length = std::min<uint64_t>(region.length, kMostBytes);
-    return bytes_.Copy(region).value_or(std::vector<uint8_t>());
+template <typename Visit>
+bool ResourceStrings::AnyVersionText(std::size_t resource, uint32_t key, Visit visit) {
+    const VersionInfo &version = VersionOf(resource);
+    if (key == kFixedFileVersion || key == kFixedProductVersion) {
+        const std::string &fixed = key == kFixedFileVersion ? version.file_version : version.product_version;
+        return !fixed.empty() && visit(fixed, false);
+    }
+    if (key > kLastVersionKey)
+        return false;
+    const std::string_view name =
+        key == kAssemblyVersion ? "Assembly Version" : rules::NameOf(rules::ResourceKeys(), key);
+    return std::any_of(version.strings.begin(), version.strings.end(), [&](const auto &string) {
+        return (key == kAnyKey || AreEqualInEitherCase(string.first, name)) && visit(string.second, false);
+    });
+}
+
+std::optional<std::string_view> ResourceStrings::ManifestText(std::size_t resource, uint32_t key) {
+    const auto [place, is_new] = manifest_texts_.try_emplace({resource, key});
+    if (is_new && !tree_.resources[resource].data.IsAbsent())
+        place->second = FindInManifest(ManifestOf(resource), key);
+    return place->second;
+}
+
+// String number `key`: in the block of that number's sixteen, each string a length in UTF-16 units and the units.
+std::optional<std::string> ResourceStrings::TableText(std::size_t resource, uint32_t key, std::size_t longest) {
+    const Resource &block = tree_.resources[resource];
+    if (block.entry.number != key / kStringsOfBlock + 1)
+        return std::nullopt;
+    uint64_t at = block.data.offset;
+    for (uint32_t i = 0;; ++i) {
+        const std::optional<uint16_t> length = at + 2 <= block.data.End() ? bytes_.Get<uint16_t>(at) : std::nullopt;
+        const uint64_t end = at + 2 + 2 * uint64_t{length.value_or(0)};
+        if (!length || end > block.data.End())
+            return std::nullopt;
+        if (i == key % kStringsOfBlock) {
+            // UTF-8 has no fewer bytes than UTF-16 has units.
+            std::u16string text(std::min<std::size_t>(*length, longest + 1), u'\0');
+            return bytes_.Read(at + 2, text.data(), 2 * text.size()) ? Utf8Of(text) : std::nullopt;
+        }
+        at = end;
+    }
 }
 
 const VersionInfo &ResourceStrings::VersionOf(std::size_t resource) {
     const auto [place, is_new] = versions_.try_emplace(resource);
     if (is_new)
-        place->second = ReadVersionInfo(Head(tree_.resources[resource].data));
+        place->second = ReadVersionInfo(Head(resource));
     return place->second;
 }
 
 const std::string &ResourceStrings::ManifestOf(std::size_t resource) {
     const auto [place, is_new] = manifests_.try_emplace(resource);
     if (is_new) {
-        const std::vector<uint8_t> bytes = Head(tree_.resources[resource].data);
+        const std::vector<uint8_t> bytes = Head(resource);
         place->second.assign(bytes.begin(), bytes.end());
     }
     return place->second;
 }
 
-// String number n: in the block of that number's sixteen, each string a length in UTF-16 units and the units.
-std::vector<std::string> ResourceStrings::TableString(const ResourceString &element, std::size_t resource) {
-    const Resource &block = tree_.resources[resource];
-    if (block.entry.number != element.key / kStringsOfBlock + 1)
-        return {};
-    uint64_t at = block.data.offset;
-    for (uint32_t i = 0;; ++i) {
-        const std::optional<uint16_t> length = at + 2 <= block.data.End() ? bytes_.Get<uint16_t>(at) : std::nullopt;
-        if (!length || at + 2 + 2 * uint64_t{*length} > block.data.End())
-            return {};
-        if (i == element.key % kStringsOfBlock) {
-            std::u16string text(*length, u'\0');
-            const std::optional<std::string> utf8 =
-                bytes_.Read(at + 2, text.data(), 2 * text.size()) ? Utf8Of(text) : std::nullopt;
-            return utf8 ? std::vector{*utf8} : std::vector<std::string>();
-        }
-        at += 2 + 2 * uint64_t{*length};
-    }
+std::vector<uint8_t> ResourceStrings::Head(std::size_t resource) {
+    Region region = tree_.resources[resource].data;
+    region.length = std::min<uint64_t>(region.length, kMostBytes);
+    return bytes_.Copy(region).value_or(std::vector<uint8_t>());
 }
 
 } // namespace tavrik::host

@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/evaluation/resource_tree.h"
@@ -39,18 +42,25 @@ public:
     std::vector<std::string> Candidates(const ResourceString &element, std::size_t limit);
 
 private:
-    bool Reads(std::size_t resource) const;
-    std::vector<std::string> TextsOf(const ResourceString &element, std::size_t resource);
+    using KeyOfResource = std::pair<std::size_t, uint32_t>;
+
+    template <typename Visit>
+    bool AnyText(const ResourceString &element, std::size_t longest, Visit visit);
+    template <typename Visit>
+    bool AnyVersionText(std::size_t resource, uint32_t key, Visit visit);
+    std::optional<std::string_view> ManifestText(std::size_t resource, uint32_t key);
+    std::optional<std::string> TableText(std::size_t resource, uint32_t key, std::size_t longest);
+
     const VersionInfo &VersionOf(std::size_t resource);
     const std::string &ManifestOf(std::size_t resource);
-    std::vector<std::string> TableString(const ResourceString &element, std::size_t resource);
-    std::vector<uint8_t> Head(Region region);
+    std::vector<uint8_t> Head(std::size_t resource);
 
     FileBytes &bytes_;
     const ResourceTree &tree_;
     std::vector<std::size_t> readable_; // resources that may be read, ascending
     std::map<std::size_t, VersionInfo> versions_;
     std::map<std::size_t, std::string> manifests_;
+    std::map<KeyOfResource, std::optional<std::string_view>> manifest_texts_; // parts of those
 };
 
 } // namespace tavrik::host

@@ -21,6 +21,8 @@ struct Entry {
     uint32_t name;
     uint32_t target;
 
+    bool IsNamed() const { return (name & kFlag) != 0; }
+    uint32_t Number() const { return IsNamed() ? kNoResourceNumber : name; }
     bool IsDirectory() const { return (target & kFlag) != 0; }
     uint32_t Place() const { return target & ~kFlag; } // from the root
 };
@@ -38,10 +40,13 @@ public:
                 if (!entry.IsDirectory())
                     continue;
                 const ResourceLabel entry_label = LabelOf(entry);
-                for (const Entry &language : EntriesAt(entry.Place()))
-                    if (!language.IsDirectory() && tree_.resources.size() < kMostResources)
-                        tree_.resources.push_back(
-                            {type_label, entry_label, LabelOf(language).number, DataOf(language)});
+                for (const Entry &language : EntriesAt(entry.Place())) {
+                    if (language.IsDirectory())
+                        continue;
+                    if (tree_.resources.size() == kMostResources)
+                        return std::move(tree_);
+                    tree_.resources.push_back({type_label, entry_label, language.Number(), DataOf(language)});
+                }
             }
         }
         return std::move(tree_);
@@ -68,9 +73,9 @@ private:
 
     // A name that is absent or too long is an empty one.
     ResourceLabel LabelOf(const Entry &entry) const {
-        if ((entry.name & kFlag) == 0)
-            return {entry.name, {}};
-        ResourceLabel label;
+        ResourceLabel label = {entry.Number(), {}};
+        if (!entry.IsNamed())
+            return label;
         const uint64_t place = root_ + (entry.name & ~kFlag);
         const std::size_t length = image_.bytes().Get<uint16_t>(place).value_or(0);
         if (length <= kLongestLabel) {

@@ -10,9 +10,12 @@
 
 namespace tavrik::host {
 
-/** What names a type or an entry: a number, or 0xFFFFFFFF and a name. */
+/** Stands for the number of what has a name instead. Real numbers have 31 bits. */
+inline constexpr uint32_t kNoResourceNumber = 0xFFFFFFFF;
+
+/** What names a type or an entry: a number or a name. */
 struct ResourceLabel {
-    uint32_t number = 0xFFFFFFFF;
+    uint32_t number = kNoResourceNumber;
     std::u16string name;
 };
 

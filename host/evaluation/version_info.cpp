@@ -85,14 +85,14 @@ private:
     }
 
     void Add(const Block &block) {
-        if (info_.strings.size() == kMostVersionStrings)
+        if (strings_++ >= kMostVersionStrings)
             return;
-        // The length counts UTF-16 units in some files and bytes in others; the value ends at its NUL anyway.
+        // Its length counts UTF-16 units in some files and bytes in others; the value ends at its NUL anyway.
         std::u16string value;
         for (std::size_t at = block.value; at + 1 < block.end; at += 2)
             value += static_cast<char16_t>(WordAt(bytes_, at));
         const std::optional<std::string> key = Utf8Of(block.key);
-        std::optional<std::string> text = Utf8Of(block.value_length == 0 ? std::u16string_view() : value);
+        std::optional<std::string> text = Utf8Of(value);
         if (key && text)
             info_.strings.emplace_back(*key, std::move(*text));
     }
@@ -106,6 +106,7 @@ private:
 
     std::span<const uint8_t> bytes_;
     VersionInfo info_;
+    std::size_t strings_ = 0; // met, readable or not
 };
 
 } // namespace
