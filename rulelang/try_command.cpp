@@ -140,7 +140,7 @@ ExitCode Try(const TryOptions &options) {
     const RecordSet records(*set);
     Trial trial(records.rules(), options);
     for (const std::string &path : paths)
-        host::Walk(host::PathOf(path), options.recursive,
+        host::Walk(host::PathOf(path), {options.recursive, {}},
                    {[&](const std::filesystem::path &file) {
                         trial.Visit(file);
                         return true;
