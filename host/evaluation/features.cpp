@@ -38,6 +38,9 @@ enum DerivedField : uint16_t {
     kVbHeaderOffset,
 };
 
+// Selectors from this one on name no position of the section table.
+constexpr uint16_t kSelectablePositions = 500;
+
 constexpr uint16_t kBaseOfCode = 45;
 constexpr uint16_t kBaseOfData = 46;
 
@@ -187,9 +190,8 @@ uint64_t Features::OverlayOffset() const {
 
 std::optional<std::size_t> Features::SectionOf(uint16_t selector) {
     if (selector < kFirstRole)
-        return selector < rules::kFirstNameOnlyRole && selector < sections().size()
-                   ? std::optional<std::size_t>(selector)
-                   : std::nullopt;
+        return selector < kSelectablePositions && selector < sections().size() ? std::optional<std::size_t>(selector)
+                                                                               : std::nullopt;
     if (selector - kFirstRole >= static_cast<int>(kRoles))
         return std::nullopt;
     SectionPlace &place = roles_[selector - kFirstRole];

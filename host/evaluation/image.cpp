@@ -12,6 +12,8 @@ constexpr uint16_t kDosSignature = 0x5A4D;
 constexpr uint32_t kPe32 = 0x10B;
 constexpr uint32_t kPe32Plus = 0x20B;
 
+constexpr std::size_t kELfanew = 0x3C; // in the DOS header
+
 // Offsets in the file header.
 constexpr uint16_t kNumberOfSections = 2;
 constexpr uint16_t kSizeOfOptionalHeader = 16;
@@ -60,12 +62,13 @@ uint64_t ExtentOf(const SectionHeader &section) {
 Image::Image(FileBytes &bytes) : bytes_(bytes) {
     if (!bytes_.Read(0, dos_header_.data(), dos_header_.size()) || LittleEndian(dos_header_.data(), 2) != kDosSignature)
         return;
-    e_lfanew_ = LittleEndian(&dos_header_[0x3C], 4);
-    const uint64_t file_header = uint64_t{e_lfanew_} + sizeof(kPeSignature);
-    if (bytes_.Get<uint32_t>(e_lfanew_) != kPeSignature ||
+    const uint32_t e_lfanew = LittleEndian(&dos_header_[kELfanew], 4);
+    const uint64_t file_header = uint64_t{e_lfanew} + sizeof(kPeSignature);
+    if (bytes_.Get<uint32_t>(e_lfanew) != kPeSignature ||
         !bytes_.Read(file_header, file_header_.data(), file_header_.size()))
         return;
     is_pe_ = true;
+    e_lfanew_ = e_lfanew; // so it never points beyond the file
 
     const uint64_t optional_header = file_header + file_header_.size();
     const std::size_t optional_size = LittleEndian(&file_header_[kSizeOfOptionalHeader], 2);
