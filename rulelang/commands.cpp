@@ -3,6 +3,7 @@
 #include "host/system.h"
 #include "rulelang/emitter.h"
 #include "rulelang/formatter.h"
+#include "rulelang/lints.h"
 #include "rulelang/names.h"
 #include "rulelang/printer.h"
 #include "rulelang/profile.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <deque>
 #include <fmt/format.h>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -137,8 +139,22 @@ ExitCode Check(const std::vector<std::string> &files, bool json) {
         std::size_t errors = 0;
         std::size_t warnings = 0;
         std::size_t rules = 0;
+        std::deque<RuleText> texts;
+        std::vector<LintedFile> linted;
         for (const std::string &name : files) {
-            const RuleText text(name);
+            const RuleText &text = texts.emplace_back(name);
+            linted.push_back({&text.source, &text.parsed});
+        }
+        // Rules with errors are not complete, and would be judged by what they lack.
+        if (std::ranges::none_of(texts, [](const RuleText &text) { return HasErrors(text.parsed.diagnostics); })) {
+            std::vector<std::vector<Diagnostic>> lints = FindLints(linted);
+            for (std::size_t i = 0; i < texts.size(); ++i) {
+                std::vector<Diagnostic> &all = texts[i].parsed.diagnostics;
+                std::ranges::move(lints[i], std::back_inserter(all));
+                std::ranges::stable_sort(all, {}, &Diagnostic::offset);
+            }
+        }
+        for (const RuleText &text : texts) {
             for (const Diagnostic &diagnostic : text.parsed.diagnostics) {
                 ++(diagnostic.severity == Severity::kError ? errors : warnings);
                 if (json)

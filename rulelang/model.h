@@ -47,6 +47,11 @@ enum class SectionRole : uint16_t {
     kNextToLast = 610,
 };
 
+/// Whether a selector of a section name leaves open which of several sections has the name.
+constexpr bool IsAnySection(uint16_t selector) {
+    return selector >= kFirstNameOnlyRole && selector <= kLastNameOnlyRole;
+}
+
 /// Where a string is looked for. The odd code measures positions from the region's start; the even code that follows it
 /// measures them from the region's end.
 enum class StringKind : uint8_t {

@@ -556,7 +556,7 @@ private:
         if (token.kind != TokenKind::kIdentifier)
             Expected("a section: [n], or a role such as 'last'");
         const auto role = static_cast<uint16_t>(LookUpNumber(SectionRoles(), "a section's role"));
-        if (!in_names && role >= kFirstNameOnlyRole && role <= kLastNameOnlyRole)
+        if (!in_names && IsAnySection(role))
             Report("E306", token.offset, token.text.size(),
                    "'" + std::string(token.text) + "' selects several sections and is for section_names alone");
         return role;
@@ -580,7 +580,7 @@ private:
             each.name = ExpectName("a section name", kMaxSectionName);
         });
         CheckAlternatives(list, added, begin, [](const auto &a, const auto &b) {
-            const bool several = a.section >= kFirstNameOnlyRole && a.section <= kLastNameOnlyRole;
+            const bool several = IsAnySection(a.section);
             return a.section == b.section && !several;
         });
         return added;

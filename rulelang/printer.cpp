@@ -179,7 +179,7 @@ std::vector<Row> SectionNameRows(const Rule &rule) {
         rule.section_names, false, [](const auto &e) { return Selector(e.section); },
         [](const auto &e) { return QuoteText(e.name); },
         [](const auto &a, const auto &b) {
-            const bool several = a.section >= kFirstNameOnlyRole && a.section <= kLastNameOnlyRole;
+            const bool several = IsAnySection(a.section);
             return a.section == b.section && !several;
         });
 }

@@ -7,6 +7,7 @@
 #include "host/system.h"
 #include "rulelang/emitter.h"
 #include "rulelang/formatter.h"
+#include "rulelang/lints.h"
 #include "rulelang/parser.h"
 #include "rulelang/printer.h"
 #include "rulelang/reader.h"
@@ -258,6 +259,111 @@ TEST(RuleRecords, AreTheRulesThatTheTextSays) {
         rule.stored_flags = ComputeFeatureFlags(rule);
     EXPECT_EQ(ReadRules(table, RecordForm::kWorking), expected);
     EXPECT_EQ(ReadRules(RecordSet(expected).rules(), RecordForm::kWorking), expected);
+}
+
+// The codes of the lints of some rules that stand in one file, in the order of their places.
+std::string LintCodes(const std::string &text) {
+    const Source source = {"lint.rules", text};
+    const ParsedFile parsed = ParseRules(text);
+    EXPECT_FALSE(HasErrors(parsed.diagnostics)) << Rendered(text, parsed);
+    const LintedFile file = {&source, &parsed};
+    std::string codes;
+    const std::vector<std::vector<Diagnostic>> lints = FindLints({&file, 1});
+    for (const Diagnostic &diagnostic : lints.at(0))
+        codes += (codes.empty() ? "" : " ") + diagnostic.code;
+    return codes;
+}
+
+TEST(RuleLints, FindWhatNoFileMeets) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"header { Machine >= 10 Machine < 5 }", "W503"},
+        {"header { Machine >= 4 Machine < 5 }", ""},
+        {"header { Machine == 1 | 2 Subsystem == 2 Machine == 3 | 4 }", "W503"},
+        {"header { Machine == 1 | 2 Subsystem == 2 Machine == 3 | 2 }", ""},
+        {"header { Machine in 4..5 Machine != 4 Machine != 5 }", "W503"},
+        {"header { Machine in 4..6 Machine != 4 Machine != 5 }", ""},
+        {"header { Characteristics has 0x102 Characteristics in 0x103..0x101 }", "W503"},
+        {"header { Characteristics has 0x102 Characteristics <= 0x101 }", "W503"},
+        {"header { Characteristics has 0x102 Characteristics in 0x101..0x102 }", ""},
+        {"header { Characteristics has 2 Characteristics == 5 | 9 }", "W503"},
+        {"header { FileSize < 0 }", "W503"},
+        {"header { Machine == 0x10000 }", ""}, // the parser warns
+        {"header { field[300] == 1 }", "W503"},
+        {"header { NumberOfSections == 3 } sections { [2].VirtualSize > 0 [3].VirtualSize > 0 }", "W503"},
+        {"traits overlay header { OverlaySize == 0 }", "W503"},
+        {"traits few_imports header { ImportFunctionCount > 8 }", "W503"},
+        {"traits writable_entry sections { entry.Characteristics == 0x60000020 }", "W503"},
+        {"traits 256", "W503"},
+        {"section_names { [0] == \"a\" | \"b\" [1] == \"c\" [0] == \"c\" }", "W503"},
+        {"section_names { [0] == \"a\" [1] == \"b\" last == \"c\" any == \"d\" any == \"e\" }", ""},
+        {"measures { entropy(file) > 7.5 entropy(file, 64) < 7 entropy(section[0]) < 7 }", ""},
+        {"measures { entropy(file) > 7.5 entropy(file) < 7.5 }", "W503"},
+        {"measures { crc32(file) == 1 entropy(file) > 1 crc32(file) == 2 }", "W503"},
+        {"import_modules { \"a.dll\" != \"A.DLL\" }", "W504"},
+        {"import_modules { \"a.dll\" != \"A.DLL\" cased != \"b\" prefix }", ""},
+        {"import_modules { [0] \"a.dll\" [0] \"b.dll\" }", "W504"},
+        {"import_modules { [0] \"a\" prefix [0] \"ab.dll\" [1] \"c.dll\" \"d.dll\" }", ""},
+        {"import_modules { \"a.dll\" \"b.dll\" } import_functions { #0 \"F\" #1 != \"F\" #0 != \"f\" }", ""},
+        {"import_modules { \"a.dll\" } import_functions { #0 \"F\" #7 != \"F\" }", "W504"},
+        {"export_functions { \"F\" != \"F\" }", "W504"},
+        {"export_functions { < \"F\" }", "W504"},
+        {"resources { ICON[1] language 9 } resource_types { type[3] absent }", "W504"},
+        {"resources { ICON[1] } resource_types { type[3] language 9 absent }", ""},
+        {"object_names { [0] \"a\" [1] \"b\" } member_names { #0 \"F\" #1 != \"F\" }", ""},
+        {"object_names { [0] \"a\" } member_names { #0 \"F\" #0 != \"f\" }", "W504"},
+        {"section_names { any == \"a\" any != \"a\" }", "W504"},
+        {"section_names { [0] == \"a\" | \"b\" any != \"a\" }", ""},
+        {"header { FileSize < 0x200 } strings { A = \"abcd\" in file at 0x1FC }", "W505"},
+        {"header { FileSize < 0x201 } strings { A = \"abcd\" in file at 0x1FC }", ""},
+        {"sections { [1].SizeOfRawData == 6 } strings { A = \"abcd\" wide in section[1] from end }", "W505"},
+        {"sections { [1].SizeOfRawData == 6 } strings { A = \"abcd\" wide in section[0] B = \"xy\" in section[1] at 4 "
+         "}",
+         ""},
+    };
+    for (const auto &[body, codes] : cases)
+        EXPECT_EQ(LintCodes("rule 1 \"\" { " + std::string(body) + " }"), codes) << body;
+}
+
+TEST(RuleLints, FindRulesThatAddNothing) {
+    const std::tuple<const char *, const char *, const char *> cases[] = {
+        {"header { e_magic == 0x5A4D Machine >= 0 }", "traits overlay", "W506"},
+        {"header { e_magic == 0x5A4D }", "header { e_magic == 0x5A4D Magic >= 0 }", "W506"},
+        {"header { Machine == 1 Subsystem == 2 }", "header { Subsystem == 2 Machine in 1..1 }", "W507"},
+        {"header { Machine == 1 Subsystem == 2 }", "header { Machine == 1 }", "W508"},
+        {"header { Machine == 1 | 3 }", "header { Machine in 1..3 }", "W508"},
+        {"header { Machine == 1 | 4 }", "header { Machine in 1..3 }", ""},
+        {"header { Characteristics has 3 }", "header { Characteristics has 1 Characteristics >= 3 }", "W508"},
+        {"header { OverlaySize == 9 }", "traits overlay", "W508"},
+        {"header { ImportFunctionCount < 5 }", "header { ImportFunctionCount < 9 Magic != 7 }", ""},
+        {"sections { [0].VirtualSize == 1 }", "sections { last.VirtualSize == 1 }", ""},
+        {"section_names { [0] == \"a\" }", "section_names { any == \"a\" }", "W508"},
+        {"section_names { [0] == \"a\" | \"b\" }", "section_names { any == \"a\" }", ""},
+        {"import_modules { [0] \"Ab\" cased }", "import_modules { \"aB\" }", "W508"},
+        {"import_modules { \"ab\" }", "import_modules { \"ab\" cased }", "W508"}, // the second
+        {"import_modules { \"abc\" }", "import_modules { \"AB\" prefix }", "W508"},
+        {"import_modules { != \"ab\" prefix }", "import_modules { != \"abc\" }", "W508"},
+        {"import_modules { != \"abc\" }", "import_modules { != \"ab\" prefix }", "W508"}, // the second, by the first
+        {"import_modules { \"a\" \"b\" } import_functions { #1 \"F\" }", "import_functions { #0 \"F\" }", "W508"},
+        {"import_modules { \"a\" \"b\" } import_functions { #1 \"F\" }",
+         "import_modules { \"a\" } import_functions { #0 \"F\" }", ""},
+        {"resources { ICON[1] language 9 }", "resources { ICON[any] }", "W508"},
+        {"resource_types { type[3] absent }", "resource_types { type[3] language 9 absent }", "W508"},
+        {"resource_types { type[3] language 9 }", "resource_types { type[3] absent }", ""},
+        {"object_names { [0] \"a\" [1] \"b\" } member_names { #1 \"F\" }",
+         "object_names { [1] \"b\" } member_names { #0 \"F\" }", "W508"},
+        {"strings { A = \"abcd\" in section[0] at 4 }", "strings { A = \"ABCD\" nocase in file }", "W508"},
+        {"strings { A = \"abcd\" in section[0] at 4 }", "strings { A = \"abcd\" in file at 4 }", ""},
+        {"strings { A = \"abcd\" in file at 4..9 }", "strings { A = { 61 ?? 63 64 } in file at 3 drift 8 }", "W508"},
+        {"strings { A = { 61 ?? 63 64 } in file }", "strings { A = \"abcd\" in file }", "W508"}, // the second
+        {"strings { A = \"ab\" in file B = \"cd\" in file } when (A|B)",
+         "strings { A = \"cd\" in file B = \"ef\" in file C = \"ab\" in file } when (A|(B|C))", "W508"},
+        {"strings { A = \"ab\" in file B = \"cd\" in file } when (A|B)", "strings { A = \"ab\" in file }", "W508"},
+        {"strings { A = \"ab\" in file B = \"cd\" in file } when (A|B)", "strings { A = \"ef\" in file }", ""},
+    };
+    for (const auto &[first, second, codes] : cases)
+        EXPECT_EQ(LintCodes("rule 1 \"\" { " + std::string(first) + " } rule 2 \"\" { " + second + " }"), codes)
+            << first << "\n"
+            << second;
 }
 
 } // namespace
