@@ -11,6 +11,8 @@
 #include "host/evaluation/rule_explanation.h"
 #include "host/evaluation/rule_index.h"
 #include "host/module.h"
+#include "rulelang/reader.h"
+#include "rulelang/record_builder.h"
 #include "tests/support/packaged_files.h"
 
 namespace tavrik::tests {
@@ -83,6 +85,33 @@ TEST_F(Evaluators, FindNothingInPackagedPrograms) {
             ADD_FAILURE() << path << " is detected by rule " << module_.rules()[place]->rule_id;
     }
     EXPECT_GE(programs, 500u) << "install what ./run test installs";
+}
+
+// With nothing but their strings the rules have no condition to be filed under, and the strings of all are looked for.
+TEST_F(Evaluators, AgreeOnRulesOfStringsAlone) {
+    rules::RuleSet stripped;
+    for (const rules::Rule &rule : rules::ReadRules(module_.rules(), rules::RecordForm::kWorking).rules) {
+        rules::Rule &kept = stripped.rules.emplace_back();
+        kept.strings = rule.strings;
+        kept.expression = rule.expression;
+    }
+    const rules::RecordSet records(stripped);
+    const host::RuleIndex index(records.rules());
+    const rules::RuleSet written = rulegen::WrittenRules();
+    const rulegen::Generator generator(written);
+    std::size_t found = 0;
+    for (uint32_t place = 0; place < generator.size(); place += 131) {
+        const auto image = generator.SpecimenImage(place);
+        host::MemorySource source(*image);
+        host::Features features(source);
+        std::vector<uint32_t> plain;
+        for (uint32_t rule = 0; rule < records.rules().size(); ++rule)
+            if (host::Matches(*records.rules()[rule], features))
+                plain.push_back(rule);
+        EXPECT_EQ(index.Match(features), plain) << place;
+        found += plain.empty() ? 0U : 1U;
+    }
+    EXPECT_GT(found, 20u);
 }
 
 // An explanation judges every condition on its own; together they must say what the evaluator says.

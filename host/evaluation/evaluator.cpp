@@ -316,26 +316,35 @@ bool HasTraits(uint32_t traits, Features &features) {
 
 // ---- Strings -------------------------------------------------------------------------------------------------------
 
+using IsPresent = std::function<bool(std::size_t)>;
+
 // The strings of one rule, each looked for at most once.
 class StringAnswers {
 public:
-    StringAnswers(std::span<const StringFeature> strings, Features &features)
-        : strings_(strings.first(std::min(strings.size(), rules::kMaxStrings))), features_(features) {}
+    StringAnswers(std::size_t count, const IsPresent &is_present)
+        : count_(std::min(count, rules::kMaxStrings)), is_present_(is_present) {}
 
-    bool IsPresent(std::size_t string) {
-        if (string >= strings_.size())
+    bool IsThere(std::size_t string) {
+        if (string >= count_)
             return false;
         if (!answers_[string])
-            answers_[string] =
-                IsStringPresent(features_.bytes(), features_.StringRegion(strings_[string]), strings_[string]);
+            answers_[string] = is_present_(string);
         return *answers_[string];
     }
 
 private:
-    std::span<const StringFeature> strings_;
-    Features &features_;
+    std::size_t count_;
+    const IsPresent &is_present_;
     std::array<std::optional<bool>, rules::kMaxStrings> answers_ = {};
 };
+
+// Looks for the strings of a rule in a file.
+IsPresent LookFor(const HeuristicRule &rule, Features &features) {
+    return [&](std::size_t string) {
+        const StringFeature &e = rule.strings.elements[string];
+        return IsStringPresent(features.bytes(), features.StringRegion(e), e);
+    };
+}
 
 // Evaluates an expression that CheckExpression accepts, from left to right with the pending operations on a stack.
 class ExpressionReader {
@@ -352,7 +361,7 @@ public:
                 value = pending.operation == '&' ? pending.left && value : pending.left || value;
                 pending_.pop_back();
             } else if (c != ' ') {
-                value = answers.IsPresent(static_cast<std::size_t>(c - 'A'));
+                value = answers.IsThere(static_cast<std::size_t>(c - 'A'));
             }
         }
         return value;
@@ -397,7 +406,8 @@ bool MeetsElements(const HeuristicRule &rule, Item item, std::size_t first, std:
             return IsStringPresent(features.bytes(), features.StringRegion(e), e);
         });
     case Item::kWhen: {
-        StringAnswers answers(ElementsOf(rule.strings), features);
+        const IsPresent is_present = LookFor(rule, features);
+        StringAnswers answers(rule.strings.count, is_present);
         return IsExpressionMet(rule, answers);
     }
     case Item::kImportTable:
@@ -469,13 +479,17 @@ bool MeetsStructure(const HeuristicRule &rule, Features &features) {
            meets(Item::kMemberNames, rule.member_names) && meets(Item::kMeasures, rule.measure_conditions);
 }
 
-bool MeetsStrings(const HeuristicRule &rule, Features &features) {
-    StringAnswers answers(ElementsOf(rule.strings), features);
+bool MeetsStrings(const HeuristicRule &rule, const IsPresent &is_present) {
+    StringAnswers answers(rule.strings.count, is_present);
     const rules::LetterSet mentioned = rules::LettersOf(rule.expression);
     for (std::size_t i = 0; i < rule.strings.count; ++i)
-        if ((mentioned >> i & 1) == 0 && !answers.IsPresent(i))
+        if ((mentioned >> i & 1) == 0 && !answers.IsThere(i))
             return false;
     return rule.expression[0] == '\0' || IsExpressionMet(rule, answers);
+}
+
+bool MeetsStrings(const HeuristicRule &rule, Features &features) {
+    return MeetsStrings(rule, LookFor(rule, features));
 }
 
 bool Matches(const HeuristicRule &rule, Features &features) {

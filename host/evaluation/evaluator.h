@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "host/evaluation/features.h"
 #include "rulelang/parser.h"
@@ -19,6 +20,9 @@ bool Matches(const HeuristicRule &rule, Features &features);
 bool AsksSomething(const HeuristicRule &rule);
 bool MeetsStructure(const HeuristicRule &rule, Features &features);
 bool MeetsStrings(const HeuristicRule &rule, Features &features);
+
+/** The strings' part for somebody who knows by other means which of the rule's strings, from 0, are there. */
+bool MeetsStrings(const HeuristicRule &rule, const std::function<bool(std::size_t string)> &is_present);
 
 /** Whether the elements `first` up to `first` + `count` of the rule's list `item` are met on their own. A run of
  * alternatives must not be cut. Items that are no lists (traits, the expression) are judged as a whole. */

@@ -102,6 +102,24 @@ Conditions MostSelectiveRun(const HeuristicRule &rule, KeyCounter &counts) {
     return best;
 }
 
+// ---- Strings -------------------------------------------------------------------------------------------------------
+
+// A byte of the pass for all strings costs as much as this many bytes of the search for one.
+constexpr uint64_t kPassCost = 16;
+
+// At least the bytes that the search for a string looks at, when it is not there.
+uint64_t SearchedBytes(const StringFeature &string, Region region) {
+    const uint64_t window = uint64_t{string.param_c} + 2 * uint64_t{string.param_f};
+    return string.param_c == 0 ? region.length : std::min(region.length, window);
+}
+
+uint64_t SearchedBytes(const HeuristicRule &rule, Features &features) {
+    uint64_t sum = 0;
+    for (const StringFeature &string : std::span(rule.strings.elements, rule.strings.count))
+        sum += SearchedBytes(string, features.StringRegion(string));
+    return sum;
+}
+
 // ---- Deciding ------------------------------------------------------------------------------------------------------
 
 using Clock = std::chrono::steady_clock;
@@ -195,12 +213,42 @@ std::vector<uint32_t> RuleIndex::Match(Features &features, RuleObserver *observe
                 decide(position);
     for (const uint32_t position : unfiled_)
         decide(position);
-    std::erase_if(matches, [&](uint32_t position) {
-        return !Observed(observer, &RuleObserver::OnStrings, position,
-                         [&] { return MeetsStrings(*rules_[position], features); });
-    });
+    DropWithoutStrings(matches, features, observer);
     std::ranges::sort(matches);
     return matches;
+}
+
+const RuleIndex::AllStrings &RuleIndex::Strings() const {
+    std::call_once(strings_are_made_, [this] {
+        std::vector<const StringFeature *> all;
+        for (const HeuristicRule *rule : rules_) {
+            strings_.first.push_back(all.size());
+            for (uint32_t i = 0; i < rule->strings.count; ++i)
+                all.push_back(&rule->strings.elements[i]);
+        }
+        strings_.pass = std::make_unique<const StringPass>(all);
+    });
+    return strings_;
+}
+
+void RuleIndex::DropWithoutStrings(std::vector<uint32_t> &matches, Features &features, RuleObserver *observer) const {
+    uint64_t bytes = 0;
+    for (const uint32_t position : matches)
+        bytes += SearchedBytes(*rules_[position], features);
+    std::vector<bool> present;
+    const bool in_one_pass = bytes / kPassCost > features.bytes().size();
+    if (in_one_pass)
+        present = Strings().pass->Search(features.bytes(),
+                                         [&](const StringFeature &string) { return features.StringRegion(string); });
+    std::erase_if(matches, [&](uint32_t position) {
+        const HeuristicRule &rule = *rules_[position];
+        return !Observed(observer, &RuleObserver::OnStrings, position, [&] {
+            if (!in_one_pass)
+                return MeetsStrings(rule, features);
+            const std::size_t first = Strings().first[position];
+            return MeetsStrings(rule, [&](std::size_t string) { return bool{present[first + string]}; });
+        });
+    });
 }
 
 } // namespace tavrik::host

@@ -5,10 +5,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <span>
 #include <vector>
 
 #include "host/evaluation/features.h"
+#include "host/evaluation/string_pass.h"
 #include "tavrik2/rules/heuristic_rule.h"
 
 namespace tavrik::host {
@@ -24,8 +27,9 @@ public:
 };
 
 /** An index over a rule table. Each rule is filed under the value of one header field that it asks for and that few
- * files have; a file's own values lead to the few rules that can match, and these are decided like any. Immutable, so
- * that many threads can share one. */
+ * files have; a file's own values lead to the few rules that can match, and these are decided like any. The
+ * strings of those that are left are looked for one by one, or, when that would take longer, those of all rules in one
+ * pass over the file. Many threads can share one object. */
 class RuleIndex {
 public:
     /** The records, in working form, must outlive the object. */
@@ -47,9 +51,17 @@ private:
 
     using FiledRule = std::pair<uint64_t, uint32_t>; // key and position
 
+    // The search for the strings of all rules, made when a file first needs it.
+    struct AllStrings {
+        std::vector<std::size_t> first; // of each rule, in the pass; and the number of all
+        std::unique_ptr<const StringPass> pass;
+    };
+
     void BuildTable(std::vector<FiledRule> filed);
     std::span<const uint32_t> RulesUnder(uint16_t field, uint32_t value) const;
     std::size_t PlaceOf(uint64_t key) const;
+    void DropWithoutStrings(std::vector<uint32_t> &matches, Features &features, RuleObserver *observer) const;
+    const AllStrings &Strings() const;
 
     std::span<HeuristicRule *const> rules_;
     std::vector<uint16_t> fields_;    // those that rules are filed under
@@ -58,6 +70,9 @@ private:
     unsigned shift_ = 0;              // from a hash to its place
     std::vector<uint32_t> filed_;     // positions, grouped by key
     std::vector<uint32_t> unfiled_;   // positions
+
+    mutable std::once_flag strings_are_made_;
+    mutable AllStrings strings_;
 };
 
 } // namespace tavrik::host
