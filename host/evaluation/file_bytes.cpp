@@ -76,6 +76,8 @@ std::optional<std::vector<uint8_t>> FileBytes::Copy(Region region) {
 bool FileBytes::ForPieces(Region region, std::size_t overlap, const Visitor &visit) {
     if (region.IsAbsent())
         return true;
+    if (region.offset > size_ || region.length > size_ - region.offset)
+        return false;
     if (memory_.data() != nullptr) {
         visit(memory_.subspan(static_cast<std::size_t>(region.offset), static_cast<std::size_t>(region.length)),
               region.offset);
