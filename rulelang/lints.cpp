@@ -85,10 +85,10 @@ private:
             return Warn(rule, offset, "W505", "no file that the rule matches has room for this string in its window",
                         "the window begins too far behind for the sizes that the rule asks for; change one of them");
         const char *code = conflict.kind == Conflict::Kind::kValue ? "W503" : "W504";
-        if (!conflict.with)
+        const std::size_t other = conflict.with ? OffsetOf(*rule.origin, *conflict.with) : offset;
+        if (other == offset) // of a range that is empty, too
             return Warn(rule, offset, code, "no file meets this condition, so the rule never matches",
                         "there is no such value, or names do not know this operator");
-        const std::size_t other = OffsetOf(*rule.origin, *conflict.with);
         Warn(rule, offset, code,
              "no file meets both this condition and that at " + PlaceText(rule, other) + ", so the rule never matches",
              "remove one of them; alternatives are written in one row: a == 1 | 2");

@@ -8,6 +8,7 @@
 #include "host/system.h"
 #include "rulelang/emitter.h"
 #include "tests/support/module_folder.h"
+#include "tests/support/packaged_files.h"
 
 namespace tavrik::tests {
 namespace {
@@ -32,7 +33,7 @@ private:
 };
 
 TEST_F(RulesCommand, CheckSaysWhatItFoundByItsExitCode) {
-    Write("fine.rules", small_);
+    Write("fine.rules", "rule 1 \"\" { traits overlay }");
     Write("warned.rules", "rule 1 \"\" { header { Machine == 65536 } }");
     Write("wrong.rules", "rule 1 \"\xFF\" { header { Machin == 1\nNope == 1 } }");
     EXPECT_EQ(Run("check fine.rules"), 0);
@@ -89,6 +90,72 @@ TEST_F(RulesCommand, CompilingAgainChangesNothing) {
     Write("wrong.rules", "rule");
     EXPECT_EQ(Run("compile -o three wrong.rules"), 1);
     EXPECT_FALSE(fs::exists("three"));
+}
+
+TEST_F(RulesCommand, CheckComparesTheRulesOfAllFiles) {
+    Write("one.rules", "rule 1 \"One\" { header { Machine == 1 } }");
+    Write("two.rules", "\n  rule 2 \"Two\" { header { Machine == 1 Magic == 2 } }");
+    EXPECT_EQ(Run("check one.rules"), 0);
+    EXPECT_EQ(Run("check two.rules one.rules"), 2);
+    const std::string out = ReadFile("out");
+    EXPECT_NE(out.find("two.rules:2:3: warning[W508]: "), std::string::npos) << out;
+    EXPECT_NE(out.find("rule 1 \"One\" (one.rules:1:1)"), std::string::npos) << out;
+}
+
+TEST_F(RulesCommand, ASpecimenIsFoundByItsRuleAlone) {
+    EXPECT_EQ(Run("specimen 173 -o worm.exe"), 0);
+    const std::string worm = ReadFile("worm.exe");
+    ASSERT_NE(worm, "");
+    Write("worm.exe", "mine");
+    EXPECT_EQ(Run("specimen 175 -o worm.exe"), 3);
+    EXPECT_EQ(ReadFile("worm.exe"), "mine");
+    EXPECT_EQ(Run("specimen 173 -o worm.exe --force"), 0);
+    EXPECT_EQ(ReadFile("worm.exe"), worm);
+    EXPECT_EQ(Run("specimen 9532 -o none.exe"), 1);
+    EXPECT_NE(ReadFile("err").find("9531"), std::string::npos) << "the nearest id";
+    EXPECT_EQ(Run("specimen 4192 -o none.exe"), 1);
+    EXPECT_FALSE(fs::exists("none.exe"));
+
+    const std::string err = ReadFile("err"); // both places
+    const std::string place = err.substr(err.find("--place ") + 8, 5);
+    EXPECT_EQ(Run("specimen 4192 --place " + place + " -o second.exe"), 0);
+
+    EXPECT_EQ(Run("dump"), 0);
+    fs::rename("out", "all");
+    fs::create_directory("folder");
+    fs::rename("second.exe", "folder/second.exe");
+    fs::copy_file(host::ProgramFolder() / "tavrik-rules", "folder/no.exe");
+    const std::vector<fs::path> clean = PackagedFiles();
+    ASSERT_FALSE(clean.empty());
+    EXPECT_EQ(Run("try --rules all -r --json worm.exe folder '" + clean.front().string() + "'"), 0);
+    std::istringstream lines(ReadFile("out"));
+    std::vector<nlohmann::json> files;
+    for (std::string line; std::getline(lines, line);)
+        files.push_back(nlohmann::json::parse(line));
+    ASSERT_EQ(files.size(), 4u);
+    EXPECT_EQ(files[3]["matches"].size(), 0u);
+    ASSERT_EQ(files[0]["matches"].size(), 1u);
+    EXPECT_EQ(files[0]["matches"][0]["rule"], 173);
+    EXPECT_EQ(files[1]["file"], "folder/no.exe");
+    EXPECT_EQ(files[1]["pe"], false);
+    ASSERT_EQ(files[2]["matches"].size(), 1u);
+    EXPECT_EQ(files[2]["matches"][0]["rule"], 4192);
+}
+
+TEST_F(RulesCommand, TryGoesOnAfterWhatCannotBeRead) {
+    EXPECT_EQ(Run("specimen 173 -o worm.exe"), 0);
+    Write("fits.rules", "rule 1 \"Fits\" { header { Machine == 0x14C Subsystem == 2 } }");
+    Write("fails.rules", "rule 2 \"Fails\" { header { Machine != 0x14C } }");
+    EXPECT_EQ(Run("try fits.rules fails.rules missing.exe . worm.exe --explain"), 3);
+    const std::string out = ReadFile("out");
+    EXPECT_NE(out.find("worm.exe: rule 1 \"Fits\"\n"), std::string::npos) << out;
+    EXPECT_EQ(out.find("worm.exe: rule 2 \"Fails\"\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("\nFAIL"), std::string::npos) << out;
+    EXPECT_NE(out.find("2 rules, 3 files: 1 matched, 0 not PE, 2 errors\n"), std::string::npos) << out;
+    Write("wrong.rules", "rule");
+    EXPECT_EQ(Run("try wrong.rules worm.exe"), 1);
+    EXPECT_EQ(Run("try fits.rules"), 3);
+    EXPECT_EQ(Run("try worm.exe"), 3);
 }
 
 } // namespace
