@@ -161,8 +161,7 @@ std::optional<std::vector<LetterSet>> WaysOf(std::string_view expression) {
             }
             operators.pop_back();
             std::ranges::sort(left);
-            const auto repeated = std::ranges::unique(left);
-            left.erase(repeated.begin(), repeated.end());
+            left.erase(std::unique(left.begin(), left.end()), left.end());
             if (left.size() > kMostWays)
                 return std::nullopt;
         }
@@ -193,8 +192,7 @@ uint64_t MarkOf(uint64_t key, std::string_view text = {}) {
 
 void MakeSet(std::vector<uint64_t> &marks) {
     std::ranges::sort(marks);
-    const auto repeated = std::ranges::unique(marks);
-    marks.erase(repeated.begin(), repeated.end());
+    marks.erase(std::unique(marks.begin(), marks.end()), marks.end());
 }
 
 } // namespace

@@ -613,7 +613,9 @@ std::string RuleWriter::AtPlace(const Place &place, const Body &body, Need &need
 }
 
 void RuleWriter::FlushGroups() {
-    for (auto &[place, bodies] : groups_) {
+    for (auto &group : groups_) {
+        const Place &place = group.first;
+        auto &bodies = group.second;
         std::ranges::stable_sort(bodies, {}, [](const auto &body) { return body.first; });
         const auto write = [&](const auto &selected) {
             const Body all = [&](const Scene &scene) {
@@ -1063,7 +1065,7 @@ void RuleWriter::WriteStrings() {
     for (std::size_t i = 0; i < rule_.strings.size(); ++i) {
         const auto text = YaraString(rule_.strings[i]);
         if (!text)
-            Refuse("a string of wildcards alone");
+            Refuse("a string that may occur more often than the engine counts");
         strings_.push_back(format("${} = {}", static_cast<char>('a' + i), *text));
     }
     if (!rule_.expression.empty()) {
