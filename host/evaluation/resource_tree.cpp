@@ -39,8 +39,11 @@ public:
             for (const Entry &entry : EntriesAt(type.Place())) {
                 if (!entry.IsDirectory())
                     continue;
+                const std::vector<Entry> languages = EntriesAt(entry.Place());
+                if (languages.empty())
+                    continue;
                 const ResourceLabel entry_label = LabelOf(entry);
-                for (const Entry &language : EntriesAt(entry.Place())) {
+                for (const Entry &language : languages) {
                     if (language.IsDirectory())
                         continue;
                     if (tree_.resources.size() == kMostResources)
