@@ -1,6 +1,7 @@
 #include "rulelang/yara_strings.h"
 
 #include <algorithm>
+#include <bitset>
 #include <fmt/format.h>
 
 namespace tavrik::rules {
@@ -20,6 +21,18 @@ bool IsText(uint8_t byte) {
 
 bool IsWide(const StringFeature &string) {
     return (string.options & kStringWide) != 0;
+}
+
+// The engine gives up a string after a million occurrences in a file. Padding and tables can hold as many only of what
+// has fewer than three bytes, or one byte throughout.
+bool MayBeTooFrequent(const StringFeature &string) {
+    constexpr std::size_t kFewestBytes = 3;
+    const std::size_t bytes = string.bytes.size() - string.mask.count();
+    std::bitset<256> values;
+    for (std::size_t i = 0; i < string.bytes.size(); ++i)
+        if (!string.mask[i])
+            values.set(static_cast<uint8_t>(string.bytes[i]));
+    return bytes < kFewestBytes || values.count() < 2;
 }
 
 std::string HexString(const StringFeature &string) {
@@ -56,7 +69,7 @@ std::string YaraText(std::string_view text) {
 }
 
 std::optional<std::string> YaraString(const StringFeature &string) {
-    if (string.mask.count() >= string.bytes.size())
+    if (MayBeTooFrequent(string))
         return std::nullopt;
     const bool is_text = std::ranges::all_of(string.bytes, [](char c) { return IsText(static_cast<uint8_t>(c)); });
     const bool any_case = (string.options & kStringNoCase) != 0;

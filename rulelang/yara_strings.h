@@ -14,7 +14,8 @@ namespace tavrik::rules {
 /// A text literal in quotes.
 std::string YaraText(std::string_view text);
 
-/// The definition of a string, quoted or in braces, with its modifiers; nothing when it has wildcards alone. Zero bytes
+/// The definition of a string, quoted or in braces, with its modifiers; nothing when a file may hold
+/// too many of it for the engine. Zero bytes
 /// of a wide string are written out, since the `wide` modifier does not ask for each of them.
 std::optional<std::string> YaraString(const StringFeature &string);
 

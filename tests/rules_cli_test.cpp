@@ -158,5 +158,27 @@ TEST_F(RulesCommand, TryGoesOnAfterWhatCannotBeRead) {
     EXPECT_EQ(Run("try worm.exe"), 3);
 }
 
+TEST_F(RulesCommand, ExportsWhatYaraCanSay) {
+    Write("a.rules",
+          "rule 7 \"Fits\" { header { Machine == 0x14C Subsystem == 2 | 3 FileSize < 4096 } sections { "
+          "[1].VirtualSize != 5 } section_names { last == \".rsrc\" } strings { A = \"a\\\\bc\" wide nocase in "
+          "section[1] at 4 B = { 4D ?? 5A 90 } in file C = \"xyz\" in overlay } when (A|B) }\n"
+          "rule 7 \"Imports\" { import_modules { \"a.dll\" } }\n"
+          "rule 8 \"Common\" { header { e_cp == 0 } strings { A = { 00 00 00 00 } in file } }");
+    EXPECT_EQ(Run("export-yara a.rules -o a.yar --report why"), 0);
+    const std::string text = ReadFile("a.yar");
+    for (const char *part :
+         {"rule rule_7_0 {", "name = \"Fits\"", "$a = \"a\\x00\\\\\\x00b\\x00c\\x00\" nocase\n",
+          "$b = { 4D ?? 5A 90 }\n", "filesize < 0x1000",
+          "(uint16(uint32(0x3C) + 0x5C) == 0x2 or uint16(uint32(0x3C) + 0x5C) == 0x3)", "n >= 2 and"})
+        EXPECT_NE(text.find(part), std::string::npos) << part << " is not in\n" << text;
+    EXPECT_EQ(text.find("rule_7_1"), std::string::npos);
+    EXPECT_EQ(text.find("rule_8_0"), std::string::npos);
+    const std::string why = ReadFile("why");
+    EXPECT_NE(why.find("7\tImports\timport names"), std::string::npos) << why;
+    EXPECT_NE(why.find("8\tCommon\ta string that may occur more often"), std::string::npos) << why;
+    EXPECT_NE(ReadFile("err").find("1 rules written, 2 not:\n"), std::string::npos) << ReadFile("err");
+}
+
 } // namespace
 } // namespace tavrik::tests
