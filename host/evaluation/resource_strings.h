@@ -30,7 +30,7 @@ public:
     /** Resources of a kind beyond these, in the order of the tree, have no texts. */
     static constexpr std::size_t kMostVersions = 64;
     static constexpr std::size_t kMostManifests = 64;
-    static constexpr std::size_t kMostStringBlocks = 1024;
+    static constexpr std::size_t kMostStringBlocks = 4096;
 
     /** Both must outlive the object. */
     ResourceStrings(FileBytes &bytes, const ResourceTree &tree);
