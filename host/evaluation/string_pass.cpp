@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <optional>
+#include <queue>
 #include <string>
 #include <tuple>
 #include <unordered_map>
@@ -34,7 +36,7 @@ constexpr uint32_t Hash(uint32_t gram) {
 }
 
 // The filter: a bit for each value of a hash's upper bits.
-constexpr unsigned kFilterBits = 20;
+constexpr unsigned kFilterBits = 21; // 256 KiB in all, to stay in a second-level cache
 using FilterWord = uint64_t;
 constexpr unsigned kWordBits = 64;
 
@@ -177,28 +179,24 @@ class StringPass::Run {
 public:
     Run(const StringPass &pass, const RegionOf &region)
         : pass_(pass), region_(region), found_(pass.strings_.size()), places_(pass.strings_.size()),
-          is_spent_(pass.entries_.size()) {}
+          is_idle_(pass.entries_.size()) {}
 
     void SearchPiece(std::span<const uint8_t> piece, uint64_t offset) {
         piece_ = piece;
         offset_ = offset;
-        const uint64_t *const filter = pass_.filter_.data();
-        uint32_t spent = kNoGram;
         std::size_t at = 0;
-        for (; at + kGramSize <= piece.size(); ++at) {
-            const uint32_t gram = Fold(&piece[at]);
-            if (!MayStand(filter, Hash(gram))) [[likely]]
-                continue;
-            // Runs of one byte repeat a gram.
-            if (gram != spent && CompareBucket(gram, at))
-                spent = gram;
+        while (at + kGramSize <= piece.size()) {
+            Wake(offset + at);
+            at = SearchFrom(at);
         }
         // The last bytes may begin grams whose open byte lies behind them.
         uint8_t tail[2 * kGramSize] = {};
         const std::size_t rest = piece.size() - at;
         std::memcpy(tail, piece.data() + at, rest);
-        for (std::size_t i = 0; i < rest; ++i)
-            CompareBucket(Fold(tail + i), at + i);
+        for (std::size_t i = 0; i < rest; ++i) {
+            Wake(offset + at + i);
+            CompareGram(Fold(tail + i), at + i);
+        }
     }
 
     std::vector<bool> TakeFound() { return std::move(found_); }
@@ -209,32 +207,72 @@ private:
     static constexpr uint32_t kSettled = 1;
     static constexpr uint32_t kFirstStarts = 2;
 
-    // Compares the strings under a gram that stands in the piece at `at`. Returns whether all of them are settled.
-    bool CompareBucket(uint32_t gram, std::size_t at) {
+    static constexpr uint64_t kNever = UINT64_MAX;
+    using Waking = std::pair<uint64_t, uint32_t>; // offset in the file, a gram's first entry
+
+    // Looks at the grams that begin at `at` and behind it up to the next wake; returns the place that comes next.
+    std::size_t SearchFrom(std::size_t at) {
+        const FilterWord *const filter = pass_.filter_.data();
+        const uint8_t *const bytes = piece_.data();
+        uint32_t idle = kNoGram;
+        for (std::size_t end = NextWake(); at < end; ++at) {
+            const uint32_t gram = Fold(bytes + at);
+            // Runs of one byte repeat a gram.
+            if (!MayStand(filter, Hash(gram)) || gram == idle) [[likely]]
+                continue;
+            if (CompareGram(gram, at)) {
+                idle = gram;
+                end = NextWake();
+            }
+        }
+        return at;
+    }
+
+    // Where in the piece an idle gram must be looked at again, or where its last whole gram ends.
+    std::size_t NextWake() const {
+        const std::size_t end = piece_.size() - kGramSize + 1;
+        return wakes_.empty() ? end : static_cast<std::size_t>(std::min<uint64_t>(end, wakes_.top().first - offset_));
+    }
+
+    // Compares the strings under a gram that stands in the piece at `at`. Returns whether the gram is idle: its strings
+    // need no comparing before the next wake.
+    bool CompareGram(uint32_t gram, std::size_t at) {
         const auto [begin, end] = pass_.EntriesOf(gram);
-        if (begin == end || is_spent_[begin])
+        if (begin == end || is_idle_[begin])
             return true;
-        bool is_spent = true;
+        uint64_t wake = kNever;
         for (uint32_t i = begin; i < end; ++i) {
             const Pattern &pattern = pass_.patterns_[pass_.entries_[i].pattern];
             const std::span users(pass_.users_.data() + pattern.first_user, pattern.user_count);
             if (at >= pattern.gram_at)
                 ComparePattern(pattern, users, at - pattern.gram_at);
             for (const uint32_t user : users)
-                is_spent = is_spent && places_[user] == kSettled;
+                wake = std::min(wake, CountsFrom(user));
         }
-        is_spent_[begin] = is_spent;
-        return is_spent;
+        if (wake <= offset_ + at)
+            return false;
+        is_idle_[begin] = true;
+        if (wake != kNever)
+            wakes_.emplace(wake, begin);
+        return true;
+    }
+
+    void Wake(uint64_t offset) {
+        for (; !wakes_.empty() && wakes_.top().first <= offset; wakes_.pop())
+            is_idle_[wakes_.top().second] = false;
+    }
+
+    // The first start in the file that may matter for the string.
+    uint64_t CountsFrom(uint32_t string) const {
+        const uint32_t place = places_[string];
+        return place == kSettled ? kNever : place == kUnknown ? 0 : starts_[place - kFirstStarts].first;
     }
 
     void ComparePattern(const Pattern &pattern, std::span<const uint32_t> users, std::size_t start) {
         if (piece_.size() - start < pattern.length)
             return; // the next piece has it whole
         // Bytes are compared only where it matters: a hostile file repeats them.
-        const auto matters = [&](uint32_t user) {
-            return places_[user] != kSettled &&
-                   (places_[user] == kUnknown || offset_ + start >= starts_[places_[user] - kFirstStarts].first);
-        };
+        const auto matters = [&](uint32_t user) { return CountsFrom(user) <= offset_ + start; };
         const uint8_t *value = pass_.bytes_.data() + pattern.bytes;
         if (std::ranges::none_of(users, matters) ||
             !IsPatternAt(&piece_[start], value, value + pattern.length, pattern.length))
@@ -267,7 +305,8 @@ private:
     std::vector<bool> found_;
     std::vector<uint32_t> places_;
     std::vector<Starts> starts_; // in the file
-    std::vector<bool> is_spent_; // by a gram's first entry: all strings under it are settled
+    std::vector<bool> is_idle_;  // by a gram's first entry
+    std::priority_queue<Waking, std::vector<Waking>, std::greater<>> wakes_;
 };
 
 std::vector<bool> StringPass::Search(FileBytes &bytes, const RegionOf &region) const {
