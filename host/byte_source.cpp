@@ -1,9 +1,7 @@
 #include "host/byte_source.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <limits>
 #include <system_error>
 
 namespace tavrik::host {
@@ -11,6 +9,8 @@ namespace tavrik::host {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr char kNoRegularFile[] = "is a device, pipe or socket; only regular files can be scanned";
 
 std::string Advice(const std::error_code &error) {
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
@@ -22,7 +22,7 @@ std::string Advice(const std::error_code &error) {
     return error.message();
 }
 
-// Opening a pipe would wait for its writer and a device may do anything, so the kind is looked at first.
+// Opening a device may do anything, so the kind is looked at first.
 void RequireRegularFile(const fs::path &path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
@@ -36,38 +36,50 @@ void RequireRegularFile(const fs::path &path) {
     case fs::file_type::not_found:
         throw OpenError("no such file; check the name");
     default:
-        throw OpenError("is a device, pipe or socket; only regular files can be scanned");
+        throw OpenError(kNoRegularFile);
+    }
+}
+
+RegularFile Open(const fs::path &path, bool for_writing) {
+    RequireRegularFile(path);
+    try {
+        return RegularFile(path, for_writing);
+    } catch (const std::system_error &error) {
+        throw OpenError(error.code() == std::errc::not_supported ? kNoRegularFile : Advice(error.code()));
     }
 }
 
 } // namespace
 
-FileSource::FileSource(const fs::path &path, Access access) {
-    RequireRegularFile(path);
+FileSource::FileSource(const fs::path &path, Access access) : file_(Open(path, access == Access::ReadWrite)) {}
+
+std::size_t FileSource::ReadFromFile(uint64_t offset, void *buffer, std::size_t length) {
     std::error_code error;
-    size_ = fs::file_size(path, error);
-    if (error)
-        throw OpenError(Advice(error));
-    const auto read_only = std::ios::in | std::ios::binary;
-    errno = 0;
-    if (file_.open(path, access == Access::ReadWrite ? read_only | std::ios::out : read_only) == nullptr)
-        throw OpenError(errno == 0 ? "cannot be opened" : Advice({errno, std::generic_category()}));
+    const std::size_t count = file_.ReadAt(offset, buffer, length, error);
+    if (!error)
+        return count;
+    error_ = "cannot be read at offset " + std::to_string(offset) + ": " + error.message();
+    return 0;
 }
 
 std::size_t FileSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
-    if (length == 0 || offset >= size_ || !error_.empty())
+    if (length == 0 || offset >= size() || !error_.empty())
         return 0;
-    const auto wanted = static_cast<std::streamsize>(std::min<uint64_t>(length, size_ - offset));
-    try {
-        if (file_.pubseekpos(static_cast<std::streamoff>(offset)) == std::streampos(std::streamoff(-1))) {
-            error_ = "cannot be read at offset " + std::to_string(offset);
-            return 0;
-        }
-        return static_cast<std::size_t>(file_.sgetn(static_cast<char *>(buffer), wanted));
-    } catch (const std::ios_base::failure &failure) {
-        error_ = "cannot be read at offset " + std::to_string(offset) + ": " + failure.code().message();
-        return 0;
+    length = static_cast<std::size_t>(std::min<uint64_t>(length, size() - offset));
+    const auto start = static_cast<std::size_t>(offset % kPageSize);
+    if (length > kPageSize - start)
+        return ReadFromFile(offset, buffer, length);
+    if (page_length_ == 0 || page_offset_ != offset - start) {
+        if (page_ == nullptr)
+            page_.reset(new uint8_t[kPageSize]);
+        page_offset_ = offset - start;
+        page_length_ = ReadFromFile(page_offset_, page_.get(), kPageSize);
     }
+    if (start >= page_length_)
+        return 0;
+    length = std::min(length, page_length_ - start);
+    std::memcpy(buffer, page_.get() + start, length);
+    return length;
 }
 
 std::size_t MemorySource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {

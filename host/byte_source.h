@@ -5,10 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
+
+#include "host/regular_file.h"
 
 namespace tavrik::host {
 
@@ -37,7 +39,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/** A regular file of any size. */
+/** A regular file of any size. Small reads near each other cost the system one. */
 class FileSource final : public ByteSource {
 public:
     enum class Access { Read, ReadWrite };
@@ -46,13 +48,19 @@ public:
      */
     explicit FileSource(const std::filesystem::path &path, Access access = Access::Read);
 
-    uint64_t size() const override { return size_; }
+    uint64_t size() const override { return file_.size(); }
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     const std::string &error() const override { return error_; }
 
 private:
-    std::filebuf file_;
-    uint64_t size_ = 0;
+    static constexpr std::size_t kPageSize = 16 * 1024;
+
+    std::size_t ReadFromFile(uint64_t offset, void *buffer, std::size_t length);
+
+    RegularFile file_;
+    std::unique_ptr<uint8_t[]> page_; // the one that was read last
+    uint64_t page_offset_ = 0;        // in the file; a multiple of its size
+    std::size_t page_length_ = 0;     // 0 while there is none
     std::string error_;
 };
 

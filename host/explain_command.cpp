@@ -1,6 +1,5 @@
 #include <charconv>
 #include <fmt/format.h>
-#include <iterator>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -116,10 +115,7 @@ ExitCode RunExplain(const fs::path &module_path, const std::string &what, const 
         Features features(source);
         for (const HeuristicRule *rule : subjects.rules) {
             const RuleExplanation explanation = ExplainRule(*rule, features);
-            fmt::format_to(std::back_inserter(text), "{}rule {}: \"{}\"\n\n{}\n{}",
-                           subjects.entry || rule != subjects.rules.front() ? "\n" : "", uint32_t{rule->rule_id},
-                           Printable(DetectionName(*rule)), explanation.text,
-                           Verdict(explanation, *rule, module, file));
+            text += '\n' + explanation.text + '\n' + Verdict(explanation, *rule, module, file);
             found = found || explanation.matches;
         }
         Print(text);

@@ -2,8 +2,9 @@
 
 #include <array>
 #include <fmt/format.h>
-#include <optional>
+#include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "host/system.h"
 #include "host/text.h"
@@ -13,6 +14,8 @@ namespace tavrik::host {
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr char kStandardInput[] = "-";
 
 // No system takes longer paths; a longer entry means that the list is none.
 constexpr std::size_t kLongestPath = 128 * 1024;
@@ -31,8 +34,7 @@ public:
         }
         entry_ += piece;
         if (entry_.size() > kLongestPath)
-            throw std::runtime_error(fmt::format("an entry is longer than {} bytes; end each path with {}",
-                                                 kLongestPath, separator_ == '\0' ? "a NUL" : "a line feed"));
+            throw std::length_error(fmt::format("an entry is longer than {} bytes", kLongestPath));
         return true;
     }
 
@@ -61,17 +63,23 @@ bool ReadAll(InputStream &&input, char separator, const std::function<bool(const
     return Interruption() == 0 && cutter.HandOn();
 }
 
+std::string Complaint(const fs::path &list, const std::string &reason, char separator) {
+    return fmt::format("the list of paths {} cannot be read: {}; name a file of paths that each end with {}, or - for "
+                       "standard input",
+                       list == kStandardInput ? "on standard input" : PrintablePath(list), reason,
+                       separator == '\0' ? "a NUL" : "a line feed");
+}
+
 } // namespace
 
 bool ReadPathList(const fs::path &list, char separator, const std::function<bool(const fs::path &path)> &visit) {
-    const bool is_standard_input = list == "-";
     try {
-        return is_standard_input ? ReadAll(InputStream::StandardInput(), separator, visit)
-                                 : ReadAll(InputStream(list), separator, visit);
-    } catch (const std::runtime_error &error) {
-        throw PathListError(fmt::format("the list of paths {} cannot be read: {}; name a file with one path a line, "
-                                        "or - for standard input",
-                                        is_standard_input ? "on standard input" : PrintablePath(list), error.what()));
+        return list == kStandardInput ? ReadAll(InputStream::StandardInput(), separator, visit)
+                                      : ReadAll(InputStream(list), separator, visit);
+    } catch (const std::system_error &error) {
+        throw PathListError(Complaint(list, error.code().message(), separator));
+    } catch (const std::length_error &error) {
+        throw PathListError(Complaint(list, error.what(), separator));
     }
 }
 

@@ -59,7 +59,7 @@ int Interruption();
 /** A file, pipe or device that is read from its start to its end, however slowly it comes. */
 class InputStream {
 public:
-    /** Opens the path, or standard input. Throws std::runtime_error with the system's reason. */
+    /** Opens the path, or standard input. Throws std::system_error. */
     explicit InputStream(const std::filesystem::path &path);
     static InputStream StandardInput() { return InputStream(); }
     ~InputStream();
@@ -67,7 +67,7 @@ public:
     InputStream &operator=(const InputStream &) = delete;
 
     /** Waits for some bytes, at most `length`, and returns their number; 0 at the end and once Interruption is not 0.
-     * Throws std::runtime_error with the system's reason. */
+     * Throws std::system_error. */
     std::size_t Read(char *buffer, std::size_t length);
 
 private:

@@ -30,7 +30,7 @@ std::atomic<int> interruption = 0;
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler sets it");
 
 [[noreturn]] void ThrowLastError() {
-    throw std::runtime_error(std::generic_category().message(errno));
+    throw std::system_error(errno, std::generic_category());
 }
 
 } // namespace
@@ -110,7 +110,7 @@ std::size_t InputStream::Read(char *buffer, std::size_t length) {
         const int ready = poll(&input, 1, kPollMilliseconds);
         if (ready == 0)
             continue;
-        const ssize_t count = read(descriptor_, buffer, length);
+        const ssize_t count = ready < 0 ? -1 : read(descriptor_, buffer, length);
         if (count >= 0)
             return static_cast<std::size_t>(count);
         if (errno != EINTR && errno != EAGAIN)

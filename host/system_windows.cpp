@@ -38,7 +38,7 @@ HANDLE ConsoleOf(std::FILE *stream) {
 }
 
 [[noreturn]] void ThrowLastError() {
-    throw std::runtime_error(std::generic_category().message(errno));
+    throw std::system_error(errno, std::generic_category());
 }
 
 std::string Narrow(const wchar_t *text, UINT code_page, bool *lossy = nullptr) {

@@ -1,71 +1,18 @@
 // tavrik-scan as its users run it, on samples and on PE files that nobody here made.
-#include <cstdio>
 #include <map>
 #include <random>
-#include <sstream>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
-#include "host/system.h"
-#include "samples/samples.h"
-#include "tests/support/module_folder.h"
+#include "tests/support/scan_command.h"
 
 namespace tavrik::tests {
 namespace {
 
-namespace fs = std::filesystem;
 using Json = nlohmann::json;
-
-struct Outcome {
-    int code; // -1 when a signal ended the program
-    std::string out;
-    std::string err;
-};
-
-/** Runs a command of the shell in the current folder. */
-Outcome Shell(const std::string &command) {
-    const int status = std::system((command + " >.out 2>.err").c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(".out"), ReadFile(".err")};
-}
-
-Outcome Scan(const std::string &arguments) {
-    return Shell('\'' + (host::ProgramFolder() / "tavrik-scan").string() + "' -q " + arguments);
-}
-
-std::vector<std::string> Lines(const std::string &text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-void Write(const fs::path &path, std::string_view bytes) {
-    fs::create_directories(fs::absolute(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
-/** Writes the sample of that file name and returns its planned line. */
-std::string WriteSample(const std::string &beginning, const fs::path &path) {
-    for (std::size_t index = 0; index < samples::SampleCount(); ++index) {
-        const samples::Sample sample = samples::MakeSample(index);
-        if (!sample.file_name.starts_with(beginning))
-            continue;
-        Write(path, {reinterpret_cast<const char *>(sample.bytes.data()), sample.bytes.size()});
-        return sample.finding ? fmt::format("{}: entry {}, Nullsoft installer, offset {:#x}, size {}\n", path.string(),
-                                            *sample.entry, sample.finding->offset, sample.finding->size)
-                              : "";
-    }
-    throw std::invalid_argument("no sample " + beginning);
-}
-
-class ScanCommand : public testing::Test {
-    FreshFolder folder_;
-};
 
 TEST_F(ScanCommand, PrintsALineForEachFindingAndSaysSoByItsExitCode) {
     const std::string found = WriteSample("entry07", "found.exe");
