@@ -44,12 +44,12 @@ constexpr std::size_t WordOf(uint32_t hash) {
     return (hash >> (32 - kFilterBits)) / kWordBits;
 }
 
-constexpr FilterWord BitOf(uint32_t hash) {
-    return FilterWord{1} << (hash >> (32 - kFilterBits)) % kWordBits;
+constexpr unsigned BitOf(uint32_t hash) {
+    return (hash >> (32 - kFilterBits)) % kWordBits;
 }
 
 inline bool MayStand(const FilterWord *filter, uint32_t hash) {
-    return (filter[WordOf(hash)] & BitOf(hash)) != 0;
+    return (filter[WordOf(hash)] >> BitOf(hash) & 1) != 0;
 }
 
 // A gram of a pattern: at most one of its bytes is open, a wildcard or behind the pattern's end.
@@ -154,7 +154,7 @@ void StringPass::File(std::vector<Entry> entries) {
     buckets_.assign((std::size_t{UINT32_MAX} >> bucket_shift_) + 2, 0);
     for (const Entry &entry : entries) {
         const uint32_t hash = Hash(entry.gram);
-        filter_[WordOf(hash)] |= BitOf(hash);
+        filter_[WordOf(hash)] |= FilterWord{1} << BitOf(hash);
         ++buckets_[(hash >> bucket_shift_) + 1];
     }
     for (std::size_t i = 1; i < buckets_.size(); ++i)

@@ -1,0 +1,185 @@
+// All strings of the rules, looked for in one pass over files: ours beside Hyperscan in block mode on one thread. Ours
+// also decides whether each string stands in its region and window; Hyperscan only says that its bytes stand somewhere.
+// A few strings that are runs of one byte slow Hyperscan down a lot, so it is also measured without them.
+
+#include <hs/hs.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/ratio_reporter.h"
+#include "database/generator/generator.h"
+#include "database/generator/written_rules.h"
+#include "host/evaluation/features.h"
+#include "host/evaluation/string_pass.h"
+#include "host/evaluation/string_pattern.h"
+#include "host/module.h"
+#include "tests/support/packaged_files.h"
+
+namespace {
+
+using namespace tavrik;
+using Clock = std::chrono::steady_clock;
+using Strings = std::vector<const StringFeature *>;
+
+double Milliseconds(Clock::time_point since) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - since).count();
+}
+
+/** A file in memory with its features, which find the regions. */
+struct File {
+    explicit File(std::vector<uint8_t> content) : bytes(std::move(content)) {}
+
+    std::vector<uint8_t> bytes;
+    host::MemorySource source{bytes};
+    host::Features features{source};
+};
+
+struct Corpus {
+    const char *name;
+    std::vector<std::unique_ptr<File>> files;
+};
+
+bool IsRun(const StringFeature *string) {
+    const std::span<const uint8_t> bytes(string->bytes, string->length);
+    const auto other = std::ranges::find_if(bytes, [](uint8_t byte) { return byte != 0; });
+    return std::all_of(other, bytes.end(), [&](uint8_t byte) { return byte == 0 || byte == *other; });
+}
+
+/** Strings in a Hyperscan database, for the life of the program. */
+struct Hyperscan {
+    explicit Hyperscan(const Strings &strings) : count(strings.size()) {
+        const Clock::time_point start = Clock::now();
+        std::vector<std::string> expressions(count);
+        std::vector<const char *> texts;
+        std::vector<unsigned> flags;
+        std::vector<unsigned> numbers;
+        for (const StringFeature *string : strings) {
+            const host::StringPattern pattern(*string);
+            std::string &expression = expressions[numbers.size()];
+            for (std::size_t i = 0; i < pattern.length; ++i) {
+                char byte[8];
+                std::snprintf(byte, sizeof(byte), "\\x%02x", pattern.value[i]);
+                expression += pattern.care[i] == 0 ? "." : byte;
+            }
+            const bool ignores_case = (string->param_e & rules::kStringNoCase) != 0;
+            texts.push_back(expression.c_str());
+            flags.push_back(HS_FLAG_DOTALL | HS_FLAG_SINGLEMATCH | (ignores_case ? HS_FLAG_CASELESS : 0u));
+            numbers.push_back(static_cast<unsigned>(numbers.size()));
+        }
+        hs_compile_error_t *error = nullptr;
+        std::size_t size = 0;
+        if (hs_compile_multi(texts.data(), flags.data(), numbers.data(), static_cast<unsigned>(count), HS_MODE_BLOCK,
+                             nullptr, &database, &error) != HS_SUCCESS ||
+            hs_alloc_scratch(database, &scratch) != HS_SUCCESS || hs_database_size(database, &size) != HS_SUCCESS) {
+            std::fprintf(stderr, "string_pass_bench: Hyperscan: %s\n", error != nullptr ? error->message : "no memory");
+            std::exit(2);
+        }
+        std::printf("Hyperscan: %zu strings, built in %.0f ms, %zu KiB\n", count, Milliseconds(start), size / 1024);
+    }
+
+    std::vector<bool> Search(const File &file) const {
+        std::vector<bool> found(count);
+        const auto on_match = [](unsigned number, unsigned long long, unsigned long long, unsigned, void *to) {
+            (*static_cast<std::vector<bool> *>(to))[number] = true;
+            return 0;
+        };
+        hs_scan(database, reinterpret_cast<const char *>(file.bytes.data()), static_cast<unsigned>(file.bytes.size()),
+                0, scratch, on_match, &found);
+        return found;
+    }
+
+    std::size_t count;
+    hs_database_t *database = nullptr;
+    hs_scratch_t *scratch = nullptr;
+};
+
+std::vector<Corpus> Corpora() {
+    constexpr std::size_t kOneIn = 8;
+    constexpr std::size_t kLarge = 16 << 20;
+    std::vector<Corpus> corpora(4);
+    const auto add = [&](std::size_t corpus, std::vector<uint8_t> bytes) {
+        corpora[corpus].files.push_back(std::make_unique<File>(std::move(bytes)));
+    };
+    corpora[0].name = "packaged";
+    const std::vector<std::filesystem::path> paths = tests::PackagedFiles();
+    for (std::size_t i = 0; i < paths.size(); i += kOneIn) {
+        std::ifstream file(paths[i], std::ios::binary);
+        add(0, {std::istreambuf_iterator<char>(file), {}});
+    }
+    corpora[1].name = "specimens";
+    const rules::RuleSet written = rulegen::WrittenRules();
+    const rulegen::Generator generator(written);
+    for (std::size_t place = 0; place < generator.size(); place += kOneIn)
+        add(1, *generator.SpecimenImage(place));
+    corpora[2].name = "zeros";
+    add(2, std::vector<uint8_t>(kLarge));
+    corpora[3].name = "random";
+    std::vector<uint8_t> bytes(kLarge);
+    std::ranges::generate(bytes, [random = std::mt19937(1)]() mutable { return static_cast<uint8_t>(random()); });
+    add(3, std::move(bytes));
+    return corpora;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const host::Module module;
+    Strings strings;
+    for (const HeuristicRule *rule : module.rules())
+        for (uint32_t i = 0; i < rule->strings.count; ++i)
+            strings.push_back(&rule->strings.elements[i]);
+    const Clock::time_point start = Clock::now();
+    const host::StringPass pass(strings);
+    std::printf("StringPass: %zu strings, built in %.0f ms, %zu KiB, at most %zu compared at one place\n",
+                strings.size(), Milliseconds(start), pass.MemorySize() / 1024, pass.LargestBucket());
+    const Hyperscan all(strings);
+    Strings eased = strings;
+    std::erase_if(eased, IsRun);
+    const Hyperscan without_runs(eased);
+
+    const auto own = [&](File &file) {
+        return pass.Search(file.features.bytes(),
+                           [&](const StringFeature &string) { return file.features.StringRegion(string); });
+    };
+    std::vector<Corpus> corpora = Corpora();
+    for (Corpus &corpus : corpora) {
+        std::size_t size = 0;
+        for (const auto &file : corpus.files) {
+            size += file->bytes.size();
+            const std::vector<bool> somewhere = all.Search(*file);
+            const std::vector<bool> present = own(*file);
+            for (std::size_t i = 0; i < strings.size(); ++i)
+                if (present[i] && !somewhere[i]) {
+                    std::fprintf(stderr, "string_pass_bench: Hyperscan does not find string %zu\n", i);
+                    return 1;
+                }
+        }
+        const auto add = [&](const std::string &name, const std::function<std::vector<bool>(File &)> &search) {
+            const auto run = [&corpus, search, size](benchmark::State &state) {
+                for (auto _ : state)
+                    for (const auto &file : corpus.files)
+                        benchmark::DoNotOptimize(search(*file));
+                state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
+            };
+            benchmark::RegisterBenchmark((name + "_" + corpus.name).c_str(), run)->Unit(benchmark::kMillisecond);
+        };
+        add("StringPass", own);
+        add("Hyperscan", [&](const File &file) { return all.Search(file); });
+        add("HyperscanWithoutRuns", [&](const File &file) { return without_runs.Search(file); });
+    }
+    bench::RatioReporter reporter;
+    if (!bench::Run(argc, argv, reporter))
+        return 2;
+    for (const Corpus &corpus : corpora)
+        for (const char *peer : {"Hyperscan_", "HyperscanWithoutRuns_"})
+            reporter.PrintRatio(std::string("StringPass_") + corpus.name, std::string(peer) + corpus.name);
+}
