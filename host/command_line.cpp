@@ -79,6 +79,8 @@ public:
             return Refuse("name the files to scan");
         if (is_null_separated_ && path_list_.empty())
             return Refuse("-0 is about the list of --files-from; name one");
+        if (scan_.settings.sha256 && !scan_.json)
+            return Refuse("--sha256 is shown in JSON only; add --json");
         return Dispatch();
     }
 

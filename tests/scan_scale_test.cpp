@@ -144,7 +144,7 @@ TEST_F(ScanCommand, KeepsToTheLimitsThatItIsGiven) {
               std::string::npos);
     EXPECT_EQ(Scan("--timeout 3600 top/found.exe").code, 1);
     for (const char *wrong : {"--max-size 2X", "--max-size -1", "--max-size 99999999999G", "--timeout 0", "-j 0", "-0",
-                              "--color blue", "--carve"})
+                              "--sha256", "--color blue", "--carve"})
         EXPECT_EQ(Scan(std::string("top/small ") + wrong).code, 2) << wrong;
 }
 
