@@ -48,7 +48,7 @@ void Print(const std::string &text) {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (written && std::fflush(stdout) == 0)
         return;
-    if (errno == EPIPE)
+    if (MeansClosedPipe(errno))
         throw ClosedPipe("nobody reads standard output");
     throw std::runtime_error("standard output cannot be written: " + std::generic_category().message(errno));
 }

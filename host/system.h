@@ -37,8 +37,11 @@ std::string SystemPath(const std::filesystem::path &path);
 std::vector<std::string> Arguments(int argc, char **argv);
 
 /** Makes standard output carry UTF-8 and line feeds as they are written. Writing to a pipe that nobody reads any more
- * then fails with EPIPE instead of ending the program. */
+ * then fails instead of ending the program. */
 void PrepareConsole();
+
+/** Whether the error number of a write that failed means that nobody reads the pipe any more. */
+bool MeansClosedPipe(int error);
 
 /** Whether the stream (stdout, stderr) is a terminal. */
 bool IsTerminal(std::FILE *stream);

@@ -64,6 +64,10 @@ void PrepareConsole() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
+bool MeansClosedPipe(int error) {
+    return error == EPIPE;
+}
+
 bool IsTerminal(std::FILE *stream) {
     return isatty(fileno(stream)) != 0;
 }

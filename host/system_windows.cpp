@@ -110,6 +110,11 @@ void PrepareConsole() {
     _setmode(_fileno(stdout), _O_BINARY);
 }
 
+// The C library knows only one of the system's two errors for it; the arguments of our writes are valid.
+bool MeansClosedPipe(int error) {
+    return error == EPIPE || error == EINVAL;
+}
+
 bool IsTerminal(std::FILE *stream) {
     DWORD mode = 0; // NUL is a character device too, but has no mode
     return GetConsoleMode(ConsoleOf(stream), &mode) != 0;
