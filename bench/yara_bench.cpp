@@ -23,7 +23,7 @@
 #include "host/module.h"
 #include "rulelang/reader.h"
 #include "rulelang/record_builder.h"
-#include "rulelang/yara_export.h"
+#include "rulelang/yara/export.h"
 #include "tests/support/packaged_files.h"
 
 #include <yara.h> // last: it has macros with plain names

@@ -1,6 +1,6 @@
 #include "rulelang/commands.h"
 #include "rulelang/tool_files.h"
-#include "rulelang/yara_export.h"
+#include "rulelang/yara/export.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "rulelang/rule_numbers.h"
+
 namespace tavrik::rules {
 
 namespace {
@@ -274,6 +276,29 @@ constexpr Field kHeaderFields[] = {
     {263, Origin::kVbExternals, 0xBC, 4, Radix::kHex, "VB.External[23].Descriptor"},
 };
 
+// The numbers that code uses are these places.
+static_assert(kHeaderFields[header_field::kLfanew].name == "e_lfanew");
+static_assert(kHeaderFields[header_field::kNumberOfSections].name == "NumberOfSections");
+static_assert(kHeaderFields[header_field::kTimeDateStamp].name == "TimeDateStamp");
+static_assert(kHeaderFields[header_field::kSizeOfOptionalHeader].name == "SizeOfOptionalHeader");
+static_assert(kHeaderFields[header_field::kCharacteristics].name == "Characteristics");
+static_assert(kHeaderFields[header_field::kMagic].name == "Magic");
+static_assert(kHeaderFields[header_field::kSizeOfInitializedData].name == "SizeOfInitializedData");
+static_assert(kHeaderFields[header_field::kImageBase].name == "ImageBase");
+static_assert(kHeaderFields[header_field::kSizeOfHeaders].name == "SizeOfHeaders");
+static_assert(kHeaderFields[header_field::kCheckSum].name == "CheckSum");
+static_assert(kHeaderFields[header_field::kSizeOfStackReserve].name == "SizeOfStackReserve");
+static_assert(kHeaderFields[header_field::kNumberOfRvaAndSizes].name == "NumberOfRvaAndSizes");
+static_assert(kHeaderFields[header_field::kTlsTable].name == "TLSTable.VirtualAddress");
+static_assert(kHeaderFields[header_field::kClrRuntimeHeader].name == "CLRRuntimeHeader.VirtualAddress");
+static_assert(kHeaderFields[header_field::kVbHeaderOffset].name == "VB.HeaderOffset");
+static_assert(kHeaderFields[header_field::kVbFormTable].name == "VB.FormTable");
+static_assert(kHeaderFields[header_field::kVbComRegisterData].name == "VB.ComRegisterData");
+static_assert(kHeaderFields[header_field::kVbNativeCode].name == "VB.Project.NativeCode");
+static_assert(kHeaderFields[header_field::kVbExternalCount].name == "VB.Project.ExternalCount");
+static_assert(kHeaderFields[header_field::kVbProject2].name == "VB.ObjectTable.Project2");
+static_assert(kHeaderFields[header_field::kVbObjectArray].name == "VB.ObjectTable.ObjectArray");
+
 constexpr Field kSectionFields[] = {
     {1, Origin::kSectionHeader, 8, 4, Radix::kHex, "VirtualSize"},
     {2, Origin::kSectionHeader, 0xC, 4, Radix::kHex, "VirtualAddress"},
@@ -405,8 +430,14 @@ constexpr NamedNumber kTargetNames[] = {
 };
 
 constexpr NamedNumber kTraitNames[] = {
-    {1, "overlay"},      {2, "entry_in_last"},    {4, "writable_entry"}, {8, "executable_last"},
-    {16, "few_imports"}, {32, "virtual_section"}, {64, "visual_basic"},  {128, "native_code"},
+    {trait::kOverlay, "overlay"},
+    {trait::kEntryInLast, "entry_in_last"},
+    {trait::kWritableEntry, "writable_entry"},
+    {trait::kExecutableLast, "executable_last"},
+    {trait::kFewImports, "few_imports"},
+    {trait::kVirtualSection, "virtual_section"},
+    {trait::kVisualBasic, "visual_basic"},
+    {trait::kNativeCode, "native_code"},
 };
 
 constexpr uint8_t Code(StringKind kind) {

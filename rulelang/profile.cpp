@@ -1,5 +1,7 @@
 #include "rulelang/profile.h"
 
+#include "rulelang/rule_numbers.h"
+
 #include <algorithm>
 #include <array>
 #include <iterator>
@@ -28,7 +30,8 @@ constexpr ListProfile kLists[] = {
     {"member_names", [](const Rule &rule) { return rule.member_names.size(); }, 31, 15, 85},
 };
 
-constexpr uint16_t kCharacteristics = 37; // header field
+namespace field = header_field;
+
 constexpr uint8_t kSectionCharacteristics = 9;
 constexpr uint32_t kDllFlag = 0x2000;
 
@@ -296,7 +299,7 @@ bool IsAscii(std::string_view text) {
 bool TestsCharacteristics(const Rule &rule, bool with_dll_flag) {
     bool tests = false;
     for (const HeaderCondition &condition : rule.header_conditions) {
-        if (condition.field != kCharacteristics)
+        if (condition.field != field::kCharacteristics)
             continue;
         if (((condition.value & kDllFlag) != 0) != with_dll_flag)
             return false;
@@ -307,7 +310,7 @@ bool TestsCharacteristics(const Rule &rule, bool with_dll_flag) {
 
 bool MentionsCharacteristics(const Rule &rule, bool with_dll_flag) {
     return std::ranges::any_of(rule.header_conditions, [&](const HeaderCondition &condition) {
-        return condition.field == kCharacteristics && ((condition.value & kDllFlag) != 0) == with_dll_flag;
+        return condition.field == field::kCharacteristics && ((condition.value & kDllFlag) != 0) == with_dll_flag;
     });
 }
 
@@ -336,12 +339,11 @@ std::size_t Operators(const RuleSet &set, Values codes) {
 
 // Flag tests on values that are no flag words: Characteristics of files and sections, DllCharacteristics, ObjectType.
 std::size_t OddFlagTests(const RuleSet &set) {
-    constexpr uint16_t kDllCharacteristics = 61;
     const auto has = [](const auto &condition) { return condition.op == Operator::kHasBits; };
     return CountOf(set, &Rule::header_conditions,
                    [&](const HeaderCondition &condition) {
-                       return has(condition) && condition.field != kCharacteristics &&
-                              condition.field != kDllCharacteristics;
+                       return has(condition) && condition.field != field::kCharacteristics &&
+                              condition.field != field::kDllCharacteristics;
                    }) +
            CountOf(set, &Rule::section_conditions,
                    [&](const SectionCondition &condition) {
@@ -562,7 +564,7 @@ constexpr Fact kFacts[] = {
     {"op 7 with 0x10F on Characteristics", "present",
      [](const RuleSet &set) {
          return Present(CountOf(set, &Rule::header_conditions, [](const HeaderCondition &condition) {
-                            return condition.field == kCharacteristics && condition.op == Operator::kHasBits &&
+                            return condition.field == field::kCharacteristics && condition.op == Operator::kHasBits &&
                                    condition.value == 0x10F;
                         }) > 0);
      }},

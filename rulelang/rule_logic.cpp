@@ -1,6 +1,7 @@
 #include "rulelang/rule_logic.h"
 
 #include "rulelang/names.h"
+#include "rulelang/rule_numbers.h"
 
 #include <algorithm>
 #include <bit>
@@ -11,17 +12,7 @@ namespace tavrik::rules {
 
 namespace {
 
-// Header fields by their numbers.
-constexpr uint16_t kMagicField = 0;
-constexpr uint16_t kLastFileHeaderField = 37; // the DOS header and the file header come first
-constexpr uint16_t kNumberOfSections = 32;
-constexpr uint16_t kSizeOfHeaders = 58;
-constexpr uint16_t kFileSize = 100;
-constexpr uint16_t kOverlaySize = 102;
-constexpr uint16_t kImportFunctionCount = 113;
-constexpr uint16_t kNativeCode = 148;
-constexpr uint16_t kTotalObjects = 162;
-constexpr uint16_t kLfanew = 30;
+namespace field = header_field;
 
 constexpr uint8_t kSizeOfRawData = 3; // section fields
 constexpr uint8_t kSectionCharacteristics = 9;
@@ -30,10 +21,6 @@ constexpr uint64_t kDosMagic = 0x5A4D;
 constexpr uint64_t kDosHeaderSize = 0x40;
 constexpr uint64_t kLargestWord = std::numeric_limits<uint32_t>::max();
 constexpr uint64_t kLargestEntropy = 8000; // thousandths
-
-constexpr uint32_t kFewImportsTrait = 16;
-constexpr uint64_t kFewImports = 8;
-constexpr uint32_t kKnownTraits = 0xFF;
 
 // Traits that say the same as a condition on one value.
 struct TraitCondition {
@@ -56,11 +43,12 @@ constexpr uint64_t SectionKey(uint16_t selector, uint8_t field) {
 }
 
 constexpr TraitCondition kTraitConditions[] = {
-    {1, HeaderKey(kOverlaySize), Operator::kAtLeast, 1},
-    {4, SectionKey(static_cast<uint16_t>(SectionRole::kEntry), kSectionCharacteristics), Operator::kHasBits,
-     0x80000000},
-    {8, SectionKey(static_cast<uint16_t>(SectionRole::kLast), kSectionCharacteristics), Operator::kHasBits, 0x20000000},
-    {128, HeaderKey(kNativeCode), Operator::kAtLeast, 1},
+    {trait::kOverlay, HeaderKey(field::kOverlaySize), Operator::kAtLeast, 1},
+    {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::kEntry), kSectionCharacteristics),
+     Operator::kHasBits, 0x80000000},
+    {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::kLast), kSectionCharacteristics),
+     Operator::kHasBits, 0x20000000},
+    {trait::kNativeCode, HeaderKey(field::kVbNativeCode), Operator::kAtLeast, 1},
 };
 
 std::optional<uint64_t> LargestOf(std::span<const Field> fields, uint32_t number) {
@@ -70,9 +58,10 @@ std::optional<uint64_t> LargestOf(std::span<const Field> fields, uint32_t number
 
 // What every PE file has for a value; nothing when some files do not have it at all.
 std::optional<ValueSet> InEveryFile(uint64_t key) {
-    if (key == HeaderKey(kMagicField))
+    if (key == HeaderKey(field::kDosMagic))
         return ValueSet(kDosMagic, kDosMagic);
-    if (key == HeaderKey(kFileSize) || key <= HeaderKey(kLastFileHeaderField))
+    // Up to the Characteristics come the DOS header and the file header.
+    if (key == HeaderKey(field::kFileSize) || key <= HeaderKey(field::kCharacteristics))
         if (key >= HeaderKey(0))
             return ValueSet(0, *LargestOf(HeaderFields(), static_cast<uint32_t>(key & 0xFFFF)));
     return std::nullopt;
@@ -284,24 +273,25 @@ void RuleLogic::CollectImplied() {
         traits_ &= ~each.trait;
         constraints_.push_back({each.key, ValueSet::Meeting(each.op, each.value, kLargestWord), traits, false});
     }
-    if ((traits_ & ~kKnownTraits) != 0)
+    if ((traits_ & ~trait::kAll) != 0)
         Report(Conflict::Kind::kValue, traits);
     // A file without imports has few of them, too, but no count.
-    const auto asks_count = [](const HeaderCondition &e) { return e.field == kImportFunctionCount; };
-    if ((traits_ & kFewImportsTrait) != 0 && std::ranges::any_of(rule_.header_conditions, asks_count))
-        constraints_.push_back({HeaderKey(kImportFunctionCount), ValueSet(0, kFewImports), traits, false});
+    const auto asks_count = [](const HeaderCondition &e) { return e.field == field::kImportFunctionCount; };
+    if ((traits_ & trait::kFewImports) != 0 && std::ranges::any_of(rule_.header_conditions, asks_count))
+        constraints_.push_back({HeaderKey(field::kImportFunctionCount), ValueSet(0, kFewImports), traits, false});
 
     const auto needs_section = [this](uint16_t selector, ElementOf at) {
         if (selector <= kMaxSectionIndex)
             constraints_.push_back(
-                {HeaderKey(kNumberOfSections), ValueSet(uint64_t{selector} + 1, kLargestWord), at, false});
+                {HeaderKey(field::kNumberOfSections), ValueSet(uint64_t{selector} + 1, kLargestWord), at, false});
     };
     for (std::size_t i = 0; i < rule_.section_conditions.size(); ++i)
         needs_section(rule_.section_conditions[i].section, {Item::kSections, i});
     for (std::size_t i = 0; i < rule_.section_names.size(); ++i)
         needs_section(rule_.section_names[i].section, {Item::kSectionNames, i});
     const auto needs_object = [this](uint16_t index, ElementOf at) {
-        constraints_.push_back({HeaderKey(kTotalObjects), ValueSet(uint64_t{index} + 1, kLargestWord), at, false});
+        constraints_.push_back(
+            {HeaderKey(field::kVbTotalObjects), ValueSet(uint64_t{index} + 1, kLargestWord), at, false});
     };
     for (std::size_t i = 0; i < rule_.secondary_conditions.size(); ++i)
         needs_object(rule_.secondary_conditions[i].index, {Item::kObjectFields, i});
@@ -346,13 +336,13 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
     const auto limit_by_role = [&](SectionRole role) {
         limit(SectionKey(static_cast<uint16_t>(role), kSizeOfRawData));
     };
-    limit(HeaderKey(kFileSize));
+    limit(HeaderKey(field::kFileSize));
     switch (static_cast<StringKind>(ForwardKind(string.kind))) {
     case StringKind::kHeaders:
-        limit(HeaderKey(kSizeOfHeaders));
+        limit(HeaderKey(field::kSizeOfHeaders));
         break;
     case StringKind::kOverlay:
-        limit(HeaderKey(kOverlaySize));
+        limit(HeaderKey(field::kOverlaySize));
         break;
     case StringKind::kEntrySection:
         limit_by_role(SectionRole::kEntry);
@@ -379,7 +369,7 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
         limit(SectionKey(string.index, kSizeOfRawData));
         break;
     case StringKind::kDosStub: {
-        const auto found = values_.find(HeaderKey(kLfanew));
+        const auto found = values_.find(HeaderKey(field::kLfanew));
         if (found != values_.end() && !found->second.IsEmpty()) {
             const uint64_t end = found->second.Greatest();
             largest = std::min(largest.value_or(UINT64_MAX), end < kDosHeaderSize ? 0 : end - kDosHeaderSize);

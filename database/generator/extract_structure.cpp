@@ -1,6 +1,8 @@
 // Headers, sections and Visual Basic objects: conditions on numbers.
 #include "database/generator/extract.h"
 
+#include "rulelang/rule_numbers.h"
+
 #include <algorithm>
 #include <set>
 
@@ -20,10 +22,7 @@ struct Weight {
     uint32_t weight;
 };
 
-constexpr uint16_t kCharacteristics = 37;
-constexpr uint16_t kDllCharacteristics = 61;
-constexpr uint16_t kVbThreadCount = 129;
-constexpr uint16_t kVbVersion = 140;
+namespace field = rules::header_field;
 
 // The three fields whose tests are counted have no weight: the plan decides on them.
 constexpr Weight kHeaderWeights[] = {
@@ -91,11 +90,11 @@ public:
             return;
         const RulePlan &plan = source_.plan;
         if (plan.tests_characteristics)
-            Add(kCharacteristics);
+            Add(field::kCharacteristics);
         if (plan.vb_thread_count != CountedTest::kNone)
-            Add(kVbThreadCount);
+            Add(field::kVbThreadCount);
         if (plan.vb_version != CountedTest::kNone)
-            Add(kVbVersion);
+            Add(field::kVbProjectVersion);
         AddOwn();
         AddWeighted();
         std::ranges::stable_sort(list_, {}, &HeaderCondition::field);
@@ -157,7 +156,8 @@ private:
         constexpr uint32_t kFlagPercent = 60;
         const uint32_t value = *source_.facts.Header(field);
         const uint32_t step = StepOf(kRangedHeaders, field);
-        if ((field == kCharacteristics || (field == kDllCharacteristics && value != 0)) && random_.Chance(kFlagPercent))
+        if ((field == field::kCharacteristics || (field == field::kDllCharacteristics && value != 0)) &&
+            random_.Chance(kFlagPercent))
             return Put(field, Operator::kHasBits, value);
         if (step == 0 || value >= UINT32_MAX - 8 * step)
             return AddExact(field);

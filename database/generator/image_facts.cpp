@@ -4,6 +4,8 @@
 #include <array>
 #include <cstring>
 
+#include "rulelang/rule_numbers.h"
+
 namespace tavrik::rulegen {
 namespace {
 
@@ -19,58 +21,7 @@ constexpr uint32_t kOptionalHeaderFromSignature = 24;
 constexpr uint32_t kMagicPe32Plus = 0x20B;
 constexpr uint32_t kVbSignature = 0x21354256;
 
-// Header fields that others are read by.
-enum Number : uint32_t {
-    kLfanew = 30,
-    kNumberOfSections = 32,
-    kSizeOfOptionalHeader = 36,
-    kMagic = 38,
-    kEntryPoint = 44,
-    kBaseOfCode = 45,
-    kBaseOfData = 46,
-    kImageBase = 47,
-    kSizeOfHeaders = 58,
-    kStackReserve = 62,
-    kLoaderFlags = 66,
-    kNumberOfRvaAndSizes = 67,
-    kFirstDirectory = 68,
-    kExports = 68,
-    kImports = 70,
-    kResources = 72,
-    kRelocations = 78,
-    kTls = 86,
-    kClr = 96,
-    kLastOptional = 99,
-    kFileSize = 100,
-    kOverlayOffset,
-    kOverlaySize,
-    kEntryPointOffset,
-    kEntryPointSection,
-    kEntryPointDelta,
-    kEntryBytes,
-    kEntryBytes4,
-    kRichOffset,
-    kRichKey,
-    kRichCount,
-    kRichLastBuild,
-    kImportModuleCount,
-    kImportFunctionCount,
-    kExportNameCount,
-    kResourceCount,
-    kImageBaseHigh,
-    kClrFlags,
-    kVbHeaderOffset,
-    kVbProjectData = 125,
-    kVbFormCount = 130,
-    kVbFormTable = 133,
-    kVbComRegisterData = 135,
-    kVbObjectTable = 141,
-    kVbExternalTable = 149,
-    kVbExternalCount = 150,
-    kVbProject2 = 153,
-    kVbTotalObjects = 162,
-    kVbObjectArray = 165,
-};
+namespace field = rules::header_field;
 
 constexpr uint32_t kObjectSize = 48;
 constexpr uint32_t kObjectInfoSize = 56;
@@ -82,8 +33,8 @@ constexpr uint32_t kOptionalInfoFlag = 2;
 ImageFacts::ImageFacts(std::span<const uint8_t> file) : file_(file) {
     headers_ = Read(0x3C, 4).value_or(0);
     is_plus_ = Read(headers_ + kOptionalHeaderFromSignature, 2) == kMagicPe32Plus;
-    const uint32_t table = headers_ + kOptionalHeaderFromSignature + Header(kSizeOfOptionalHeader).value_or(0);
-    for (uint32_t i = 0; i < Header(kNumberOfSections).value_or(0); ++i) {
+    const uint32_t table = headers_ + kOptionalHeaderFromSignature + Header(field::kSizeOfOptionalHeader).value_or(0);
+    for (uint32_t i = 0; i < Header(field::kNumberOfSections).value_or(0); ++i) {
         SectionHeader section;
         if (table + (i + 1) * sizeof section > file_.size())
             break;
@@ -92,7 +43,7 @@ ImageFacts::ImageFacts(std::span<const uint8_t> file) : file_(file) {
     }
     ReadImports();
     ReadResources();
-    if (const auto entry = Header(kEntryPointOffset); entry && !is_plus_) {
+    if (const auto entry = Header(field::kEntryPointOffset); entry && !is_plus_) {
         constexpr uint8_t kPush = 0x68;
         constexpr uint8_t kCall = 0xE8;
         if (Read(*entry, 1) == kPush && Read(*entry + 5, 1) == kCall)
@@ -131,9 +82,9 @@ std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
     const auto base = VisualBasicBase(field.origin);
     if (!base)
         return std::nullopt;
-    if (field.origin == Origin::kVbForm && Header(kVbFormCount) == 0U)
+    if (field.origin == Origin::kVbForm && Header(field::kVbFormCount) == 0U)
         return std::nullopt;
-    if (field.origin == Origin::kVbExternals && field.offset / 8 >= Header(kVbExternalCount).value_or(0))
+    if (field.origin == Origin::kVbExternals && field.offset / 8 >= Header(field::kVbExternalCount).value_or(0))
         return std::nullopt;
     return Read(uint64_t{*base} + field.offset, field.width);
 }
@@ -145,19 +96,19 @@ std::optional<uint32_t> ImageFacts::OptionalField(const rules::Field &field) con
     constexpr uint32_t kWiderBy = 16;
     uint32_t offset = field.offset;
     if (is_plus_) {
-        if (field.number == kBaseOfData)
+        if (field.number == field::kBaseOfData)
             return std::nullopt;
-        if (field.number == kImageBase)
+        if (field.number == field::kImageBase)
             offset = kImageBasePlus;
-        else if (field.number >= kStackReserve && field.number < kLoaderFlags)
-            offset = kSizesPlus + 8 * (field.number - kStackReserve);
-        else if (field.number >= kLoaderFlags)
+        else if (field.number >= field::kSizeOfStackReserve && field.number < field::kLoaderFlags)
+            offset = kSizesPlus + 8U * (field.number - field::kSizeOfStackReserve);
+        else if (field.number >= field::kLoaderFlags)
             offset += kWiderBy;
     }
-    if (offset + field.width > Header(kSizeOfOptionalHeader).value_or(0))
+    if (offset + field.width > Header(field::kSizeOfOptionalHeader).value_or(0))
         return std::nullopt;
-    if (field.number >= kFirstDirectory &&
-        (field.number - kFirstDirectory) / 2 >= Header(kNumberOfRvaAndSizes).value_or(0))
+    if (field.number >= field::kExportTable &&
+        (field.number - field::kExportTable) / 2U >= Header(field::kNumberOfRvaAndSizes).value_or(0))
         return std::nullopt;
     return Read(headers_ + kOptionalHeaderFromSignature + offset, field.width);
 }
@@ -181,19 +132,19 @@ std::optional<uint32_t> ImageFacts::OffsetOfRva(uint32_t rva) const {
         const SectionHeader &section = sections_[*index];
         if (rva - section.VirtualAddress < section.SizeOfRawData)
             offset = rva - section.VirtualAddress + section.PointerToRawData;
-    } else if (rva < Header(kSizeOfHeaders).value_or(0)) {
+    } else if (rva < Header(field::kSizeOfHeaders).value_or(0)) {
         offset = rva;
     }
     return offset && *offset < file_.size() ? offset : std::nullopt;
 }
 
 std::optional<uint32_t> ImageFacts::OffsetOfAddress(std::optional<uint32_t> address) const {
-    const uint32_t base = Header(kImageBase).value_or(0);
+    const uint32_t base = Header(field::kImageBase).value_or(0);
     return address && *address >= base ? OffsetOfRva(*address - base) : std::nullopt;
 }
 
 uint32_t ImageFacts::OverlayOffset() const {
-    uint64_t end = Header(kSizeOfHeaders).value_or(0);
+    uint64_t end = Header(field::kSizeOfHeaders).value_or(0);
     for (const SectionHeader &section : sections_)
         if (section.SizeOfRawData != 0)
             end = std::max(end, uint64_t{section.PointerToRawData} + section.SizeOfRawData);
@@ -201,52 +152,53 @@ uint32_t ImageFacts::OverlayOffset() const {
 }
 
 std::optional<uint32_t> ImageFacts::Derived(uint32_t number) const {
-    const std::optional<uint32_t> entry = Header(kEntryPoint) == 0U ? std::nullopt : Header(kEntryPoint);
+    const std::optional<uint32_t> entry =
+        Header(field::kAddressOfEntryPoint) == 0U ? std::nullopt : Header(field::kAddressOfEntryPoint);
     const auto size = static_cast<uint32_t>(file_.size());
     switch (number) {
-    case kFileSize:
+    case field::kFileSize:
         return size;
-    case kOverlayOffset:
+    case field::kOverlayOffset:
         return OverlayOffset();
-    case kOverlaySize:
+    case field::kOverlaySize:
         return size - OverlayOffset();
-    case kEntryPointOffset:
+    case field::kEntryPointOffset:
         return entry ? OffsetOfRva(*entry) : std::nullopt;
-    case kEntryPointSection:
+    case field::kEntryPointSection:
         return SectionHolding(entry);
-    case kEntryPointDelta: {
+    case field::kEntryPointDelta: {
         const auto section = SectionHolding(entry);
         return section ? std::optional(*entry - sections_[*section].VirtualAddress) : std::nullopt;
     }
-    case kEntryBytes:
-    case kEntryBytes4: {
+    case field::kEntryBytes0:
+    case field::kEntryBytes4: {
         const auto offset = entry ? OffsetOfRva(*entry) : std::nullopt;
-        return offset ? Read(uint64_t{*offset} + 4 * (number - kEntryBytes), 4) : std::nullopt;
+        return offset ? Read(uint64_t{*offset} + 4 * (number - field::kEntryBytes0), 4) : std::nullopt;
     }
-    case kImportModuleCount:
+    case field::kImportModuleCount:
         return static_cast<uint32_t>(imports_.size());
-    case kImportFunctionCount: {
+    case field::kImportFunctionCount: {
         std::size_t count = 0;
         for (const ImportFacts &import : imports_)
             count += import.functions.size();
         return static_cast<uint32_t>(count);
     }
-    case kExportNameCount: {
+    case field::kExportNameCount: {
         constexpr uint32_t kNumberOfNames = 24;
-        const auto directory = OffsetOfRva(Header(kExports).value_or(0));
-        return Header(kExports).value_or(0) != 0 && directory ? Read(*directory + kNumberOfNames, 4) : 0;
+        const auto directory = OffsetOfRva(Header(field::kExportTable).value_or(0));
+        return Header(field::kExportTable).value_or(0) != 0 && directory ? Read(*directory + kNumberOfNames, 4) : 0;
     }
-    case kResourceCount:
+    case field::kResourceCount:
         return static_cast<uint32_t>(resources_.size());
-    case kImageBaseHigh:
+    case field::kImageBaseHigh:
         return is_plus_ ? Read(headers_ + kOptionalHeaderFromSignature + 0x1C, 4) : std::nullopt;
-    case kClrFlags: {
+    case field::kClrFlags: {
         constexpr uint32_t kFlags = 16;
-        const uint32_t rva = Header(kClr).value_or(0);
+        const uint32_t rva = Header(field::kClrRuntimeHeader).value_or(0);
         const auto header = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
         return header ? Read(*header + kFlags, 4) : std::nullopt;
     }
-    case kVbHeaderOffset:
+    case field::kVbHeaderOffset:
         return vb_header_ != 0 ? std::optional(vb_header_) : std::nullopt;
     default:
         return RichValue(number);
@@ -263,9 +215,9 @@ std::optional<uint32_t> ImageFacts::RichValue(uint32_t number) const {
     if (rich < kFirst)
         return std::nullopt;
     const uint32_t key = Read(rich + 4, 4).value_or(0);
-    if (number == kRichOffset)
+    if (number == field::kRichOffset)
         return rich;
-    if (number == kRichKey)
+    if (number == field::kRichKey)
         return key;
     uint32_t dans = rich - 4;
     while (dans >= kFirst && Read(dans, 4) != (kDans ^ key))
@@ -273,7 +225,7 @@ std::optional<uint32_t> ImageFacts::RichValue(uint32_t number) const {
     if (dans < kFirst || rich < dans + 16 || (rich - dans - 16) % 8 != 0)
         return std::nullopt;
     const uint32_t count = (rich - dans - 16) / 8;
-    if (number == kRichCount)
+    if (number == field::kRichCount)
         return count;
     return count != 0 ? std::optional(Read(rich - 8, 4).value_or(0) ^ key) : std::nullopt;
 }
@@ -285,29 +237,29 @@ std::optional<uint32_t> ImageFacts::VisualBasicBase(Origin origin) const {
     case Origin::kVbHeader:
         return vb_header_;
     case Origin::kVbProject:
-        return OffsetOfAddress(Header(kVbProjectData));
+        return OffsetOfAddress(Header(field::kVbProjectData));
     case Origin::kVbObjectTable:
-        return OffsetOfAddress(Header(kVbObjectTable));
+        return OffsetOfAddress(Header(field::kVbObjectTable));
     case Origin::kVbComData:
-        return OffsetOfAddress(Header(kVbComRegisterData));
+        return OffsetOfAddress(Header(field::kVbComRegisterData));
     case Origin::kVbProject2:
-        return OffsetOfAddress(Header(kVbProject2));
+        return OffsetOfAddress(Header(field::kVbProject2));
     case Origin::kVbForm:
-        return OffsetOfAddress(Header(kVbFormTable));
+        return OffsetOfAddress(Header(field::kVbFormTable));
     case Origin::kVbExternals:
-        return OffsetOfAddress(Header(kVbExternalTable));
+        return OffsetOfAddress(Header(field::kVbExternalTable));
     default:
         return std::nullopt;
     }
 }
 
 uint32_t ImageFacts::ObjectCount() const {
-    return Header(kVbTotalObjects).value_or(0);
+    return Header(field::kVbTotalObjects).value_or(0);
 }
 
 std::optional<uint32_t> ImageFacts::ObjectField(uint32_t object, uint32_t number) const {
     const rules::Field &field = *FindField(rules::ObjectFields(), number);
-    const auto array = OffsetOfAddress(Header(kVbObjectArray));
+    const auto array = OffsetOfAddress(Header(field::kVbObjectArray));
     if (!array || object >= ObjectCount())
         return std::nullopt;
     const uint32_t descriptor = *array + kObjectSize * object;
@@ -335,21 +287,21 @@ std::optional<uint32_t> ImageFacts::SectionOf(uint16_t selector) const {
     case SectionRole::kLast:
         return count > 0 ? std::optional(count - 1) : std::nullopt;
     case SectionRole::kEntry:
-        return Derived(kEntryPointSection);
+        return Derived(field::kEntryPointSection);
     case SectionRole::kCode:
-        return SectionHolding(Header(kBaseOfCode));
+        return SectionHolding(Header(field::kBaseOfCode));
     case SectionRole::kData:
-        return SectionHolding(Header(kBaseOfData));
+        return SectionHolding(Header(field::kBaseOfData));
     case SectionRole::kImport:
-        return directory(kImports);
+        return directory(field::kImportTable);
     case SectionRole::kResource:
-        return directory(kResources);
+        return directory(field::kResourceTable);
     case SectionRole::kExport:
-        return directory(kExports);
+        return directory(field::kExportTable);
     case SectionRole::kRelocation:
-        return directory(kRelocations);
+        return directory(field::kBaseRelocationTable);
     case SectionRole::kTls:
-        return directory(kTls);
+        return directory(field::kTlsTable);
     case SectionRole::kLargest: {
         const auto largest = std::ranges::max_element(
             sections_, {}, [](const SectionHeader &section) { return uint32_t{section.SizeOfRawData}; });
@@ -387,7 +339,7 @@ Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string
     const auto section = [&](std::optional<uint32_t> position) { return position ? RawData(*position) : Stretch{}; };
     const auto role = [&](SectionRole selector) { return section(SectionOf(static_cast<uint16_t>(selector))); };
     const auto size = static_cast<uint32_t>(file_.size());
-    const Stretch headers = {0, std::min(Header(kSizeOfHeaders).value_or(0), size)};
+    const Stretch headers = {0, std::min(Header(field::kSizeOfHeaders).value_or(0), size)};
     switch (static_cast<StringKind>(rules::ForwardKind(kind))) {
     case StringKind::kFile:
         return {0, size};
@@ -396,10 +348,10 @@ Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string
     case StringKind::kOverlay:
         return {OverlayOffset(), size - OverlayOffset()};
     case StringKind::kEntryCode: {
-        const auto entry = Derived(kEntryPointOffset);
+        const auto entry = Derived(field::kEntryPointOffset);
         if (!entry)
             return {};
-        const Stretch around = Derived(kEntryPointSection) ? role(SectionRole::kEntry) : headers;
+        const Stretch around = Derived(field::kEntryPointSection) ? role(SectionRole::kEntry) : headers;
         return {*entry, around.offset + around.size - *entry};
     }
     case StringKind::kEntrySection:
@@ -453,7 +405,7 @@ Stretch ImageFacts::MeasureRegion(uint8_t code, uint32_t index) const {
 
 void ImageFacts::ReadImports() {
     constexpr uint32_t kDescriptorSize = 20;
-    const uint32_t rva = Header(kImports).value_or(0);
+    const uint32_t rva = Header(field::kImportTable).value_or(0);
     auto descriptor = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
     for (; descriptor && Read(*descriptor + 12, 4).value_or(0) != 0; *descriptor += kDescriptorSize) {
         ImportFacts import{*descriptor, TextAt(*OffsetOfRva(*Read(*descriptor + 12, 4))), {}};
@@ -470,7 +422,7 @@ void ImageFacts::ReadImports() {
 }
 
 void ImageFacts::ReadResources() {
-    const uint32_t rva = Header(kResources).value_or(0);
+    const uint32_t rva = Header(field::kResourceTable).value_or(0);
     const auto root = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
     ResourceFacts path;
     if (root)

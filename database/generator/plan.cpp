@@ -4,6 +4,7 @@
 #include "database/generator/names.h"
 #include "database/generator/random.h"
 #include "rulelang/profile.h"
+#include "rulelang/rule_numbers.h"
 
 #include <algorithm>
 #include <map>
@@ -21,7 +22,6 @@ using rules::RuleSet;
 constexpr uint64_t kSeed = 0x7441765269C6;
 constexpr uint32_t kProgramTarget = 1;
 constexpr uint32_t kLibraryTarget = 0;
-constexpr uint32_t kFewImports = 16;
 
 // How many rules stand for the targets that are neither programs nor libraries.
 struct TargetCount {
@@ -216,9 +216,9 @@ private:
     }
 
     std::size_t VisualBasicTests(std::size_t whole) const {
-        constexpr uint16_t kThreadCount = 129;
-        return room_.Elements(whole, &Rule::header_conditions,
-                              [](const rules::HeaderCondition &condition) { return condition.field == kThreadCount; });
+        return room_.Elements(whole, &Rule::header_conditions, [](const rules::HeaderCondition &condition) {
+            return condition.field == rules::header_field::kVbThreadCount;
+        });
     }
 
     void ChooseVisualBasicTests() {
@@ -492,11 +492,10 @@ private:
         Share(kHeaderConditions, users, kFewest, 50);
 
         const auto tested = [&](std::size_t whole, uint32_t target) {
-            constexpr uint16_t kCharacteristics = 37;
             const std::size_t rules = room_.Rules(whole, [&](const Rule &rule) {
                 return rule.attribute_a == target &&
                        std::ranges::any_of(rule.header_conditions, [](const rules::HeaderCondition &condition) {
-                           return condition.field == kCharacteristics;
+                           return condition.field == rules::header_field::kCharacteristics;
                        });
             });
             Plans chosen = Shuffled([&](const RulePlan &plan) {
@@ -528,7 +527,7 @@ private:
             const bool imports_many = plan->counts[kImportFunctions] > kFunctionsOfFew ||
                                       plan->counts[kImportModules] > 2 || plan->counts[kIndexedConditions] > 0 ||
                                       plan->many_modules;
-            if ((traits & kFewImports) != 0 && imports_many)
+            if ((traits & rules::trait::kFewImports) != 0 && imports_many)
                 continue;
             plan->traits = traits;
         }

@@ -2,6 +2,7 @@
 
 #include "database/generator/names.h"
 #include "database/generator/resources.h"
+#include "rulelang/rule_numbers.h"
 #include "samples/pe_builder.h"
 
 #include <algorithm>
@@ -21,13 +22,7 @@ constexpr uint32_t kFarPosition = 65520; // greatest window start
 constexpr uint32_t kTlsDirectory = 9;
 constexpr uint32_t kClrDirectory = 14;
 
-enum Trait : uint32_t {
-    kOverlay = 1,
-    kEntryInLast = 2,
-    kWritableEntry = 4,
-    kExecutableLast = 8,
-    kFewImports = 16,
-};
+namespace trait = rules::trait;
 
 // What fills a section.
 enum class Fill : uint8_t {
@@ -132,7 +127,7 @@ private:
         std::vector<Mark> marks;
     };
 
-    bool Has(Trait trait) const { return (plan_.traits & trait) != 0; }
+    bool Has(uint32_t bits) const { return (plan_.traits & bits) != 0; }
 
     bool Measures(uint8_t region) const {
         return std::ranges::find(plan_.measure_regions, region) != plan_.measure_regions.end();
@@ -264,7 +259,7 @@ private:
             shapes_.push_back(kRelocationShape);
         if (plan_.many_sections)
             AddOddSections();
-        if (Has(kEntryInLast) || Has(kExecutableLast))
+        if (Has(trait::kEntryInLast) || Has(trait::kExecutableLast))
             MoveLoaderToEnd();
     }
 
@@ -331,7 +326,7 @@ private:
         Section section{.name = plan_.blank_names ? std::string() : std::string(shape.name),
                         .Characteristics = shape.Characteristics,
                         .VirtualAddress = next_address_};
-        if (index == EntrySection() && Has(kWritableEntry))
+        if (index == EntrySection() && Has(trait::kWritableEntry))
             section.Characteristics |= kWritable;
         Content content;
         switch (shape.fill) {
@@ -479,7 +474,7 @@ private:
             if (kNotForPrograms.find(module.letter) == std::string_view::npos)
                 add(module);
         }
-        if (Has(kFewImports) && modules.size() > 3)
+        if (Has(trait::kFewImports) && modules.size() > 3)
             modules.resize(3);
 
         samples::ImportTable table;
@@ -489,7 +484,7 @@ private:
             const uint32_t available = static_cast<uint32_t>(module->functions.size());
             uint32_t count = random_.Between(std::min(3U, available), std::min(16U, available));
             count = std::max(count, std::min(plan_.counts[kImportFunctions], available));
-            if (Has(kFewImports)) {
+            if (Has(trait::kFewImports)) {
                 count = std::min(left - static_cast<uint32_t>(modules.size() - table.modules.size() - 1),
                                  std::min(available, 4U));
                 left -= count;
@@ -538,7 +533,7 @@ private:
     void AddOverlay() {
         constexpr uint8_t kOverlayRegion = 74;
         constexpr uint8_t kOverlayKind = 5;
-        if (!Has(kOverlay) && !Measures(kOverlayRegion) && !ReadsStrings(kOverlayKind) && !random_.Chance(4))
+        if (!Has(trait::kOverlay) && !Measures(kOverlayRegion) && !ReadsStrings(kOverlayKind) && !random_.Chance(4))
             return;
         AddTexts(overlay_, 4, 7);
         overlay_.PadTo(4);

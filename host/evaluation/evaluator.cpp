@@ -14,6 +14,7 @@
 #include "host/evaluation/string_search.h"
 #include "rulelang/expression.h"
 #include "rulelang/names.h"
+#include "rulelang/rule_numbers.h"
 
 namespace tavrik::host {
 
@@ -258,23 +259,8 @@ bool MeetsResource(const ResourceEntry &e, Features &features) {
 
 // ---- Traits --------------------------------------------------------------------------------------------------------
 
-enum Trait : uint32_t {
-    kOverlay = 1,
-    kEntryInLast = 2,
-    kWritableEntry = 4,
-    kExecutableLast = 8,
-    kFewImports = 16,
-    kVirtualSection = 32,
-    kVisualBasic = 64,
-    kNativeCode = 128,
-};
-
-constexpr uint32_t kFewestImports = 8;
-
-// Header fields that traits look at.
-constexpr uint16_t kOverlaySize = 102;
-constexpr uint16_t kImportFunctionCount = 113;
-constexpr uint16_t kVbProjectNativeCode = 148;
+namespace field = rules::header_field;
+namespace trait = rules::trait;
 
 bool HasTrait(uint32_t trait, Features &features) {
     const auto section_has = [&](rules::SectionRole role, uint32_t characteristic) {
@@ -282,26 +268,26 @@ bool HasTrait(uint32_t trait, Features &features) {
         return section && (features.sections()[*section].Characteristics & characteristic) != 0;
     };
     switch (trait) {
-    case kOverlay:
-        return features.Header(kOverlaySize).value_or(0) > 0;
-    case kEntryInLast: {
+    case trait::kOverlay:
+        return features.Header(field::kOverlaySize).value_or(0) > 0;
+    case trait::kEntryInLast: {
         const std::optional<std::size_t> entry = features.SectionOf(static_cast<uint16_t>(rules::SectionRole::kEntry));
         return entry && *entry + 1 == features.sections().size();
     }
-    case kWritableEntry:
+    case trait::kWritableEntry:
         return section_has(rules::SectionRole::kEntry, kWritable);
-    case kExecutableLast:
+    case trait::kExecutableLast:
         return section_has(rules::SectionRole::kLast, kExecutable);
-    case kFewImports:
-        return features.Header(kImportFunctionCount).value_or(0) <= kFewestImports;
-    case kVirtualSection:
+    case trait::kFewImports:
+        return features.Header(field::kImportFunctionCount).value_or(0) <= rules::kFewImports;
+    case trait::kVirtualSection:
         return std::any_of(features.sections().begin(), features.sections().end(), [](const SectionHeader &section) {
             return section.SizeOfRawData == 0 && section.VirtualSize > 0;
         });
-    case kVisualBasic:
+    case trait::kVisualBasic:
         return features.Vb().header().has_value();
-    case kNativeCode:
-        return features.Header(kVbProjectNativeCode).value_or(0) != 0;
+    case trait::kNativeCode:
+        return features.Header(field::kVbNativeCode).value_or(0) != 0;
     default:
         return false;
     }

@@ -5,6 +5,7 @@
 
 #include "host/evaluation/measures.h"
 #include "rulelang/names.h"
+#include "rulelang/rule_numbers.h"
 
 namespace tavrik::host {
 
@@ -15,34 +16,10 @@ using rules::StringKind;
 
 namespace {
 
-// Derived values by their numbers.
-enum DerivedField : uint16_t {
-    kFileSize = 100,
-    kOverlayOffset,
-    kOverlaySize,
-    kEntryPointOffset,
-    kEntryPointSection,
-    kEntryPointDelta,
-    kEntryBytes0,
-    kEntryBytes4,
-    kRichOffset,
-    kRichKey,
-    kRichCount,
-    kRichLastBuild,
-    kImportModuleCount,
-    kImportFunctionCount,
-    kExportNameCount,
-    kResourceCount,
-    kImageBaseHigh,
-    kClrFlags,
-    kVbHeaderOffset,
-};
+namespace field = rules::header_field;
 
 // Selectors from this one on name no position of the section table.
 constexpr uint16_t kSelectablePositions = 500;
-
-constexpr uint16_t kBaseOfCode = 45;
-constexpr uint16_t kBaseOfData = 46;
 
 constexpr uint32_t kDosHeaderSize = 0x40;
 constexpr uint32_t kClrFlagsOffset = 16;
@@ -98,7 +75,7 @@ void Features::FindHeader(uint16_t number) {
     case Origin::kDerived:
         if (!IsPe())
             return Set(number, std::nullopt);
-        if (number >= kRichOffset && number <= kRichLastBuild)
+        if (number >= field::kRichOffset && number <= field::kRichLastBuild)
             return FindRichValues();
         return Set(number, DerivedValue(number));
     default:
@@ -111,38 +88,38 @@ std::optional<uint32_t> Features::DerivedValue(uint16_t field) {
     const uint32_t entry = image_.AddressOfEntryPoint();
     const std::optional<uint64_t> entry_offset = entry == 0 ? std::nullopt : image_.OffsetOfRva(entry);
     switch (field) {
-    case kFileSize:
+    case field::kFileSize:
         return Narrow(image_.size());
-    case kOverlayOffset:
+    case field::kOverlayOffset:
         return Narrow(OverlayOffset());
-    case kOverlaySize:
+    case field::kOverlaySize:
         return Narrow(image_.size() - OverlayOffset());
-    case kEntryPointOffset:
+    case field::kEntryPointOffset:
         return Narrow(entry_offset);
-    case kEntryPointSection:
+    case field::kEntryPointSection:
         return Narrow(entry_section);
-    case kEntryPointDelta:
+    case field::kEntryPointDelta:
         return entry_section ? std::optional(entry - sections()[*entry_section].VirtualAddress) : std::nullopt;
-    case kEntryBytes0:
+    case field::kEntryBytes0:
         return entry_offset ? bytes_.Get<uint32_t>(*entry_offset) : std::nullopt;
-    case kEntryBytes4:
+    case field::kEntryBytes4:
         return entry_offset ? bytes_.Get<uint32_t>(*entry_offset + sizeof(uint32_t)) : std::nullopt;
-    case kImportModuleCount:
+    case field::kImportModuleCount:
         return Narrow(Imports().descriptors().size());
-    case kImportFunctionCount:
+    case field::kImportFunctionCount:
         return Imports().function_count();
-    case kExportNameCount:
+    case field::kExportNameCount:
         return Exports().name_count();
-    case kResourceCount:
+    case field::kResourceCount:
         return Narrow(Resources().resources.size());
-    case kImageBaseHigh:
+    case field::kImageBaseHigh:
         return image_.ImageBaseHigh();
-    case kClrFlags: {
+    case field::kClrFlags: {
         const std::optional<uint32_t> rva = image_.DirectoryRva(kClrDirectory);
         const std::optional<uint64_t> header = rva ? image_.OffsetOfRva(*rva) : std::nullopt;
         return header ? bytes_.Get<uint32_t>(*header + kClrFlagsOffset) : std::nullopt;
     }
-    case kVbHeaderOffset:
+    case field::kVbHeaderOffset:
         return Narrow(Vb().header());
     default:
         return std::nullopt;
@@ -153,7 +130,7 @@ std::optional<uint32_t> Features::DerivedValue(uint16_t field) {
 // and the key that everything before is xored with; the first word, "DanS", and three words of padding come before the
 // entries.
 void Features::FindRichValues() {
-    for (uint16_t field = kRichOffset; field <= kRichLastBuild; ++field)
+    for (uint16_t field = field::kRichOffset; field <= field::kRichLastBuild; ++field)
         Set(field, std::nullopt);
     const uint32_t end = std::min(image_.e_lfanew(), kLongestStub);
     if (end < kDosHeaderSize + 2 * sizeof(uint32_t))
@@ -167,17 +144,17 @@ void Features::FindRichValues() {
     if (rich < kDosHeaderSize)
         return;
     const uint32_t key = WordAt(*stub, rich + 4);
-    Set(kRichOffset, rich);
-    Set(kRichKey, key);
+    Set(field::kRichOffset, rich);
+    Set(field::kRichKey, key);
     uint32_t start = rich - 4;
     while (start >= kDosHeaderSize && WordAt(*stub, start) != (kDanS ^ key))
         start -= 4;
     if (start < kDosHeaderSize || rich - start < kRichHeaderSize || (rich - start) % kRichEntrySize != 0)
         return;
     const uint32_t count = (rich - start - kRichHeaderSize) / kRichEntrySize;
-    Set(kRichCount, count);
+    Set(field::kRichCount, count);
     if (count > 0)
-        Set(kRichLastBuild, WordAt(*stub, rich - kRichEntrySize) ^ key);
+        Set(field::kRichLastBuild, WordAt(*stub, rich - kRichEntrySize) ^ key);
 }
 
 uint64_t Features::OverlayOffset() const {
@@ -215,9 +192,9 @@ std::optional<std::size_t> Features::FindRole(uint16_t role) {
     case SectionRole::kEntry:
         return image_.AddressOfEntryPoint() == 0 ? std::nullopt : holding(image_.AddressOfEntryPoint());
     case SectionRole::kCode:
-        return holding(Header(kBaseOfCode));
+        return holding(Header(field::kBaseOfCode));
     case SectionRole::kData:
-        return holding(Header(kBaseOfData));
+        return holding(Header(field::kBaseOfData));
     case SectionRole::kImport:
         return holding(image_.DirectoryRva(kImportDirectory));
     case SectionRole::kResource:

@@ -5,10 +5,13 @@
 #include <optional>
 
 #include "host/evaluation/evaluator.h"
+#include "rulelang/rule_numbers.h"
 
 namespace tavrik::host {
 
 namespace {
+
+namespace field = rules::header_field;
 
 constexpr auto kEqual = static_cast<uint8_t>(rules::Operator::kEqual);
 
@@ -20,18 +23,14 @@ constexpr uint32_t kCommonValue = 10'000;
 constexpr uint32_t kDearField = 100'000;
 
 // The first field that is not read from the headers at once.
-constexpr uint16_t kFirstDearField = 108;
+constexpr uint16_t kFirstDearField = field::kRichOffset;
 
 // Fields whose values hardly repeat between programs that have nothing to do with each other.
 constexpr uint16_t kSelectiveFields[] = {
-    33,  // TimeDateStamp
-    41,  // SizeOfCode
-    42,  // SizeOfInitializedData
-    44,  // AddressOfEntryPoint
-    57,  // SizeOfImage
-    59,  // CheckSum
-    73,  // ResourceTable.Size
-    100, // FileSize
+    field::kTimeDateStamp,     field::kSizeOfCode, field::kSizeOfInitializedData, field::kAddressOfEntryPoint,
+    field::kSizeOfImage,       field::kCheckSum,
+    field::kResourceTable + 1, // its Size
+    field::kFileSize,
 };
 
 uint32_t PriorOf(uint16_t field, uint32_t value) {

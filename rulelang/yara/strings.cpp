@@ -1,4 +1,4 @@
-#include "rulelang/yara_strings.h"
+#include "rulelang/yara/strings.h"
 
 #include <algorithm>
 #include <bitset>
