@@ -45,9 +45,11 @@ foreach(folder CLI fmt nlohmann)
     endif()
     file(CREATE_LINK /usr/include/${folder} ${tavrik_headers_dir}/${folder} SYMBOLIC)
 endforeach()
+add_library(tavrik_fmt STATIC cmake/fmt_library.cpp)
+target_include_directories(tavrik_fmt SYSTEM PRIVATE ${tavrik_headers_dir})
 add_library(tavrik_headers INTERFACE)
 target_include_directories(tavrik_headers SYSTEM INTERFACE ${tavrik_headers_dir})
-target_compile_definitions(tavrik_headers INTERFACE FMT_HEADER_ONLY)
+target_link_libraries(tavrik_headers INTERFACE tavrik_fmt)
 
 # Programs are linked statically on Windows, so that they run without the compiler's DLLs.
 function(tavrik_program name)
@@ -61,8 +63,8 @@ endfunction()
 
 # tavrik_build_tool(NAME sources...): a program that the build runs. Custom commands name it tavrik::NAME, both as their
 # COMMAND and among what they depend on. In a native build that is the program itself. In a cross build NAME is built for
-# the target system like every program, and tavrik::NAME is the same program out of a native build of this tree with
-# TAVRIK_TOOLS_ONLY, in native-tools. The rooms that such programs are made of must build with TAVRIK_TOOLS_ONLY.
+# the target system like every program, and tavrik::NAME is the same program out of a native build of this tree, in
+# TAVRIK_NATIVE_BUILD, which the cross build keeps up to date.
 function(tavrik_build_tool name)
     tavrik_program(${name} ${ARGN})
     if(NOT CMAKE_CROSSCOMPILING)
@@ -70,7 +72,7 @@ function(tavrik_build_tool name)
         return()
     endif()
     add_executable(tavrik::${name} IMPORTED GLOBAL)
-    set_target_properties(tavrik::${name} PROPERTIES IMPORTED_LOCATION ${PROJECT_BINARY_DIR}/native-tools/bin/${name})
+    set_target_properties(tavrik::${name} PROPERTIES IMPORTED_LOCATION ${TAVRIK_NATIVE_BUILD}/bin/${name})
     add_dependencies(tavrik::${name} native_tools)
     set_property(GLOBAL APPEND PROPERTY tavrik_build_tools ${name})
 endfunction()
@@ -82,15 +84,14 @@ function(tavrik_native_tools)
         return()
     endif()
     include(ExternalProject)
-    set(native ${PROJECT_BINARY_DIR}/native-tools)
-    list(TRANSFORM tools PREPEND ${native}/bin/ OUTPUT_VARIABLE programs)
+    list(TRANSFORM tools PREPEND ${TAVRIK_NATIVE_BUILD}/bin/ OUTPUT_VARIABLE programs)
     ExternalProject_Add(
         native_tools
-        PREFIX ${native}/steps
+        PREFIX ${PROJECT_BINARY_DIR}/native-tools
         SOURCE_DIR ${PROJECT_SOURCE_DIR}
-        BINARY_DIR ${native}
-        CMAKE_ARGS -DTAVRIK_TOOLS_ONLY=ON -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
-        BUILD_COMMAND ${CMAKE_COMMAND} --build ${native} --target ${tools}
+        BINARY_DIR ${TAVRIK_NATIVE_BUILD}
+        CMAKE_ARGS -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
+        BUILD_COMMAND ${CMAKE_COMMAND} --build ${TAVRIK_NATIVE_BUILD} --target ${tools}
         BUILD_ALWAYS ON
         BUILD_BYPRODUCTS ${programs}
         INSTALL_COMMAND "")
