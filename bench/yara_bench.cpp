@@ -257,7 +257,8 @@ int main() {
         const rules::RuleSet every = rules::ReadRules(module.rules(), rules::RecordForm::kWorking);
         const rules::YaraExport exported = rules::ExportYara(every);
         const rules::RuleSet set = Selected(every, exported.exported);
-        std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(), every.rules.size());
+        std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(),
+                    every.rules.size());
 
         // The one rule has a string, so that either side may have to read the file for it.
         const auto with_string =

@@ -1,5 +1,5 @@
-// The parts of fmt that need to be compiled once, for all programs: its package has no library for Windows, and header-only
-// use would compile them in every source file.
+// The parts of fmt that need to be compiled once, for all programs: its package has no library for Windows, and
+// header-only use would compile them in every source file.
 #include <fmt/format-inl.h>
 
 FMT_BEGIN_NAMESPACE

@@ -93,14 +93,13 @@ Rule ReadRule(const HeuristicRule &record, RecordForm form) {
     CopyList(rule.resource_type_entries, record.resource_type_entries, [](const auto &e) {
         return ResourceTypeEntry{e.type, FixedText(e.name), e.language, e.param_a, e.param_b};
     });
-    CopyList(rule.resource_strings, record.resource_strings, [](const auto &e) {
-        return ResourceString{e.type, e.id, FixedText(e.name), e.language, e.key, e.text};
-    });
+    CopyList(rule.resource_strings, record.resource_strings,
+             [](const auto &e) { return ResourceString{e.type, e.id, FixedText(e.name), e.language, e.key, e.text}; });
     CopyList(rule.measure_conditions, record.measure_conditions, [](const auto &e) {
         uint64_t bits;
         std::memcpy(&bits, e.value, sizeof bits);
-        return MeasureCondition{e.param_a,        static_cast<Measure>(e.value_kind), e.param_b, e.param_c,
-                                ToOperator(e.op), bits};
+        return MeasureCondition{e.param_a, static_cast<Measure>(e.value_kind), e.param_b, e.param_c, ToOperator(e.op),
+                                bits};
     });
     CopyList(rule.secondary_conditions, record.secondary_conditions, [](const auto &e) {
         return SecondaryCondition{e.index, e.field, ToOperator(e.op), e.value};

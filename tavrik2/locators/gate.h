@@ -150,8 +150,8 @@ consteval Field entry_code(std::size_t byte) {
 
 } // namespace fields
 
-// What rows are written with (small letters) is consteval; what that builds on (capitals) is constexpr, because not every
-// compiler lets a consteval function hand its arguments on to another one.
+// What rows are written with (small letters) is consteval; what that builds on (capitals) is constexpr, because not
+// every compiler lets a consteval function hand its arguments on to another one.
 namespace gates {
 
 inline constexpr uint64_t kAllBits = ~uint64_t{0};

@@ -1,8 +1,9 @@
 /* The PE headers and the section table, read from the file through the host's stream.
  *
- * Nothing is cached: every operation rereads the headers it needs and uses the stream's position as scratch. Offsets are
- * not compared with the file size. Only the DOS header's length and, in GetSectionHeader, a seek are tested; of bytes that
- * a short read did not deliver, those of an inner buffer are zero, and those of an `out` keep what they held. */
+ * Nothing is cached: every operation rereads the headers it needs and uses the stream's position as scratch. Offsets
+ * are not compared with the file size. Only the DOS header's length and, in GetSectionHeader, a seek are tested; of
+ * bytes that a short read did not deliver, those of an inner buffer are zero, and those of an `out` keep what they
+ * held. */
 #ifndef TAVRIK2_PE_SECTION_TABLE_H
 #define TAVRIK2_PE_SECTION_TABLE_H
 

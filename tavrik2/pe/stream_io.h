@@ -10,7 +10,9 @@
 namespace tavrik2 {
 
 /** The stream's current position. */
-inline uint32_t Tell(FileStream *stream, uint32_t handle) { return stream->operations->Tell(stream, handle); }
+inline uint32_t Tell(FileStream *stream, uint32_t handle) {
+    return stream->operations->Tell(stream, handle);
+}
 
 /** Moves to `offset` from the start of the file; returns the position that the stream reports. */
 inline uint32_t Seek(FileStream *stream, uint32_t handle, uint32_t offset) {

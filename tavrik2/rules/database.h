@@ -17,7 +17,9 @@ extern const uint32_t RuleTableCount;
 } // extern "C"
 
 /** A stored count as the preparation takes it. */
-constexpr int32_t AsCount(uint32_t count) { return static_cast<int32_t>(count); }
+constexpr int32_t AsCount(uint32_t count) {
+    return static_cast<int32_t>(count);
+}
 
 } // namespace tavrik2
 

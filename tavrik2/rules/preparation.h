@@ -9,8 +9,8 @@
 
 namespace tavrik2 {
 
-/** Brings `count` records into working form in place: takes 3 from each byte of their feature strings and computes their
- * feature_flags. Returns 0 when `table` is null, else 1; a count below 1 does nothing. */
+/** Brings `count` records into working form in place: takes 3 from each byte of their feature strings and computes
+ * their feature_flags. Returns 0 when `table` is null, else 1; a count below 1 does nothing. */
 int PrepareRules(HeuristicRule *const *table, int32_t count);
 
 /** Brings `count` name entries into working form in place; a count below 1 does nothing. */
