@@ -17,13 +17,15 @@
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "host/system.h"
+#include "tests/support/packaged_files.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kRounds = 9;
+constexpr int kRounds = 11;
+constexpr std::size_t kFiles = 50000; // that a run scans at least, so that starting the program weighs little
 constexpr double kBoundSpeedup = 1.8;
 
 struct Cost {
@@ -31,15 +33,19 @@ struct Cost {
     double megabytes; // peak resident memory
 };
 
-// Runs the scanner on a folder without showing its output. Exits when it fails.
-Cost Scan(const fs::path &folder, const char *threads) {
+// Runs the scanner without showing its output. Exits when it fails.
+Cost Scan(std::vector<std::string> arguments) {
     const std::string program = (tavrik::host::ProgramFolder() / "tavrik-scan").string();
+    std::vector<char *> argv = {const_cast<char *>(program.c_str())};
+    for (std::string &argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
     const Clock::time_point start = Clock::now();
     const pid_t child = fork();
     if (child == 0) {
         const int nowhere = open("/dev/null", O_WRONLY);
         dup2(nowhere, STDOUT_FILENO);
-        execl(program.c_str(), "tavrik-scan", "-r", "-q", "--json", "-j", threads, folder.c_str(), nullptr);
+        execv(program.c_str(), argv.data());
         _exit(127);
     }
     int status = 0;
@@ -56,6 +62,38 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+// One thread beside two, run by turns, on the files as many times over as it takes.
+void CompareThreads(const char *title, const std::vector<fs::path> &files, const fs::path &list,
+                    const std::vector<std::string> &options) {
+    const std::size_t times_over = (kFiles + files.size() - 1) / files.size();
+    {
+        std::ofstream out(list);
+        for (std::size_t time = 0; time < times_over; ++time)
+            for (const fs::path &file : files)
+                out << file.string() << '\n';
+    }
+    std::vector<double> one;
+    std::vector<double> two;
+    std::vector<double> ratios;
+    for (int round = 0; round < kRounds; ++round) {
+        for (const auto &[threads, times] : {std::pair("1", &one), std::pair("2", &two)}) {
+            std::vector<std::string> arguments = {"-q", "-j", threads, "--files-from", list.string()};
+            arguments.insert(arguments.end(), options.begin(), options.end());
+            times->push_back(Scan(arguments).seconds);
+        }
+        ratios.push_back(one.back() / two.back());
+    }
+    std::printf("%s: %zu files %zu times over, the program's start and end included\n", title, files.size(),
+                times_over);
+    for (const auto &[name, times] : {std::pair("one thread", &one), std::pair("two threads", &two)})
+        std::printf("  %-12s median %.3f s (%.3f to %.3f), %.0f files a second\n", name, Median(*times),
+                    *std::min_element(times->begin(), times->end()), *std::max_element(times->begin(), times->end()),
+                    static_cast<double>(times_over * files.size()) / Median(*times));
+    std::printf("  ratio        median %.2f (%.2f to %.2f), bound %.1f\n", Median(ratios),
+                *std::min_element(ratios.begin(), ratios.end()), *std::max_element(ratios.begin(), ratios.end()),
+                kBoundSpeedup);
+}
+
 } // namespace
 
 int main() {
@@ -64,34 +102,28 @@ int main() {
     const fs::path root = fs::current_path() / "scanner_bench_files";
     fs::remove_all(root);
     const auto fill = [&](const fs::path &folder, std::size_t count) {
+        std::vector<fs::path> files;
         fs::create_directories(folder);
         for (std::size_t i = 0; i < count; ++i) {
             const auto image = *generator.SpecimenImage(i);
-            std::ofstream(folder / (std::to_string(i) + ".exe"), std::ios::binary)
+            files.push_back(folder / (std::to_string(i) + ".exe"));
+            std::ofstream(files.back(), std::ios::binary)
                 .write(reinterpret_cast<const char *>(image.data()), static_cast<std::streamsize>(image.size()));
         }
+        return files;
     };
-    fill(root / "all", generator.size());
-    std::vector<double> one;
-    std::vector<double> two;
-    std::vector<double> ratios;
-    for (int round = 0; round < kRounds; ++round) {
-        one.push_back(Scan(root / "all", "1").seconds);
-        two.push_back(Scan(root / "all", "2").seconds);
-        ratios.push_back(one.back() / two.back());
-    }
-    std::printf("%zu specimens, start and end of the program included, %ld processors\n", generator.size(),
-                sysconf(_SC_NPROCESSORS_ONLN));
-    for (const auto &[name, times] : {std::pair("one thread", &one), std::pair("two threads", &two)})
-        std::printf("  %-12s median %.3f s (%.3f to %.3f), %.0f files a second\n", name, Median(*times),
-                    *std::min_element(times->begin(), times->end()), *std::max_element(times->begin(), times->end()),
-                    static_cast<double>(generator.size()) / Median(*times));
-    std::printf("ratio: two threads run at %.2f times the speed of one (bound: %.1f)\n", Median(ratios), kBoundSpeedup);
+
+    std::printf("%ld processors\n", sysconf(_SC_NPROCESSORS_ONLN));
+    const std::vector<fs::path> specimens = fill(root / "all", generator.size());
+    CompareThreads("specimens", specimens, root / "list", {});
+    CompareThreads("specimens, --json", specimens, root / "list", {"--json"});
+    CompareThreads("packaged programs", tavrik::tests::PackagedFiles(), root / "list", {});
 
     for (const std::size_t count : {std::size_t{100}, std::size_t{1000}, std::size_t{6000}}) {
         const fs::path folder = root / std::to_string(count);
         fill(folder, count);
-        std::printf("peak memory with %zu files, two threads: %.1f MiB\n", count, Scan(folder, "2").megabytes);
+        std::printf("peak memory with %zu files, two threads: %.1f MiB\n", count,
+                    Scan({"-r", "-q", "--json", "-j", "2", folder.string()}).megabytes);
     }
     fs::remove_all(root);
 }

@@ -73,7 +73,8 @@ std::size_t FileSource::ReadAt(uint64_t offset, void *buffer, std::size_t length
         if (page_ == nullptr)
             page_.reset(new uint8_t[kPageSize]);
         page_offset_ = offset - start;
-        page_length_ = ReadFromFile(page_offset_, page_.get(), kPageSize);
+        const auto left = static_cast<std::size_t>(std::min<uint64_t>(kPageSize, size() - page_offset_));
+        page_length_ = ReadFromFile(page_offset_, page_.get(), left);
     }
     if (start >= page_length_)
         return 0;

@@ -24,7 +24,7 @@ namespace tavrik::host {
 template <typename Job, typename Result>
 class OrderedPool {
 public:
-    static constexpr std::size_t kJobsPerThread = 64;
+    static constexpr std::size_t kJobsPerThread = 256;
 
     using Work = std::function<Result(Job &job, unsigned thread)>; // in any thread, `thread` below their number
     using Deliver = std::function<void(Result &result)>;           // in any thread, one call at a time
