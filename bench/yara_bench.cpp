@@ -244,8 +244,9 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
     const auto ratio = [&](Figure figure) { return SpreadOf(theirs[figure]).median / SpreadOf(ours[figure]).median; };
     std::printf("ratio: evaluation (all rules less one rule) %.0f times (target: %.0f)\n", ratio(kEvaluation),
                 kBoundEvaluation);
-    std::printf("ratio: end to end %.1f times (target: %.0f)   [%u]\n\n", ratio(kAll), kBoundEndToEnd,
-                static_cast<unsigned>(kept & 1));
+    std::printf("ratio: end to end %.1f times (target: %.0f)\n\n", ratio(kAll), kBoundEndToEnd);
+    [[maybe_unused]] static volatile std::size_t needed; // so that none of what was timed can be left out
+    needed = kept;
 }
 
 } // namespace
