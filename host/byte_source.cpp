@@ -12,9 +12,11 @@ namespace {
 
 constexpr char kNoRegularFile[] = "is a device, pipe or socket; only regular files can be scanned";
 
+constexpr char kNoSuchFile[] = "no such file; check the name, or whether it has gone";
+
 std::string Advice(const std::error_code &error) {
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
-        return "no such file; check the name";
+        return kNoSuchFile;
     if (error == std::errc::permission_denied)
         return "permission denied; run as a user who may read it";
     if (error == std::errc::too_many_symbolic_link_levels)
@@ -34,7 +36,7 @@ void RequireRegularFile(const fs::path &path) {
     case fs::file_type::none:
         throw OpenError(Advice(error));
     case fs::file_type::not_found:
-        throw OpenError("no such file; check the name");
+        throw OpenError(kNoSuchFile);
     default:
         throw OpenError(kNoRegularFile);
     }

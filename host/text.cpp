@@ -84,4 +84,8 @@ std::string PrintablePath(const std::filesystem::path &path) {
     return Printable(PathText(path));
 }
 
+std::string CountText(uint64_t count, std::string_view one) {
+    return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
+}
+
 } // namespace tavrik::host

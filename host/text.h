@@ -1,7 +1,8 @@
-/* Names and bytes of files as text that is safe to show. */
+/* Names and bytes of files, and numbers of them, as text that is safe to show. */
 #ifndef TAVRIK_HOST_TEXT_H
 #define TAVRIK_HOST_TEXT_H
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -18,6 +19,9 @@ std::filesystem::path PathOf(const std::string &text);
  * are no UTF-8 become \xNN for each of their bytes. */
 std::string Printable(std::string_view text);
 std::string PrintablePath(const std::filesystem::path &path);
+
+/** A number of things: "1 file", "2 files". */
+std::string CountText(uint64_t count, std::string_view one);
 
 } // namespace tavrik::host
 

@@ -13,10 +13,6 @@ namespace {
 constexpr double kMegabyte = 1e6;
 constexpr double kShortestRun = 1e-6; // seconds; rates over less mean nothing
 
-std::string Count(uint64_t count, const char *one) {
-    return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
-}
-
 double Rate(double count, double seconds) {
     return count / std::max(seconds, kShortestRun);
 }
@@ -39,16 +35,16 @@ std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupte
     const double megabytes = static_cast<double>(totals.bytes) / kMegabyte;
     return fmt::format(
         "tavrik-scan: {}{}, {:.1f} MB in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, {}\n",
-        is_interrupted ? "interrupted: " : "", Count(totals.files, "file"), megabytes, seconds,
+        is_interrupted ? "interrupted: " : "", CountText(totals.files, "file"), megabytes, seconds,
         Rate(static_cast<double>(totals.files), seconds), Rate(megabytes, seconds),
-        Count(totals.detections, "detection"), Count(totals.findings, "finding"), totals.skipped,
-        Count(totals.errors, "error"));
+        CountText(totals.detections, "detection"), CountText(totals.findings, "finding"), totals.skipped,
+        CountText(totals.errors, "error"));
 }
 
 std::string ProgressLine(const Totals &totals, double seconds, const std::filesystem::path &file, std::size_t columns) {
     const std::string counts =
-        fmt::format("{}, {} found, {:.0f} files/s  ", Count(totals.files, "file"), totals.detections + totals.findings,
-                    Rate(static_cast<double>(totals.files), seconds));
+        fmt::format("{}, {} found, {:.0f} files/s  ", CountText(totals.files, "file"),
+                    totals.detections + totals.findings, Rate(static_cast<double>(totals.files), seconds));
     if (counts.size() > columns)
         return "";
     return counts + ShortenLeft(PrintablePath(file), columns - counts.size());

@@ -1,6 +1,7 @@
 #include "rulelang/commands.h"
 
 #include "host/system.h"
+#include "host/text.h"
 #include "rulelang/emitter.h"
 #include "rulelang/formatter.h"
 #include "rulelang/lints.h"
@@ -165,7 +166,8 @@ ExitCode Check(const std::vector<std::string> &files, bool json) {
             rules += text.parsed.set.rules.size();
         }
         if (!json)
-            fmt::print("{} rules, {} errors, {} warnings\n", rules, errors, warnings);
+            fmt::print("{}, {}, {}\n", host::CountText(rules, "rule"), host::CountText(errors, "error"),
+                       host::CountText(warnings, "warning"));
         return errors > 0 ? kErrorsFound : warnings > 0 ? kWarningsFound : kFine;
     });
 }

@@ -1,4 +1,6 @@
 #include "rulelang/commands.h"
+
+#include "host/text.h"
 #include "rulelang/tool_files.h"
 #include "rulelang/yara/export.h"
 
@@ -18,7 +20,7 @@ void PrintReasons(const YaraExport &made) {
         ++counts[rule.reason];
     std::vector<std::pair<std::string_view, std::size_t>> reasons(counts.begin(), counts.end());
     std::ranges::stable_sort(reasons, std::ranges::greater(), [](const auto &reason) { return reason.second; });
-    fmt::print(stderr, "{} rules written, {} not:\n", made.exported.size(), made.omitted.size());
+    fmt::print(stderr, "{} written, {} not:\n", host::CountText(made.exported.size(), "rule"), made.omitted.size());
     for (const auto &[reason, count] : reasons)
         fmt::print(stderr, "{:>6}  {}\n", count, reason);
 }

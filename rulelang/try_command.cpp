@@ -57,8 +57,8 @@ public:
 
     ExitCode Finish() const {
         if (!options_.json)
-            fmt::print("{} rules, {} files: {} matched, {} not PE, {} errors\n", rules_.size(), files_ + errors_,
-                       matched_, not_pe_, errors_);
+            fmt::print("{}, {}: {} matched, {} not PE, {}\n", host::CountText(rules_.size(), "rule"),
+                       host::CountText(files_ + errors_, "file"), matched_, not_pe_, host::CountText(errors_, "error"));
         return errors_ == 0 ? kFine : kFailed;
     }
 

@@ -177,7 +177,7 @@ TEST_F(RulesCommand, ExportsWhatYaraCanSay) {
     const std::string why = ReadFile("why");
     EXPECT_NE(why.find("7\tImports\timport names"), std::string::npos) << why;
     EXPECT_NE(why.find("8\tCommon\ta string that may occur more often"), std::string::npos) << why;
-    EXPECT_NE(ReadFile("err").find("1 rules written, 2 not:\n"), std::string::npos) << ReadFile("err");
+    EXPECT_NE(ReadFile("err").find("1 rule written, 2 not:\n"), std::string::npos) << ReadFile("err");
 }
 
 } // namespace
