@@ -61,9 +61,16 @@ public:
         return "kRuleTexts + " + Number(found->second);
     }
 
+    // With its size: some compilers take no address in an array of unknown size for a constant. Known when all texts
+    // are in the pool.
+    std::string Declaration() const {
+        constexpr std::size_t kEnd = 1; // of the last literal
+        return "extern const char kRuleTexts[" + Number(size_ + kEnd) + "];\n\n";
+    }
+
     std::string Source() const {
         std::string out(kNotice);
-        out.append("#include \"tavrik2/rules/generated.h\"\n\n").append(kOpen);
+        out.append("#include \"tavrik2/rules/generated.h\"\n\n").append(kOpen).append(Declaration());
         out += "// Texts, each with a NUL behind it; the numbers are their places.\n";
         out += "constinit const char kRuleTexts[] =\n";
         for (const std::string *text : order_)
@@ -188,7 +195,8 @@ public:
 
     std::string Source() const {
         std::string out(kNotice);
-        out.append("#include \"tavrik2/rules/generated.h\"\n\n").append(kOpen).append("namespace {\n\n");
+        out.append("#include \"tavrik2/rules/generated.h\"\n\n").append(kOpen);
+        out += texts_.Declaration() + "namespace {\n\n";
         if (byte_count_ > 0)
             out += "// Feature strings, each byte plus 3; brought into their true form in place.\nconstinit uint8_t " +
                    BytesName() + "[] = {\n" + bytes_ + "};\n\n";

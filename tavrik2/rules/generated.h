@@ -12,9 +12,6 @@ struct alignas(16) RuleSlot {
 };
 static_assert(sizeof(RuleSlot) == 256);
 
-/** Every text that the records point to, once, each with a NUL behind it. */
-extern const char kRuleTexts[];
-
 } // namespace tavrik2
 
 #endif
