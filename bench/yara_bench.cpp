@@ -7,168 +7,46 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <random>
-#include <span>
+#include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
-#include "host/evaluation/rule_index.h"
 #include "host/module.h"
 #include "rulelang/reader.h"
-#include "rulelang/record_builder.h"
-#include "rulelang/yara/export.h"
 #include "tests/support/packaged_files.h"
-
-#include <yara.h> // last: it has macros with plain names
+#include "tests/support/yara_scanner.h"
 
 namespace {
 
 using namespace tavrik;
+using tests::BothSides;
+using tests::YaraScanner;
 using Bytes = std::vector<uint8_t>;
 using Places = std::vector<uint32_t>; // of rules among those exported
 
 constexpr double kBoundEvaluation = 100;
 constexpr double kBoundEndToEnd = 10;
 constexpr int kRounds = 7;
-constexpr int kScanTimeout = 60; // seconds
 constexpr std::size_t kSpecimenStep = 8;
 constexpr uint16_t kLastHeaderField = 263;
-
-[[noreturn]] void Fail(const std::string &why) {
-    std::fprintf(stderr, "yara_bench: %s\n", why.c_str());
-    std::exit(1);
-}
-
-void Check(int result, const char *what) {
-    if (result != ERROR_SUCCESS)
-        Fail(std::string(what) + " failed with libyara's error " + std::to_string(result));
-}
-
-// Rules compiled by libyara and a scanner for them, which is used for all files.
-class YaraScanner {
-public:
-    explicit YaraScanner(const std::string &text) {
-        YR_COMPILER *compiler = nullptr;
-        Check(yr_compiler_create(&compiler), "making a compiler");
-        yr_compiler_set_callback(
-            compiler,
-            [](int level, const char *, int line, const YR_RULE *, const char *message, void *) {
-                if (level == YARA_ERROR_LEVEL_ERROR)
-                    std::fprintf(stderr, "line %d: %s\n", line, message);
-            },
-            nullptr);
-        if (yr_compiler_add_string(compiler, text.c_str(), nullptr) != 0)
-            Fail("the exported rules do not compile");
-        Check(yr_compiler_get_rules(compiler, &rules_), "compiling");
-        yr_compiler_destroy(compiler);
-        Check(yr_scanner_create(rules_, &scanner_), "making a scanner");
-        yr_scanner_set_flags(scanner_, SCAN_FLAGS_REPORT_RULES_MATCHING);
-        yr_scanner_set_timeout(scanner_, kScanTimeout);
-        yr_scanner_set_callback(scanner_, OnMessage, this);
-    }
-    ~YaraScanner() {
-        yr_scanner_destroy(scanner_);
-        yr_rules_destroy(rules_);
-    }
-    YaraScanner(const YaraScanner &) = delete;
-    YaraScanner &operator=(const YaraScanner &) = delete;
-
-    // The names of the rules that match; valid until the next call.
-    const std::vector<const char *> &Match(const Bytes &bytes) {
-        matches_.clear();
-        Check(yr_scanner_scan_mem(scanner_, bytes.data(), bytes.size()), "scanning");
-        return matches_;
-    }
-
-private:
-    static int OnMessage(YR_SCAN_CONTEXT *, int message, void *data, void *self) {
-        if (message == CALLBACK_MSG_RULE_MATCHING)
-            static_cast<YaraScanner *>(self)->matches_.push_back(static_cast<YR_RULE *>(data)->identifier);
-        return message == CALLBACK_MSG_TOO_MANY_MATCHES ? CALLBACK_ERROR : CALLBACK_CONTINUE;
-    }
-
-    YR_RULES *rules_ = nullptr;
-    YR_SCANNER *scanner_ = nullptr;
-    std::vector<const char *> matches_;
-};
-
-rules::RuleSet Selected(const rules::RuleSet &set, std::span<const std::size_t> places) {
-    rules::RuleSet selected;
-    for (const std::size_t place : places)
-        selected.rules.push_back(set.rules[place]);
-    return selected;
-}
-
-// Rules on both sides.
-struct BothSides {
-    explicit BothSides(const rules::RuleSet &set)
-        : records(set), index(records.rules()), yara(rules::ExportYara(set).text) {
-        for (uint32_t place = 0; place < set.rules.size(); ++place)
-            places.emplace(rules::YaraRuleName(set, place), place);
-    }
-
-    Places MatchOurs(const Bytes &bytes) const {
-        host::MemorySource source(bytes);
-        host::Features features(source);
-        return index.Match(features);
-    }
-
-    Places MatchYara(const Bytes &bytes) {
-        Places found;
-        for (const char *name : yara.Match(bytes))
-            found.push_back(places.at(name));
-        std::ranges::sort(found);
-        return found;
-    }
-
-    rules::RecordSet records;
-    host::RuleIndex index;
-    YaraScanner yara;
-    std::unordered_map<std::string, uint32_t> places;
-};
 
 std::size_t AssertEqual(const char *name, const std::vector<Bytes> &files, BothSides &all) {
     std::size_t matches = 0;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const Places ours = all.MatchOurs(files[i]);
         const Places theirs = all.MatchYara(files[i]);
-        if (ours != theirs) {
-            for (const auto &[rule, place] : all.places)
-                if (std::ranges::binary_search(ours, place) != std::ranges::binary_search(theirs, place))
-                    std::fprintf(stderr, "%s: found by %s alone\n", rule.c_str(),
-                                 std::ranges::binary_search(ours, place) ? "the host" : "libyara");
-            Fail("the two sides differ on file " + std::to_string(i) + " of the " + name);
-        }
+        if (ours != theirs)
+            throw std::runtime_error("the two sides differ on file " + std::to_string(i) + " of the " + name);
         matches += ours.size();
     }
     return matches;
-}
-
-// Copies with a few bits turned, most in the headers, some cut short: what damaged files look like.
-std::vector<Bytes> Altered(const std::vector<Bytes> &files, unsigned copies) {
-    constexpr std::size_t kHeaders = 0x400;
-    std::mt19937 random(1);
-    std::vector<Bytes> altered;
-    for (const Bytes &bytes : files) {
-        for (unsigned copy = 0; copy < copies; ++copy) {
-            Bytes changed = bytes;
-            const std::size_t headers = std::min(changed.size(), kHeaders);
-            for (unsigned i = 0; i <= copy % 3; ++i)
-                changed[random() % headers] ^= static_cast<uint8_t>(1u << random() % 8);
-            changed[random() % changed.size()] ^= static_cast<uint8_t>(1u << random() % 8);
-            if (copy % 4 == 3)
-                changed.resize(random() % changed.size() + 1);
-            altered.push_back(std::move(changed));
-        }
-    }
-    return altered;
 }
 
 struct Spread {
@@ -210,7 +88,7 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
     for (const Bytes &file : files)
         bytes += file.size();
     std::printf("%s: %zu files, %.1f MB, %zu rules, %zu matches on either side\n", name, files.size(),
-                static_cast<double>(bytes) / 1e6, all.places.size(), matches);
+                static_cast<double>(bytes) / 1e6, all.rule_count(), matches);
 
     Rounds ours;
     Rounds theirs;
@@ -234,8 +112,8 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
         time_ours(kOne, [&](const Bytes &file) { kept += one.MatchOurs(file).size(); });
         time_ours(kAll, [&](const Bytes &file) { kept += all.MatchOurs(file).size(); });
         time_theirs(kParse, parse);
-        time_theirs(kOne, one.yara);
-        time_theirs(kAll, all.yara);
+        time_theirs(kOne, one.yara());
+        time_theirs(kAll, all.yara());
         for (Rounds *side : {&ours, &theirs})
             (*side)[kEvaluation].push_back((*side)[kAll].back() - (*side)[kOne].back());
     }
@@ -251,42 +129,42 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
 
 } // namespace
 
-int main() {
-    Check(yr_initialize(), "starting libyara");
-    {
-        const host::Module module;
-        const rules::RuleSet every = rules::ReadRules(module.rules(), rules::RecordForm::kWorking);
-        const rules::YaraExport exported = rules::ExportYara(every);
-        const rules::RuleSet set = Selected(every, exported.exported);
-        std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(),
-                    every.rules.size());
+int main() try {
+    const host::Module module;
+    const rules::RuleSet every = rules::ReadRules(module.rules(), rules::RecordForm::kWorking);
+    const rules::RuleSet set = tests::Exportable(every);
+    const tests::YaraLibrary library;
+    std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(), every.rules.size());
 
-        // The one rule has a string, so that either side may have to read the file for it.
-        const auto with_string =
-            std::ranges::find_if(set.rules, [](const auto &rule) { return !rule.strings.empty(); });
-        if (with_string == set.rules.end())
-            Fail("no exported rule has a string");
-        BothSides all(set);
-        BothSides one(rules::RuleSet{{*with_string}});
-        YaraScanner parse("import \"pe\"\nrule parse_only { condition: pe.number_of_sections < 0 }\n");
+    // The one rule has a string, so that either side may have to read the file for it.
+    const auto with_string = std::ranges::find_if(set.rules, [](const auto &rule) { return !rule.strings.empty(); });
+    if (with_string == set.rules.end())
+        throw std::runtime_error("no exported rule has a string");
+    BothSides all(set);
+    BothSides one(rules::RuleSet{{*with_string}});
+    YaraScanner parse("import \"pe\"\nrule parse_only { condition: pe.number_of_sections < 0 }\n");
 
-        const rules::RuleSet written = rulegen::WrittenRules();
-        const rulegen::Generator generator(written);
-        std::vector<Bytes> specimens;
-        for (std::size_t place = 0; place < generator.size(); place += kSpecimenStep)
-            specimens.push_back(*generator.SpecimenImage(place));
-        std::vector<Bytes> packaged;
-        for (const std::filesystem::path &path : tests::PackagedFiles()) {
-            std::ifstream file(path, std::ios::binary);
-            packaged.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-        }
-
-        constexpr unsigned kAlteredCopies = 12;
-        const std::vector<Bytes> altered = Altered(specimens, kAlteredCopies);
-        const std::size_t found = AssertEqual("altered specimens", altered, all);
-        std::printf("altered specimens: %zu files, %zu matches on either side\n\n", altered.size(), found);
-        Measure("specimens (every eighth)", specimens, all, one, parse);
-        Measure("packaged programs", packaged, all, one, parse);
+    const rules::RuleSet written = rulegen::WrittenRules();
+    const rulegen::Generator generator(written);
+    std::vector<Bytes> specimens;
+    for (std::size_t place = 0; place < generator.size(); place += kSpecimenStep)
+        specimens.push_back(*generator.SpecimenImage(place));
+    std::vector<Bytes> packaged;
+    for (const std::filesystem::path &path : tests::PackagedFiles()) {
+        std::ifstream file(path, std::ios::binary);
+        packaged.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
-    yr_finalize();
+
+    constexpr unsigned kAlteredCopies = 12;
+    std::mt19937 random(1);
+    std::vector<Bytes> altered;
+    for (const Bytes &specimen : specimens)
+        std::ranges::move(tests::Altered(specimen, kAlteredCopies, random), std::back_inserter(altered));
+    const std::size_t found = AssertEqual("altered specimens", altered, all);
+    std::printf("altered specimens: %zu files, %zu matches on either side\n\n", altered.size(), found);
+    Measure("specimens (every eighth)", specimens, all, one, parse);
+    Measure("packaged programs", packaged, all, one, parse);
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "yara_bench: %s\n", error.what());
+    return 1;
 }

@@ -85,8 +85,9 @@ private:
     std::size_t Below(std::size_t end) { return random_() % end; }
 
     std::optional<std::size_t> PlaceOf(std::string_view bytes) const {
-        const auto place = std::ranges::search(file_, bytes, {}, {}, [](char c) { return static_cast<uint8_t>(c); });
-        return place.empty() ? std::nullopt : std::optional(static_cast<std::size_t>(place.begin() - file_.begin()));
+        const auto place = std::search(file_.begin(), file_.end(), bytes.begin(), bytes.end(),
+                                       [](uint8_t byte, char c) { return byte == static_cast<uint8_t>(c); });
+        return place == file_.end() ? std::nullopt : std::optional(static_cast<std::size_t>(place - file_.begin()));
     }
 
     template <typename Action>
