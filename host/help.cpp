@@ -33,6 +33,7 @@ JSON: each line is an object with
   detections  [{rule, name, action}], action being "none", "quarantine", "quarantine-and-trace" or "cannot-open"
   findings    [{entry, kind, kind_name, offset, size}], with --carve also carved, the new file
 Lines stand in the order of the input, whatever -j is.
+JSON knows no other text than UTF-8: bytes of names that are none are replaced by U+FFFD.
 
 Examples:
   tavrik-scan setup.exe                           scan one file
