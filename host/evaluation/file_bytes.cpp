@@ -15,8 +15,9 @@ FileBytes::FileBytes(ByteSource &source) : source_(source), memory_(source.InMem
 const FileBytes::Page &FileBytes::PageAt(uint64_t number) {
     Page &page = pages_[number % kPages];
     if (page.number != number) {
-        page.bytes.resize(kPageSize);
-        page.length = source_.ReadAt(number * kPageSize, page.bytes.data(), kPageSize);
+        if (page.bytes == nullptr)
+            page.bytes = std::make_unique_for_overwrite<uint8_t[]>(kPageSize);
+        page.length = source_.ReadAt(number * kPageSize, page.bytes.get(), kPageSize);
         page.number = number;
     }
     return page;
@@ -38,7 +39,7 @@ bool FileBytes::Read(uint64_t offset, void *to, std::size_t length) {
         if (start >= page.length)
             return false;
         const std::size_t count = std::min(length, page.length - start);
-        std::memcpy(at, page.bytes.data() + start, count);
+        std::memcpy(at, page.bytes.get() + start, count);
         at += count;
         offset += count;
         length -= count;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -73,7 +74,7 @@ private:
     struct Page {
         uint64_t number = UINT64_MAX;
         std::size_t length = 0;
-        std::vector<uint8_t> bytes;
+        std::unique_ptr<uint8_t[]> bytes;
     };
 
     const Page &PageAt(uint64_t number);
