@@ -20,6 +20,7 @@ namespace tavrik::host {
 namespace {
 
 constexpr unsigned kMostThreads = 256;
+constexpr double kLongestTime = 1e9; // seconds, which clocks can still count
 
 // The parser would take a file called "[a,b]" for a list of two. A NUL at its end, which no argument can have, keeps
 // the name together.
@@ -39,6 +40,20 @@ std::filesystem::path PathOfArgument(const std::string &argument) {
     return PathOf(TakeApart(argument));
 }
 
+// What the parser says, and what is found wrong later.
+std::string Refusal(const std::string &reason) {
+    return fmt::format("tavrik-scan: {}; run with --help for more information\n", reason);
+}
+
+// For the parser: "" for a number of seconds, otherwise what is wrong.
+std::string CheckTime(const std::string &text) {
+    double seconds = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (error == std::errc() && end == text.data() + text.size() && seconds > 0 && seconds <= kLongestTime)
+        return "";
+    return fmt::format("\"{}\" is no time; write a number of seconds like 30 or 0.5, at most 1e9", Printable(text));
+}
+
 class Formatter : public CLI::Formatter {
     std::string make_usage(const CLI::App *app, std::string name) const override {
         return app->get_parent() != nullptr ? CLI::Formatter::make_usage(app, name) : kHelpUsage;
@@ -53,6 +68,7 @@ public:
         app_.formatter(std::make_shared<Formatter>());
         app_.footer(kHelpFooter);
         app_.require_subcommand(0, 1);
+        app_.failure_message([](const CLI::App *, const CLI::Error &error) { return Refusal(error.what()); });
         app_.fallthrough();
         app_.add_option("PATH", paths_, "files to scan; with -r also folders")->type_name("");
         AddInputOptions();
@@ -121,7 +137,7 @@ private:
             ->type_name("N")
             ->group(group);
         app_.add_option("--timeout", scan_.settings.timeout, "give a file up after so many seconds, which is an error")
-            ->check(CLI::Validator(CLI::PositiveNumber).description(""))
+            ->check(CLI::Validator(CheckTime, ""))
             ->type_name("SECONDS")
             ->group(group);
         app_.add_flag("--sha256", scan_.settings.sha256, "add the SHA-256 of each file to its JSON")->group(group);
@@ -177,7 +193,7 @@ private:
     }
 
     static ExitCode Refuse(const std::string &reason) {
-        PrintError(fmt::format("tavrik-scan: {}; run with --help for more information\n", reason));
+        PrintError(Refusal(reason));
         return kErrorHappened;
     }
 

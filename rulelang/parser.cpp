@@ -51,7 +51,7 @@ std::size_t EditDistance(std::string_view a, std::string_view b) {
     return row.back();
 }
 
-// The closest of some names as a suggestion, or nothing when none is close.
+// The closest of some names as a suggestion; when none is close all of them, or nothing when they are many.
 template <typename Names, typename NameOfElement>
 std::string Suggest(std::string_view wrong, const Names &names, NameOfElement name_of) {
     std::string_view best;
@@ -67,7 +67,14 @@ std::string Suggest(std::string_view wrong, const Names &names, NameOfElement na
             best_distance = distance;
         }
     }
-    return best.empty() ? "" : "did you mean '" + std::string(best) + "'?";
+    if (!best.empty())
+        return "did you mean '" + std::string(best) + "'?";
+    constexpr std::size_t kMany = 24;
+    std::string all;
+    if (std::size(names) <= kMany)
+        for (const auto &element : names)
+            all.append(all.empty() ? "one of: " : ", ").append(name_of(element));
+    return all;
 }
 
 const Field *LookUp(std::span<const Field> fields, std::string_view name) {

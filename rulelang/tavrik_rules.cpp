@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <fmt/format.h>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,13 @@ public:
     CommandLine() {
         app_.allow_windows_style_options(false);
         app_.require_subcommand(1);
+        app_.failure_message([](const CLI::App *app, const CLI::Error &error) {
+            const bool is_command_wrong = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) &&
+                                          app->get_subcommands().empty() && !app->remaining().empty();
+            const std::string reason =
+                is_command_wrong ? fmt::format("there is no command '{}'", app->remaining().front()) : error.what();
+            return fmt::format("tavrik-rules: {}; run with --help for more information\n", reason);
+        });
         app_.footer(kFooter);
 
         check_ = Add("check", "report every error and warning in rule files");

@@ -143,8 +143,8 @@ TEST_F(ScanCommand, KeepsToTheLimitsThatItIsGiven) {
     EXPECT_NE(Json::parse(late.out)["error"].get<std::string>().find("took longer than 1e-07 seconds"),
               std::string::npos);
     EXPECT_EQ(Scan("--timeout 3600 top/found.exe").code, 1);
-    for (const char *wrong : {"--max-size 2X", "--max-size -1", "--max-size 99999999999G", "--timeout 0", "-j 0", "-0",
-                              "--sha256", "--color blue", "--carve"})
+    for (const char *wrong : {"--max-size 2X", "--max-size -1", "--max-size 99999999999G", "--timeout 0",
+                              "--timeout 1e300", "-j 0", "-0", "--sha256", "--color blue", "--carve"})
         EXPECT_EQ(Scan(std::string("top/small ") + wrong).code, 2) << wrong;
 }
 
