@@ -50,6 +50,8 @@ Examples:
 
 What is passed over: inside folders symbolic links, devices, pipes and sockets. Files of 2 GiB and more are held against
 the rules; for the locators they are too large, which is an error.
+The size of a finding is the entry's own statement, not the length of the payload.
+clean-action does not check whether the rule matches the file; it opens it for writing, too, and changes nothing.
 A payload is carved from its offset to the end of the file, an appended signature included. The new file is called like
 the scanned one, with the offset: setup.exe.0x1a00.bin (.rar, .cab); where that name is taken, setup.exe.0x1a00.2.bin.
 Name a file that is called like a command with its folder (./explain), and one that begins with a dash after --.

@@ -28,17 +28,18 @@ void Totals::Add(const FileReport &report) {
     bytes += report.size.value_or(0);
     detections += report.detections.size();
     findings += report.findings.size();
+    not_pe += report.status == ScanStatus::NotPe ? 1 : 0;
     errors += report.status == ScanStatus::Failed ? 1 : 0;
 }
 
 std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted) {
     const double megabytes = static_cast<double>(totals.bytes) / kMegabyte;
     return fmt::format(
-        "tavrik-scan: {}{}, {:.1f} MB in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, {}\n",
+        "tavrik-scan: {}{}, {:.1f} MB in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, {}{}\n",
         is_interrupted ? "interrupted: " : "", CountText(totals.files, "file"), megabytes, seconds,
         Rate(static_cast<double>(totals.files), seconds), Rate(megabytes, seconds),
         CountText(totals.detections, "detection"), CountText(totals.findings, "finding"), totals.skipped,
-        CountText(totals.errors, "error"));
+        CountText(totals.errors, "error"), totals.not_pe == 0 ? "" : fmt::format(", {} not PE", totals.not_pe));
 }
 
 std::string ProgressLine(const Totals &totals, double seconds, const std::filesystem::path &file, std::size_t columns) {

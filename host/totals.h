@@ -17,6 +17,7 @@ struct Totals {
     uint64_t findings = 0;
     uint64_t skipped = 0;
     uint64_t errors = 0;
+    uint64_t not_pe = 0;
 
     void Add(const FileReport &report);
 };
