@@ -11,9 +11,9 @@
 
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
-#include "host/evaluation/evaluator.h"
-#include "host/evaluation/rule_index.h"
-#include "host/module.h"
+#include "evaluation/evaluator.h"
+#include "evaluation/rule_index.h"
+#include "scanner/module.h"
 #include "tests/support/packaged_files.h"
 
 namespace {
@@ -55,21 +55,21 @@ struct Times {
 };
 
 void Measure(const char *name, const std::vector<Bytes> &files, std::span<HeuristicRule *const> rules) {
-    const host::RuleIndex index(rules);
+    const evaluation::RuleIndex index(rules);
     Times times;
     std::size_t matches = 0;
     for (const Bytes &bytes : files) {
-        host::MemorySource source(bytes);
+        base::MemorySource source(bytes);
         times.first.push_back(Median([&] {
-            host::Features fresh(source);
+            evaluation::Features fresh(source);
             matches += Sum(index.Match(fresh));
         }));
-        host::Features features(source);
+        evaluation::Features features(source);
         std::size_t found = 0;
         const auto plain = [&] {
             found = 0;
             for (const HeuristicRule *rule : rules)
-                found += host::Matches(*rule, features) ? 1U : 0U;
+                found += evaluation::Matches(*rule, features) ? 1U : 0U;
         };
         plain(); // extracts what is asked for
         if (found != index.Match(features).size()) {
@@ -97,20 +97,20 @@ void Measure(const char *name, const std::vector<Bytes> &files, std::span<Heuris
 } // namespace
 
 int main() {
-    const host::Module module;
+    const scanner::Module module;
     std::vector<Bytes> clean;
     for (const std::filesystem::path &path : tests::PackagedFiles()) {
         std::ifstream file(path, std::ios::binary);
         clean.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }
-    const rules::RuleSet written = rulegen::WrittenRules();
-    const rulegen::Generator generator(written);
+    const rules::RuleSet written = generator::WrittenRules();
+    const generator::Generator generator(written);
     std::vector<Bytes> specimens;
     for (std::size_t place = 0; place < generator.size(); place += 8)
         specimens.push_back(*generator.SpecimenImage(place));
 
     const Clock::time_point start = Clock::now();
-    const host::RuleIndex index(module.rules());
+    const evaluation::RuleIndex index(module.rules());
     std::printf("building the index: %.1f ms, once; %zu rules are asked of every file\n",
                 std::chrono::duration<double, std::milli>(Clock::now() - start).count(), index.unfiled());
     Measure("packaged programs", clean, module.rules());

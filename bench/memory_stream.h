@@ -7,7 +7,7 @@
 #include <cstring>
 #include <span>
 
-#include "tavrik2/pe/file_stream.h"
+#include "tavrik2/file_stream.h"
 
 namespace tavrik::bench {
 

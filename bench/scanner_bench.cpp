@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "base/system.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
-#include "host/system.h"
 #include "tests/support/packaged_files.h"
 
 namespace {
@@ -35,7 +35,7 @@ struct Cost {
 
 // Runs the scanner without showing its output. Exits when it fails.
 Cost Scan(std::vector<std::string> arguments) {
-    const std::string program = (tavrik::host::ProgramFolder() / "tavrik-scan").string();
+    const std::string program = (tavrik::base::ProgramFolder() / "tavrik-scan").string();
     std::vector<char *> argv = {const_cast<char *>(program.c_str())};
     for (std::string &argument : arguments)
         argv.push_back(argument.data());
@@ -97,8 +97,8 @@ void CompareThreads(const char *title, const std::vector<fs::path> &files, const
 } // namespace
 
 int main() {
-    const tavrik::rules::RuleSet written = tavrik::rulegen::WrittenRules();
-    const tavrik::rulegen::Generator generator(written);
+    const tavrik::rules::RuleSet written = tavrik::generator::WrittenRules();
+    const tavrik::generator::Generator generator(written);
     const fs::path root = fs::current_path() / "scanner_bench_files";
     fs::remove_all(root);
     const auto fill = [&](const fs::path &folder, std::size_t count) {

@@ -8,7 +8,7 @@
 
 #include "bench/memory_stream.h"
 #include "bench/ratio_reporter.h"
-#include "tavrik2/locators/autoit_signature_scan.h"
+#include "tavrik2/locators/scans/autoit_signature_scan.h"
 
 namespace {
 

@@ -7,17 +7,17 @@
 #include <filesystem>
 #include <string>
 
+#include "base/system.h"
 #include "bench/ratio_reporter.h"
-#include "host/system.h"
 #include "tavrik2/tavrik2.h"
 
 namespace {
 
-using tavrik::host::DynamicLibrary;
+using tavrik::base::DynamicLibrary;
 using Clock = std::chrono::steady_clock;
 
 std::filesystem::path ModulePath() {
-    return tavrik::host::ProgramFolder() / "tavrik2.hbx";
+    return tavrik::base::ProgramFolder() / "tavrik2.hbx";
 }
 
 template <typename Function>
@@ -52,7 +52,7 @@ const HostConfig &Config() {
         services.CreateLock = CreateLock;
         services.DestroyLock = DestroyLock;
         HostConfig made = {};
-        const std::string folder = tavrik::host::ProgramFolder().string();
+        const std::string folder = tavrik::base::ProgramFolder().string();
         std::memcpy(made.decoder_directory, folder.c_str(), folder.size() + 1);
         made.services = &services;
         return made;

@@ -18,10 +18,10 @@
 #include "bench/ratio_reporter.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
-#include "host/evaluation/features.h"
-#include "host/evaluation/string_pass.h"
-#include "host/evaluation/string_pattern.h"
-#include "host/module.h"
+#include "evaluation/features.h"
+#include "evaluation/string_pass.h"
+#include "evaluation/string_pattern.h"
+#include "scanner/module.h"
 #include "tests/support/packaged_files.h"
 
 namespace {
@@ -39,8 +39,8 @@ struct File {
     explicit File(std::vector<uint8_t> content) : bytes(std::move(content)) {}
 
     std::vector<uint8_t> bytes;
-    host::MemorySource source{bytes};
-    host::Features features{source};
+    base::MemorySource source{bytes};
+    evaluation::Features features{source};
 };
 
 struct Corpus {
@@ -63,7 +63,7 @@ struct Hyperscan {
         std::vector<unsigned> flags;
         std::vector<unsigned> numbers;
         for (const StringFeature *string : strings) {
-            const host::StringPattern pattern(*string);
+            const evaluation::StringPattern pattern(*string);
             std::string &expression = expressions[numbers.size()];
             for (std::size_t i = 0; i < pattern.length; ++i) {
                 char byte[8];
@@ -116,8 +116,8 @@ std::vector<Corpus> Corpora() {
         add(0, {std::istreambuf_iterator<char>(file), {}});
     }
     corpora[1].name = "specimens";
-    const rules::RuleSet written = rulegen::WrittenRules();
-    const rulegen::Generator generator(written);
+    const rules::RuleSet written = generator::WrittenRules();
+    const generator::Generator generator(written);
     for (std::size_t place = 0; place < generator.size(); place += kOneIn)
         add(1, *generator.SpecimenImage(place));
     corpora[2].name = "zeros";
@@ -132,13 +132,13 @@ std::vector<Corpus> Corpora() {
 } // namespace
 
 int main(int argc, char **argv) {
-    const host::Module module;
+    const scanner::Module module;
     Strings strings;
     for (const HeuristicRule *rule : module.rules())
         for (uint32_t i = 0; i < rule->strings.count; ++i)
             strings.push_back(&rule->strings.elements[i]);
     const Clock::time_point start = Clock::now();
-    const host::StringPass pass(strings);
+    const evaluation::StringPass pass(strings);
     std::printf("StringPass: %zu strings, built in %.0f ms, %zu KiB, at most %zu compared at one place\n",
                 strings.size(), Milliseconds(start), pass.MemorySize() / 1024, pass.LargestBucket());
     const Hyperscan all(strings);

@@ -18,8 +18,8 @@
 
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
-#include "host/module.h"
-#include "rulelang/reader.h"
+#include "rules/record/reader.h"
+#include "scanner/module.h"
 #include "tests/support/packaged_files.h"
 #include "tests/support/yara_scanner.h"
 
@@ -104,8 +104,8 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
             }));
         };
         time_ours(kParse, [&](const Bytes &file) {
-            host::MemorySource source(file);
-            host::Features features(source);
+            base::MemorySource source(file);
+            evaluation::Features features(source);
             for (uint16_t field = 0; field <= kLastHeaderField; ++field)
                 kept += features.Header(field).value_or(0);
         });
@@ -130,8 +130,8 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
 } // namespace
 
 int main() try {
-    const host::Module module;
-    const rules::RuleSet every = rules::ReadRules(module.rules(), rules::RecordForm::kWorking);
+    const scanner::Module module;
+    const rules::RuleSet every = rules::record::ReadRules(module.rules(), rules::record::RecordForm::kWorking);
     const rules::RuleSet set = tests::Exportable(every);
     const tests::YaraLibrary library;
     std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(), every.rules.size());
@@ -144,8 +144,8 @@ int main() try {
     BothSides one(rules::RuleSet{{*with_string}});
     YaraScanner parse("import \"pe\"\nrule parse_only { condition: pe.number_of_sections < 0 }\n");
 
-    const rules::RuleSet written = rulegen::WrittenRules();
-    const rulegen::Generator generator(written);
+    const rules::RuleSet written = generator::WrittenRules();
+    const generator::Generator generator(written);
     std::vector<Bytes> specimens;
     for (std::size_t place = 0; place < generator.size(); place += kSpecimenStep)
         specimens.push_back(*generator.SpecimenImage(place));

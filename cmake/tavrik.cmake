@@ -1,8 +1,8 @@
-# What every room of the tree builds with.
+# What every folder of the tree builds with.
 
 # tavrik_options: our warnings, as errors, and the sanitizers of the preset.
 add_library(tavrik_options INTERFACE)
-target_include_directories(tavrik_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_include_directories(tavrik_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(
     tavrik_options
     INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wvla

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "database/generator/written_rules.h"
-#include "host/evaluation/evaluator.h"
-#include "host/evaluation/rule_explanation.h"
-#include "host/evaluation/rule_index.h"
-#include "host/pe_image.h"
-#include "rulelang/parser.h"
-#include "rulelang/record_builder.h"
+#include "evaluation/evaluator.h"
+#include "evaluation/rule_explanation.h"
+#include "evaluation/rule_index.h"
+#include "scanner/pe_image.h"
+#include "rules/text/parser.h"
+#include "rules/record/record_builder.h"
 
 namespace {
 
@@ -87,19 +87,19 @@ void Require(bool holds) {
         std::abort();
 }
 
-const rules::RecordSet &Rules() {
-    static const rules::RecordSet records = [] {
-        rules::ParsedFile parsed = rules::ParseRules(kRules);
-        Require(!rules::HasErrors(parsed.diagnostics));
-        for (const rules::Rule &rule : rulegen::WrittenRules().rules)
+const tavrik::rules::record::RecordSet &Rules() {
+    static const tavrik::rules::record::RecordSet records = [] {
+        tavrik::rules::text::ParsedFile parsed = tavrik::rules::text::ParseRules(kRules);
+        Require(!tavrik::rules::text::HasErrors(parsed.diagnostics));
+        for (const tavrik::rules::Rule &rule : tavrik::generator::WrittenRules().rules)
             parsed.set.rules.push_back(rule);
-        return rules::RecordSet(parsed.set);
+        return tavrik::rules::record::RecordSet(parsed.set);
     }();
     return records;
 }
 
 // The same bytes, handed out as a file does.
-class StreamedSource final : public host::ByteSource {
+class StreamedSource final : public tavrik::base::ByteSource {
 public:
     explicit StreamedSource(std::span<const uint8_t> bytes) : memory_(bytes) {}
 
@@ -110,35 +110,35 @@ public:
     const std::string &error() const override { return memory_.error(); }
 
 private:
-    host::MemorySource memory_;
+    tavrik::base::MemorySource memory_;
 };
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::span<HeuristicRule *const> table = Rules().rules();
-    static const host::RuleIndex index(table);
+    static const tavrik::evaluation::RuleIndex index(table);
 
     const std::vector<uint8_t> file(data, data + size); // of exactly that size, so that no read behind it is missed
-    host::MemorySource source(file);
-    host::ParsePe(source);
+    tavrik::base::MemorySource source(file);
+    tavrik::scanner::ParsePe(source);
 
-    host::Features features(source);
+    tavrik::evaluation::Features features(source);
     const std::vector<uint32_t> fast = index.Match(features);
     StreamedSource streamed(file);
-    host::Features streamed_features(streamed);
+    tavrik::evaluation::Features streamed_features(streamed);
     Require(index.Match(streamed_features) == fast);
 
-    host::Features plain_features(source);
+    tavrik::evaluation::Features plain_features(source);
     std::vector<uint32_t> plain;
     for (uint32_t place = 0; place < table.size(); ++place)
-        if (host::Matches(*table[place], plain_features))
+        if (tavrik::evaluation::Matches(*table[place], plain_features))
             plain.push_back(place);
     Require(plain == fast);
 
     const std::size_t explained = size % table.size();
-    const host::RuleExplanation explanation = host::ExplainRule(*table[explained], features);
-    Require(explanation.matches == host::Matches(*table[explained], features));
+    const tavrik::evaluation::RuleExplanation explanation = tavrik::evaluation::ExplainRule(*table[explained], features);
+    Require(explanation.matches == tavrik::evaluation::Matches(*table[explained], features));
     Require(!explanation.matches || explanation.failed == 0);
     return 0;
 }

@@ -6,14 +6,15 @@
 #include <string>
 #include <string_view>
 
-#include "rulelang/emitter.h"
-#include "rulelang/formatter.h"
-#include "rulelang/parser.h"
-#include "rulelang/printer.h"
+#include "rules/record/emitter.h"
+#include "rules/text/formatter.h"
+#include "rules/text/parser.h"
+#include "rules/text/printer.h"
 
 namespace {
 
 using namespace tavrik::rules;
+using namespace tavrik::rules::text;
 
 void Require(bool holds) {
     if (!holds)

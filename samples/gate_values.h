@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tavrik2/locators/gate.h"
+#include "tavrik2/locators/gate/gate.h"
 
 namespace tavrik::samples {
 

@@ -5,8 +5,8 @@
 #include <functional>
 #include <span>
 
+#include "pe/builder/builder.h"
 #include "samples/payloads.h"
-#include "samples/pe_builder.h"
 #include "samples/stub.h"
 
 namespace tavrik::samples {
@@ -18,58 +18,59 @@ constexpr uint32_t kReportedHeader = 256;
 constexpr uint32_t kBehindPayload = 0x6000; // room for the longest block that a locator reads
 
 struct Made {
-    PeFile file;
+    pe::builder::PeFile file;
     LocatorResult finding;
 };
 
-PeFile Stub(uint32_t entry, const StubWishes &wishes = {}) {
+pe::builder::PeFile Stub(uint32_t entry, const StubWishes &wishes = {}) {
     return MakeStub(entry, wishes).Build();
 }
 
-Made Plant(PeFile file, PayloadKind kind, uint32_t offset, uint32_t size, const Bytes &payload) {
+Made Plant(pe::builder::PeFile file, PayloadKind kind, uint32_t offset, uint32_t size, const base::Bytes &payload) {
     file.Plant(offset, payload);
-    file.GrowTo(AlignUp(offset + kBehindPayload, kBlock));
+    file.GrowTo(base::AlignUp(offset + kBehindPayload, kBlock));
     return {std::move(file), LocatorResult{static_cast<uint32_t>(kind), offset, size}};
 }
 
-Made PlantNullsoft(PeFile file, uint32_t offset) {
+Made PlantNullsoft(pe::builder::PeFile file, uint32_t offset) {
     return Plant(std::move(file), PAYLOAD_NULLSOFT, offset, kReportedHeader, kNullsoftHeader);
 }
 
 // For locators that look at known places or search chunks.
-Made PlantScript(PeFile file, uint32_t offset, const Bytes &script = kAutoItScript) {
+Made PlantScript(pe::builder::PeFile file, uint32_t offset, const base::Bytes &script = kAutoItScript) {
     return Plant(std::move(file), PAYLOAD_AUTOIT, offset, kReportedHeader, script);
 }
 
 // For locators that scan block by block from `start`: inside the first block that lies wholly behind what is in use.
-Made PlantScanned(PeFile file, uint32_t start, const Bytes &script = kAutoItScript) {
+Made PlantScanned(pe::builder::PeFile file, uint32_t start, const base::Bytes &script = kAutoItScript) {
     const uint32_t behind = std::max(start, file.size());
-    const uint32_t offset = start + AlignUp(behind - start, kBlock) + kIntoBlock;
+    const uint32_t offset = start + base::AlignUp(behind - start, kBlock) + kIntoBlock;
     return Plant(std::move(file), PAYLOAD_AUTOIT, offset, kBlock, script);
 }
 
 // The same for a script inside the file's sections, at the start of the first block.
-Made PlantAtStart(PeFile file, uint32_t start) {
+Made PlantAtStart(pe::builder::PeFile file, uint32_t start) {
     return Plant(std::move(file), PAYLOAD_AUTOIT, start + kIntoBlock, kBlock, kAutoItScript);
 }
 
-uint32_t ResourcesOf(const PeFile &file) {
+uint32_t ResourcesOf(const pe::builder::PeFile &file) {
     return file.SectionNamed(".rsrc").PointerToRawData;
 }
 
 // A resource of zeros, `offset` bytes behind the start of the directory.
 constexpr uint32_t kResourceOffset = 0x400;
 
-Resource EmptyResource(ResourceType type, uint32_t size, uint16_t name = 1, uint32_t offset = kResourceOffset) {
-    return {.type = type, .name = name, .data = Bytes(size), .offset = offset};
+pe::builder::Resource EmptyResource(pe::builder::ResourceType type, uint32_t size, uint16_t name = 1,
+                                    uint32_t offset = kResourceOffset) {
+    return {.type = type, .name = name, .data = base::Bytes(size), .offset = offset};
 }
 
-Resource Manifest(std::string_view text) {
-    return {.type = kManifestType, .data = Bytes(text.begin(), text.end())};
+pe::builder::Resource Manifest(std::string_view text) {
+    return {.type = pe::builder::kManifestType, .data = base::Bytes(text.begin(), text.end())};
 }
 
-Resource Version(const VersionInfo &info) {
-    return {.type = kVersionType, .data = info.Lay()};
+pe::builder::Resource Version(const pe::builder::VersionInfo &info) {
+    return {.type = pe::builder::kVersionType, .data = info.Lay()};
 }
 
 constexpr std::string_view kAdministratorManifest =
@@ -106,13 +107,13 @@ struct Recipe {
 constexpr Recipe kRecipes[] = {
     {0, "autoit-after-section-3", "script wrapper, altered marker right behind the last section",
      [] {
-         PeFile file = Stub(0);
+         pe::builder::PeFile file = Stub(0);
          const uint32_t offset = file.RawEnd(3);
          return PlantScript(std::move(file), offset, kAlteredMarkerA);
      }},
     {1, "autoit-scan", "script wrapper, scanned from its first section",
      [] {
-         PeFile file = Stub(1);
+         pe::builder::PeFile file = Stub(1);
          const uint32_t start = file.sections[0].PointerToRawData;
          return PlantScanned(std::move(file), start);
      }},
@@ -122,7 +123,7 @@ constexpr Recipe kRecipes[] = {
      [] { return PlantScanned(Stub(3), 0xC0000); }},
     {4, "autoit-scan-resources", "script wrapper, scanned from its last section, marker of an altered build",
      [] {
-         PeFile file = Stub(4);
+         pe::builder::PeFile file = Stub(4);
          const uint32_t start = file.sections.back().PointerToRawData;
          return PlantScanned(std::move(file), start, kAlteredMarkerC);
      }},
@@ -132,20 +133,20 @@ constexpr Recipe kRecipes[] = {
      [] { return PlantScanned(Stub(6, {.path = "1"}), 0x56000); }},
     {7, "nullsoft-after-section-4", "installer, header behind the fifth section",
      [] {
-         PeFile file = Stub(7, {.names = kInstallerSections6});
+         pe::builder::PeFile file = Stub(7, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + 4;
          return PlantNullsoft(std::move(file), offset);
      }},
     {8, "nullsoft-far-after-section-4", "installer, header at a fixed distance behind the fifth section",
      [] {
-         PeFile file = Stub(8, {.names = kInstallerSections6});
+         pe::builder::PeFile file = Stub(8, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + 0xF004;
          return PlantNullsoft(std::move(file), offset);
      }},
     {9, "nullsoft-before-end", "installer, header at a fixed distance before the end of the file",
      [] {
          constexpr uint32_t kBeforeEnd = 0x13359C;
-         PeFile file = Stub(9, {.values = {{Field::BaseOfCode, 0x131000}}});
+         pe::builder::PeFile file = Stub(9, {.values = {{Field::BaseOfCode, 0x131000}}});
          const uint32_t offset = file.size();
          file.Plant(offset, kNullsoftHeader);
          file.GrowTo(offset + kBeforeEnd);
@@ -153,13 +154,13 @@ constexpr Recipe kRecipes[] = {
      }},
     {10, "nullsoft-in-resources", "installer, header inside the resource section",
      [] {
-         PeFile file = Stub(10, {.names = kInstallerSections});
+         pe::builder::PeFile file = Stub(10, {.names = kInstallerSections});
          const uint32_t offset = ResourcesOf(file) + 0xA04;
          return PlantNullsoft(std::move(file), offset);
      }},
     {11, "nullsoft-near-resources", "installer, marker at a distance from the resource section",
      [] {
-         PeFile file = Stub(11, {.names = kInstallerSections});
+         pe::builder::PeFile file = Stub(11, {.names = kInstallerSections});
          const uint32_t offset = ResourcesOf(file) + 0x3500 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
@@ -167,7 +168,7 @@ constexpr Recipe kRecipes[] = {
      [] { return PlantScript(Stub(12), 0xF2000); }},
     {13, "autoit-chunks-resources", "script wrapper, marker searched in chunks from its resources",
      [] {
-         PeFile file = Stub(
+         pe::builder::PeFile file = Stub(
              13, {.path = "A1", .values = {{Field::ResourceSize, 0x1000}, {Field::FirstSectionVirtualSize, 0x59000}}});
          const uint32_t offset = file.size() + kIntoBlock;
          return PlantScript(std::move(file), offset);
@@ -176,7 +177,7 @@ constexpr Recipe kRecipes[] = {
      [] { return PlantScript(Stub(14), 0x49800 + kIntoBlock); }},
     {15, "autoit-chunks-first-section", "script wrapper, marker searched in chunks of the first section",
      [] {
-         PeFile file = Stub(
+         pe::builder::PeFile file = Stub(
              15, {.values = {{Field::FirstSectionVirtualSize, 0x66000}, {Field::FirstSectionSizeOfRawData, 0x66000}}});
          const uint32_t offset = file.sections[0].PointerToRawData + 0x20000;
          return PlantScript(std::move(file), offset);
@@ -202,19 +203,19 @@ constexpr Recipe kRecipes[] = {
      }},
     {22, "autoit-scan-rrdata", "small script wrapper with a section \".rrdata\", scanned from far behind its start",
      [] {
-         PeFile file = Stub(22, {.path = "C"});
+         pe::builder::PeFile file = Stub(22, {.path = "C"});
          const uint32_t start = file.SectionNamed(".rrdata").PointerToRawData + 0x35000;
          return PlantScanned(std::move(file), start);
      }},
     {23, "autoit-in-section-4", "script wrapper, marker at a known place of the fifth section",
      [] {
-         PeFile file = Stub(23, {.names = {".text", ".rdata", ".data", ".tls", ".rsrc"}});
+         pe::builder::PeFile file = Stub(23, {.names = {".text", ".rdata", ".data", ".tls", ".rsrc"}});
          const uint32_t offset = file.sections[4].PointerToRawData + 0x14A00;
          return PlantScript(std::move(file), offset);
      }},
     {24, "autoit-scan-two-sections", "script wrapper of two sections, scanned from the first",
      [] {
-         PeFile file = Stub(24, {.path = "2"});
+         pe::builder::PeFile file = Stub(24, {.path = "2"});
          const uint32_t start = file.sections[0].PointerToRawData;
          return PlantScanned(std::move(file), start);
      }},
@@ -223,7 +224,7 @@ constexpr Recipe kRecipes[] = {
          // For files of 3 MiB up to 0x3F0000 bytes.
          constexpr uint32_t kSize = 0x301000;
          constexpr uint32_t kDistance = 0x16B000;
-         PeFile file = Stub(25, {.resources = {Manifest(kAdministratorManifest)}});
+         pe::builder::PeFile file = Stub(25, {.resources = {Manifest(kAdministratorManifest)}});
          const auto text = std::search(file.bytes.begin(), file.bytes.end(), kAdministratorManifest.begin(),
                                        kAdministratorManifest.end());
          const auto end =
@@ -233,8 +234,8 @@ constexpr Recipe kRecipes[] = {
      }},
     {26, "autoit-behind-wrapper-manifest", "script wrapper, marker behind a manifest that names the wrapper",
      [] {
-         PeFile file = Stub(26, {.resources = {Manifest(kWrapperManifest)}});
-         const uint32_t offset = AlignUp(file.size(), kBlock);
+         pe::builder::PeFile file = Stub(26, {.resources = {Manifest(kWrapperManifest)}});
+         const uint32_t offset = base::AlignUp(file.size(), kBlock);
          return PlantScript(std::move(file), offset);
      }},
     {28, "autoit-offset-table-penask", "script wrapper of a known build, marker at a known place of \".penask\"",
@@ -243,7 +244,7 @@ constexpr Recipe kRecipes[] = {
          const FieldValues values = {{Field::SizeOfCode, 0x65200},
                                      {Field::SizeOfInitializedData, 0xCEC00},
                                      {Field::ResourceVirtualAddress, 0x8F000}};
-         PeFile file =
+         pe::builder::PeFile file =
              Stub(28, {.path = "A2", .values = values, .names = {".text", ".rdata", ".data", ".rsrc", ".penask"}});
          const uint32_t offset = file.SectionNamed(".penask").PointerToRawData + 0x33000;
          return PlantScript(std::move(file), offset);
@@ -253,131 +254,135 @@ constexpr Recipe kRecipes[] = {
          const FieldValues values = {{Field::SizeOfCode, 0x7BE00},
                                      {Field::SizeOfInitializedData, 0x12800},
                                      {Field::ResourceVirtualAddress, 0xA5000}};
-         PeFile file = Stub(29, {.path = "A2", .values = values});
+         pe::builder::PeFile file = Stub(29, {.path = "A2", .values = values});
          const uint32_t offset = file.RawEnd(file.sections.size() - 1) + 0x1000;
          return PlantScript(std::move(file), offset);
      }},
     {30, "autoit-scan-last-section", "script wrapper of three sections, scanned from the last",
      [] {
-         PeFile file = Stub(30);
+         pe::builder::PeFile file = Stub(30);
          const uint32_t start = file.sections.back().PointerToRawData;
          return PlantScanned(std::move(file), start);
      }},
     {31, "autoit-scan-resource-address", "script wrapper, scanned from the offset that equals its resources' address",
      [] {
-         PeFile file = Stub(31);
+         pe::builder::PeFile file = Stub(31);
          const uint32_t start = file.SectionNamed(".rsrc").VirtualAddress;
          return PlantScanned(std::move(file), start);
      }},
     {32, "autoit-script-raw-data", "script wrapper, script in a raw-data resource",
      [] {
-         PeFile file = Stub(32, {.path = "A", .resources = {EmptyResource(kRawDataType, 0xBD00)}});
+         pe::builder::PeFile file =
+             Stub(32, {.path = "A", .resources = {EmptyResource(pe::builder::kRawDataType, 0xBD00)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
     {33, "autoit-script-packed", "packed script wrapper, script in a raw-data resource",
      [] {
-         PeFile file = Stub(33, {.path = "A",
-                                 .values = {{Field::BaseOfCode, 0xE4000}},
-                                 .resources = {EmptyResource(kRawDataType, 0x300)}});
+         pe::builder::PeFile file = Stub(33, {.path = "A",
+                                              .values = {{Field::BaseOfCode, 0xE4000}},
+                                              .resources = {EmptyResource(pe::builder::kRawDataType, 0x300)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
     {34, "autoit-altered-header", "script wrapper, altered header scanned for from its resources",
      [] {
-         PeFile file = Stub(34);
+         pe::builder::PeFile file = Stub(34);
          const uint32_t start = ResourcesOf(file);
          return PlantScanned(std::move(file), start, kAlteredHeader);
      }},
     {35, "nullsoft-three-sections", "installer of three sections, marker behind them",
      [] {
-         PeFile file = Stub(35, {.names = {".text", ".rdata", ".data"}});
+         pe::builder::PeFile file = Stub(35, {.names = {".text", ".rdata", ".data"}});
          const uint32_t offset = file.RawEnd(2) + file.sections[2].SizeOfRawData + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
     {36, "nullsoft-after-data", "installer, marker at a distance behind its third section",
      [] {
-         PeFile file = Stub(36, {.names = kInstallerSections});
+         pe::builder::PeFile file = Stub(36, {.names = kInstallerSections});
          const uint32_t offset = file.RawEnd(2) + file.sections.back().SizeOfRawData + 0x11000 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
     {37, "autoit-script-resources", "script wrapper of the older generation, scanned from its resource section",
      [] {
-         PeFile file = Stub(37, {.names = kScriptSections5});
+         pe::builder::PeFile file = Stub(37, {.names = kScriptSections5});
          const uint32_t start = ResourcesOf(file);
          return PlantScanned(std::move(file), start, kAutoItScriptEA05);
      }},
     {38, "cabinet-resource", "self-extractor, cabinet in a raw-data resource",
      [] {
-         PeFile file = Stub(38, {.path = "A", .resources = {EmptyResource(kRawDataType, 0x1000)}});
+         pe::builder::PeFile file =
+             Stub(38, {.path = "A", .resources = {EmptyResource(pe::builder::kRawDataType, 0x1000)}});
          const uint32_t offset = ResourcesOf(file) + kResourceOffset;
          return Plant(std::move(file), PAYLOAD_CABINET, offset, kBlock, kCabinet);
      }},
     {39, "rar-after-last-section", "self-extractor, archive behind its sections",
      [] {
-         PeFile file = Stub(39, {.path = "5"});
+         pe::builder::PeFile file = Stub(39, {.path = "5"});
          const uint32_t offset = file.RawEnd(4);
          return Plant(std::move(file), PAYLOAD_RAR, offset, kBlock, kRarArchive);
      }},
     {40, "nullsoft-after-relocations", "installer, marker behind its relocation section",
      [] {
-         PeFile file = Stub(40, {.names = kInstallerSections6});
+         pe::builder::PeFile file = Stub(40, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(5) + 0x3000 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
     {41, "nullsoft-in-relocations", "installer, marker in the last block of its relocation section",
      [] {
-         PeFile file = Stub(41, {.names = kInstallerSections6});
+         pe::builder::PeFile file = Stub(41, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(5) - 0x1000 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
     {42, "nullsoft-behind-relocations", "installer, marker right behind its relocation section",
      [] {
-         PeFile file = Stub(42, {.names = kInstallerSections6});
+         pe::builder::PeFile file = Stub(42, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + file.sections[5].SizeOfRawData + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
     {43, "autoit-script-from-resources", "script wrapper, script scanned for from its resources",
      [] {
-         PeFile file = Stub(43);
+         pe::builder::PeFile file = Stub(43);
          const uint32_t start = ResourcesOf(file);
          return PlantScanned(std::move(file), start);
      }},
     {44, "nullsoft-far-after-relocations", "installer, marker far behind its relocation section",
      [] {
-         PeFile file = Stub(44, {.names = kInstallerSections6});
+         pe::builder::PeFile file = Stub(44, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(5) + 0x1A000 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
     {45, "autoit-header-after-version", "script wrapper, header scanned for from its version resource",
      [] {
-         PeFile file =
-             Stub(45, {.resources = {{.type = kVersionType, .data = VersionInfo{}.Lay(), .offset = kResourceOffset}}});
+         pe::builder::PeFile file = Stub(45, {.resources = {{.type = pe::builder::kVersionType,
+                                                             .data = pe::builder::VersionInfo{}.Lay(),
+                                                             .offset = kResourceOffset}}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantScanned(std::move(file), start);
      }},
     {46, "autoit-header-after-resources", "script wrapper, header scanned for from the end of its resource directory",
      [] {
-         PeFile file = Stub(46, {.resource_section_size = 0x15000});
+         pe::builder::PeFile file = Stub(46, {.resource_section_size = 0x15000});
          const uint32_t start = ResourcesOf(file) + 0x13000;
          return PlantAtStart(std::move(file), start);
      }},
     {47, "autoit-script-large", "large script wrapper, script in a raw-data resource",
      [] {
-         PeFile file = Stub(47, {.resources = {EmptyResource(kRawDataType, 0x300)}});
+         pe::builder::PeFile file = Stub(47, {.resources = {EmptyResource(pe::builder::kRawDataType, 0x300)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
     {48, "autoit-header-message-table", "script wrapper, script in the first of two message-table resources",
      [] {
-         PeFile file = Stub(48, {.resources = {EmptyResource(kMessageTableType, 0x1000),
-                                               EmptyResource(kMessageTableType, 0x6000, 2, 0x2000)}});
+         pe::builder::PeFile file =
+             Stub(48, {.resources = {EmptyResource(pe::builder::kMessageTableType, 0x1000),
+                                     EmptyResource(pe::builder::kMessageTableType, 0x6000, 2, 0x2000)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
     {49, "autoit-header-first-large", "script wrapper, script in the first large resource",
      [] {
-         PeFile file = Stub(49, {.resources = {EmptyResource(kRawDataType, 0x26000)}});
+         pe::builder::PeFile file = Stub(49, {.resources = {EmptyResource(pe::builder::kRawDataType, 0x26000)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
@@ -411,22 +416,23 @@ constexpr NearMiss kNearMisses[] = {
 
 // ---- Clean programs ------------------------------------------------------------------------------------------------
 
-const Bytes kReturnZero = {0x33, 0xC0, 0xC3}; // xor eax, eax; ret
+const base::Bytes kReturnZero = {0x33, 0xC0, 0xC3}; // xor eax, eax; ret
 
-Bytes ReturnNumber(uint8_t number) {
+base::Bytes ReturnNumber(uint8_t number) {
     return {0xB8, number, 0, 0, 0, 0xC3}; // mov eax, number; ret
 }
 
-PeImage MinimalProgram() {
-    PeImage image;
-    image.sections = {{.name = ".text", .Characteristics = kCodeSection, .pieces = {{.content = kReturnZero}}}};
+pe::builder::PeImage MinimalProgram() {
+    pe::builder::PeImage image;
+    image.sections = {
+        {.name = ".text", .Characteristics = pe::builder::kCodeSection, .pieces = {{.content = kReturnZero}}}};
     image.headers.Subsystem = 3;
     image.entry_code = kReturnZero;
     return image;
 }
 
-PeImage Library64() {
-    PeImage image;
+pe::builder::PeImage Library64() {
+    pe::builder::PeImage image;
     image.is_pe32_plus = true;
     image.headers.Characteristics = 0x2022;
     image.headers.ImageBase = 0x180000000;
@@ -435,35 +441,41 @@ PeImage Library64() {
     constexpr uint32_t kAnswer = 0x10; // into the code
     image.sections = {
         {.name = ".text",
-         .Characteristics = kCodeSection,
+         .Characteristics = pe::builder::kCodeSection,
          .VirtualAddress = kCode,
          .pieces = {{.content = ReturnNumber(42), .offset = kAnswer}}},
         {.name = ".rdata",
-         .pieces = {{.content = ExportTable{"library.dll", {{.name = "Answer", .rva = kCode + kAnswer}}}},
-                    {.content = ImportTable{{{"KERNEL32.dll", {"GetTickCount", "Sleep"}}}}}}},
+         .pieces = {{.content = pe::builder::ExportTable{"library.dll", {{.name = "Answer", .rva = kCode + kAnswer}}}},
+                    {.content = pe::builder::ImportTable{{{"KERNEL32.dll", {"GetTickCount", "Sleep"}}}}}}},
         {.name = ".rsrc",
-         .pieces = {{.content = ResourceTable{{Version({.strings = {{u"FileDescription", u"A library"}}})}}}}},
+         .pieces = {{.content =
+                         pe::builder::ResourceTable{{Version({.strings = {{u"FileDescription", u"A library"}}})}}}}},
     };
     image.entry_code = ReturnNumber(1); // a library that loads
     return image;
 }
 
-PeImage WindowsProgram() {
-    PeImage image;
-    const VersionInfo version{.file_version = {2, 1, 0, 7},
-                              .strings = {{u"CompanyName", u"Example"},
-                                          {u"FileDescription", u"A program that ends at once"},
-                                          {u"FileVersion", u"2.1.0.7"}}};
-    const Resource named{
-        .type = std::u16string(u"CONFIGURATION"), .name = std::u16string(u"DEFAULT"), .data = Bytes(64, '#')};
-    const ImportTable imports{{{"KERNEL32.dll", {"GetModuleHandleW", "ExitProcess"}},
-                               {"USER32.dll", {"MessageBoxW", "LoadStringW"}},
-                               {"COMCTL32.dll", {uint16_t{17}}}}};
+pe::builder::PeImage WindowsProgram() {
+    pe::builder::PeImage image;
+    const pe::builder::VersionInfo version{.file_version = {2, 1, 0, 7},
+                                           .strings = {{u"CompanyName", u"Example"},
+                                                       {u"FileDescription", u"A program that ends at once"},
+                                                       {u"FileVersion", u"2.1.0.7"}}};
+    const pe::builder::Resource named{
+        .type = std::u16string(u"CONFIGURATION"), .name = std::u16string(u"DEFAULT"), .data = base::Bytes(64, '#')};
+    const pe::builder::ImportTable imports{{{"KERNEL32.dll", {"GetModuleHandleW", "ExitProcess"}},
+                                            {"USER32.dll", {"MessageBoxW", "LoadStringW"}},
+                                            {"COMCTL32.dll", {uint16_t{17}}}}};
     image.sections = {
-        {.name = ".text", .Characteristics = kCodeSection, .pieces = {{.content = Bytes(0x1800, 0xCC)}}},
+        {.name = ".text",
+         .Characteristics = pe::builder::kCodeSection,
+         .pieces = {{.content = base::Bytes(0x1800, 0xCC)}}},
         {.name = ".rdata", .pieces = {{.content = imports}}},
-        {.name = ".data", .Characteristics = kWritableSection, .pieces = {{.content = Bytes(0x200)}}},
-        {.name = ".rsrc", .pieces = {{.content = ResourceTable{{Version(version), Manifest(kPlainManifest), named}}}}},
+        {.name = ".data",
+         .Characteristics = pe::builder::kWritableSection,
+         .pieces = {{.content = base::Bytes(0x200)}}},
+        {.name = ".rsrc",
+         .pieces = {{.content = pe::builder::ResourceTable{{Version(version), Manifest(kPlainManifest), named}}}}},
     };
     image.headers.DllCharacteristics = 0x8140;
     image.entry_code = kReturnZero;
@@ -473,7 +485,7 @@ PeImage WindowsProgram() {
 struct Clean {
     const char *file_name;
     const char *about;
-    PeImage (*make)();
+    pe::builder::PeImage (*make)();
 };
 
 constexpr Clean kClean[] = {

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "samples/byte_writer.h"
-#include "tavrik2/locators/payload_locator.h"
+#include "base/byte_writer.h"
+#include "tavrik2/payload_locator.h"
 
 namespace tavrik::samples {
 
@@ -19,7 +19,7 @@ struct Sample {
     std::string about;                    // what it is, in a line
     std::optional<uint32_t> entry;        // the locator that it is for; with a near miss, the one that it just misses
     std::optional<LocatorResult> finding; // what that locator reports; none for a near miss
-    Bytes bytes;
+    base::Bytes bytes;
 };
 
 /** The number of samples. */

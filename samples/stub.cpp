@@ -60,7 +60,7 @@ class StubMaker {
 public:
     StubMaker(FieldValues values, const StubWishes &wishes) : values_(std::move(values)), wishes_(wishes) {}
 
-    PeImage Make() {
+    pe::builder::PeImage Make() {
         SetHeaders();
         ChooseSections();
         PlaceCode();
@@ -111,7 +111,7 @@ private:
     }
 
     void SetHeaders() {
-        Headers &headers = image_.headers;
+        pe::builder::Headers &headers = image_.headers;
 #define SET(field) Set(headers.field, Field::field)
         SET(Characteristics);
         SET(MajorLinkerVersion);
@@ -160,16 +160,16 @@ private:
             image_.sections.push_back(UsualSection(names[index], index));
     }
 
-    Section UsualSection(const std::string &name, std::size_t index) const {
-        Section section{.name = name};
+    pe::builder::Section UsualSection(const std::string &name, std::size_t index) const {
+        pe::builder::Section section{.name = name};
         if (index == code_index())
-            section.Characteristics = is_packed() ? kPackedCode : kCodeSection;
+            section.Characteristics = is_packed() ? pe::builder::kPackedCode : pe::builder::kCodeSection;
         else if (index < code_index())
-            section.Characteristics = kPackedHole;
+            section.Characteristics = pe::builder::kPackedHole;
         else if (name == ".data")
-            section.Characteristics = kWritableSection;
+            section.Characteristics = pe::builder::kWritableSection;
         else if (name == ".reloc")
-            section.Characteristics = kDiscardableSection;
+            section.Characteristics = pe::builder::kDiscardableSection;
         else if (name == ".ndata")
             section.Characteristics = kUninitializedSection;
         if (section.Characteristics == kUninitializedSection)
@@ -181,7 +181,7 @@ private:
 
     void PlaceCode() {
         const uint32_t base = Get(Field::BaseOfCode).value_or(kFirstAddress);
-        Section &code = image_.sections[code_index()];
+        pe::builder::Section &code = image_.sections[code_index()];
         code.VirtualAddress = base;
         if (is_packed())
             image_.sections[0].VirtualAddress = kFirstAddress;
@@ -191,11 +191,11 @@ private:
             throw std::invalid_argument(fmt::format(
                 "the entry point 0x{:X} lies before the code at 0x{:X}; wish for another", entry_point, base));
         const uint32_t needed = std::max(entry_point - base + kEntryCodeRoom, kDefaultCodeSize);
-        code.SizeOfRawData = AlignUp(needed, image_.headers.FileAlignment);
+        code.SizeOfRawData = base::AlignUp(needed, image_.headers.FileAlignment);
     }
 
     void PlaceImports() {
-        Section &section = image_.sections[import_index()];
+        pe::builder::Section &section = image_.sections[import_index()];
         const auto address = Get(Field::ImportVirtualAddress);
         const uint32_t base_of_data = Get(Field::BaseOfData).value_or(0);
         const uint32_t page = image_.headers.SectionAlignment;
@@ -207,34 +207,36 @@ private:
             section.VirtualAddress = *address / page * page;
         section.SizeOfRawData.reset();
         if (Get(Field::DebugSize).value_or(0) != 0)
-            section.pieces.push_back({.content = Bytes(*Get(Field::DebugSize)), .directory = kDebugDirectory});
+            section.pieces.push_back(
+                {.content = base::Bytes(*Get(Field::DebugSize)), .directory = pe::builder::kDebugDirectory});
         if (Get(Field::ExportSize).value_or(0) != 0) {
             const uint32_t code = *image_.sections[code_index()].VirtualAddress;
-            section.pieces.push_back({.content = ExportTable{"stub.exe", {{.name = "", .rva = code}}}});
+            section.pieces.push_back({.content = pe::builder::ExportTable{"stub.exe", {{.name = "", .rva = code}}}});
         }
-        const ImportTable imports{
+        const pe::builder::ImportTable imports{
             {{"KERNEL32.dll", {"GetModuleHandleA", "LoadLibraryA", "ExitProcess"}}, {"USER32.dll", {"MessageBoxA"}}}};
-        Piece piece{.content = imports};
+        pe::builder::Piece piece{.content = imports};
         if (address)
             piece.offset = *address - *section.VirtualAddress;
         section.pieces.push_back(piece);
         // The directories may declare more than the tables need; it is there.
         const uint32_t declared =
             std::max(Get(Field::ImportSize).value_or(0), Get(Field::ImportAddressTableSize).value_or(0));
-        section.pieces.push_back({.content = Bytes(declared)});
+        section.pieces.push_back({.content = base::Bytes(declared)});
     }
 
     void PlaceResources() {
         if (Get(Field::ResourceSize) == 0u)
             return;
-        Section &section = image_.sections[resource_index()];
-        ResourceTable table{wishes_.resources};
+        pe::builder::Section &section = image_.sections[resource_index()];
+        pe::builder::ResourceTable table{wishes_.resources};
         if (table.resources.empty())
             table.resources.push_back(
-                {.type = kVersionType, .data = VersionInfo{.strings = {{u"FileDescription", u"Sample"}}}.Lay()});
+                {.type = pe::builder::kVersionType,
+                 .data = pe::builder::VersionInfo{.strings = {{u"FileDescription", u"Sample"}}}.Lay()});
         // In front of imports that share the section, for the directory stands at its start.
-        const auto length = static_cast<uint32_t>(LayOut(table, 0).bytes.size());
-        section.pieces.insert(section.pieces.begin(), Piece{.content = std::move(table), .offset = 0});
+        const auto length = static_cast<uint32_t>(pe::builder::LayOut(table, 0).bytes.size());
+        section.pieces.insert(section.pieces.begin(), pe::builder::Piece{.content = std::move(table), .offset = 0});
         section.SizeOfRawData.reset();
         if (wishes_.resource_section_size != 0)
             section.SizeOfRawData = wishes_.resource_section_size;
@@ -243,18 +245,18 @@ private:
         const uint32_t declared = Get(Field::ResourceSize).value_or(0);
         if (declared > length) {
             const uint32_t raw_size = std::max(wishes_.resource_section_size, length + image_.headers.SectionAlignment);
-            section.VirtualSize = AlignUp(std::max(declared, raw_size), image_.headers.SectionAlignment);
+            section.VirtualSize = base::AlignUp(std::max(declared, raw_size), image_.headers.SectionAlignment);
         }
     }
 
     void ApplySectionValues() {
         const bool is_hole = GetName(Field::FirstSectionName) == "UPX0";
-        Section &first = image_.sections[is_hole ? 0 : code_index()];
+        pe::builder::Section &first = image_.sections[is_hole ? 0 : code_index()];
         Set(first.VirtualSize, Field::FirstSectionVirtualSize);
         Set(first.SizeOfRawData, Field::FirstSectionSizeOfRawData);
         Set(first.PointerToRawData, Field::FirstSectionPointerToRawData);
         Set(first.Characteristics, Field::FirstSectionCharacteristics);
-        Section &last = image_.sections.back();
+        pe::builder::Section &last = image_.sections.back();
         Set(last.SizeOfRawData, Field::LastSectionSizeOfRawData);
         Set(last.Characteristics, Field::LastSectionCharacteristics);
         if (last.VirtualSize && last.SizeOfRawData)
@@ -262,17 +264,17 @@ private:
     }
 
     void SetDirectories() {
-        SetSize(kExportDirectory, Field::ExportSize);
-        SetSize(kImportDirectory, Field::ImportSize);
-        SetSize(kResourceDirectory, Field::ResourceSize);
-        SetSize(kCertificateDirectory, Field::CertificateSize);
-        SetSize(kRelocationDirectory, Field::BaseRelocationSize);
-        SetSize(kImportAddressDirectory, Field::ImportAddressTableSize);
+        SetSize(pe::builder::kExportDirectory, Field::ExportSize);
+        SetSize(pe::builder::kImportDirectory, Field::ImportSize);
+        SetSize(pe::builder::kResourceDirectory, Field::ResourceSize);
+        SetSize(pe::builder::kCertificateDirectory, Field::CertificateSize);
+        SetSize(pe::builder::kRelocationDirectory, Field::BaseRelocationSize);
+        SetSize(pe::builder::kImportAddressDirectory, Field::ImportAddressTableSize);
     }
 
     // A directory that declares no bytes has no address either.
-    void SetSize(Directory directory, Field field) {
-        DirectoryFields &fields = image_.directories[directory];
+    void SetSize(pe::builder::Directory directory, Field field) {
+        pe::builder::DirectoryFields &fields = image_.directories[directory];
         fields.Size = Get(field);
         if (fields.Size == 0u)
             fields.VirtualAddress = 0;
@@ -280,16 +282,16 @@ private:
 
     FieldValues values_;
     const StubWishes &wishes_;
-    PeImage image_;
+    pe::builder::PeImage image_;
 };
 
 } // namespace
 
-PeImage MakeStub(const GatePath &path, const StubWishes &wishes) {
+pe::builder::PeImage MakeStub(const GatePath &path, const StubWishes &wishes) {
     return StubMaker(TidyValues(path, wishes.values), wishes).Make();
 }
 
-PeImage MakeStub(uint32_t entry, const StubWishes &wishes) {
+pe::builder::PeImage MakeStub(uint32_t entry, const StubWishes &wishes) {
     StubWishes complete = wishes;
     if (!wishes.names.empty())
         complete.values[Field::NumberOfSections] = wishes.names.size();

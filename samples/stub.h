@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "pe/builder/builder.h"
 #include "samples/gate_values.h"
-#include "samples/pe_builder.h"
 
 namespace tavrik::samples {
 
@@ -15,19 +15,19 @@ namespace tavrik::samples {
 struct StubWishes {
     std::string path = {};   // the label of the gate's columns to take; by default the first that can be taken
     FieldValues values = {}; // of fields, within the gate's bounds or where it has none
-    std::vector<std::string> names = {};  // of the sections; by default as many as the gate asks for, usual ones
-    std::vector<Resource> resources = {}; // by default a version resource
-    uint32_t resource_section_size = 0;   // its raw data in bytes, when more than the resources need
+    std::vector<std::string> names = {}; // of the sections; by default as many as the gate asks for, usual ones
+    std::vector<pe::builder::Resource> resources = {}; // by default a version resource
+    uint32_t resource_section_size = 0;                // its raw data in bytes, when more than the resources need
 };
 
 /** The image: headers from the gate (ends of ranges, preferably even multiples), sections, imports, resources and
  * directories where the headers say that they are. Images whose code begins behind the first section are laid out as
  * packers do it: a hole, the packed code, the resources. Throws std::invalid_argument when the wishes and the gate
  * contradict each other. */
-PeImage MakeStub(uint32_t entry, const StubWishes &wishes);
+pe::builder::PeImage MakeStub(uint32_t entry, const StubWishes &wishes);
 
 /** The same for any accepted values, without a gate. */
-PeImage MakeStub(const GatePath &path, const StubWishes &wishes);
+pe::builder::PeImage MakeStub(const GatePath &path, const StubWishes &wishes);
 
 } // namespace tavrik::samples
 

@@ -1,6 +1,6 @@
 #include "database/generator/archetypes.h"
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 using Text = std::string_view;
@@ -428,4 +428,4 @@ std::span<const std::string_view> OddSectionNames() {
     return kOddSections;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -7,7 +7,7 @@
 #include <span>
 #include <string_view>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// Who made the file's headers and sections.
 enum class Toolchain : uint8_t {
@@ -62,6 +62,6 @@ std::span<const std::string_view> ResourceTypeNames();
 /// Section names of packers and protectors, beside the usual ones.
 std::span<const std::string_view> OddSectionNames();
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

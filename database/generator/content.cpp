@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 // An instruction: its fixed bytes, then an operand.
@@ -175,4 +175,4 @@ std::string ExpandText(std::string_view text, std::string_view family, Random &r
     return expanded;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -3,7 +3,7 @@
 #define TAVRIK_DATABASE_GENERATOR_CONTENT_H
 
 #include "database/generator/random.h"
-#include "rulelang/model.h"
+#include "rules/model.h"
 
 #include <bitset>
 #include <cstdint>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 using Bytes = std::vector<uint8_t>;
 
@@ -48,6 +48,6 @@ struct Content {
 /// Fills in a text's template: %f the family, %h a host, %n a number, %x hexadecimal digits, %w a new word.
 std::string ExpandText(std::string_view text, std::string_view family, Random &random);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

@@ -10,7 +10,7 @@ file(
     "// Made by embed_texts.cmake.
 #include \"database/generator/written_rules.h\"
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 namespace {
 
@@ -23,5 +23,5 @@ std::span<const WrittenText> WrittenTexts() {
     return kTexts;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 ")

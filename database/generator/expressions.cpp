@@ -3,7 +3,7 @@
 #include <iterator>
 #include <stdexcept>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 struct Sized {
@@ -78,4 +78,4 @@ ExpressionPool MakeExpressions(std::size_t count, const std::set<std::string> &t
     return pool;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

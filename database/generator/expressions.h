@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// Expressions by their number of letters.
 using ExpressionPool = std::map<std::size_t, std::vector<std::string>>;
@@ -18,6 +18,6 @@ using ExpressionPool = std::map<std::size_t, std::vector<std::string>>;
 /// authors write most are among them.
 ExpressionPool MakeExpressions(std::size_t count, const std::set<std::string> &taken, Random &random);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

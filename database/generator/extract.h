@@ -10,7 +10,7 @@
 
 #include <string>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// What the features of one rule are picked from.
 struct Source {
@@ -33,6 +33,6 @@ void ExtractMeasures(const Source &source, rules::Rule &rule);
 /// The rule of a plan, with all its lists.
 rules::Rule ExtractRule(const RulePlan &plan, const Specimen &specimen);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

@@ -1,13 +1,13 @@
 // Strings and measures: conditions on the contents.
 #include "database/generator/extract.h"
 
-#include "rulelang/crc32.h"
+#include "base/crc32.h"
 
 #include <algorithm>
 #include <set>
 #include <stdexcept>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 using rules::Measure;
@@ -268,7 +268,7 @@ private:
         if (std::ranges::any_of(list_, is_same))
             return 0;
         if (condition.measure == Measure::kCrc32) {
-            condition.bits = rules::Crc32(bytes);
+            condition.bits = base::Crc32(bytes);
             list_.push_back(condition);
             return 1;
         }
@@ -307,4 +307,4 @@ void ExtractMeasures(const Source &source, rules::Rule &rule) {
     Measures(source, rule).Extract();
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -1,12 +1,12 @@
 // Headers, sections and Visual Basic objects: conditions on numbers.
 #include "database/generator/extract.h"
 
-#include "rulelang/rule_numbers.h"
+#include "rules/numbers.h"
 
 #include <algorithm>
 #include <set>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 using rules::HeaderCondition;
@@ -367,4 +367,4 @@ void ExtractObjects(const Source &source, rules::Rule &rule) {
     rule.member_names = std::move(members);
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

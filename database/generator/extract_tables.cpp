@@ -1,11 +1,11 @@
 // Imports, exports and resources: conditions on the tables that sections hold.
 #include "database/generator/extract.h"
 
-#include "rulelang/crc32.h"
+#include "base/crc32.h"
 
 #include <algorithm>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 using rules::Operator;
@@ -129,7 +129,7 @@ void AddResourceEntries(const Source &source, std::vector<rules::ResourceEntry> 
         entry.language = random.Chance(kLanguagePercent) ? found->language : uint16_t{0};
         const bool is_any = entry.id == rules::kAnyResource && entry.name.empty();
         if (is_any || random.Chance(kChecksumPercent))
-            entry.crc32 = rules::Crc32(source.facts.Bytes(found->data));
+            entry.crc32 = base::Crc32(source.facts.Bytes(found->data));
         list.push_back(std::move(entry));
         resources.erase(found);
     }
@@ -149,4 +149,4 @@ void ExtractTables(const Source &source, rules::Rule &rule) {
     rule.resource_strings = source.specimen.resource_strings;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 void FailShort(const RulePlan &plan, std::string_view what) {
     throw std::logic_error("rule " + std::to_string(plan.rule_id) + " \"" + plan.detection_name +
@@ -61,4 +61,4 @@ std::optional<std::vector<uint8_t>> Generator::SpecimenImage(std::size_t place) 
     return plan ? std::optional(MakeSpecimen(*plan).image) : std::nullopt;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

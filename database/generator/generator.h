@@ -3,14 +3,14 @@
 #define TAVRIK_DATABASE_GENERATOR_GENERATOR_H
 
 #include "database/generator/plan.h"
-#include "rulelang/model.h"
+#include "rules/model.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 class Generator {
 public:
@@ -36,6 +36,6 @@ private:
     std::vector<Slot> slots_;
 };
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

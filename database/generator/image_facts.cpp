@@ -4,9 +4,9 @@
 #include <array>
 #include <cstring>
 
-#include "rulelang/rule_numbers.h"
+#include "rules/numbers.h"
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 using rules::FindField;
@@ -492,4 +492,4 @@ uint32_t EntropyInThousandths(std::span<const uint8_t> bytes) {
     return static_cast<uint32_t>((entropy * 1000 + (uint64_t{1} << (kFraction - 1))) >> kFraction);
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -3,8 +3,8 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_IMAGE_FACTS_H
 #define TAVRIK_DATABASE_GENERATOR_IMAGE_FACTS_H
 
-#include "rulelang/names.h"
-#include "tavrik2/pe/section_header.h"
+#include "rules/names.h"
+#include "tavrik2/section_header.h"
 
 #include <cstdint>
 #include <optional>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// A stretch of the file: offset and length in bytes.
 struct Stretch {
@@ -105,6 +105,6 @@ private:
 /// The Shannon entropy of the bytes in thousandths of a bit a byte, by integer arithmetic; exact to one unit.
 uint32_t EntropyInThousandths(std::span<const uint8_t> bytes);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

@@ -1,8 +1,8 @@
 #include "database/generator/names.h"
 
-#include "rulelang/model.h"
+#include "rules/model.h"
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 constexpr std::string_view kStarts[] = {"Br", "D", "Dr", "F",  "G",  "Gr", "H",  "J", "K",  "Kr", "L", "M", "N", "P",
@@ -54,4 +54,4 @@ std::string DetectionNames::Next(std::string_view category, const std::string &f
     }
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// An invented word of 4 to 8 letters, the same for the same number.
 std::string FamilyWord(uint64_t seed);
@@ -30,6 +30,6 @@ private:
     std::set<std::string> used_;
 };
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

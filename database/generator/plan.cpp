@@ -3,19 +3,18 @@
 #include "database/generator/expressions.h"
 #include "database/generator/names.h"
 #include "database/generator/random.h"
-#include "rulelang/profile.h"
-#include "rulelang/rule_numbers.h"
+#include "database/profile/profile.h"
+#include "rules/numbers.h"
 
 #include <algorithm>
 #include <map>
 #include <set>
 #include <stdexcept>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
-namespace profile = rules::profile;
-using rules::ListProfile;
+using profile::ListProfile;
 using rules::Rule;
 using rules::RuleSet;
 
@@ -251,14 +250,14 @@ private:
     }
 
     static std::size_t RulesLeft(const RuleSet &written, List list) {
-        const ListProfile &published = rules::ListProfiles()[list];
+        const ListProfile &published = profile::ListProfiles()[list];
         return Room::Rest(published.rules,
                           static_cast<std::size_t>(std::ranges::count_if(
                               written.rules, [&](const Rule &rule) { return published.size(rule) != 0; })));
     }
 
     std::size_t ElementsLeft(List list) const {
-        const ListProfile &published = rules::ListProfiles()[list];
+        const ListProfile &published = profile::ListProfiles()[list];
         std::size_t used = 0;
         for (const Rule &rule : written_.rules)
             used += published.size(rule);
@@ -270,9 +269,9 @@ private:
     void Share(List list, const Plans &users, std::size_t elements, uint32_t smallest, uint32_t most,
                bool first_largest) {
         constexpr uint32_t kSpread = 256;
-        const auto largest = static_cast<uint32_t>(rules::ListProfiles()[list].largest);
+        const auto largest = static_cast<uint32_t>(profile::ListProfiles()[list].largest);
         if (users.empty() || elements < users.size() * smallest)
-            throw std::invalid_argument("too many elements of " + std::string(rules::ListProfiles()[list].name) +
+            throw std::invalid_argument("too many elements of " + std::string(profile::ListProfiles()[list].name) +
                                         " are in hand-written rules");
         std::vector<uint64_t> weights;
         uint64_t sum = 0;
@@ -442,7 +441,7 @@ private:
     // Distinct keys within a rule: string table entries in a few rules, manifests in some, versions in most.
     void ChooseStringKeys(Plans &users) {
         std::size_t table_strings = room_.Elements(
-            rules::ListProfiles()[kResourceStrings].elements - profile::kNamedStringKeys, &Rule::resource_strings,
+            profile::ListProfiles()[kResourceStrings].elements - profile::kNamedStringKeys, &Rule::resource_strings,
             [](const auto &text) { return text.key >= profile::kNamedStringKeyLimit; });
         for (RulePlan *plan : users) {
             const uint32_t count = plan->counts[kResourceStrings];
@@ -700,4 +699,4 @@ std::vector<Slot> PlanTable(const RuleSet &written) {
     return Planner(written).Plan();
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

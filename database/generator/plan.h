@@ -4,14 +4,14 @@
 #define TAVRIK_DATABASE_GENERATOR_PLAN_H
 
 #include "database/generator/archetypes.h"
-#include "rulelang/model.h"
+#include "rules/model.h"
 
 #include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// The sixteen lists in the order of the record.
 enum List : std::size_t {
@@ -85,6 +85,6 @@ struct Slot {
 /// std::invalid_argument with a sentence that says what in `written` leaves the generator no room.
 std::vector<Slot> PlanTable(const rules::RuleSet &written);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// Spreads the bits of `value`; equal seeds in, equal seeds out.
 constexpr uint64_t Mix(uint64_t value) {
@@ -51,6 +51,6 @@ private:
     uint64_t state_;
 };
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

@@ -1,18 +1,18 @@
 #include "database/generator/resources.h"
 
 #include "database/generator/names.h"
-#include "rulelang/names.h"
+#include "rules/names.h"
 
 #include <algorithm>
 #include <map>
 #include <set>
 #include <tuple>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
-using samples::Resource;
-using samples::ResourceId;
+using pe::builder::Resource;
+using pe::builder::ResourceId;
 
 constexpr uint16_t kEnglish = 0x409;
 constexpr uint16_t kLanguages[] = {kEnglish, kEnglish, kEnglish, kEnglish, kEnglish, kEnglish, 0x804, 0x419};
@@ -55,15 +55,15 @@ private:
                random_.Chance(60);
     }
 
-    bool Add(ResourceId type, ResourceId name, uint16_t language, samples::Bytes data) {
+    bool Add(ResourceId type, ResourceId name, uint16_t language, base::Bytes data) {
         if (!used_.emplace(type, name, language).second)
             return false;
         planned_.table.resources.push_back({type, name, language, std::move(data)});
         return true;
     }
 
-    samples::Bytes Data(uint32_t least, uint32_t most) {
-        samples::Bytes data(random_.Between(least, most));
+    base::Bytes Data(uint32_t least, uint32_t most) {
+        base::Bytes data(random_.Between(least, most));
         for (uint8_t &byte : data)
             byte = random_.Chance(50) ? random_.NextByte() : 0;
         data.front() = static_cast<uint8_t>(data.front() | 1);
@@ -85,7 +85,7 @@ private:
             ResourceId name = number;
             if (is_named)
                 name = Wide(random_.Pick(ResourceNames()));
-            const samples::Bytes data = Data(0x18, 0x60);
+            const base::Bytes data = Data(0x18, 0x60);
             while (!Add(type, name, language_, data))
                 name = ++number;
         }
@@ -166,7 +166,7 @@ private:
     }
 
     void AddStrings() {
-        samples::VersionInfo version;
+        pe::builder::VersionInfo version;
         version.language = language_;
         bool has_version = plan_.string_keys.empty() && random_.Chance(30);
         bool has_manifest = false;
@@ -216,7 +216,7 @@ private:
         AddStringTable(table);
     }
 
-    std::string AddVersionString(samples::VersionInfo &version, uint32_t key) {
+    std::string AddVersionString(pe::builder::VersionInfo &version, uint32_t key) {
         std::string name(rules::NameOf(rules::ResourceKeys(), key));
         if (key == kAssemblyVersion)
             name = "Assembly Version";
@@ -242,7 +242,7 @@ private:
         }
     }
 
-    static samples::Bytes LayManifest(const std::map<std::string, std::string> &manifest) {
+    static base::Bytes LayManifest(const std::map<std::string, std::string> &manifest) {
         const std::string text =
             "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\r\n"
             "<assembly xmlns=\"urn:schemas-microsoft-com:asm.v1\" manifestVersion=\"1.0\">\r\n"
@@ -253,7 +253,7 @@ private:
             "name=\"Microsoft.Windows.Common-Controls\" version=\"6.0.0.0\" processorArchitecture=\"X86\"/>"
             "</dependentAssembly></dependency>\r\n<requestedExecutionLevel level=\"" +
             manifest.at("level") + "\" uiAccess=\"false\"/>\r\n</assembly>\r\n";
-        return samples::Bytes(text.begin(), text.end());
+        return base::Bytes(text.begin(), text.end());
     }
 
     // Blocks of 16 strings, each with its length before it.
@@ -262,7 +262,7 @@ private:
         for (const auto &[number, text] : table)
             blocks[number / kStringsOfBlock][number % kStringsOfBlock] = text;
         for (auto &[block, texts] : blocks) {
-            samples::ByteWriter writer;
+            base::ByteWriter writer;
             for (uint32_t i = 0; i < kStringsOfBlock; ++i) {
                 const std::u16string text = Wide(texts[i]);
                 writer.U16(static_cast<uint32_t>(text.size()));
@@ -286,4 +286,4 @@ PlannedResources MakeResources(const RulePlan &plan, const std::string &family, 
     return Resources(plan, family, random).Make();
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

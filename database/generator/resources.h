@@ -4,15 +4,15 @@
 
 #include "database/generator/plan.h"
 #include "database/generator/random.h"
-#include "samples/pe_tables.h"
+#include "pe/builder/tables.h"
 
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 struct PlannedResources {
-    samples::ResourceTable table;
+    pe::builder::ResourceTable table;
     std::vector<rules::ResourceString> strings;
     std::vector<rules::ResourceTypeEntry> types;
 };
@@ -20,6 +20,6 @@ struct PlannedResources {
 /// The resources of the plan's specimen. Nothing is in the table when the program has none.
 PlannedResources MakeResources(const RulePlan &plan, const std::string &family, Random &random);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

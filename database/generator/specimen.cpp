@@ -2,18 +2,18 @@
 
 #include "database/generator/names.h"
 #include "database/generator/resources.h"
-#include "rulelang/rule_numbers.h"
-#include "samples/pe_builder.h"
+#include "pe/builder/builder.h"
+#include "rules/numbers.h"
 
 #include <algorithm>
 #include <cstring>
 #include <set>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
-using samples::Piece;
-using samples::Section;
+using pe::builder::Piece;
+using pe::builder::Section;
 
 constexpr uint32_t kFirstAddress = 0x1000;
 constexpr uint32_t kSelectableSections = 34;
@@ -113,7 +113,7 @@ public:
         for (const Shape &shape : shapes_)
             AddSection(shape);
         AddOverlay();
-        const samples::PeFile file = image_.Build();
+        const pe::builder::PeFile file = image_.Build();
         specimen_.image = file.bytes;
         Finish(file);
         specimen_.resource_strings = std::move(resources_.strings);
@@ -151,7 +151,7 @@ private:
             (archetype_.toolchain == Toolchain::kMsvc14 || archetype_.toolchain == Toolchain::kDriver) &&
             random_.Chance(35) && !Measures(kDataRegion);
 
-        samples::Headers &headers = image_.headers;
+        pe::builder::Headers &headers = image_.headers;
         headers.MajorLinkerVersion = linker.major;
         headers.MinorLinkerVersion = linker.minor;
         headers.Characteristics = linker.program_characteristics;
@@ -200,7 +200,7 @@ private:
             constexpr uint32_t kDans = 0x536E6144;
             constexpr uint32_t kRich = 0x68636952;
             const uint32_t key = random_.Next32();
-            samples::ByteWriter rich;
+            base::ByteWriter rich;
             rich.U32(kDans ^ key);
             for (int i = 0; i < 3; ++i)
                 rich.U32(key);
@@ -380,7 +380,7 @@ private:
         if (!content.bytes.empty()) {
             Piece piece{.content = std::move(content.bytes), .offset = 0};
             if (shape.fill == Fill::kRelocations)
-                piece.directory = samples::kRelocationDirectory;
+                piece.directory = pe::builder::kRelocationDirectory;
             section.pieces.push_back(std::move(piece));
         }
         if (index == ImportSection())
@@ -391,13 +391,13 @@ private:
             section.pieces.push_back({.content = Bytes(random_.Between(16, 48), uint8_t{0x2E})});
         image_.sections.push_back(std::move(section));
         // Where the next section stands follows from a trial of this one alone.
-        samples::PeImage trial;
+        pe::builder::PeImage trial;
         trial.is_pe32_plus = image_.is_pe32_plus;
         trial.sections = {image_.sections.back()};
         const SectionHeader laid = trial.Build().sections.front();
         const uint32_t virtual_size = laid.VirtualSize;
         const uint32_t raw_size = laid.SizeOfRawData;
-        next_address_ = samples::AlignUp(next_address_ + std::max({virtual_size, raw_size, 1U}), 0x1000);
+        next_address_ = base::AlignUp(next_address_ + std::max({virtual_size, raw_size, 1U}), 0x1000);
     }
 
     // The text stands exactly at the position that windows can just name.
@@ -419,7 +419,7 @@ private:
 
     void AddClrHeader(Content &content) {
         constexpr uint32_t kClrHeaderSize = 72;
-        samples::ByteWriter header;
+        base::ByteWriter header;
         header.U32(kClrHeaderSize);
         header.U32(random_.Chance(70) ? 0x50002 : 0x20002); // runtime version
         header.U32(next_address_ + 0x200);
@@ -455,7 +455,7 @@ private:
             section.pieces.push_back({.content = MakeExports()});
     }
 
-    samples::ImportTable MakeImports() {
+    pe::builder::ImportTable MakeImports() {
         constexpr uint32_t kAllModules = 21;
         constexpr uint32_t kFewFunctions = 8;
         std::vector<const ModuleFunctions *> modules;
@@ -477,10 +477,10 @@ private:
         if (Has(trait::kFewImports) && modules.size() > 3)
             modules.resize(3);
 
-        samples::ImportTable table;
+        pe::builder::ImportTable table;
         uint32_t left = kFewFunctions;
         for (const ModuleFunctions *module : modules) {
-            samples::ImportedModule imported{SpellModule(*module), {}};
+            pe::builder::ImportedModule imported{SpellModule(*module), {}};
             const uint32_t available = static_cast<uint32_t>(module->functions.size());
             uint32_t count = random_.Between(std::min(3U, available), std::min(16U, available));
             count = std::max(count, std::min(plan_.counts[kImportFunctions], available));
@@ -514,8 +514,8 @@ private:
                                                                                                        : "kernel32.dll";
     }
 
-    samples::ExportTable MakeExports() {
-        samples::ExportTable table;
+    pe::builder::ExportTable MakeExports() {
+        pe::builder::ExportTable table;
         table.module_name =
             random_.Chance(50) ? std::string(random_.Pick(ExportModules())) : SmallWord(random_) + ".dll";
         const uint32_t count = std::max(plan_.counts[kExportFunctions], random_.Between(1, 5));
@@ -556,7 +556,7 @@ private:
         Patch(place + 4, size);
     }
 
-    void Finish(const samples::PeFile &file) {
+    void Finish(const pe::builder::PeFile &file) {
         if (archetype_.toolchain == Toolchain::kDelphi) { // this linker's own DOS header
             constexpr uint16_t kWords[] = {0x5A4D, 0x50, 2, 0, 4, 0xF, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40, 0x1A};
             for (std::size_t i = 0; i < std::size(kWords); ++i)
@@ -589,7 +589,7 @@ private:
             specimen_.image.resize(specimen_.image.size() - random_.Between(0x30, 0xA0));
     }
 
-    void SetTls(const samples::PeFile &file) {
+    void SetTls(const pe::builder::PeFile &file) {
         constexpr uint8_t kTlsRegion = 69;
         constexpr uint32_t kTlsSize = 0x18;
         std::size_t section = file.sections.size();
@@ -604,7 +604,7 @@ private:
     }
 
     // Linkers write how much of a section is used; the raw size is rounded up.
-    void ShrinkSections(const samples::PeFile &file) {
+    void ShrinkSections(const pe::builder::PeFile &file) {
         constexpr uint32_t kSlack = 0x1A0;
         uint32_t headers = 0;
         std::memcpy(&headers, specimen_.image.data() + 0x3C, sizeof headers);
@@ -614,7 +614,7 @@ private:
             if (raw_size == 0 || archetype_.toolchain == Toolchain::kPacker)
                 continue;
             const uint32_t place = table + 40 * static_cast<uint32_t>(i) + 8;
-            const uint32_t room = samples::AlignUp(raw_size, 0x1000);
+            const uint32_t room = base::AlignUp(raw_size, 0x1000);
             Patch(place,
                   shapes_[i].fill == Fill::kData ? random_.Between(raw_size, room) : raw_size - random_.Below(kSlack));
         }
@@ -627,7 +627,7 @@ private:
     std::string word_;     // of the family
     std::vector<Shape> shapes_;
     PlannedResources resources_;
-    samples::PeImage image_;
+    pe::builder::PeImage image_;
     uint32_t image_base_ = 0;
     uint32_t next_address_ = kFirstAddress;
     uint32_t loader_code_ = 0;  // into the loader's section
@@ -644,4 +644,4 @@ Specimen MakeSpecimen(const RulePlan &plan) {
     return Maker(plan).Make();
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// An image's bytes, with what its author knew when writing it.
 struct Specimen {
@@ -26,6 +26,6 @@ struct Specimen {
 /// The specimen of `plan`; the same for equal plans.
 Specimen MakeSpecimen(const RulePlan &plan);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

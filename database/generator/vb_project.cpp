@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 constexpr uint32_t kSignature = 0x21354256;
@@ -278,4 +278,4 @@ VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_
     return project;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 struct VbObject {
     std::string name;
@@ -25,6 +25,6 @@ struct VbProject {
 /// Lays out a project for a section that stands at `address`, a virtual address.
 VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_t address, Random &random);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

@@ -6,7 +6,7 @@
 #include <span>
 #include <stdexcept>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 namespace {
 
 constexpr uint64_t kSeed = 0x68616E64;
@@ -187,4 +187,4 @@ std::optional<RulePlan> WrittenPlan(uint32_t rule_id) {
     return plan;
 }
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator

@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 /// The rule ids that have a specimen here, ascending.
 std::vector<uint32_t> WrittenIds();
@@ -16,6 +16,6 @@ std::vector<uint32_t> WrittenIds();
 /// The plan of the specimen of a hand-written rule; nothing for an id that has none. Only what shapes the image is set.
 std::optional<RulePlan> WrittenPlan(uint32_t rule_id);
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

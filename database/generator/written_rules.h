@@ -2,12 +2,12 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_WRITTEN_RULES_H
 #define TAVRIK_DATABASE_GENERATOR_WRITTEN_RULES_H
 
-#include "rulelang/model.h"
+#include "rules/model.h"
 
 #include <span>
 #include <string_view>
 
-namespace tavrik::rulegen {
+namespace tavrik::generator {
 
 struct WrittenText {
     std::string_view file; ///< its name, without a folder
@@ -21,6 +21,6 @@ std::span<const WrittenText> WrittenTexts();
 /// std::logic_error when a text has errors.
 rules::RuleSet WrittenRules();
 
-} // namespace tavrik::rulegen
+} // namespace tavrik::generator
 
 #endif

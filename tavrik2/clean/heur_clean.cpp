@@ -1,4 +1,4 @@
-#include "tavrik2/clean/heur_clean.h"
+#include "tavrik2/heur_clean.h"
 
 namespace tavrik2 {
 namespace {

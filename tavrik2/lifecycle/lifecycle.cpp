@@ -1,8 +1,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tavrik2/host_config.h"
 #include "tavrik2/lifecycle/companions.h"
-#include "tavrik2/lifecycle/host_config.h"
 #include "tavrik2/lifecycle/platform.h"
 #include "tavrik2/rules/preparation.h"
 

@@ -5,8 +5,8 @@
 #ifndef TAVRIK2_LIFECYCLE_PLATFORM_H
 #define TAVRIK2_LIFECYCLE_PLATFORM_H
 
-#include "../abi.h"
-#include "host_config.h"
+#include "tavrik2/abi.h"
+#include "tavrik2/host_config.h"
 
 TAVRIK_EXTERN_C_BEGIN
 

@@ -5,7 +5,7 @@
 #ifndef TAVRIK2_LOCATORS_LOCATORS_H
 #define TAVRIK2_LOCATORS_LOCATORS_H
 
-#include "tavrik2/locators/gate.h"
+#include "tavrik2/locators/gate/gate.h"
 #include "tavrik2/locators/target_file.h"
 
 namespace tavrik2 {

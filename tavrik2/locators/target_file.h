@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "tavrik2/bytes.h"
-#include "tavrik2/locators/payload_locator.h"
+#include "tavrik2/payload_locator.h"
 #include "tavrik2/pe/rva.h"
 #include "tavrik2/pe/section_table.h"
 #include "tavrik2/pe/stream_io.h"

@@ -1,8 +1,8 @@
 #include "tavrik2/pe/rva.h"
 
-#include "tavrik2/pe/section_header.h"
 #include "tavrik2/pe/section_table.h"
 #include "tavrik2/pe/stream_io.h"
+#include "tavrik2/section_header.h"
 
 namespace tavrik2 {
 namespace {

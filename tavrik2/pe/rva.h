@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "tavrik2/pe/file_stream.h"
+#include "tavrik2/file_stream.h"
 
 namespace tavrik2 {
 

@@ -9,8 +9,8 @@
 
 #include <cstdint>
 
-#include "tavrik2/pe/file_stream.h"
-#include "tavrik2/pe/section_header.h"
+#include "tavrik2/file_stream.h"
+#include "tavrik2/section_header.h"
 
 namespace tavrik2 {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "tavrik2/pe/file_stream.h"
+#include "tavrik2/file_stream.h"
 
 namespace tavrik2 {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "tavrik2/rules/heuristic_rule.h"
+#include "tavrik2/heuristic_rule.h"
 
 namespace tavrik2 {
 

@@ -1,6 +1,6 @@
 /* Where the built modules stand, and a folder of a test's own. */
-#ifndef TAVRIK_TESTS_MODULE_FOLDER_H
-#define TAVRIK_TESTS_MODULE_FOLDER_H
+#ifndef TAVRIK_TESTS_SUPPORT_MODULE_FOLDER_H
+#define TAVRIK_TESTS_SUPPORT_MODULE_FOLDER_H
 
 #include <filesystem>
 #include <fstream>

@@ -1,6 +1,6 @@
 /* PE files that nobody here made: those of the Debian packages that ./run installs. */
-#ifndef TAVRIK_TESTS_PACKAGED_FILES_H
-#define TAVRIK_TESTS_PACKAGED_FILES_H
+#ifndef TAVRIK_TESTS_SUPPORT_PACKAGED_FILES_H
+#define TAVRIK_TESTS_SUPPORT_PACKAGED_FILES_H
 
 #include <algorithm>
 #include <filesystem>

@@ -1,6 +1,6 @@
 /* The byte sequences that the locators find, written down independently of the module. */
-#ifndef TAVRIK_TESTS_PAYLOADS_H
-#define TAVRIK_TESTS_PAYLOADS_H
+#ifndef TAVRIK_TESTS_SUPPORT_PAYLOADS_H
+#define TAVRIK_TESTS_SUPPORT_PAYLOADS_H
 
 #include <string>
 #include <string_view>

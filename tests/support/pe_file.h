@@ -1,12 +1,12 @@
 /* The headers of a PE file, as far as the module reads them from the file itself. */
-#ifndef TAVRIK_TESTS_PE_FILE_H
-#define TAVRIK_TESTS_PE_FILE_H
+#ifndef TAVRIK_TESTS_SUPPORT_PE_FILE_H
+#define TAVRIK_TESTS_SUPPORT_PE_FILE_H
 
 #include <cstring>
 #include <string_view>
 #include <vector>
 
-#include "tavrik2/pe/section_header.h"
+#include "tavrik2/section_header.h"
 #include "tests/support/recording_stream.h"
 
 namespace tavrik::tests {

@@ -1,13 +1,13 @@
 /* A platform in place of platform.hbx and a host in place of the engine. Both write every call of the module into one
  * list of events and fail where they are told to. */
-#ifndef TAVRIK_TESTS_PLATFORM_DOUBLE_H
-#define TAVRIK_TESTS_PLATFORM_DOUBLE_H
+#ifndef TAVRIK_TESTS_SUPPORT_PLATFORM_DOUBLE_H
+#define TAVRIK_TESTS_SUPPORT_PLATFORM_DOUBLE_H
 
 #include <set>
 #include <string>
 #include <vector>
 
-#include "tavrik2/lifecycle/host_config.h"
+#include "tavrik2/host_config.h"
 
 namespace tavrik::tests {
 

@@ -1,11 +1,11 @@
 /* Rules drawn from everything that the rule language can write. */
-#ifndef TAVRIK_TESTS_RANDOM_RULE_H
-#define TAVRIK_TESTS_RANDOM_RULE_H
+#ifndef TAVRIK_TESTS_SUPPORT_RANDOM_RULE_H
+#define TAVRIK_TESTS_SUPPORT_RANDOM_RULE_H
 
 #include <limits>
 #include <random>
 
-#include "rulelang/model.h"
+#include "rules/model.h"
 
 namespace tavrik::tests {
 

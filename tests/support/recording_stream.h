@@ -1,13 +1,13 @@
 /* A FileStream over bytes in memory that writes down every call, so that a test can state a whole call sequence in a
  * line, and that fails where it is told to. */
-#ifndef TAVRIK_TESTS_RECORDING_STREAM_H
-#define TAVRIK_TESTS_RECORDING_STREAM_H
+#ifndef TAVRIK_TESTS_SUPPORT_RECORDING_STREAM_H
+#define TAVRIK_TESTS_SUPPORT_RECORDING_STREAM_H
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-#include "tavrik2/pe/file_stream.h"
+#include "tavrik2/file_stream.h"
 
 namespace tavrik::tests {
 

@@ -1,11 +1,11 @@
 /* A resource directory, written piece by piece so that it can be malformed at will. */
-#ifndef TAVRIK_TESTS_RESOURCE_TREE_H
-#define TAVRIK_TESTS_RESOURCE_TREE_H
+#ifndef TAVRIK_TESTS_SUPPORT_RESOURCE_TREE_H
+#define TAVRIK_TESTS_SUPPORT_RESOURCE_TREE_H
 
 #include <initializer_list>
 #include <utility>
 
-#include "tavrik2/locators/resource_data_entries.h"
+#include "tavrik2/locators/scans/resource_data_entries.h"
 #include "tests/support/pe_file.h"
 
 namespace tavrik::tests {

@@ -1,6 +1,6 @@
 /* tavrik-scan as its users run it, natively, and files for it. */
-#ifndef TAVRIK_TESTS_SCAN_COMMAND_H
-#define TAVRIK_TESTS_SCAN_COMMAND_H
+#ifndef TAVRIK_TESTS_SUPPORT_SCAN_COMMAND_H
+#define TAVRIK_TESTS_SUPPORT_SCAN_COMMAND_H
 
 #include <cstdlib>
 #include <filesystem>
@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include "host/system.h"
+#include "base/system.h"
 #include "samples/samples.h"
 #include "tests/support/module_folder.h"
 
@@ -37,7 +37,7 @@ inline Outcome Shell(const std::string &command) {
 
 /** tavrik-scan of this build, quoted for the shell. */
 inline std::string Program() {
-    return '\'' + (host::ProgramFolder() / "tavrik-scan").string() + '\'';
+    return '\'' + (base::ProgramFolder() / "tavrik-scan").string() + '\'';
 }
 
 /** Runs it without its summary. */

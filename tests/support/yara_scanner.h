@@ -1,6 +1,6 @@
 /* Rules on both sides: in the host, and as tavrik-rules export-yara writes them, in libyara. */
-#ifndef TAVRIK_TESTS_YARA_SCANNER_H
-#define TAVRIK_TESTS_YARA_SCANNER_H
+#ifndef TAVRIK_TESTS_SUPPORT_YARA_SCANNER_H
+#define TAVRIK_TESTS_SUPPORT_YARA_SCANNER_H
 
 #include <algorithm>
 #include <cstdint>
@@ -11,9 +11,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/evaluation/rule_index.h"
-#include "rulelang/record_builder.h"
-#include "rulelang/yara/export.h"
+#include "evaluation/rule_index.h"
+#include "rules/record/record_builder.h"
+#include "rules/yara/export.h"
 
 #include <yara.h> // last: it has macros with plain names
 
@@ -86,7 +86,7 @@ private:
 /** The rules of a set that can be exported. */
 inline rules::RuleSet Exportable(const rules::RuleSet &set) {
     rules::RuleSet selected;
-    for (const std::size_t place : rules::ExportYara(set).exported)
+    for (const std::size_t place : rules::yara::ExportYara(set).exported)
         selected.rules.push_back(set.rules[place]);
     return selected;
 }
@@ -95,14 +95,14 @@ inline rules::RuleSet Exportable(const rules::RuleSet &set) {
 class BothSides {
 public:
     explicit BothSides(const rules::RuleSet &set)
-        : records_(set), index_(records_.rules()), yara_(rules::ExportYara(set).text) {
+        : records_(set), index_(records_.rules()), yara_(rules::yara::ExportYara(set).text) {
         for (uint32_t place = 0; place < set.rules.size(); ++place)
-            places_.emplace(rules::YaraRuleName(set, place), place);
+            places_.emplace(rules::yara::YaraRuleName(set, place), place);
     }
 
     std::vector<uint32_t> MatchOurs(std::span<const uint8_t> bytes) const {
-        host::MemorySource source(bytes);
-        host::Features features(source);
+        base::MemorySource source(bytes);
+        evaluation::Features features(source);
         return index_.Match(features);
     }
 
@@ -118,8 +118,8 @@ public:
     YaraScanner &yara() { return yara_; }
 
 private:
-    rules::RecordSet records_;
-    host::RuleIndex index_;
+    rules::record::RecordSet records_;
+    evaluation::RuleIndex index_;
     YaraScanner yara_;
     std::unordered_map<std::string, uint32_t> places_;
 };

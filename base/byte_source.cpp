@@ -1,0 +1,96 @@
+#include "base/byte_source.h"
+
+#include <algorithm>
+#include <cstring>
+#include <system_error>
+
+namespace tavrik::base {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kNoRegularFile[] = "is a device, pipe or socket; only regular files can be scanned";
+
+constexpr char kNoSuchFile[] = "no such file; check the name, or whether it has gone";
+
+std::string Advice(const std::error_code &error) {
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+        return kNoSuchFile;
+    if (error == std::errc::permission_denied)
+        return "permission denied; run as a user who may read it";
+    if (error == std::errc::too_many_symbolic_link_levels)
+        return "a loop of symbolic links";
+    return error.message();
+}
+
+// Opening a device may do anything, so the kind is looked at first.
+void RequireRegularFile(const fs::path &path) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    switch (status.type()) {
+    case fs::file_type::regular:
+        return;
+    case fs::file_type::directory:
+        throw OpenError("is a folder; name a file");
+    case fs::file_type::none:
+        throw OpenError(Advice(error));
+    case fs::file_type::not_found:
+        throw OpenError(kNoSuchFile);
+    default:
+        throw OpenError(kNoRegularFile);
+    }
+}
+
+RegularFile Open(const fs::path &path, bool for_writing) {
+    RequireRegularFile(path);
+    try {
+        return RegularFile(path, for_writing);
+    } catch (const std::system_error &error) {
+        throw OpenError(error.code() == std::errc::not_supported ? kNoRegularFile : Advice(error.code()));
+    }
+}
+
+} // namespace
+
+FileSource::FileSource(const fs::path &path, Access access) : file_(Open(path, access == Access::ReadWrite)) {}
+
+std::size_t FileSource::ReadFromFile(uint64_t offset, void *buffer, std::size_t length) {
+    std::error_code error;
+    const std::size_t count = file_.ReadAt(offset, buffer, length, error);
+    if (!error)
+        return count;
+    error_ = "cannot be read at offset " + std::to_string(offset) + ": " + error.message();
+    return 0;
+}
+
+std::size_t FileSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
+    if (length == 0 || offset >= size() || !error_.empty())
+        return 0;
+    length = static_cast<std::size_t>(std::min<uint64_t>(length, size() - offset));
+    const auto start = static_cast<std::size_t>(offset % kPageSize);
+    if (length > kPageSize - start)
+        return ReadFromFile(offset, buffer, length);
+    if (page_length_ == 0 || page_offset_ != offset - start) {
+        if (page_ == nullptr)
+            page_.reset(new uint8_t[kPageSize]);
+        page_offset_ = offset - start;
+        const auto left = static_cast<std::size_t>(std::min<uint64_t>(kPageSize, size() - page_offset_));
+        page_length_ = ReadFromFile(page_offset_, page_.get(), left);
+    }
+    if (start >= page_length_)
+        return 0;
+    length = std::min(length, page_length_ - start);
+    std::memcpy(buffer, page_.get() + start, length);
+    return length;
+}
+
+std::size_t MemorySource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
+    if (length == 0 || offset >= bytes_.size())
+        return 0;
+    const std::size_t count = std::min<std::size_t>(length, bytes_.size() - static_cast<std::size_t>(offset));
+    std::memcpy(buffer, bytes_.data() + offset, count);
+    return count;
+}
+
+} // namespace tavrik::base

@@ -1,0 +1,84 @@
+/* Where the host reads bytes from: a file or memory. */
+#ifndef TAVRIK_BASE_BYTE_SOURCE_H
+#define TAVRIK_BASE_BYTE_SOURCE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include "base/regular_file.h"
+
+namespace tavrik::base {
+
+/** Bytes that are read by their position. One source serves one thread at a time. */
+class ByteSource {
+public:
+    virtual ~ByteSource() = default;
+
+    /** The number of bytes, as it was when the source was opened. */
+    virtual uint64_t size() const = 0;
+
+    /** Reads up to `length` bytes from `offset` (from the start) into `buffer`. Returns how many were read: fewer at
+     * the end, 0 beyond it and after a failure. */
+    virtual std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) = 0;
+
+    /** All the bytes, when they are in memory and stay there for the life of the source; otherwise nothing. */
+    virtual std::span<const uint8_t> InMemory() const { return {}; }
+
+    /** The reason of the first read that failed; "" while none has. */
+    virtual const std::string &error() const = 0;
+};
+
+/** A file could not be opened; the text says why and what to do, without the file's name. */
+class OpenError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/** A regular file of any size. Small reads near each other cost the system one. */
+class FileSource final : public ByteSource {
+public:
+    enum class Access { Read, ReadWrite };
+
+    /** Opens the file; throws OpenError when it is no regular file or may not be opened. Never creates or changes it.
+     */
+    explicit FileSource(const std::filesystem::path &path, Access access = Access::Read);
+
+    uint64_t size() const override { return file_.size(); }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
+    const std::string &error() const override { return error_; }
+
+private:
+    static constexpr std::size_t kPageSize = 16 * 1024;
+
+    std::size_t ReadFromFile(uint64_t offset, void *buffer, std::size_t length);
+
+    RegularFile file_;
+    std::unique_ptr<uint8_t[]> page_; // the one that was read last
+    uint64_t page_offset_ = 0;        // in the file; a multiple of its size
+    std::size_t page_length_ = 0;     // 0 while there is none
+    std::string error_;
+};
+
+/** A block of memory, which must outlive the source. */
+class MemorySource final : public ByteSource {
+public:
+    explicit MemorySource(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+    uint64_t size() const override { return bytes_.size(); }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
+    std::span<const uint8_t> InMemory() const override { return bytes_; }
+    const std::string &error() const override { return error_; }
+
+private:
+    std::span<const uint8_t> bytes_;
+    std::string error_;
+};
+
+} // namespace tavrik::base
+
+#endif

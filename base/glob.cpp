@@ -1,0 +1,82 @@
+#include "base/glob.h"
+
+#include <cstddef>
+
+namespace tavrik::base {
+
+namespace {
+
+// Whether the byte is in the set between the brackets, `set` being what stands there.
+bool InSet(std::string_view set, char byte) {
+    const bool wanted = set.front() != '!';
+    if (!wanted)
+        set.remove_prefix(1);
+    const auto value = static_cast<unsigned char>(byte);
+    for (std::size_t i = 0; i < set.size(); ++i) {
+        const auto low = static_cast<unsigned char>(set[i]);
+        const bool is_range = i + 2 < set.size() && set[i + 1] == '-';
+        const auto high = is_range ? static_cast<unsigned char>(set[i + 2]) : low;
+        if (low <= value && value <= high)
+            return wanted;
+        i += is_range ? 2 : 0;
+    }
+    return !wanted;
+}
+
+// The length of the character that begins the text, in bytes.
+std::size_t CharacterLength(std::string_view text) {
+    std::size_t length = 1;
+    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+        ++length;
+    return length;
+}
+
+// Where one element of a pattern and what it takes of a text end; both 0 when it does not meet the text's beginning.
+struct Taken {
+    std::size_t pattern = 0;
+    std::size_t text = 0;
+};
+
+Taken TakeOne(std::string_view pattern, std::string_view text) {
+    if (pattern.empty())
+        return {};
+    if (pattern[0] == '?')
+        return {1, CharacterLength(text)};
+    if (pattern[0] == '[') {
+        // A bracket right at the beginning belongs to the set.
+        const std::size_t begin = pattern.size() > 1 && pattern[1] == '!' ? 2 : 1;
+        const std::size_t end = pattern.find(']', begin + 1);
+        if (end != std::string_view::npos)
+            return InSet(pattern.substr(1, end - 1), text[0]) ? Taken{end + 1, 1} : Taken{};
+    }
+    return pattern[0] == text[0] ? Taken{1, 1} : Taken{};
+}
+
+} // namespace
+
+bool MatchesGlob(std::string_view pattern, std::string_view text) {
+    // Of several "*" only the last met can be asked to take more: what the ones before took is as good as any.
+    std::string_view star_pattern; // behind the last "*"
+    std::string_view star_text;    // behind what it has taken
+    bool has_star = false;
+    while (!text.empty()) {
+        if (!pattern.empty() && pattern[0] == '*') {
+            pattern.remove_prefix(1);
+            has_star = true;
+            star_pattern = pattern;
+            star_text = text;
+        } else if (const Taken taken = TakeOne(pattern, text); taken.pattern != 0) {
+            pattern.remove_prefix(taken.pattern);
+            text.remove_prefix(taken.text);
+        } else if (has_star) {
+            star_text.remove_prefix(1);
+            pattern = star_pattern;
+            text = star_text;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*') == std::string_view::npos;
+}
+
+} // namespace tavrik::base

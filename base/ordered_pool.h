@@ -1,0 +1,153 @@
+/* Work in several threads whose results come out in the order of the jobs. */
+#ifndef TAVRIK_BASE_ORDERED_POOL_H
+#define TAVRIK_BASE_ORDERED_POOL_H
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace tavrik::base {
+
+/** Does work on jobs and hands the results on, in the order in which the jobs came, whichever is done first. At most
+ * kJobsPerThread jobs for each thread are under way, so memory does not grow with their number.
+ *
+ * With one thread everything happens on the caller's. Otherwise results are handed on by the thread that made the one
+ * which the others were waiting behind. */
+template <typename Job, typename Result>
+class OrderedPool {
+public:
+    static constexpr std::size_t kJobsPerThread = 256;
+
+    using Work = std::function<Result(Job &job, unsigned thread)>; // in any thread, `thread` below their number
+    using Deliver = std::function<void(Result &result)>;           // in any thread, one call at a time
+
+    OrderedPool(unsigned threads, Work work, Deliver deliver)
+        : work_(std::move(work)), deliver_(std::move(deliver)), window_(threads * kJobsPerThread) {
+        try {
+            for (unsigned thread = 0; threads > 1 && thread < threads; ++thread)
+                threads_.emplace_back([this, thread] { Run(thread); });
+        } catch (const std::system_error &) {
+            // The system gives no more threads; those that there are do the work.
+        }
+    }
+
+    /** Gives up the jobs that nobody has begun. */
+    ~OrderedPool() { Stop(nullptr); }
+
+    OrderedPool(const OrderedPool &) = delete;
+    OrderedPool &operator=(const OrderedPool &) = delete;
+
+    /** Waits for room and takes a job. Throws what work or delivery threw. */
+    void Submit(Job job) {
+        if (threads_.empty()) {
+            Result result = work_(job, 0);
+            deliver_(result);
+            return;
+        }
+        std::unique_lock lock(mutex_);
+        if (slots_.size() >= window_)
+            // Some room at once, so that the threads do not wake the caller for each job.
+            room_.wait(lock, [this] { return slots_.size() <= window_ / 2 || failure_ != nullptr; });
+        if (failure_ != nullptr)
+            std::rethrow_exception(failure_);
+        slots_.emplace_back(std::move(job));
+        if (idle_ > 0)
+            jobs_.notify_one();
+    }
+
+    /** Waits until every result has been handed on. Throws what work or delivery threw. */
+    void Finish() {
+        std::unique_lock lock(mutex_);
+        room_.wait(lock, [this] { return (slots_.empty() && !delivering_) || failure_ != nullptr; });
+        if (failure_ != nullptr)
+            std::rethrow_exception(failure_);
+    }
+
+private:
+    struct Slot {
+        explicit Slot(Job taken) : job(std::move(taken)) {}
+
+        Job job;
+        std::optional<Result> result;
+    };
+
+    void Run(unsigned thread) {
+        try {
+            for (std::unique_lock lock(mutex_);;) {
+                ++idle_;
+                jobs_.wait(lock, [this] { return next_ < slots_.size() || stopped_; });
+                --idle_;
+                if (stopped_)
+                    return;
+                Slot &slot = slots_[next_++]; // stays where it is while others come and go
+                lock.unlock();
+                Result result = work_(slot.job, thread);
+                lock.lock();
+                slot.result = std::move(result);
+                if (!delivering_)
+                    DeliverWhatIsReady(lock);
+            }
+        } catch (...) {
+            Stop(std::current_exception());
+        }
+    }
+
+    void DeliverWhatIsReady(std::unique_lock<std::mutex> &lock) {
+        delivering_ = true;
+        while (!slots_.empty() && slots_.front().result && !stopped_) {
+            Result result = std::move(*slots_.front().result);
+            slots_.pop_front();
+            --next_;
+            if (slots_.size() == window_ / 2)
+                room_.notify_one();
+            lock.unlock();
+            deliver_(result);
+            lock.lock();
+        }
+        delivering_ = false;
+        if (slots_.empty())
+            room_.notify_one();
+    }
+
+    // Called by a thread that failed, and at the end by the owner, who then waits for all.
+    void Stop(std::exception_ptr failure) {
+        {
+            const std::lock_guard lock(mutex_);
+            stopped_ = true;
+            if (failure_ == nullptr)
+                failure_ = failure;
+        }
+        jobs_.notify_all();
+        room_.notify_all();
+        if (failure == nullptr)
+            for (std::thread &thread : threads_)
+                thread.join();
+    }
+
+    const Work work_;
+    const Deliver deliver_;
+    const std::size_t window_;
+
+    std::mutex mutex_; // guards all below but the threads
+    std::condition_variable jobs_;
+    std::condition_variable room_;
+    std::deque<Slot> slots_; // jobs under way, oldest first; references stay valid at both ends' changes
+    std::size_t next_ = 0;   // the first of slots_ that nobody has begun
+    std::size_t idle_ = 0;   // threads that wait for a job
+    bool delivering_ = false;
+    bool stopped_ = false;
+    std::exception_ptr failure_;
+    std::vector<std::thread> threads_;
+};
+
+} // namespace tavrik::base
+
+#endif

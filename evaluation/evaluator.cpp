@@ -1,0 +1,485 @@
+#include "evaluation/evaluator.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "evaluation/string_search.h"
+#include "rules/expression.h"
+#include "rules/names.h"
+#include "rules/numbers.h"
+
+namespace tavrik::evaluation {
+
+using rules::Item;
+using rules::Operator;
+
+namespace {
+
+constexpr auto kEqual = static_cast<uint8_t>(Operator::kEqual);
+constexpr auto kNotEqual = static_cast<uint8_t>(Operator::kNotEqual);
+
+constexpr uint32_t kExecutable = 0x20000000; // characteristics of a section
+constexpr uint32_t kWritable = 0x80000000;
+
+template <typename List>
+auto ElementsOf(const List &list) {
+    return std::span(list.elements, list.count);
+}
+
+// ---- Numbers -------------------------------------------------------------------------------------------------------
+
+bool MeetsValue(uint8_t op, std::optional<uint32_t> x, uint32_t value) {
+    return x && MeetsNumber(op, *x, value);
+}
+
+// Every element is met, where a run of elements that ask with `==` about the same value is met by one of them.
+template <typename Element, typename IsSameValue, typename IsMet>
+bool EveryRunIsMet(std::span<const Element> elements, IsSameValue is_same_value, IsMet is_met) {
+    for (std::size_t i = 0; i < elements.size();) {
+        const Element &first = elements[i];
+        bool met = is_met(first);
+        for (++i;
+             first.op == kEqual && i < elements.size() && elements[i].op == kEqual && is_same_value(first, elements[i]);
+             ++i)
+            met = met || is_met(elements[i]);
+        if (!met)
+            return false;
+    }
+    return true;
+}
+
+bool MeetsHeader(std::span<const HeaderCondition> elements, Features &features) {
+    return EveryRunIsMet(
+        elements, [](const auto &left, const auto &right) { return left.field == right.field; },
+        [&](const HeaderCondition &e) { return MeetsValue(e.op, features.Header(e.field), e.value); });
+}
+
+std::optional<uint32_t> SectionValue(Features &features, uint16_t selector, uint8_t number) {
+    const std::optional<std::size_t> section = features.SectionOf(selector);
+    const rules::Field *field = rules::FindField(rules::SectionFields(), number);
+    if (!section || field == nullptr)
+        return std::nullopt;
+    const auto *header = reinterpret_cast<const uint8_t *>(&features.sections()[*section]);
+    uint32_t value = 0;
+    std::memcpy(&value, header + field->offset, field->width);
+    return value;
+}
+
+bool MeetsSections(std::span<const SectionCondition> elements, Features &features) {
+    return EveryRunIsMet(
+        elements,
+        [](const auto &left, const auto &right) { return left.section == right.section && left.field == right.field; },
+        [&](const SectionCondition &e) {
+            return MeetsValue(e.op, SectionValue(features, e.section, e.field), e.value);
+        });
+}
+
+bool MeetsImportTable(std::span<const IndexedCondition> elements, Features &features) {
+    return EveryRunIsMet(
+        elements,
+        [](const auto &left, const auto &right) { return left.index == right.index && left.field == right.field; },
+        [&](const IndexedCondition &e) {
+            const auto descriptors = features.Imports().descriptors();
+            return e.index < descriptors.size() && e.field < pe::ImportTable::kFieldCount &&
+                   MeetsNumber(e.op, descriptors[e.index].fields[e.field], e.value);
+        });
+}
+
+bool MeetsObjectFields(std::span<const SecondaryCondition> elements, Features &features) {
+    return EveryRunIsMet(
+        elements,
+        [](const auto &left, const auto &right) { return left.index == right.index && left.field == right.field; },
+        [&](const SecondaryCondition &e) {
+            const rules::Field *field = rules::FindField(rules::ObjectFields(), e.field);
+            return field != nullptr && MeetsValue(e.op, features.Vb().ObjectValue(e.index, *field), e.value);
+        });
+}
+
+bool MeetsMeasure(const MeasureCondition &e, Features &features) {
+    if (e.value_kind == static_cast<uint8_t>(rules::Measure::kCrc32)) {
+        uint32_t value;
+        std::memcpy(&value, e.value, sizeof(value));
+        return MeetsValue(e.op, features.Crc32(e.param_a, e.param_c, e.param_b), value);
+    }
+    double value;
+    std::memcpy(&value, e.value, sizeof(value));
+    if (e.value_kind != static_cast<uint8_t>(rules::Measure::kEntropy) || !std::isfinite(value) ||
+        e.op == static_cast<uint8_t>(Operator::kHasBits))
+        return false;
+    return MeetsValue(e.op, features.Entropy(e.param_a, e.param_c, e.param_b), rules::EntropyThousandths(value));
+}
+
+bool MeetsMeasures(std::span<const MeasureCondition> elements, Features &features) {
+    return EveryRunIsMet(
+        elements,
+        [](const auto &left, const auto &right) {
+            return left.param_a == right.param_a && left.value_kind == right.value_kind &&
+                   left.param_b == right.param_b && left.param_c == right.param_c;
+        },
+        [&](const MeasureCondition &e) { return MeetsMeasure(e, features); });
+}
+
+// ---- Names ---------------------------------------------------------------------------------------------------------
+
+char Lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool AreEqualInEitherCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return Lower(a) == Lower(b); });
+}
+
+// Whether the file's name meets the rule's under the bits of `option`.
+bool IsNamed(std::string_view name, std::string_view wanted, uint8_t option) {
+    if ((option & rules::kNamePrefix) != 0)
+        name = name.substr(0, wanted.size());
+    return (option & rules::kNameCased) != 0 ? name == wanted : AreEqualInEitherCase(name, wanted);
+}
+
+// For a name in a list: whether the list has it as the operator wants.
+bool MeetsPresence(uint8_t op, bool is_there) {
+    return op == kEqual ? is_there : op == kNotEqual && !is_there;
+}
+
+// For the name of one thing, which may be absent.
+template <typename Name, typename IsWanted>
+bool MeetsName(uint8_t op, const std::optional<Name> &name, IsWanted is_wanted) {
+    return name && MeetsPresence(op, is_wanted(*name));
+}
+
+bool IsAnySectionSelector(uint16_t selector) {
+    return selector >= rules::kFirstNameOnlyRole && selector <= rules::kLastNameOnlyRole;
+}
+
+bool IsOfClass(const SectionHeader &section, uint16_t selector) {
+    const bool is_code = (section.Characteristics & kExecutable) != 0;
+    switch (static_cast<rules::SectionRole>(selector)) {
+    case rules::SectionRole::kAnyCode:
+        return is_code;
+    case rules::SectionRole::kAnyData:
+        return !is_code;
+    default:
+        return true;
+    }
+}
+
+bool MeetsSectionName(const SectionNameCondition &e, Features &features) {
+    const std::string_view wanted(e.name, strnlen(e.name, sizeof(e.name)));
+    const auto sections = features.sections();
+    if (IsAnySectionSelector(e.section))
+        return MeetsPresence(e.op, std::any_of(sections.begin(), sections.end(), [&](const SectionHeader &section) {
+                                 return IsOfClass(section, e.section) && SectionName(section) == wanted;
+                             }));
+    const std::optional<std::size_t> section = features.SectionOf(e.section);
+    return section && MeetsPresence(e.op, SectionName(sections[*section]) == wanted);
+}
+
+bool MeetsSectionNames(std::span<const SectionNameCondition> elements, Features &features) {
+    return EveryRunIsMet(
+        elements,
+        [](const auto &left, const auto &right) {
+            return left.section == right.section && !IsAnySectionSelector(left.section);
+        },
+        [&](const SectionNameCondition &e) { return MeetsSectionName(e, features); });
+}
+
+// ---- Imports and exports -------------------------------------------------------------------------------------------
+
+bool IsModule(const ImportModule &e, std::size_t position, const pe::ImportTable::Descriptor &descriptor) {
+    return (e.index == -1 || e.index == static_cast<int>(position)) && descriptor.module &&
+           IsNamed(*descriptor.module, e.name, e.option);
+}
+
+bool MeetsImportModule(const ImportModule &e, Features &features) {
+    const auto descriptors = features.Imports().descriptors();
+    if (e.index != -1) {
+        const auto position = static_cast<std::size_t>(e.index);
+        return e.index >= 0 && position < descriptors.size() &&
+               MeetsName(e.op, descriptors[position].module,
+                         [&](const std::string &name) { return IsNamed(name, e.name, e.option); });
+    }
+    bool is_there = false;
+    for (std::size_t i = 0; i < descriptors.size() && !is_there; ++i)
+        is_there = IsModule(e, i, descriptors[i]);
+    return MeetsPresence(e.op, is_there);
+}
+
+bool MeetsImportFunction(const ImportFunction &e, std::span<const ImportModule> modules, Features &features) {
+    const ImportModule *module =
+        e.index < modules.size() && modules[e.index].op == kEqual ? &modules[e.index] : nullptr;
+    pe::ImportTable &imports = features.Imports();
+    const std::string name = e.name;
+    bool is_there = false;
+    for (std::size_t i = 0; i < imports.descriptors().size() && !is_there; ++i)
+        is_there = (module == nullptr || IsModule(*module, i, imports.descriptors()[i])) &&
+                   imports.FunctionsOf(i).contains(name);
+    return MeetsPresence(e.op, is_there);
+}
+
+bool MeetsExportModule(const ExportName &e, Features &features) {
+    const std::optional<std::string> &module = features.Exports().module();
+    return MeetsPresence(e.op, module && AreEqualInEitherCase(*module, e.name));
+}
+
+// ---- Visual Basic --------------------------------------------------------------------------------------------------
+
+bool MeetsObjectName(const ObjectName &e, Features &features) {
+    return MeetsName(e.op, features.Vb().ObjectName(e.index),
+                     [&](const std::string &name) { return IsNamed(name, e.name, e.option); });
+}
+
+bool MeetsMemberName(const MemberName &e, std::span<const ObjectName> objects, Features &features) {
+    if (e.index >= objects.size())
+        return false;
+    return MeetsName(
+        e.op, features.Vb().MethodNames(objects[e.index].index), [&](const std::vector<std::string> &methods) {
+            return std::any_of(methods.begin(), methods.end(),
+                               [&](const std::string &method) { return IsNamed(method, e.name, e.option); });
+        });
+}
+
+// ---- Resources -----------------------------------------------------------------------------------------------------
+
+bool MeetsResource(const ResourceEntry &e, Features &features) {
+    const std::vector<pe::Resource> &resources = features.Resources().resources;
+    for (std::size_t i = 0; i < resources.size(); ++i)
+        if (IsResourceSelected(e, resources[i]) && (e.value == 0 || features.ResourceCrc32(i) == uint32_t{e.value}))
+            return true;
+    return false;
+}
+
+// ---- Traits --------------------------------------------------------------------------------------------------------
+
+namespace field = rules::header_field;
+namespace trait = rules::trait;
+
+bool HasTrait(uint32_t trait, Features &features) {
+    const auto section_has = [&](rules::SectionRole role, uint32_t characteristic) {
+        const std::optional<std::size_t> section = features.SectionOf(static_cast<uint16_t>(role));
+        return section && (features.sections()[*section].Characteristics & characteristic) != 0;
+    };
+    switch (trait) {
+    case trait::kOverlay:
+        return features.Header(field::kOverlaySize).value_or(0) > 0;
+    case trait::kEntryInLast: {
+        const std::optional<std::size_t> entry = features.SectionOf(static_cast<uint16_t>(rules::SectionRole::kEntry));
+        return entry && *entry + 1 == features.sections().size();
+    }
+    case trait::kWritableEntry:
+        return section_has(rules::SectionRole::kEntry, kWritable);
+    case trait::kExecutableLast:
+        return section_has(rules::SectionRole::kLast, kExecutable);
+    case trait::kFewImports:
+        return features.Header(field::kImportFunctionCount).value_or(0) <= rules::kFewImports;
+    case trait::kVirtualSection:
+        return std::any_of(features.sections().begin(), features.sections().end(), [](const SectionHeader &section) {
+            return section.SizeOfRawData == 0 && section.VirtualSize > 0;
+        });
+    case trait::kVisualBasic:
+        return features.Vb().header().has_value();
+    case trait::kNativeCode:
+        return features.Header(field::kVbNativeCode).value_or(0) != 0;
+    default:
+        return false;
+    }
+}
+
+bool HasTraits(uint32_t traits, Features &features) {
+    for (; traits != 0; traits &= traits - 1)
+        if (!HasTrait(traits & (~traits + 1), features))
+            return false;
+    return true;
+}
+
+// ---- Strings -------------------------------------------------------------------------------------------------------
+
+using IsPresent = std::function<bool(std::size_t)>;
+
+// The strings of one rule, each looked for at most once.
+class StringAnswers {
+public:
+    StringAnswers(std::size_t count, const IsPresent &is_present)
+        : count_(std::min(count, rules::kMaxStrings)), is_present_(is_present) {}
+
+    bool IsThere(std::size_t string) {
+        if (string >= count_)
+            return false;
+        if (!answers_[string])
+            answers_[string] = is_present_(string);
+        return *answers_[string];
+    }
+
+private:
+    std::size_t count_;
+    const IsPresent &is_present_;
+    std::array<std::optional<bool>, rules::kMaxStrings> answers_ = {};
+};
+
+// Looks for the strings of a rule in a file.
+IsPresent LookFor(const HeuristicRule &rule, Features &features) {
+    return [&](std::size_t string) {
+        const StringFeature &e = rule.strings.elements[string];
+        return IsStringPresent(features.bytes(), features.StringRegion(e), e);
+    };
+}
+
+// Evaluates an expression that CheckExpression accepts, from left to right with the pending operations on a stack.
+class ExpressionReader {
+public:
+    bool IsTrue(std::string_view expression, StringAnswers &answers) {
+        bool value = false;
+        for (const char c : expression) {
+            if (c == '(') {
+                pending_.push_back({});
+            } else if (c == '&' || c == '|') {
+                pending_.back() = {c, value};
+            } else if (c == ')') {
+                const Pending &pending = pending_.back();
+                value = pending.operation == '&' ? pending.left && value : pending.left || value;
+                pending_.pop_back();
+            } else if (c != ' ') {
+                value = answers.IsThere(static_cast<std::size_t>(c - 'A'));
+            }
+        }
+        return value;
+    }
+
+private:
+    struct Pending {
+        char operation = 0;
+        bool left = false;
+    };
+
+    std::vector<Pending> pending_;
+};
+
+bool IsExpressionMet(const HeuristicRule &rule, StringAnswers &answers) {
+    const std::string_view expression = rule.expression;
+    // A foreign letter is a false one, so every letter has a string here.
+    return !rules::CheckExpression(expression, rules::kMaxStrings) && ExpressionReader().IsTrue(expression, answers);
+}
+
+// A list whose elements stand for themselves.
+template <typename Element, typename IsMet>
+bool EachIsMet(std::span<const Element> elements, IsMet is_met) {
+    return std::all_of(elements.begin(), elements.end(), is_met);
+}
+
+} // namespace
+
+bool MeetsElements(const HeuristicRule &rule, Item item, std::size_t first, std::size_t count, Features &features) {
+    const auto part = [=](const auto &list) { return ElementsOf(list).subspan(first, count); };
+    switch (item) {
+    case Item::kTraits:
+        return HasTraits(rule.attribute_b, features);
+    case Item::kHeader:
+        return MeetsHeader(part(rule.header_conditions), features);
+    case Item::kSections:
+        return MeetsSections(part(rule.section_conditions), features);
+    case Item::kSectionNames:
+        return MeetsSectionNames(part(rule.section_names), features);
+    case Item::kStrings:
+        return EachIsMet(part(rule.strings), [&](const StringFeature &e) {
+            return IsStringPresent(features.bytes(), features.StringRegion(e), e);
+        });
+    case Item::kWhen: {
+        const IsPresent is_present = LookFor(rule, features);
+        StringAnswers answers(rule.strings.count, is_present);
+        return IsExpressionMet(rule, answers);
+    }
+    case Item::kImportTable:
+        return MeetsImportTable(part(rule.indexed_conditions), features);
+    case Item::kImportModules:
+        return EachIsMet(part(rule.import_modules),
+                         [&](const ImportModule &e) { return MeetsImportModule(e, features); });
+    case Item::kImportFunctions:
+        return EachIsMet(part(rule.import_functions), [&](const ImportFunction &e) {
+            return MeetsImportFunction(e, ElementsOf(rule.import_modules), features);
+        });
+    case Item::kExportModule:
+        return EachIsMet(part(rule.export_module_names),
+                         [&](const ExportName &e) { return MeetsExportModule(e, features); });
+    case Item::kExportFunctions:
+        return EachIsMet(part(rule.export_functions), [&](const ExportName &e) {
+            return MeetsPresence(e.op, features.Exports().Names().contains(e.name));
+        });
+    case Item::kResources:
+        return EachIsMet(part(rule.resource_entries),
+                         [&](const ResourceEntry &e) { return MeetsResource(e, features); });
+    case Item::kResourceTypes:
+        return EachIsMet(part(rule.resource_type_entries),
+                         [&](const ResourceTypeEntry &e) { return IsResourceTypeMet(e, features.Resources()); });
+    case Item::kResourceStrings:
+        return EachIsMet(part(rule.resource_strings),
+                         [&](const ResourceString &e) { return features.Strings().IsMet(e); });
+    case Item::kMeasures:
+        return MeetsMeasures(part(rule.measure_conditions), features);
+    case Item::kObjectFields:
+        return MeetsObjectFields(part(rule.secondary_conditions), features);
+    case Item::kObjectNames:
+        return EachIsMet(part(rule.object_names), [&](const ObjectName &e) { return MeetsObjectName(e, features); });
+    case Item::kMemberNames:
+        return EachIsMet(part(rule.member_names), [&](const MemberName &e) {
+            return MeetsMemberName(e, ElementsOf(rule.object_names), features);
+        });
+    default:
+        return true; // items that ask nothing
+    }
+}
+
+bool AsksSomething(const HeuristicRule &rule) {
+    return rule.attribute_b != 0 || rule.expression[0] != '\0' || rule.header_conditions.count != 0 ||
+           rule.section_conditions.count != 0 || rule.section_names.count != 0 || rule.strings.count != 0 ||
+           rule.indexed_conditions.count != 0 || rule.import_modules.count != 0 || rule.import_functions.count != 0 ||
+           rule.export_module_names.count != 0 || rule.export_functions.count != 0 ||
+           rule.resource_entries.count != 0 || rule.resource_type_entries.count != 0 ||
+           rule.resource_strings.count != 0 || rule.measure_conditions.count != 0 ||
+           rule.secondary_conditions.count != 0 || rule.object_names.count != 0 || rule.member_names.count != 0;
+}
+
+bool MeetsStructure(const HeuristicRule &rule, Features &features) {
+    // Most rules end at their first header conditions.
+    if (!MeetsHeader(ElementsOf(rule.header_conditions), features))
+        return false;
+    const auto meets = [&](Item item, const auto &list) {
+        return list.count == 0 || MeetsElements(rule, item, 0, list.count, features);
+    };
+    // From the cheap to the dear.
+    return HasTraits(rule.attribute_b, features) && meets(Item::kSections, rule.section_conditions) &&
+           meets(Item::kSectionNames, rule.section_names) && meets(Item::kImportTable, rule.indexed_conditions) &&
+           meets(Item::kImportModules, rule.import_modules) && meets(Item::kImportFunctions, rule.import_functions) &&
+           meets(Item::kExportModule, rule.export_module_names) &&
+           meets(Item::kExportFunctions, rule.export_functions) &&
+           meets(Item::kResourceTypes, rule.resource_type_entries) && meets(Item::kResources, rule.resource_entries) &&
+           meets(Item::kResourceStrings, rule.resource_strings) &&
+           meets(Item::kObjectFields, rule.secondary_conditions) && meets(Item::kObjectNames, rule.object_names) &&
+           meets(Item::kMemberNames, rule.member_names) && meets(Item::kMeasures, rule.measure_conditions);
+}
+
+bool MeetsStrings(const HeuristicRule &rule, const IsPresent &is_present) {
+    StringAnswers answers(rule.strings.count, is_present);
+    const rules::LetterSet mentioned = rules::LettersOf(rule.expression);
+    for (std::size_t i = 0; i < rule.strings.count; ++i)
+        if ((mentioned >> i & 1) == 0 && !answers.IsThere(i))
+            return false;
+    return rule.expression[0] == '\0' || IsExpressionMet(rule, answers);
+}
+
+bool MeetsStrings(const HeuristicRule &rule, Features &features) {
+    return MeetsStrings(rule, LookFor(rule, features));
+}
+
+bool Matches(const HeuristicRule &rule, Features &features) {
+    return features.IsPe() && MeetsStructure(rule, features) && AsksSomething(rule) && MeetsStrings(rule, features);
+}
+
+} // namespace tavrik::evaluation

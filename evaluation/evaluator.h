@@ -1,0 +1,56 @@
+/* The plain evaluator: reads a rule's record and a file's features and says yes or no. */
+#ifndef TAVRIK_EVALUATION_EVALUATOR_H
+#define TAVRIK_EVALUATION_EVALUATOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "evaluation/features.h"
+#include "rules/items.h"
+#include "tavrik2/heuristic_rule.h"
+
+namespace tavrik::evaluation {
+
+/** Whether the rule, in working form, matches the file. */
+bool Matches(const HeuristicRule &rule, Features &features);
+
+/** The same answer in two steps for those who want to stop between them: everything but the strings, and the strings.
+ * Together they are Matches for a file that is PE and a rule that asks something. */
+bool AsksSomething(const HeuristicRule &rule);
+bool MeetsStructure(const HeuristicRule &rule, Features &features);
+bool MeetsStrings(const HeuristicRule &rule, Features &features);
+
+/** The strings' part for somebody who knows by other means which of the rule's strings, from 0, are there. */
+bool MeetsStrings(const HeuristicRule &rule, const std::function<bool(std::size_t string)> &is_present);
+
+/** Whether the elements `first` up to `first` + `count` of the rule's list `item` are met on their own. A run of
+ * alternatives must not be cut. Items that are no lists (traits, the expression) are judged as a whole. */
+bool MeetsElements(const HeuristicRule &rule, rules::Item item, std::size_t first, std::size_t count,
+                   Features &features);
+
+/** Whether the integer `x` of the file meets an operator and a value. */
+inline bool MeetsNumber(uint8_t op, uint32_t x, uint32_t value) {
+    switch (static_cast<rules::Operator>(op)) {
+    case rules::Operator::kEqual:
+        return x == value;
+    case rules::Operator::kNotEqual:
+        return x != value;
+    case rules::Operator::kLess:
+        return x < value;
+    case rules::Operator::kGreater:
+        return x > value;
+    case rules::Operator::kAtMost:
+        return x <= value;
+    case rules::Operator::kAtLeast:
+        return x >= value;
+    case rules::Operator::kHasBits:
+        return (x & value) == value;
+    default:
+        return false;
+    }
+}
+
+} // namespace tavrik::evaluation
+
+#endif

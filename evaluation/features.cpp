@@ -1,0 +1,379 @@
+#include "evaluation/features.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "evaluation/measures.h"
+#include "rules/names.h"
+#include "rules/numbers.h"
+
+namespace tavrik::evaluation {
+
+using rules::MeasureRegion;
+using rules::Origin;
+using rules::SectionRole;
+using rules::StringKind;
+
+namespace {
+
+namespace field = rules::header_field;
+
+// Selectors from this one on name no position of the section table.
+constexpr uint16_t kSelectablePositions = 500;
+
+constexpr uint32_t kDosHeaderSize = 0x40;
+constexpr uint32_t kClrFlagsOffset = 16;
+constexpr uint32_t kRich = 0x68636952;   // "Rich"
+constexpr uint32_t kDanS = 0x536E6144;   // "DanS"
+constexpr uint32_t kRichHeaderSize = 16; // of "DanS" and its padding
+constexpr uint32_t kRichEntrySize = 8;
+
+// The DOS stub that is searched for the linker's product list.
+constexpr uint32_t kLongestStub = 64 * 1024;
+
+// CRC-32s are taken of resources as long as their data and that of all before them make at most this many times the
+// file: in a well-formed file they do not even make one.
+constexpr uint64_t kResourceDataBound = 2;
+
+uint32_t Narrow(uint64_t value) {
+    return static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
+}
+
+std::optional<uint32_t> Narrow(std::optional<uint64_t> value) {
+    return value ? std::optional(Narrow(*value)) : std::nullopt;
+}
+
+uint32_t WordAt(std::span<const uint8_t> bytes, std::size_t offset) {
+    uint32_t word;
+    std::memcpy(&word, bytes.data() + offset, sizeof(word));
+    return word;
+}
+
+} // namespace
+
+std::string_view SectionName(const SectionHeader &section) {
+    const char *name = reinterpret_cast<const char *>(section.Name);
+    return {name, strnlen(name, sizeof(section.Name))};
+}
+
+Features::Features(base::ByteSource &source) : bytes_(source), image_(bytes_) {}
+
+void Features::Set(uint16_t field, std::optional<uint32_t> value) {
+    states_[field] = value ? State::kPresent : State::kAbsent;
+    values_[field] = value.value_or(0);
+}
+
+void Features::FindHeader(uint16_t number) {
+    const rules::Field &field = rules::HeaderFields()[number];
+    switch (field.origin) {
+    case Origin::kDosHeader:
+        return Set(number, image_.DosField(field.offset, field.width));
+    case Origin::kFileHeader:
+        return Set(number, image_.FileField(field.offset, field.width));
+    case Origin::kOptionalHeader:
+        return Set(number, image_.OptionalField(field.offset, field.width));
+    case Origin::kDerived:
+        if (!IsPe())
+            return Set(number, std::nullopt);
+        if (number >= field::kRichOffset && number <= field::kRichLastBuild)
+            return FindRichValues();
+        return Set(number, DerivedValue(number));
+    default:
+        return Set(number, Vb().Value(field));
+    }
+}
+
+std::optional<uint32_t> Features::DerivedValue(uint16_t field) {
+    const std::optional<std::size_t> entry_section = SectionOf(static_cast<uint16_t>(SectionRole::kEntry));
+    const uint32_t entry = image_.AddressOfEntryPoint();
+    const std::optional<uint64_t> entry_offset = entry == 0 ? std::nullopt : image_.OffsetOfRva(entry);
+    switch (field) {
+    case field::kFileSize:
+        return Narrow(image_.size());
+    case field::kOverlayOffset:
+        return Narrow(OverlayOffset());
+    case field::kOverlaySize:
+        return Narrow(image_.size() - OverlayOffset());
+    case field::kEntryPointOffset:
+        return Narrow(entry_offset);
+    case field::kEntryPointSection:
+        return Narrow(entry_section);
+    case field::kEntryPointDelta:
+        return entry_section ? std::optional(entry - sections()[*entry_section].VirtualAddress) : std::nullopt;
+    case field::kEntryBytes0:
+        return entry_offset ? bytes_.Get<uint32_t>(*entry_offset) : std::nullopt;
+    case field::kEntryBytes4:
+        return entry_offset ? bytes_.Get<uint32_t>(*entry_offset + sizeof(uint32_t)) : std::nullopt;
+    case field::kImportModuleCount:
+        return Narrow(Imports().descriptors().size());
+    case field::kImportFunctionCount:
+        return Imports().function_count();
+    case field::kExportNameCount:
+        return Exports().name_count();
+    case field::kResourceCount:
+        return Narrow(Resources().resources.size());
+    case field::kImageBaseHigh:
+        return image_.ImageBaseHigh();
+    case field::kClrFlags: {
+        const std::optional<uint32_t> rva = image_.DirectoryRva(pe::kClrDirectory);
+        const std::optional<uint64_t> header = rva ? image_.OffsetOfRva(*rva) : std::nullopt;
+        return header ? bytes_.Get<uint32_t>(*header + kClrFlagsOffset) : std::nullopt;
+    }
+    case field::kVbHeaderOffset:
+        return Narrow(Vb().header());
+    default:
+        return std::nullopt;
+    }
+}
+
+// The linker's list of the products that made the file, between the DOS stub and the PE signature. It ends with "Rich"
+// and the key that everything before is xored with; the first word, "DanS", and three words of padding come before the
+// entries.
+void Features::FindRichValues() {
+    for (uint16_t field = field::kRichOffset; field <= field::kRichLastBuild; ++field)
+        Set(field, std::nullopt);
+    const uint32_t end = std::min(image_.e_lfanew(), kLongestStub);
+    if (end < kDosHeaderSize + 2 * sizeof(uint32_t))
+        return;
+    const std::optional<std::vector<uint8_t>> stub = bytes_.Copy({0, end});
+    if (!stub)
+        return;
+    uint32_t rich = (end - 8) & ~uint32_t{3};
+    while (rich >= kDosHeaderSize && WordAt(*stub, rich) != kRich)
+        rich -= 4;
+    if (rich < kDosHeaderSize)
+        return;
+    const uint32_t key = WordAt(*stub, rich + 4);
+    Set(field::kRichOffset, rich);
+    Set(field::kRichKey, key);
+    uint32_t start = rich - 4;
+    while (start >= kDosHeaderSize && WordAt(*stub, start) != (kDanS ^ key))
+        start -= 4;
+    if (start < kDosHeaderSize || rich - start < kRichHeaderSize || (rich - start) % kRichEntrySize != 0)
+        return;
+    const uint32_t count = (rich - start - kRichHeaderSize) / kRichEntrySize;
+    Set(field::kRichCount, count);
+    if (count > 0)
+        Set(field::kRichLastBuild, WordAt(*stub, rich - kRichEntrySize) ^ key);
+}
+
+uint64_t Features::OverlayOffset() const {
+    uint64_t end = image_.SizeOfHeaders();
+    for (const SectionHeader &section : sections())
+        if (section.SizeOfRawData > 0)
+            end = std::max(end, uint64_t{section.PointerToRawData} + section.SizeOfRawData);
+    return std::min(end, image_.size());
+}
+
+std::optional<std::size_t> Features::SectionOf(uint16_t selector) {
+    if (selector < kFirstRole)
+        return selector < kSelectablePositions && selector < sections().size() ? std::optional<std::size_t>(selector)
+                                                                               : std::nullopt;
+    if (selector - kFirstRole >= static_cast<int>(kRoles))
+        return std::nullopt;
+    SectionPlace &place = roles_[selector - kFirstRole];
+    if (!place.is_known) {
+        place.section = FindRole(selector);
+        place.is_known = true;
+    }
+    return place.section;
+}
+
+std::optional<std::size_t> Features::FindRole(uint16_t role) {
+    const std::size_t count = sections().size();
+    const auto holding = [this](std::optional<uint32_t> rva) {
+        return rva ? image_.SectionHolding(*rva) : std::nullopt;
+    };
+    switch (static_cast<SectionRole>(role)) {
+    case SectionRole::kLast:
+        return count > 0 ? std::optional(count - 1) : std::nullopt;
+    case SectionRole::kNextToLast:
+        return count > 1 ? std::optional(count - 2) : std::nullopt;
+    case SectionRole::kEntry:
+        return image_.AddressOfEntryPoint() == 0 ? std::nullopt : holding(image_.AddressOfEntryPoint());
+    case SectionRole::kCode:
+        return holding(Header(field::kBaseOfCode));
+    case SectionRole::kData:
+        return holding(Header(field::kBaseOfData));
+    case SectionRole::kImport:
+        return holding(image_.DirectoryRva(pe::kImportDirectory));
+    case SectionRole::kResource:
+        return holding(image_.DirectoryRva(pe::kResourceDirectory));
+    case SectionRole::kExport:
+        return holding(image_.DirectoryRva(pe::kExportDirectory));
+    case SectionRole::kRelocation:
+        return holding(image_.DirectoryRva(pe::kRelocationDirectory));
+    case SectionRole::kTls:
+        return holding(image_.DirectoryRva(pe::kTlsDirectory));
+    case SectionRole::kLargest: {
+        const auto largest =
+            std::max_element(sections().begin(), sections().end(), [](const auto &left, const auto &right) {
+                return uint32_t{left.SizeOfRawData} < uint32_t{right.SizeOfRawData};
+            });
+        return count > 0 ? std::optional(static_cast<std::size_t>(largest - sections().begin())) : std::nullopt;
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+base::Region Features::RawDataOf(std::optional<std::size_t> section) const {
+    return section && *section < sections().size() ? image_.RawData(*section) : base::Region{};
+}
+
+base::Region Features::SectionNamed(std::string_view name) const {
+    for (std::size_t i = 0; i < sections().size(); ++i)
+        if (SectionName(sections()[i]) == name)
+            return image_.RawData(i);
+    return {};
+}
+
+base::Region Features::EntryCode() {
+    const uint32_t entry = image_.AddressOfEntryPoint();
+    const std::optional<uint64_t> offset = entry == 0 ? std::nullopt : image_.OffsetOfRva(entry);
+    if (!offset)
+        return {};
+    const std::optional<std::size_t> section = SectionOf(static_cast<uint16_t>(SectionRole::kEntry));
+    const uint64_t end =
+        section ? image_.RawData(*section).End() : std::min<uint64_t>(image_.SizeOfHeaders(), image_.size());
+    return {*offset, end - *offset};
+}
+
+base::Region Features::ResourceData(std::size_t resource) {
+    return resource < Resources().resources.size() ? Resources().resources[resource].data : base::Region{};
+}
+
+base::Region Features::StringRegion(const StringFeature &string) {
+    // Most regions are those of measures too.
+    const auto measured = [this](MeasureRegion region) { return MeasuredRegion(static_cast<uint8_t>(region), 0); };
+    const auto of_role = [this](SectionRole role) { return RawDataOf(SectionOf(static_cast<uint16_t>(role))); };
+    if (string.string_kind == 0 || string.string_kind > rules::kMaxStringKind)
+        return {};
+    switch (static_cast<StringKind>(rules::ForwardKind(string.string_kind))) {
+    case StringKind::kFile:
+        return measured(MeasureRegion::kFile);
+    case StringKind::kHeaders:
+        return measured(MeasureRegion::kHeaders);
+    case StringKind::kOverlay:
+        return measured(MeasureRegion::kOverlay);
+    case StringKind::kEntryCode:
+        return measured(MeasureRegion::kEntryCode);
+    case StringKind::kEntrySection:
+        return of_role(SectionRole::kEntry);
+    case StringKind::kLastSection:
+        return of_role(SectionRole::kLast);
+    case StringKind::kCodeSection:
+        return of_role(SectionRole::kCode);
+    case StringKind::kNamedSection:
+        return string.string_section == nullptr
+                   ? base::Region{}
+                   : SectionNamed({string.string_section,
+                                   std::min<std::size_t>(string.string_section_length, rules::kMaxSectionName)});
+    case StringKind::kIndexedSection:
+        return RawDataOf(string.param_d);
+    case StringKind::kResourceSection:
+        return of_role(SectionRole::kResource);
+    case StringKind::kImportSection:
+        return of_role(SectionRole::kImport);
+    case StringKind::kResourceData:
+        return ResourceData(string.param_d);
+    case StringKind::kExportSection:
+        return of_role(SectionRole::kExport);
+    case StringKind::kLargestSection:
+        return of_role(SectionRole::kLargest);
+    case StringKind::kDosStub:
+        return measured(MeasureRegion::kDosStub);
+    case StringKind::kVisualBasic:
+        return measured(MeasureRegion::kVisualBasic);
+    default:
+        return {};
+    }
+}
+
+base::Region Features::MeasuredRegion(uint8_t code, uint8_t index) {
+    constexpr auto kFirst = static_cast<uint8_t>(MeasureRegion::kFirstRole);
+    if (code >= kFirst && code <= static_cast<uint8_t>(MeasureRegion::kLastRole))
+        return RawDataOf(SectionOf(static_cast<uint16_t>(kFirstRole + code - kFirst)));
+    switch (static_cast<MeasureRegion>(code)) {
+    case MeasureRegion::kIndexedSection:
+        return RawDataOf(index);
+    case MeasureRegion::kFile:
+        return {0, image_.size()};
+    case MeasureRegion::kHeaders:
+        return {0, std::min<uint64_t>(image_.SizeOfHeaders(), image_.size())};
+    case MeasureRegion::kOverlay:
+        return {OverlayOffset(), image_.size() - OverlayOffset()};
+    case MeasureRegion::kEntryCode:
+        return EntryCode();
+    case MeasureRegion::kResourceData:
+        return ResourceData(index);
+    case MeasureRegion::kDosStub:
+        return image_.e_lfanew() > kDosHeaderSize ? base::Region{kDosHeaderSize, image_.e_lfanew() - kDosHeaderSize}
+                                                  : base::Region{};
+    case MeasureRegion::kVisualBasic:
+        return Vb().region();
+    default:
+        return {};
+    }
+}
+
+template <typename Measure>
+std::optional<uint32_t> Features::Measured(MeasureKey key, Measure measure) {
+    const auto [place, is_new] = measures_.try_emplace(key);
+    if (is_new) {
+        const auto [kind, code, index, length] = key;
+        base::Region region = MeasuredRegion(code, index);
+        if (region.length < length)
+            region = {};
+        else if (length != 0)
+            region.length = length;
+        place->second = measure(bytes_, region);
+    }
+    return place->second;
+}
+
+std::optional<uint32_t> Features::Entropy(uint8_t code, uint8_t index, uint32_t length) {
+    return Measured({static_cast<uint8_t>(rules::Measure::kEntropy), code, index, length}, MeasureEntropy);
+}
+
+std::optional<uint32_t> Features::Crc32(uint8_t code, uint8_t index, uint32_t length) {
+    return Measured({static_cast<uint8_t>(rules::Measure::kCrc32), code, index, length}, MeasureCrc32);
+}
+
+pe::ImportTable &Features::Imports() {
+    return imports_ ? *imports_ : imports_.emplace(image_);
+}
+
+pe::ExportTable &Features::Exports() {
+    return exports_ ? *exports_ : exports_.emplace(image_);
+}
+
+const pe::ResourceTree &Features::Resources() {
+    return resources_ ? *resources_ : resources_.emplace(pe::ReadResources(image_));
+}
+
+ResourceStrings &Features::Strings() {
+    if (!strings_)
+        strings_ = std::make_unique<ResourceStrings>(bytes_, Resources());
+    return *strings_;
+}
+
+VbProject &Features::Vb() {
+    return vb_ ? *vb_ : vb_.emplace(image_);
+}
+
+std::optional<uint32_t> Features::ResourceCrc32(std::size_t resource) {
+    if (resource_ends_.empty())
+        for (uint64_t sum = 0; const pe::Resource &each : Resources().resources)
+            resource_ends_.push_back(sum += each.data.length);
+    if (resource_ends_[resource] > kResourceDataBound * image_.size())
+        return std::nullopt;
+    const base::Region region = Resources().resources[resource].data;
+    const MeasureKey key = {uint8_t{0}, uint8_t{0}, uint8_t{0}, static_cast<uint32_t>(resource)};
+    const auto [place, is_new] = measures_.try_emplace(key);
+    if (is_new)
+        place->second = MeasureCrc32(bytes_, region);
+    return place->second;
+}
+
+} // namespace tavrik::evaluation

@@ -1,0 +1,19 @@
+/* Looking for a rule's strings in a file. */
+#ifndef TAVRIK_EVALUATION_STRING_SEARCH_H
+#define TAVRIK_EVALUATION_STRING_SEARCH_H
+
+#include "base/file_bytes.h"
+#include "tavrik2/heuristic_rule.h"
+
+namespace tavrik::evaluation {
+
+/** Whether the string, in working form, stands in `region` within its window. Looks only where its window lies. */
+bool IsStringPresent(base::FileBytes &bytes, base::Region region, const StringFeature &string);
+
+/** The same question, answered in the plainest way: every position of the region is compared. For explanations, and to
+ * test the other by. */
+bool IsStringPresentPlainly(base::FileBytes &bytes, base::Region region, const StringFeature &string);
+
+} // namespace tavrik::evaluation
+
+#endif

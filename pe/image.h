@@ -1,0 +1,92 @@
+/* The headers of a PE file as rules see them, and the way from addresses to the file. */
+#ifndef TAVRIK_PE_IMAGE_H
+#define TAVRIK_PE_IMAGE_H
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "base/file_bytes.h"
+#include "tavrik2/section_header.h"
+
+namespace tavrik::pe {
+
+/** The data directories that rules know by their purpose. */
+enum Directory : unsigned {
+    kExportDirectory = 0,
+    kImportDirectory = 1,
+    kResourceDirectory = 2,
+    kRelocationDirectory = 5,
+    kTlsDirectory = 9,
+    kClrDirectory = 14,
+};
+
+/** Section headers beyond these do not count. */
+inline constexpr std::size_t kMostSections = 512;
+
+/** The headers, read once. Nothing is allocated but for the sections. */
+class Image {
+public:
+    /** Reads the headers of a file of any content; `bytes` must outlive the object. */
+    explicit Image(base::FileBytes &bytes);
+
+    /** Whether the file is a PE file with a whole file header. Otherwise everything else is absent. */
+    bool IsPe() const { return is_pe_; }
+
+    /** Whether the optional header is that of a 64-bit image. */
+    bool IsPe32Plus() const { return is_plus_; }
+
+    base::FileBytes &bytes() const { return bytes_; }
+    uint64_t size() const { return bytes_.size(); }
+
+    /** `width` (1, 2, 4) bytes at `offset` in the DOS header, the file header or the optional header, widened. Those of
+     * the optional header are asked by the offset in a 32-bit one. */
+    std::optional<uint32_t> DosField(uint16_t offset, uint8_t width) const;
+    std::optional<uint32_t> FileField(uint16_t offset, uint8_t width) const;
+    std::optional<uint32_t> OptionalField(uint16_t offset, uint8_t width) const;
+
+    /** The high half of a 64-bit image's ImageBase; nothing in a 32-bit image. */
+    std::optional<uint32_t> ImageBaseHigh() const;
+
+    /** Fields that others build on; absent ones are 0. */
+    uint32_t e_lfanew() const { return e_lfanew_; }
+    uint32_t AddressOfEntryPoint() const { return entry_point_; }
+    uint32_t SizeOfHeaders() const { return size_of_headers_; }
+    uint32_t ImageBase() const { return image_base_; }
+
+    /** The address of a data directory; nothing when the directory is absent or its address is 0. */
+    std::optional<uint32_t> DirectoryRva(Directory directory) const;
+
+    /** The headers that count, in the order of the table. */
+    std::span<const SectionHeader> sections() const { return sections_; }
+
+    /** The first section whose extent contains the RVA. */
+    std::optional<std::size_t> SectionHolding(uint32_t rva) const;
+
+    /** A section's raw data, cut at the end of the file. */
+    base::Region RawData(std::size_t section) const;
+
+    /** The file offset of an RVA, and of a virtual address in the image. */
+    std::optional<uint64_t> OffsetOfRva(uint32_t rva) const;
+    std::optional<uint64_t> OffsetOfAddress(uint32_t address) const;
+
+private:
+    base::FileBytes &bytes_;
+    bool is_pe_ = false;
+    bool is_plus_ = false;
+    uint32_t e_lfanew_ = 0;
+    uint32_t entry_point_ = 0;
+    uint32_t size_of_headers_ = 0;
+    uint32_t image_base_ = 0;
+    std::array<uint8_t, 64> dos_header_ = {};
+    std::array<uint8_t, 20> file_header_ = {};
+    std::array<uint8_t, 240> optional_header_ = {};
+    std::size_t optional_length_ = 0; // bytes of it that count
+    std::vector<SectionHeader> sections_;
+};
+
+} // namespace tavrik::pe
+
+#endif

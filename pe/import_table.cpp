@@ -1,0 +1,79 @@
+#include "pe/import_table.h"
+
+#include <algorithm>
+
+namespace tavrik::pe {
+
+namespace {
+
+constexpr std::size_t kDescriptorSize = 20;
+
+enum DescriptorField { kOriginalFirstThunk = 0, kName = 3, kFirstThunk = 4 };
+
+constexpr uint32_t kRvaBits = 0x7FFFFFFF; // of a thunk
+constexpr std::size_t kHintSize = 2;      // bytes before a function's name
+
+} // namespace
+
+ImportTable::ImportTable(const Image &image) : image_(image), thunk_size_(image.IsPe32Plus() ? 8 : 4) {
+    const std::optional<uint32_t> rva = image.DirectoryRva(kImportDirectory);
+    const std::optional<uint64_t> table = rva ? image.OffsetOfRva(*rva) : std::nullopt;
+    if (!table)
+        return;
+    for (uint64_t at = *table; descriptors_.size() < kMostDescriptors; at += kDescriptorSize) {
+        Descriptor descriptor;
+        if (!image.bytes().Read(at, descriptor.fields.data(), kDescriptorSize) || descriptor.fields[kName] == 0)
+            break;
+        if (const std::optional<uint64_t> name = image.OffsetOfRva(descriptor.fields[kName]))
+            descriptor.module = image.bytes().Text(*name);
+        thunks_.push_back(FindThunks(descriptor));
+        function_count_ += static_cast<uint32_t>(thunks_.back().count);
+        descriptors_.push_back(std::move(descriptor));
+    }
+}
+
+ImportTable::Thunks ImportTable::FindThunks(const Descriptor &descriptor) const {
+    const uint32_t original = descriptor.fields[kOriginalFirstThunk];
+    std::optional<uint64_t> offset = original == 0 ? std::nullopt : image_.OffsetOfRva(original);
+    if (!offset)
+        offset = image_.OffsetOfRva(descriptor.fields[kFirstThunk]);
+    Thunks thunks;
+    if (!offset)
+        return thunks;
+    thunks.offset = *offset;
+    const std::size_t most = std::min<std::size_t>(kMostFunctions, kMostFunctionsInAll - function_count_);
+    while (thunks.count < most) {
+        const uint64_t at = *offset + thunks.count * thunk_size_;
+        const bool is_used = thunk_size_ == 8 ? image_.bytes().Get<uint64_t>(at).value_or(0) != 0
+                                              : image_.bytes().Get<uint32_t>(at).value_or(0) != 0;
+        if (!is_used)
+            break;
+        ++thunks.count;
+    }
+    return thunks;
+}
+
+std::optional<std::string> ImportTable::FunctionName(uint64_t thunk) const {
+    const unsigned top_bit = thunk_size_ * 8u - 1;
+    if (thunk >> top_bit != 0)
+        return '#' + std::to_string(thunk & 0xFFFF);
+    const std::optional<uint64_t> offset = image_.OffsetOfRva(static_cast<uint32_t>(thunk) & kRvaBits);
+    return offset ? image_.bytes().Text(*offset + kHintSize) : std::nullopt;
+}
+
+const ImportTable::Functions &ImportTable::FunctionsOf(std::size_t descriptor) {
+    Thunks &thunks = thunks_[descriptor];
+    if (!thunks.are_read) {
+        thunks.are_read = true;
+        for (std::size_t i = 0; i < thunks.count; ++i) {
+            const uint64_t at = thunks.offset + i * thunk_size_;
+            const uint64_t thunk = thunk_size_ == 8 ? image_.bytes().Get<uint64_t>(at).value_or(0)
+                                                    : image_.bytes().Get<uint32_t>(at).value_or(0);
+            if (std::optional<std::string> name = FunctionName(thunk))
+                thunks.names.insert(std::move(*name));
+        }
+    }
+    return thunks.names;
+}
+
+} // namespace tavrik::pe

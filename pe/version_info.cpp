@@ -1,0 +1,150 @@
+#include "pe/version_info.h"
+
+#include <algorithm>
+
+namespace tavrik::pe {
+
+namespace {
+
+constexpr std::size_t kFixedSize = 52;  // VS_FIXEDFILEINFO
+constexpr std::size_t kFileVersion = 8; // offset in it: the high word's number, then the low one's
+constexpr std::size_t kProductVersion = 16;
+
+constexpr std::size_t kBlockHeader = 6; // length, length of the value, type
+constexpr std::u16string_view kStringFileInfo = u"StringFileInfo";
+
+uint16_t WordAt(std::span<const uint8_t> bytes, std::size_t offset) {
+    return static_cast<uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
+}
+
+constexpr std::size_t Aligned(std::size_t offset) {
+    return (offset + 3) & ~std::size_t{3};
+}
+
+// A block and the places of its parts, from the start of the resource.
+struct Block {
+    std::u16string key;
+    std::size_t value = 0; // where its value, or its first child, begins
+    uint16_t value_length = 0;
+    std::size_t end = 0;
+};
+
+class Reader {
+public:
+    explicit Reader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+    VersionInfo Read() {
+        Block root;
+        if (!ReadBlock(0, bytes_.size(), root))
+            return {};
+        std::size_t children = root.value;
+        if (root.value_length != 0) {
+            if (root.value_length >= kFixedSize && root.value + kFixedSize <= root.end) {
+                info_.file_version = Version(root.value + kFileVersion);
+                info_.product_version = Version(root.value + kProductVersion);
+            }
+            children = Aligned(root.value + root.value_length);
+        }
+        ForBlocks(children, root.end, [this](const Block &info) {
+            if (info.key == kStringFileInfo)
+                ForBlocks(info.value, info.end, [this](const Block &table) {
+                    ForBlocks(table.value, table.end, [this](const Block &string) { Add(string); });
+                });
+        });
+        return std::move(info_);
+    }
+
+private:
+    bool ReadBlock(std::size_t offset, std::size_t end, Block &block) const {
+        if (offset >= end || end - offset < kBlockHeader)
+            return false;
+        const std::size_t length = WordAt(bytes_, offset);
+        if (length < kBlockHeader)
+            return false;
+        block.value_length = WordAt(bytes_, offset + 2);
+        block.end = std::min(offset + length, end);
+        block.key.clear();
+        std::size_t at = offset + kBlockHeader;
+        for (; at + 1 < block.end; at += 2) {
+            const auto unit = static_cast<char16_t>(WordAt(bytes_, at));
+            if (unit == 0)
+                break;
+            block.key += unit;
+        }
+        block.value = std::min(Aligned(at + 2), block.end);
+        return true;
+    }
+
+    template <typename Visit>
+    void ForBlocks(std::size_t offset, std::size_t end, Visit visit) const {
+        Block block;
+        while (ReadBlock(offset, end, block)) {
+            visit(block);
+            offset = Aligned(block.end);
+        }
+    }
+
+    void Add(const Block &block) {
+        if (strings_++ >= kMostVersionStrings)
+            return;
+        // Its length counts UTF-16 units in some files and bytes in others; the value ends at its NUL anyway.
+        std::u16string value;
+        for (std::size_t at = block.value; at + 1 < block.end; at += 2)
+            value += static_cast<char16_t>(WordAt(bytes_, at));
+        const std::optional<std::string> key = Utf8Of(block.key);
+        std::optional<std::string> text = Utf8Of(value);
+        if (key && text)
+            info_.strings.emplace_back(*key, std::move(*text));
+    }
+
+    std::string Version(std::size_t offset) const {
+        std::string text;
+        for (const unsigned place : {2u, 0u, 6u, 4u})
+            text += (text.empty() ? "" : ".") + std::to_string(WordAt(bytes_, offset + place));
+        return text;
+    }
+
+    std::span<const uint8_t> bytes_;
+    VersionInfo info_;
+    std::size_t strings_ = 0; // met, readable or not
+};
+
+} // namespace
+
+VersionInfo ReadVersionInfo(std::span<const uint8_t> bytes) {
+    return Reader(bytes).Read();
+}
+
+std::optional<std::string> Utf8Of(std::u16string_view text) {
+    text = text.substr(0, text.find(u'\0'));
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        uint32_t code = text[i];
+        if (code >= 0xDC00 && code <= 0xDFFF)
+            return std::nullopt;
+        if (code >= 0xD800 && code <= 0xDBFF) {
+            if (i + 1 == text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF)
+                return std::nullopt;
+            code = 0x10000 + ((code - 0xD800) << 10) + (text[++i] - 0xDC00u);
+        }
+        const auto add = [&](uint32_t byte) { out += static_cast<char>(byte); };
+        if (code < 0x80) {
+            add(code);
+        } else if (code < 0x800) {
+            add(0xC0 | code >> 6);
+            add(0x80 | (code & 0x3F));
+        } else if (code < 0x10000) {
+            add(0xE0 | code >> 12);
+            add(0x80 | (code >> 6 & 0x3F));
+            add(0x80 | (code & 0x3F));
+        } else {
+            add(0xF0 | code >> 18);
+            add(0x80 | (code >> 12 & 0x3F));
+            add(0x80 | (code >> 6 & 0x3F));
+            add(0x80 | (code & 0x3F));
+        }
+    }
+    return out;
+}
+
+} // namespace tavrik::pe

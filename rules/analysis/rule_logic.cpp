@@ -1,0 +1,458 @@
+#include "rules/analysis/rule_logic.h"
+
+#include "rules/names.h"
+#include "rules/numbers.h"
+
+#include <algorithm>
+#include <bit>
+#include <functional>
+#include <limits>
+
+namespace tavrik::rules::analysis {
+
+namespace {
+
+namespace field = header_field;
+
+constexpr uint8_t kSizeOfRawData = 3; // section fields
+constexpr uint8_t kSectionCharacteristics = 9;
+
+constexpr uint64_t kDosMagic = 0x5A4D;
+constexpr uint64_t kDosHeaderSize = 0x40;
+constexpr uint64_t kLargestWord = std::numeric_limits<uint32_t>::max();
+constexpr uint64_t kLargestEntropy = 8000; // thousandths
+
+// Traits that say the same as a condition on one value.
+struct TraitCondition {
+    uint32_t trait;
+    uint64_t key;
+    Operator op;
+    uint32_t value;
+};
+
+constexpr uint64_t KeyOf(Item item, uint64_t rest) {
+    return static_cast<uint64_t>(item) << 56 | rest;
+}
+
+constexpr uint64_t HeaderKey(uint16_t field) {
+    return KeyOf(Item::kHeader, field);
+}
+
+constexpr uint64_t SectionKey(uint16_t selector, uint8_t field) {
+    return KeyOf(Item::kSections, uint64_t{selector} << 8 | field);
+}
+
+constexpr TraitCondition kTraitConditions[] = {
+    {trait::kOverlay, HeaderKey(field::kOverlaySize), Operator::kAtLeast, 1},
+    {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::kEntry), kSectionCharacteristics),
+     Operator::kHasBits, 0x80000000},
+    {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::kLast), kSectionCharacteristics),
+     Operator::kHasBits, 0x20000000},
+    {trait::kNativeCode, HeaderKey(field::kVbNativeCode), Operator::kAtLeast, 1},
+};
+
+std::optional<uint64_t> LargestOf(std::span<const Field> fields, uint32_t number) {
+    const Field *field = FindField(fields, number);
+    return field == nullptr ? std::nullopt : std::optional((uint64_t{1} << 8 * field->width) - 1);
+}
+
+// What every PE file has for a value; nothing when some files do not have it at all.
+std::optional<ValueSet> InEveryFile(uint64_t key) {
+    if (key == HeaderKey(field::kDosMagic))
+        return ValueSet(kDosMagic, kDosMagic);
+    // Up to the Characteristics come the DOS header and the file header.
+    if (key == HeaderKey(field::kFileSize) || key <= HeaderKey(field::kCharacteristics))
+        if (key >= HeaderKey(0))
+            return ValueSet(0, *LargestOf(HeaderFields(), static_cast<uint32_t>(key & 0xFFFF)));
+    return std::nullopt;
+}
+
+// A section's name as a number, the first byte highest.
+uint64_t NameNumber(std::string_view name) {
+    uint64_t number = 0;
+    for (std::size_t i = 0; i < kMaxSectionName; ++i)
+        number = number << 8 | (i < name.size() ? static_cast<uint8_t>(name[i]) : 0U);
+    return number;
+}
+
+bool IsNumbered(uint8_t measure_region) {
+    return measure_region == static_cast<uint8_t>(MeasureRegion::kIndexedSection) ||
+           measure_region == static_cast<uint8_t>(MeasureRegion::kResourceData);
+}
+
+// ---- Strings -------------------------------------------------------------------------------------------------------
+
+// The positions that an occurrence may have.
+struct Window {
+    uint64_t first;
+    uint64_t end; // UINT64_MAX: none
+};
+
+Window WindowOf(const StringFeature &string) {
+    const uint64_t first = string.window_start > string.drift ? string.window_start - string.drift : 0;
+    const uint64_t end =
+        string.window_length == 0 ? UINT64_MAX : uint64_t{string.window_start} + string.window_length + string.drift;
+    return {first, end};
+}
+
+bool IsSameRegion(const StringFeature &left, const StringFeature &right) {
+    const Region *region = FindStringRegion(left.kind);
+    return ForwardKind(left.kind) == ForwardKind(right.kind) && region != nullptr &&
+           (region->argument != RegionArgument::kIndex || left.index == right.index) &&
+           (region->argument != RegionArgument::kName || left.section_name == right.section_name);
+}
+
+// Wherever `left` is found, `right` is.
+bool StringImplies(const StringFeature &left, const StringFeature &right) {
+    const bool left_folds = (left.options & kStringNoCase) != 0;
+    const bool right_folds = (right.options & kStringNoCase) != 0;
+    if (left.bytes.size() != right.bytes.size() || ((left.options ^ right.options) & kStringWide) != 0 ||
+        (left_folds && !right_folds))
+        return false;
+    for (std::size_t i = 0; i < left.bytes.size(); ++i) {
+        if (right.mask[i])
+            continue;
+        const char l = right_folds ? Folded(left.bytes[i]) : left.bytes[i];
+        const char r = right_folds ? Folded(right.bytes[i]) : right.bytes[i];
+        if (left.mask[i] || l != r)
+            return false;
+    }
+    const Window inner = WindowOf(left);
+    const Window outer = WindowOf(right);
+    if (outer.first == 0 && outer.end == UINT64_MAX)
+        return ForwardKind(right.kind) == static_cast<uint8_t>(StringKind::kFile) || IsSameRegion(left, right);
+    return left.kind == right.kind && IsSameRegion(left, right) && outer.first <= inner.first && inner.end <= outer.end;
+}
+
+// The sets of letters that make an expression true, as far as they are few. An expression that is well formed.
+std::optional<std::vector<LetterSet>> WaysOf(std::string_view expression) {
+    constexpr std::size_t kMostWays = 256;
+    using Ways = std::vector<LetterSet>;
+    std::vector<Ways> operands;
+    std::string operators;
+    for (const char c : expression) {
+        if (c >= 'A' && c <= 'Z') {
+            operands.push_back({LetterSet{1} << (c - 'A')});
+        } else if (c == '&' || c == '|') {
+            operators.push_back(c);
+        } else if (c == ')') {
+            const Ways right = std::move(operands.back());
+            operands.pop_back();
+            Ways &left = operands.back();
+            if (operators.back() == '|') {
+                left.insert(left.end(), right.begin(), right.end());
+            } else {
+                Ways both;
+                for (const LetterSet l : left)
+                    for (const LetterSet r : right)
+                        both.push_back(l | r);
+                left = std::move(both);
+            }
+            operators.pop_back();
+            std::ranges::sort(left);
+            left.erase(std::unique(left.begin(), left.end()), left.end());
+            if (left.size() > kMostWays)
+                return std::nullopt;
+        }
+    }
+    return operands.back();
+}
+
+std::optional<std::vector<LetterSet>> WaysOf(const Rule &rule) {
+    const LetterSet all = rule.strings.empty() ? 0 : ~LetterSet{0} >> (32 - rule.strings.size());
+    const LetterSet always = all & ~LettersOf(rule.expression);
+    if (rule.expression.empty())
+        return std::vector<LetterSet>{always};
+    auto ways = WaysOf(std::string_view(rule.expression));
+    if (ways)
+        for (LetterSet &way : *ways)
+            way |= always;
+    return ways;
+}
+
+// ---- Marks ---------------------------------------------------------------------------------------------------------
+
+uint64_t MarkOf(uint64_t key, std::string_view text = {}) {
+    uint64_t mark = key ^ 0x9E3779B97F4A7C15;
+    mark *= 0xFF51AFD7ED558CCD;
+    mark ^= mark >> 32;
+    return (mark + std::hash<std::string_view>()(text)) * 0xC4CEB9FE1A85EC53;
+}
+
+void MakeSet(std::vector<uint64_t> &marks) {
+    std::ranges::sort(marks);
+    marks.erase(std::unique(marks.begin(), marks.end()), marks.end());
+}
+
+} // namespace
+
+RuleLogic::RuleLogic(const Rule &rule) : rule_(rule), ways_(WaysOf(rule)) {
+    CollectConstraints();
+    CollectImplied();
+    Combine();
+    for (const NameConflict &conflict : FindNameConflicts(rule))
+        Report(Conflict::Kind::kName, conflict.at, conflict.with);
+    FindWindowConflicts();
+    CollectMarks();
+}
+
+void RuleLogic::Report(Conflict::Kind kind, ElementOf at, std::optional<ElementOf> with) {
+    conflicts_.push_back({kind, at, with});
+    is_never_met_ = is_never_met_ || kind != Conflict::Kind::kString;
+}
+
+template <typename Element, typename Describe>
+void RuleLogic::Constrain(const std::vector<Element> &list, Item item, Describe describe) {
+    for (std::size_t i = 0; i < list.size();) {
+        const std::size_t first = i;
+        const Asked asked = describe(list[first]);
+        std::vector<uint64_t> values; // alternatives that can be
+        bool is_too_wide = false;
+        const auto take = [&](const Asked &each) {
+            if (each.largest && each.value > *each.largest)
+                is_too_wide = true;
+            else if (each.largest)
+                values.push_back(each.value);
+        };
+        take(asked);
+        for (++i; i < list.size() && list[first].op == Operator::kEqual && list[i].op == Operator::kEqual; ++i) {
+            const Asked next = describe(list[i]);
+            if (next.key != asked.key || !next.is_single)
+                break;
+            take(next);
+        }
+        if (!asked.is_single)
+            continue;
+        const ValueSet set = list[first].op == Operator::kEqual ? ValueSet::Of(values)
+                             : asked.largest ? ValueSet::Meeting(list[first].op, asked.value, *asked.largest)
+                                             : ValueSet::None();
+        constraints_.push_back({asked.key, set, {item, first}, is_too_wide});
+    }
+}
+
+void RuleLogic::CollectConstraints() {
+    Constrain(rule_.header_conditions, Item::kHeader, [](const HeaderCondition &e) {
+        return Asked{HeaderKey(e.field), e.value, LargestOf(HeaderFields(), e.field)};
+    });
+    Constrain(rule_.section_conditions, Item::kSections, [](const SectionCondition &e) {
+        return Asked{SectionKey(e.section, e.field), e.value, LargestOf(SectionFields(), e.field)};
+    });
+    Constrain(rule_.section_names, Item::kSectionNames, [](const SectionNameCondition &e) {
+        const bool is_known = e.op == Operator::kEqual || e.op == Operator::kNotEqual;
+        return Asked{KeyOf(Item::kSectionNames, e.section), NameNumber(e.name),
+                     is_known ? std::optional(UINT64_MAX) : std::nullopt, !IsAnySection(e.section)};
+    });
+    Constrain(rule_.indexed_conditions, Item::kImportTable, [](const IndexedCondition &e) {
+        return Asked{KeyOf(Item::kImportTable, uint64_t{e.index} << 8 | e.field), e.value,
+                     LargestOf(ImportTableFields(), e.field)};
+    });
+    Constrain(rule_.secondary_conditions, Item::kObjectFields, [](const SecondaryCondition &e) {
+        return Asked{KeyOf(Item::kObjectFields, uint64_t{e.index} << 8 | e.field), e.value,
+                     LargestOf(ObjectFields(), e.field)};
+    });
+    Constrain(rule_.measure_conditions, Item::kMeasures, [](const MeasureCondition &e) {
+        const uint64_t index = IsNumbered(e.region) ? e.index : 0;
+        const uint64_t key = KeyOf(Item::kMeasures, uint64_t{e.region} << 48 | static_cast<uint64_t>(e.measure) << 40 |
+                                                        index << 32 | e.length);
+        if (FindMeasureRegion(e.region) == nullptr)
+            return Asked{key, 0, std::nullopt};
+        if (e.measure == Measure::kCrc32)
+            return Asked{key, e.bits & kLargestWord, kLargestWord};
+        return Asked{key, EntropyThousandths(MeasureEntropy(e)),
+                     e.op == Operator::kHasBits ? std::nullopt : std::optional(kLargestEntropy)};
+    });
+}
+
+// What traits say of values, and the sections and objects that a rule names.
+void RuleLogic::CollectImplied() {
+    const ElementOf traits = {Item::kTraits, 0};
+    traits_ = rule_.attribute_b;
+    for (const TraitCondition &each : kTraitConditions) {
+        if ((traits_ & each.trait) == 0)
+            continue;
+        traits_ &= ~each.trait;
+        constraints_.push_back({each.key, ValueSet::Meeting(each.op, each.value, kLargestWord), traits, false});
+    }
+    if ((traits_ & ~trait::kAll) != 0)
+        Report(Conflict::Kind::kValue, traits);
+    // A file without imports has few of them, too, but no count.
+    const auto asks_count = [](const HeaderCondition &e) { return e.field == field::kImportFunctionCount; };
+    if ((traits_ & trait::kFewImports) != 0 && std::ranges::any_of(rule_.header_conditions, asks_count))
+        constraints_.push_back({HeaderKey(field::kImportFunctionCount), ValueSet(0, kFewImports), traits, false});
+
+    const auto needs_section = [this](uint16_t selector, ElementOf at) {
+        if (selector <= kMaxSectionIndex)
+            constraints_.push_back(
+                {HeaderKey(field::kNumberOfSections), ValueSet(uint64_t{selector} + 1, kLargestWord), at, false});
+    };
+    for (std::size_t i = 0; i < rule_.section_conditions.size(); ++i)
+        needs_section(rule_.section_conditions[i].section, {Item::kSections, i});
+    for (std::size_t i = 0; i < rule_.section_names.size(); ++i)
+        needs_section(rule_.section_names[i].section, {Item::kSectionNames, i});
+    const auto needs_object = [this](uint16_t index, ElementOf at) {
+        constraints_.push_back(
+            {HeaderKey(field::kVbTotalObjects), ValueSet(uint64_t{index} + 1, kLargestWord), at, false});
+    };
+    for (std::size_t i = 0; i < rule_.secondary_conditions.size(); ++i)
+        needs_object(rule_.secondary_conditions[i].index, {Item::kObjectFields, i});
+    for (std::size_t i = 0; i < rule_.object_names.size(); ++i)
+        needs_object(rule_.object_names[i].index, {Item::kObjectNames, i});
+}
+
+void RuleLogic::Combine() {
+    std::map<Key, std::vector<const Constraint *>> by_key;
+    for (const Constraint &constraint : constraints_)
+        by_key[constraint.key].push_back(&constraint);
+    for (const auto &[key, all] : by_key) {
+        const std::optional<ValueSet> base = InEveryFile(key);
+        ValueSet left = base.value_or(ValueSet(0, UINT64_MAX));
+        for (std::size_t i = 0; i < all.size() && !left.IsEmpty(); ++i) {
+            left = left.And(all[i]->set);
+            if (!left.IsEmpty())
+                continue;
+            is_never_met_ = true;
+            // The parser has warned about values that are too wide.
+            if (std::ranges::any_of(all, [](const Constraint *each) { return each->is_too_wide; }))
+                break;
+            std::optional<ElementOf> with;
+            for (std::size_t other = i; other-- > 0 && !all[i]->set.IsEmpty();)
+                if (!with || all[other]->set.And(all[i]->set).IsEmpty())
+                    with = all[other]->at;
+            Report(Conflict::Kind::kValue, all[i]->at, with);
+        }
+        if (!base || !base->IsWithin(left))
+            values_.emplace(key, left);
+    }
+}
+
+// The most bytes that a string's region can have in a file that meets the conditions on values.
+std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) const {
+    std::optional<uint64_t> largest;
+    const auto limit = [&](Key key) {
+        const auto found = values_.find(key);
+        if (found != values_.end() && !found->second.IsEmpty())
+            largest = std::min(largest.value_or(UINT64_MAX), found->second.Greatest());
+    };
+    const auto limit_by_role = [&](SectionRole role) {
+        limit(SectionKey(static_cast<uint16_t>(role), kSizeOfRawData));
+    };
+    limit(HeaderKey(field::kFileSize));
+    switch (static_cast<StringKind>(ForwardKind(string.kind))) {
+    case StringKind::kHeaders:
+        limit(HeaderKey(field::kSizeOfHeaders));
+        break;
+    case StringKind::kOverlay:
+        limit(HeaderKey(field::kOverlaySize));
+        break;
+    case StringKind::kEntrySection:
+        limit_by_role(SectionRole::kEntry);
+        break;
+    case StringKind::kLastSection:
+        limit_by_role(SectionRole::kLast);
+        break;
+    case StringKind::kCodeSection:
+        limit_by_role(SectionRole::kCode);
+        break;
+    case StringKind::kResourceSection:
+        limit_by_role(SectionRole::kResource);
+        break;
+    case StringKind::kImportSection:
+        limit_by_role(SectionRole::kImport);
+        break;
+    case StringKind::kExportSection:
+        limit_by_role(SectionRole::kExport);
+        break;
+    case StringKind::kLargestSection:
+        limit_by_role(SectionRole::kLargest);
+        break;
+    case StringKind::kIndexedSection:
+        limit(SectionKey(string.index, kSizeOfRawData));
+        break;
+    case StringKind::kDosStub: {
+        const auto found = values_.find(HeaderKey(field::kLfanew));
+        if (found != values_.end() && !found->second.IsEmpty()) {
+            const uint64_t end = found->second.Greatest();
+            largest = std::min(largest.value_or(UINT64_MAX), end < kDosHeaderSize ? 0 : end - kDosHeaderSize);
+        }
+        break;
+    }
+    default:
+        break;
+    }
+    return largest;
+}
+
+void RuleLogic::FindWindowConflicts() {
+    for (std::size_t i = 0; i < rule_.strings.size(); ++i) {
+        const StringFeature &string = rule_.strings[i];
+        const auto largest = LargestRegion(string);
+        const uint64_t length = string.bytes.size() * ((string.options & kStringWide) != 0 ? 2 : 1);
+        if (largest && WindowOf(string).first + length > *largest)
+            Report(Conflict::Kind::kString, {Item::kStrings, i});
+    }
+}
+
+bool RuleLogic::IsAlwaysMet() const {
+    const bool asks_names = !rule_.section_names.empty() || !rule_.import_modules.empty() ||
+                            !rule_.import_functions.empty() || !rule_.export_module_names.empty() ||
+                            !rule_.export_functions.empty() || !rule_.resource_entries.empty() ||
+                            !rule_.resource_type_entries.empty() || !rule_.resource_strings.empty() ||
+                            !rule_.object_names.empty() || !rule_.member_names.empty();
+    return !is_never_met_ && values_.empty() && traits_ == 0 && rule_.strings.empty() && !asks_names;
+}
+
+bool RuleLogic::Implies(const RuleLogic &other) const {
+    return (other.traits_ & ~traits_) == 0 && ImpliesValues(other) && NamesImply(rule_, other.rule_) &&
+           ImpliesStrings(other);
+}
+
+bool RuleLogic::ImpliesValues(const RuleLogic &other) const {
+    return std::ranges::all_of(other.values_, [this](const auto &wanted) {
+        const auto found = values_.find(wanted.first);
+        return found != values_.end() && found->second.IsWithin(wanted.second);
+    });
+}
+
+bool RuleLogic::ImpliesStrings(const RuleLogic &other) const {
+    if (other.rule_.strings.empty())
+        return true;
+    if (!ways_ || !other.ways_)
+        return rule_.strings == other.rule_.strings && rule_.expression == other.rule_.expression;
+    std::vector<LetterSet> implied(rule_.strings.size()); // by each string
+    for (std::size_t left = 0; left < rule_.strings.size(); ++left)
+        for (std::size_t right = 0; right < other.rule_.strings.size(); ++right)
+            if (StringImplies(rule_.strings[left], other.rule_.strings[right]))
+                implied[left] |= LetterSet{1} << right;
+    return std::ranges::all_of(*ways_, [&](LetterSet way) {
+        LetterSet there = 0;
+        for (; way != 0; way &= way - 1)
+            there |= implied[static_cast<std::size_t>(std::countr_zero(way))];
+        return std::ranges::any_of(*other.ways_, [there](LetterSet wanted) { return (wanted & ~there) == 0; });
+    });
+}
+
+void RuleLogic::CollectMarks() {
+    const auto add = [this](uint64_t mark, bool is_needed) {
+        marks_.push_back(mark);
+        if (is_needed)
+            needed_marks_.push_back(mark);
+    };
+    for (const auto &[key, set] : values_) {
+        add(MarkOf(key), true);
+        if (const auto value = set.Single())
+            add(MarkOf(MarkOf(key) ^ *value), true);
+    }
+    const LetterSet all = LettersOf(rule_.expression);
+    const bool needs_all = rule_.expression.find('|') == std::string::npos;
+    for (std::size_t i = 0; i < rule_.strings.size(); ++i) {
+        const StringFeature &string = rule_.strings[i];
+        if (string.mask.none())
+            add(MarkOf(KeyOf(Item::kStrings, 0), FoldedText(string.bytes)), needs_all || (all >> i & 1) == 0);
+    }
+    for (const NameMark &name : NameMarks(rule_))
+        add(MarkOf(KeyOf(name.item, 0), name.text), true);
+    MakeSet(marks_);
+    MakeSet(needed_marks_);
+}
+
+} // namespace tavrik::rules::analysis

@@ -1,0 +1,99 @@
+// Numbers in rules that code gives a meaning of its own; names.h has the names of all of them.
+#ifndef TAVRIK_RULES_NUMBERS_H
+#define TAVRIK_RULES_NUMBERS_H
+
+#include <cstdint>
+
+namespace tavrik::rules {
+
+/// HeaderCondition::field. A table's number is that of its VirtualAddress; its Size comes next.
+namespace header_field {
+
+enum : uint16_t {
+    kDosMagic = 0,
+    kLfanew = 30,
+    kNumberOfSections = 32,
+    kTimeDateStamp = 33,
+    kSizeOfOptionalHeader = 36,
+    kCharacteristics = 37,
+    kMagic = 38,
+    kSizeOfCode = 41,
+    kSizeOfInitializedData = 42,
+    kAddressOfEntryPoint = 44,
+    kBaseOfCode = 45,
+    kBaseOfData = 46,
+    kImageBase = 47,
+    kSizeOfImage = 57,
+    kSizeOfHeaders = 58,
+    kCheckSum = 59,
+    kDllCharacteristics = 61,
+    kSizeOfStackReserve = 62,
+    kLoaderFlags = 66,
+    kNumberOfRvaAndSizes = 67,
+    kExportTable = 68,
+    kImportTable = 70,
+    kResourceTable = 72,
+    kBaseRelocationTable = 78,
+    kTlsTable = 86,
+    kClrRuntimeHeader = 96,
+    // Derived values.
+    kFileSize = 100,
+    kOverlayOffset,
+    kOverlaySize,
+    kEntryPointOffset,
+    kEntryPointSection,
+    kEntryPointDelta,
+    kEntryBytes0,
+    kEntryBytes4,
+    kRichOffset,
+    kRichKey,
+    kRichCount,
+    kRichLastBuild,
+    kImportModuleCount,
+    kImportFunctionCount,
+    kExportNameCount,
+    kResourceCount,
+    kImageBaseHigh,
+    kClrFlags,
+    kVbHeaderOffset,
+    // Visual Basic structures.
+    kVbProjectData = 125,
+    kVbThreadCount = 129,
+    kVbFormCount = 130,
+    kVbFormTable = 133,
+    kVbComRegisterData = 135,
+    kVbProjectVersion = 140,
+    kVbObjectTable = 141,
+    kVbNativeCode = 148,
+    kVbExternalTable = 149,
+    kVbExternalCount = 150,
+    kVbProject2 = 153,
+    kVbTotalObjects = 162,
+    kVbObjectArray = 165,
+};
+
+} // namespace header_field
+
+/// The bits of attribute_b.
+namespace trait {
+
+enum : uint32_t {
+    kOverlay = 1,
+    kEntryInLast = 2,
+    kWritableEntry = 4,
+    kExecutableLast = 8,
+    kFewImports = 16,
+    kVirtualSection = 32,
+    kVisualBasic = 64,
+    kNativeCode = 128,
+    kAll = 0xFF,
+};
+
+} // namespace trait
+
+/// Imported functions that still count as few.
+inline constexpr uint32_t kFewImports = 8;
+
+} // namespace tavrik::rules
+
+#endif

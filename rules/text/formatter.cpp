@@ -1,0 +1,189 @@
+#include "rules/text/formatter.h"
+
+#include "rules/text/printer.h"
+
+#include <algorithm>
+#include <compare>
+#include <map>
+#include <string_view>
+#include <vector>
+
+namespace tavrik::rules::text {
+
+namespace {
+
+// A place in a text that comments hold on to: a line of canonical form, or an element of one.
+struct Anchor {
+    std::size_t rule = 0;
+    LineKind kind = LineKind::kHead;
+    Item item = Item::kCount;
+    std::size_t element = 0;
+
+    auto operator<=>(const Anchor &) const = default;
+};
+
+struct Comments {
+    std::vector<std::string_view> before; // on lines of their own
+    std::vector<std::string_view> behind; // on the anchor's line
+};
+
+using CommentMap = std::map<Anchor, Comments>;
+
+struct PlacedAnchor {
+    std::size_t offset;
+    Anchor anchor;
+};
+
+// All anchors of a file, in the order of their places.
+std::vector<PlacedAnchor> AnchorsOf(const ParsedFile &file) {
+    std::vector<PlacedAnchor> anchors;
+    for (std::size_t rule = 0; rule < file.origins.size(); ++rule) {
+        const RuleOrigin &origin = file.origins[rule];
+        anchors.push_back({origin.begin, {rule, LineKind::kHead, Item::kCount, 0}});
+        for (std::size_t number = 0; number < kItemCount; ++number) {
+            const auto item = static_cast<Item>(number);
+            const ItemOrigin &place = origin.of(item);
+            if (place.begin == kNoOffset)
+                continue;
+            anchors.push_back({place.begin, {rule, LineKind::kItem, item, 0}});
+            for (std::size_t element = 0; element < place.rows.size(); ++element) {
+                // The elements of one row share its comments: its first has them.
+                if (element == 0 || place.rows[element] != place.rows[element - 1])
+                    anchors.push_back({place.rows[element], {rule, LineKind::kRow, item, element}});
+            }
+            if (place.end != kNoOffset)
+                anchors.push_back({place.end, {rule, LineKind::kItemEnd, item, 0}});
+        }
+        anchors.push_back({origin.end, {rule, LineKind::kRuleEnd, Item::kCount, 0}});
+    }
+    std::ranges::stable_sort(anchors, {}, &PlacedAnchor::offset);
+    return anchors;
+}
+
+bool EndsLine(std::string_view comment) {
+    return comment.starts_with("//") || comment.find('\n') != std::string_view::npos;
+}
+
+class Formatter {
+public:
+    explicit Formatter(const ParsedFile &file) : file_(file) { Attach(); }
+
+    std::string Format() {
+        for (std::size_t rule = 0; rule < file_.set.rules.size(); ++rule) {
+            if (rule != 0)
+                out_ += "\n";
+            for (const PrintedLine &line : RuleLines(file_.set.rules[rule]))
+                PrintLine(rule, line);
+        }
+        if (!last_.empty() && !out_.empty())
+            out_ += "\n";
+        for (const std::string_view comment : last_) {
+            PrintComment(comment);
+            out_ += "\n";
+        }
+        return std::move(out_);
+    }
+
+private:
+    void Attach() {
+        const std::vector<PlacedAnchor> anchors = AnchorsOf(file_);
+        for (const Comment &comment : file_.comments) {
+            const auto next = std::ranges::upper_bound(anchors, comment.offset, {}, &PlacedAnchor::offset);
+            if (!comment.own_line && next != anchors.begin())
+                comments_[std::prev(next)->anchor].behind.push_back(comment.text);
+            else if (next != anchors.end())
+                comments_[next->anchor].before.push_back(comment.text);
+            else
+                last_.push_back(comment.text);
+        }
+    }
+
+    void PrintLine(std::size_t rule, const PrintedLine &line) {
+        Comments comments;
+        if (line.kind == LineKind::kRow) {
+            for (std::size_t element = line.first; element < line.first + line.count; ++element)
+                TakeComments({rule, line.kind, line.item, element}, comments);
+        } else {
+            // What is left of this rule when it ends belongs to parts that are not printed.
+            if (line.kind == LineKind::kRuleEnd)
+                TakeLeftOver(rule, comments);
+            TakeComments({rule, line.kind, line.item, 0}, comments);
+        }
+        // A comment before a closing brace stands with the rows.
+        const bool closing = line.kind == LineKind::kItemEnd || line.kind == LineKind::kRuleEnd;
+        // What follows a comment that goes to a line's end would not stand behind the row: such comments, but for the
+        // last, move before it.
+        auto &behind = comments.behind;
+        const auto rest = std::find_if(behind.rbegin() + (behind.empty() ? 0 : 1), behind.rend(), EndsLine).base();
+        comments.before.insert(comments.before.end(), behind.begin(), rest);
+        behind.erase(behind.begin(), rest);
+        for (const std::string_view comment : comments.before) {
+            Indent(line.indent + (closing ? 1 : 0));
+            PrintComment(comment);
+            out_ += "\n";
+        }
+        Indent(line.indent);
+        out_ += line.text;
+        std::string_view gap = "  ";
+        for (const std::string_view comment : comments.behind) {
+            out_ += gap;
+            PrintComment(comment);
+            gap = " ";
+        }
+        out_ += "\n";
+    }
+
+    void TakeComments(const Anchor &anchor, Comments &out) {
+        const auto found = comments_.find(anchor);
+        if (found == comments_.end())
+            return;
+        const auto append = [](auto &to, const auto &from) { to.insert(to.end(), from.begin(), from.end()); };
+        append(out.before, found->second.before);
+        append(out.behind, found->second.behind);
+        comments_.erase(found);
+    }
+
+    void TakeLeftOver(std::size_t rule, Comments &out) {
+        const auto begin = comments_.lower_bound({rule, LineKind::kHead, Item::kTraits, 0});
+        for (auto each = begin; each != comments_.end() && each->first.rule == rule;) {
+            if (each->first.kind == LineKind::kRuleEnd) {
+                ++each;
+                continue;
+            }
+            for (const auto *list : {&each->second.before, &each->second.behind})
+                out.before.insert(out.before.end(), list->begin(), list->end());
+            each = comments_.erase(each);
+        }
+    }
+
+    // The lines of a long comment end as all others do.
+    void PrintComment(std::string_view comment) {
+        while (!comment.empty()) {
+            const std::size_t end = std::min(comment.find('\n'), comment.size());
+            std::size_t length = end;
+            while (end < comment.size() && length > 0 && comment[length - 1] == '\r')
+                --length;
+            out_ += comment.substr(0, length);
+            out_ += comment.substr(end, 1);
+            comment.remove_prefix(std::min(end + 1, comment.size()));
+        }
+    }
+
+    void Indent(std::size_t levels) {
+        for (std::size_t level = 0; level < levels; ++level)
+            out_ += kIndent;
+    }
+
+    const ParsedFile &file_;
+    CommentMap comments_;
+    std::vector<std::string_view> last_; // behind everything
+    std::string out_;
+};
+
+} // namespace
+
+std::string FormatRules(const ParsedFile &file) {
+    return Formatter(file).Format();
+}
+
+} // namespace tavrik::rules::text

@@ -1,0 +1,177 @@
+#include "rules/text/lexer.h"
+
+#include <algorithm>
+#include <array>
+
+namespace tavrik::rules::text {
+
+namespace {
+
+constexpr bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+constexpr bool IsHexDigit(char c) {
+    return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+constexpr bool IsWordStart(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+constexpr bool IsWordPart(char c) {
+    return IsWordStart(c) || IsDigit(c);
+}
+
+// Longer ones first.
+constexpr std::array<std::string_view, 22> kSymbols = {"..", "==", "!=", "<=", ">=", "??", "{", "}", "[", "]", "(",
+                                                       ")",  ".",  ",",  ";",  "|",  "&",  "#", "=", "~", "<", ">"};
+
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+
+} // namespace
+
+Lexer::Lexer(std::string_view text, std::vector<Diagnostic> &diagnostics) : text_(text), diagnostics_(diagnostics) {
+    if (text_.starts_with(kUtf8Mark))
+        position_ = kUtf8Mark.size();
+}
+
+Token Lexer::Next() {
+    SkipBlanks();
+    if (position_ >= text_.size())
+        return Take(TokenKind::kEnd, 0);
+    const std::string_view rest = text_.substr(position_);
+    const char c = rest.front();
+    if (IsWordStart(c)) {
+        const auto end = std::ranges::find_if_not(rest, IsWordPart);
+        return Take(TokenKind::kIdentifier, static_cast<std::size_t>(end - rest.begin()));
+    }
+    if (IsDigit(c) || (c == '-' && rest.size() > 1 && IsDigit(rest[1])))
+        return TakeNumber();
+    if (c == '"')
+        return TakeText();
+    for (const std::string_view symbol : kSymbols) {
+        if (rest.starts_with(symbol))
+            return Take(TokenKind::kSymbol, symbol.size());
+    }
+    // A run of bytes that begin no word is one mistake.
+    const auto strange = [](char byte) {
+        return byte == '\0' || static_cast<unsigned char>(byte) >= 0x80 || (byte > ' ' && !IsWordPart(byte));
+    };
+    std::size_t length = 1;
+    while (length < rest.size() && strange(rest[length]) && strange(c) &&
+           std::string_view("{}[]().,;|&#=~<>!?\"/-").find(rest[length]) == std::string_view::npos)
+        ++length;
+    if (c != '\0') // which the parser reports
+        Report("E001", position_, length, "these characters mean nothing here",
+               "text stands in double quotes, a comment behind //");
+    return Take(TokenKind::kOther, length);
+}
+
+Token Lexer::NextInHexString() {
+    SkipBlanks();
+    const std::string_view rest = text_.substr(std::min(position_, text_.size()));
+    if (rest.size() >= 2 && IsHexDigit(rest[0]) && IsHexDigit(rest[1]))
+        return Take(TokenKind::kIdentifier, 2);
+    return Next();
+}
+
+Token Lexer::NextExpression() {
+    SkipBlanks();
+    // No expression has a slash: one begins a comment.
+    const std::size_t end = std::min(text_.find_first_of("\r\n};\"/", position_), text_.size());
+    std::size_t length = end - position_;
+    while (length > 0 && (text_[position_ + length - 1] == ' ' || text_[position_ + length - 1] == '\t'))
+        --length;
+    return length == 0 ? Next() : Take(TokenKind::kOther, length);
+}
+
+void Lexer::SkipBlanks() {
+    while (position_ < text_.size()) {
+        const std::string_view rest = text_.substr(position_);
+        if (rest.front() == '\n') {
+            first_on_line_ = true;
+            ++position_;
+        } else if (rest.front() == ' ' || rest.front() == '\t' || rest.front() == '\r') {
+            ++position_;
+        } else if (rest.starts_with("//")) {
+            SkipComment("\n", false);
+        } else if (rest.starts_with("/*")) {
+            SkipComment("*/", true);
+        } else {
+            return;
+        }
+    }
+}
+
+void Lexer::SkipComment(std::string_view end, bool end_is_part) {
+    const std::size_t begin = position_;
+    std::size_t stop = text_.find(end, begin + 2);
+    if (stop == std::string_view::npos) {
+        stop = text_.size();
+        if (end_is_part)
+            Report("E002", begin, 2, "this comment has no end", "close it with */");
+    } else if (end_is_part) {
+        stop += end.size();
+    }
+    std::string_view text = text_.substr(begin, stop - begin);
+    position_ = stop;
+    while (!end_is_part && (text.ends_with('\r') || text.ends_with(' ') || text.ends_with('\t')))
+        text.remove_suffix(1);
+    comments_.push_back({begin, text, first_on_line_});
+    if (text.find('\n') != std::string_view::npos)
+        first_on_line_ = true;
+}
+
+Token Lexer::Take(TokenKind kind, std::size_t length) {
+    const Token token{kind, position_, text_.substr(std::min(position_, text_.size()), length), first_on_line_};
+    position_ += length;
+    first_on_line_ = false;
+    return token;
+}
+
+Token Lexer::TakeNumber() {
+    const std::string_view rest = text_.substr(position_);
+    std::size_t length = rest.front() == '-' ? 1 : 0;
+    const auto skip = [&](auto is_part) {
+        while (length < rest.size() && is_part(rest[length]))
+            ++length;
+    };
+    if (rest.substr(length).starts_with("0x")) {
+        length += 2;
+        skip(IsWordPart); // wrong digits are found when the number is read
+        return Take(TokenKind::kNumber, length);
+    }
+    skip(IsDigit);
+    TokenKind kind = rest.front() == '-' ? TokenKind::kReal : TokenKind::kNumber;
+    if (length + 1 < rest.size() && rest[length] == '.' && IsDigit(rest[length + 1])) {
+        kind = TokenKind::kReal;
+        ++length;
+    }
+    skip(IsWordPart);
+    return Take(kind, length);
+}
+
+Token Lexer::TakeText() {
+    const std::string_view rest = text_.substr(position_);
+    std::size_t length = 1;
+    while (length < rest.size() && rest[length] != '"' && rest[length] != '\n') {
+        // An escaped quote does not end the text.
+        const bool escape = rest[length] == '\\' && length + 1 < rest.size() && rest[length + 1] != '\n';
+        length += escape ? std::size_t{2} : std::size_t{1};
+    }
+    if (length < rest.size() && rest[length] == '"')
+        return Take(TokenKind::kText, length + 1);
+    length = std::min(length, rest.size());
+    Report("E003", position_, length, "this text has no closing quote",
+           "a text stands on one line; write \\n for a line's end");
+    return Take(TokenKind::kOther, length);
+}
+
+void Lexer::Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help) {
+    if (diagnostics_.size() < kMaxErrors)
+        diagnostics_.push_back(
+            {Severity::kError, std::move(code), offset, length, std::move(message), std::move(help)});
+}
+
+} // namespace tavrik::rules::text

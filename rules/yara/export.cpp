@@ -1,0 +1,75 @@
+#include "rules/yara/export.h"
+
+#include "rules/yara/rule_writer.h"
+#include "rules/yara/strings.h"
+
+#include <fmt/format.h>
+#include <map>
+#include <string_view>
+#include <utility>
+
+namespace tavrik::rules::yara {
+
+namespace {
+
+using fmt::format;
+using yara::Need;
+using yara::NotExpressible;
+using yara::RuleWriter;
+
+constexpr std::string_view kHead = R"(import "hash"
+import "math"
+
+// Written by tavrik-rules export-yara. Conditions read the headers themselves, so that damaged files get the same
+// answers as from the rules that these were made of.
+
+private rule pe_file {
+    condition:
+        uint16(0) == 0x5A4D and uint32(uint32(0x3C)) == 0x00004550 and uint32(0x3C) + 24 <= filesize
+}
+)";
+
+bool AsksNothing(const Rule &rule) {
+    return rule.attribute_b == 0 && ComputeFeatureFlags(rule) == 0;
+}
+
+} // namespace
+
+std::string YaraRuleName(const RuleSet &set, std::size_t place) {
+    const uint32_t id = set.rules[place].rule_id;
+    std::size_t before = 0;
+    for (std::size_t i = 0; i < place; ++i)
+        before += set.rules[i].rule_id == id ? 1u : 0u;
+    return format("rule_{}_{}", id, before);
+}
+
+YaraExport ExportYara(const RuleSet &set) {
+    YaraExport result;
+    result.text = kHead;
+    std::map<uint32_t, std::size_t> same_ids;
+    for (std::size_t place = 0; place < set.rules.size(); ++place) {
+        const Rule &rule = set.rules[place];
+        const std::size_t before = same_ids[rule.rule_id]++;
+        try {
+            if (AsksNothing(rule))
+                yara::Refuse("a rule that asks nothing");
+            // What the conditions need together is known only when all are written; then each can rely on it.
+            constexpr unsigned kEverything = 0x10000;
+            const Need granted = RuleWriter(rule, {kEverything, kEverything, 16}).need();
+            const RuleWriter writer(rule, granted);
+            result.text += format("\nrule rule_{}_{} {{\n    meta:\n        id = {}\n        name = {}\n", rule.rule_id,
+                                  before, rule.rule_id, YaraText(rule.detection_name));
+            if (!writer.strings().empty())
+                result.text += "    strings:\n";
+            for (const std::string &string : writer.strings())
+                result.text += "        " + string + "\n";
+            result.text += "    condition:\n" + writer.Condition() + "\n}\n";
+            result.exported.push_back(place);
+        } catch (NotExpressible &refusal) {
+            result.omitted.push_back({place, std::move(refusal.reason)});
+        }
+    }
+    return result;
+}
+
+} // namespace tavrik::rules::yara

@@ -1,0 +1,25 @@
+/* Why an entry of the locator table does or does not recognise a file. */
+#ifndef TAVRIK_SCANNER_EXPLAIN_H
+#define TAVRIK_SCANNER_EXPLAIN_H
+
+#include <cstdint>
+#include <string>
+
+#include "scanner/module.h"
+#include "scanner/pe_image.h"
+
+namespace tavrik::scanner {
+
+/** A text for an analyst, and the answer. */
+struct Explanation {
+    std::string text; // lines, each with its line feed
+    bool found = false;
+};
+
+/** Shows the gate of `entry` (below LOCATOR_COUNT) beside the values of `image`, once for each candidate for the first
+ * section that the gate could tell apart, and what the module's locator then finds in `source`. */
+Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image);
+
+} // namespace tavrik::scanner
+
+#endif

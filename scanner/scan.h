@@ -1,0 +1,110 @@
+/* Scanning one file with the module's rules and its payload locators. */
+#ifndef TAVRIK_SCANNER_SCAN_H
+#define TAVRIK_SCANNER_SCAN_H
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/byte_source.h"
+#include "evaluation/rule_index.h"
+#include "scanner/module.h"
+#include "scanner/pe_image.h"
+
+namespace tavrik::scanner {
+
+/** A payload that a locator found. */
+struct Finding {
+    uint32_t entry;  // of the locator table
+    uint32_t kind;   // a PayloadKind
+    uint32_t offset; // in the file
+    uint32_t size;   // bytes that the locator reports at offset
+
+    bool operator==(const Finding &) const = default;
+};
+
+/** A rule that matches the file. */
+struct Detection {
+    uint32_t rule;         // its number
+    std::string_view name; // in the module
+    uint32_t action;       // that the module has for it: a CleanAction or CLEAN_ACTION_NONE
+
+    bool operator==(const Detection &) const = default;
+};
+
+/** How the scan of a file ended. */
+enum class ScanStatus {
+    Scanned,
+    NotPe,      // nothing to do
+    Skipped,    // as the settings want it; `error` says why
+    Failed,     // `error` says why; what was found before is kept
+    Interrupted // the user asked the program to end; the report is not complete
+};
+
+/** A payload that was written to a file of its own. */
+struct CarvedPayload {
+    uint64_t offset; // in the scanned file
+    uint64_t size;   // bytes that were written
+    std::filesystem::path file;
+};
+
+/** What a scan learnt about a file. */
+struct FileReport {
+    std::filesystem::path file;
+    std::optional<uint64_t> size; // in bytes, when the file could be opened
+    std::string sha256;           // in hexadecimal digits; "" when not asked for or not known
+    ScanStatus status = ScanStatus::Failed;
+    std::string error; // the reason and the remedy, without the file's name
+    std::vector<Detection> detections;
+    std::vector<Finding> findings;
+    std::vector<CarvedPayload> carved; // by whoever carves
+};
+
+/** What a scan does beside its purpose, and what bounds it. */
+struct ScanSettings {
+    bool sha256 = false;
+    std::optional<uint64_t> max_size; // in bytes; larger files are skipped
+    double timeout = 0;               // seconds for a file; 0 is for ever
+};
+
+class Profile;
+
+/** Scans files with one module. Immutable, so that threads can share one. */
+class Scanner {
+public:
+    /** The module must outlive the object. */
+    explicit Scanner(const Module &module, const ScanSettings &settings = {});
+
+    /** Scans a file, which is only read. Every failure is in the report. `profile`, if not null, is told what the
+     * steps cost. */
+    FileReport Scan(const std::filesystem::path &file, Profile *profile = nullptr) const;
+
+private:
+    void Examine(base::ByteSource &source, FileReport &report, Profile *profile) const;
+    void Detect(base::ByteSource &source, FileReport &report, Profile *profile) const;
+
+    const Module &module_;
+    ScanSettings settings_;
+    evaluation::RuleIndex index_;
+};
+
+/** The name that a rule gives its detections. */
+std::string_view DetectionName(const HeuristicRule &rule);
+
+/** Calls one locator with `image` and the candidate `first_section`, on a stream of its own over `source`. */
+std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image,
+                                  const SectionHeader &first_section);
+
+/** Asks every locator with every candidate for the first section; the distinct findings in the table's order. The
+ * source is not larger than kLargestFile. */
+std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const PeImage &image);
+
+/** What a file that is too large for the module is told. */
+std::string TooLargeText(uint64_t size);
+
+} // namespace tavrik::scanner
+
+#endif

@@ -1,0 +1,30 @@
+#include "scanner/watched_source.h"
+
+#include <fmt/format.h>
+
+#include "base/system.h"
+#include "scanner/profile.h"
+
+namespace tavrik::scanner {
+
+Deadline::Deadline(double seconds)
+    : seconds_(seconds),
+      end_(Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))) {}
+
+std::size_t WatchedSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
+    if (!error_.empty())
+        return 0;
+    if (base::Interruption() != 0) {
+        was_interrupted_ = true;
+        error_ = "interrupted";
+        return 0;
+    }
+    if (deadline_.HasPassed()) {
+        error_ = fmt::format("took longer than {} seconds", deadline_.seconds());
+        return 0;
+    }
+    const ReadTimer timer(profile_);
+    return source_.ReadAt(offset, buffer, length);
+}
+
+} // namespace tavrik::scanner

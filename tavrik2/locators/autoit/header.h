@@ -1,0 +1,34 @@
+/* What the scans for script headers have in common. */
+#ifndef TAVRIK2_LOCATORS_AUTOIT_HEADER_H
+#define TAVRIK2_LOCATORS_AUTOIT_HEADER_H
+
+#include <cstdint>
+
+#include "tavrik2/locators/scans/block_walk.h"
+#include "tavrik2/locators/target_file.h"
+
+namespace tavrik2 {
+
+/** A script header's walk: blocks shorter than this end it, and so do the file's last 80 bytes. */
+inline constexpr BlockWalk kHeaderWalk = {80, 2560};
+
+/** The verdict on a header at `place` of the block at `position`: one that begins before `start` ends the search. */
+inline BlockVerdict HeaderAt(int32_t position, int32_t place, int32_t start) {
+    const int32_t header = WrappingAdd(position, place);
+    return {header < start ? BlockVerdict::GiveUp : BlockVerdict::Found, header};
+}
+
+/** A scan for a header: FindAutoItScript, FindAutoItEA06Header or FindAlteredAutoItHeader. */
+using HeaderScan = int (*)(uint32_t handle, int32_t file_size, int32_t start, uint32_t *out, FileStream *stream);
+
+/** A locator's last steps: scans from the offset of `rva`, unchecked, and reports the header with a block's size. */
+inline int ReportHeader(const TargetFile &file, HeaderScan scan, uint32_t rva, LocatorResult *result) {
+    uint32_t header;
+    if (scan(file.handle, file.file_size, AsSigned(file.OffsetOf(rva)), &header, file.stream) == 0)
+        return kDeclined;
+    return Report(result, PAYLOAD_AUTOIT, header, kBlockSize);
+}
+
+} // namespace tavrik2
+
+#endif

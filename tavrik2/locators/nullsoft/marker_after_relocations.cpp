@@ -1,0 +1,45 @@
+// Installer stubs with NullsoftMarker behind the relocation section (entry 40).
+
+#include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/nullsoft/marker_block.h"
+
+namespace tavrik2 {
+
+using namespace fields;
+using namespace gates;
+
+namespace {
+
+// clang-format off
+constexpr auto kRows40 = gate(
+    is(NumberOfSections, 6),
+    is(Characteristics, 0x102),
+    in(SizeOfCode, 0x6E00, 0x7500),
+    is(SizeOfUninitializedData, 0x4200),
+    is(MajorLinkerVersion, 10),
+    is(MinorLinkerVersion, 0),
+    is(FileAlignment, 0x200),
+    in(ImportSize, 0xB0, 0xC0),
+    in(ResourceSize, 0x4000, 0x4200),
+    in(ImportAddressTableSize, 0x2D0, 0x300),
+    in(last_section::SizeOfRawData, 0x1000, 0x3500),
+    is(first_section::Characteristics, kCode),
+    is(last_section::Characteristics, kDiscardableData),
+    name(first_section::Name, ".text"),
+    name(last_section::Name, ".reloc"));
+// clang-format on
+
+constexpr uint32_t kAfterLastSection = 0x3000; // bytes
+
+} // namespace
+
+constinit const GateView kGate40 = kRows40;
+
+int Locator40(const TargetFile &file, LocatorResult *result) {
+    if (!Passes(kGate40, file))
+        return kDeclined;
+    const uint32_t block_start = RawDataEnd(*file.last_section) + kAfterLastSection;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, result) : kDeclined;
+}
+
+} // namespace tavrik2

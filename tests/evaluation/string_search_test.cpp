@@ -1,0 +1,137 @@
+// The ways to look for strings: each must say what comparing at every position says.
+#include <algorithm>
+#include <array>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "evaluation/string_pass.h"
+#include "evaluation/string_search.h"
+#include "rules/model.h"
+
+namespace tavrik::tests {
+namespace {
+
+using base::Region;
+
+/** Bytes that can only be read piece by piece. */
+class StreamedSource final : public base::ByteSource {
+public:
+    explicit StreamedSource(base::MemorySource &memory) : memory_(memory) {}
+    uint64_t size() const override { return memory_.size(); }
+    std::size_t ReadAt(uint64_t at, void *to, std::size_t length) override { return memory_.ReadAt(at, to, length); }
+    const std::string &error() const override { return memory_.error(); }
+
+private:
+    base::MemorySource &memory_;
+};
+
+class StringSearch : public testing::Test {
+protected:
+    std::size_t Below(std::size_t bound) { return random_() % bound; }
+    bool Once(std::size_t in) { return Below(in) == 0; }
+
+    std::vector<uint8_t> Content(std::size_t size, const std::string &alphabet) {
+        std::vector<uint8_t> content(size);
+        std::ranges::generate(content, [&] { return static_cast<uint8_t>(alphabet[Below(alphabet.size())]); });
+        return content;
+    }
+
+    /** A string of up to `longest` bytes that often stands at `place` in the content and often counts there. */
+    void AddString(std::vector<uint8_t> &content, std::size_t longest, std::size_t place) {
+        StringFeature string = {};
+        string.length = static_cast<uint8_t>(1 + Below(longest));
+        string.param_e = static_cast<uint8_t>(Below(4));
+        const std::size_t width = (string.param_e & rules::kStringWide) != 0 ? 2 : 1;
+        const std::size_t span = string.length * width;
+        if (place + span > content.size())
+            return;
+        std::vector<uint8_t> &bytes = texts_.emplace_back();
+        for (std::size_t i = 0; i < string.length; ++i) {
+            bytes.push_back(content[place + width * i]);
+            content[place + width * i + width - 1] &= static_cast<uint8_t>(width == 2 ? 0 : 0xFF);
+            if (Once(200) || ((string.param_e & rules::kStringNoCase) != 0 && Once(2)))
+                bytes[i] ^= 0x20;
+            if (Once(6) || longest == 1)
+                string.mask[i / 8] = static_cast<uint8_t>(string.mask[i / 8] | 1u << i % 8);
+        }
+        string.param_a = static_cast<uint8_t>(Below(string.length));
+        string.string_kind = static_cast<uint8_t>(1 + Below(rules::kMaxStringKind));
+        string.param_d = static_cast<uint8_t>(strings_.size()); // names the region
+        Region region = {Once(3) ? place : Below(place + 1), 0};
+        region.length = Once(3) ? place + span - region.offset : Below(content.size() - region.offset + 1);
+        regions_.push_back(Once(3) ? Region{0, content.size()} : region);
+        if (!Once(3)) {
+            const uint64_t before = place - regions_.back().offset;
+            const uint64_t after = regions_.back().length - before - span; // wraps where the region is cut short
+            const uint64_t position = rules::FromEnd(string.string_kind) ? after : before;
+            string.param_b = static_cast<uint16_t>(Once(3) ? position : position + Below(12) - 6);
+            string.param_c = static_cast<uint16_t>(Below(Once(2) ? 2 : 6));
+            string.param_f = static_cast<uint16_t>(Once(2) ? 0 : Below(6));
+        }
+        strings_.push_back(string);
+    }
+
+    /** Compares all ways on all strings, which are then forgotten. */
+    void Check(std::span<const uint8_t> content) {
+        std::vector<const StringFeature *> pointers;
+        for (std::size_t i = 0; i < strings_.size(); ++i) {
+            strings_[i].bytes = texts_[i].data();
+            pointers.push_back(&strings_[i]);
+        }
+        const evaluation::StringPass pass(pointers);
+        base::MemorySource memory(content);
+        StreamedSource stream(memory);
+        for (base::ByteSource *source : std::array<base::ByteSource *, 2>{&memory, &stream}) {
+            base::FileBytes bytes(*source);
+            const std::vector<bool> passed =
+                pass.Search(bytes, [&](const StringFeature &string) { return regions_[string.param_d]; });
+            base::FileBytes in_memory(memory);
+            for (std::size_t i = 0; i < strings_.size(); ++i) {
+                const bool is_present = evaluation::IsStringPresentPlainly(in_memory, regions_[i], strings_[i]);
+                EXPECT_EQ(evaluation::IsStringPresent(bytes, regions_[i], strings_[i]), is_present) << i;
+                EXPECT_EQ(passed[i], is_present) << i;
+                found_ += is_present ? 1U : 0U;
+            }
+            compared_ += strings_.size();
+        }
+        strings_.clear();
+        texts_.clear();
+        regions_.clear();
+    }
+
+    std::mt19937 random_{1};
+    std::vector<StringFeature> strings_;
+    std::vector<std::vector<uint8_t>> texts_;
+    std::vector<Region> regions_;
+    std::size_t found_ = 0;
+    std::size_t compared_ = 0;
+};
+
+TEST_F(StringSearch, AgreesInSmallFiles) {
+    for (const char *alphabet : {"aB", "aAbB@`\x01", "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"})
+        for (int round = 0; round < 300; ++round) {
+            std::vector<uint8_t> content = Content(Below(round % 2 == 0 ? 40 : 2000), alphabet);
+            for (int count = 0; count < 40; ++count)
+                AddString(content, std::array<std::size_t, 4>{1, 4, 12, 128}[Below(4)], Below(content.size() + 1));
+            Check(content);
+        }
+    EXPECT_GT(found_, compared_ / 4) << "both answers must be common";
+    EXPECT_LT(found_, compared_ * 3 / 4);
+}
+
+TEST_F(StringSearch, AgreesWherePiecesMeet) {
+    constexpr std::size_t kPiece = 256 * 1024;
+    std::vector<uint8_t> content = Content(2 * kPiece + 1000, "abcdefghijklmnopqrstuvwxyz");
+    for (int round = 0; round < 16; ++round) {
+        for (int count = 0; count < 4; ++count)
+            AddString(content, 128, kPiece * (1 + Below(2)) - 128 + Below(384));
+        Check(content);
+    }
+    EXPECT_GT(found_, compared_ / 8);
+}
+
+} // namespace
+} // namespace tavrik::tests

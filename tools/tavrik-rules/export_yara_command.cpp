@@ -1,0 +1,51 @@
+#include "tools/tavrik-rules/commands.h"
+
+#include "base/text.h"
+#include "rules/yara/export.h"
+#include "tools/tavrik-rules/tool_files.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fmt/format.h>
+#include <map>
+
+namespace tavrik::rules_tool {
+
+namespace {
+
+// The reasons with the number of rules that each holds back, the most frequent first.
+void PrintReasons(const rules::yara::YaraExport &made) {
+    std::map<std::string_view, std::size_t> counts;
+    for (const rules::yara::OmittedRule &rule : made.omitted)
+        ++counts[rule.reason];
+    std::vector<std::pair<std::string_view, std::size_t>> reasons(counts.begin(), counts.end());
+    std::ranges::stable_sort(reasons, std::ranges::greater(), [](const auto &reason) { return reason.second; });
+    fmt::print(stderr, "{} written, {} not:\n", base::CountText(made.exported.size(), "rule"), made.omitted.size());
+    for (const auto &[reason, count] : reasons)
+        fmt::print(stderr, "{:>6}  {}\n", count, reason);
+}
+
+} // namespace
+
+ExitCode ExportToYara(const RuleSource &source, const std::string &output, const std::string &report) {
+    const auto set = LoadSource(source);
+    if (!set)
+        return kErrorsFound;
+    const rules::yara::YaraExport made = rules::yara::ExportYara(*set);
+    if (output.empty() || output == kStandardInput)
+        fmt::print("{}", made.text);
+    else
+        WriteAll(PathOf(output), made.text);
+    if (!report.empty()) {
+        std::string lines;
+        for (const rules::yara::OmittedRule &omitted : made.omitted) {
+            const rules::Rule &rule = set->rules[omitted.place];
+            lines += fmt::format("{}\t{}\t{}\n", rule.rule_id, rule.detection_name, omitted.reason);
+        }
+        WriteAll(PathOf(report), lines);
+    }
+    PrintReasons(made);
+    return kFine;
+}
+
+} // namespace tavrik::rules_tool

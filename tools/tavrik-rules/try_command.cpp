@@ -1,0 +1,155 @@
+#include "tools/tavrik-rules/commands.h"
+
+#include "base/text.h"
+#include "base/walk.h"
+#include "evaluation/features.h"
+#include "evaluation/rule_explanation.h"
+#include "evaluation/rule_index.h"
+#include "rules/record/record_builder.h"
+#include "tools/tavrik-rules/tool_files.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace tavrik::rules_tool {
+
+namespace {
+
+constexpr std::string_view kRuleSuffix = ".rules";
+
+std::string Named(const HeuristicRule &rule) {
+    return fmt::format("rule {} \"{}\"", uint32_t{rule.rule_id}, base::Printable(rule.detection_name));
+}
+
+// Evaluates a rule table on one file after the other, and prints.
+class Trial {
+public:
+    Trial(std::span<HeuristicRule *const> rules, const TryOptions &options)
+        : rules_(rules), index_(rules), options_(options) {}
+
+    void Visit(const std::filesystem::path &path) {
+        try {
+            base::FileSource source(path);
+            evaluation::Features features(source);
+            const std::vector<uint32_t> matches = index_.Match(features);
+            const std::vector<evaluation::RuleExplanation> explanations = Explain(features);
+            if (!source.error().empty())
+                return Fail(path, source.error());
+            ++files_;
+            matched_ += matches.empty() ? 0U : 1U;
+            not_pe_ += features.IsPe() ? 0U : 1U;
+            if (options_.json)
+                PrintJson(path, features.IsPe(), matches, explanations);
+            else
+                PrintText(path, features.IsPe(), matches, explanations);
+        } catch (const base::OpenError &error) {
+            Fail(path, error.what());
+        }
+    }
+
+    void Fail(const std::filesystem::path &path, const std::string &reason) {
+        ++errors_;
+        if (options_.json)
+            Print({{"file", base::PathText(path)}, {"error", reason}});
+        fmt::print(stderr, "tavrik-rules: {}: {}\n", base::PrintablePath(path), reason);
+    }
+
+    ExitCode Finish() const {
+        if (!options_.json)
+            fmt::print("{}, {}: {} matched, {} not PE, {}\n", base::CountText(rules_.size(), "rule"),
+                       base::CountText(files_ + errors_, "file"), matched_, not_pe_, base::CountText(errors_, "error"));
+        return errors_ == 0 ? kFine : kFailed;
+    }
+
+private:
+    std::vector<evaluation::RuleExplanation> Explain(evaluation::Features &features) const {
+        std::vector<evaluation::RuleExplanation> explanations;
+        if (options_.explain && features.IsPe())
+            for (const HeuristicRule *rule : rules_)
+                explanations.push_back(evaluation::ExplainRule(*rule, features));
+        return explanations;
+    }
+
+    void PrintText(const std::filesystem::path &path, bool is_pe, const std::vector<uint32_t> &matches,
+                   const std::vector<evaluation::RuleExplanation> &explanations) const {
+        const std::string file = base::PrintablePath(path);
+        for (const uint32_t place : matches)
+            fmt::print("{}: {}\n", file, Named(*rules_[place]));
+        if (options_.explain && !is_pe)
+            fmt::print("{}: no PE file, which rules are not asked of\n", file);
+        for (std::size_t place = 0; place < explanations.size(); ++place) {
+            const evaluation::RuleExplanation &explanation = explanations[place];
+            fmt::print("\n{}: {}: {}\n{}", file, Named(*rules_[place]),
+                       explanation.matches
+                           ? "matches"
+                           : fmt::format("does not match, {} conditions are not met", explanation.failed),
+                       explanation.text);
+        }
+        if (!explanations.empty())
+            fmt::print("\n");
+    }
+
+    void PrintJson(const std::filesystem::path &path, bool is_pe, const std::vector<uint32_t> &matches,
+                   const std::vector<evaluation::RuleExplanation> &explanations) const {
+        const auto reference = [this](std::size_t place) -> nlohmann::ordered_json {
+            return {{"rule", uint32_t{rules_[place]->rule_id}}, {"name", rules_[place]->detection_name}};
+        };
+        nlohmann::ordered_json line = {
+            {"file", base::PathText(path)}, {"pe", is_pe}, {"matches", nlohmann::ordered_json::array()}};
+        for (const uint32_t place : matches)
+            line["matches"].push_back(reference(place));
+        for (std::size_t place = 0; place < explanations.size(); ++place) {
+            nlohmann::ordered_json entry = reference(place);
+            entry["matches"] = explanations[place].matches;
+            entry["failed"] = explanations[place].failed;
+            entry["text"] = explanations[place].text;
+            line["explanations"].push_back(std::move(entry));
+        }
+        Print(line);
+    }
+
+    static void Print(const nlohmann::ordered_json &line) {
+        fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
+
+    std::span<HeuristicRule *const> rules_;
+    evaluation::RuleIndex index_;
+    const TryOptions &options_;
+    std::size_t files_ = 0; // that could be read
+    std::size_t matched_ = 0;
+    std::size_t not_pe_ = 0;
+    std::size_t errors_ = 0;
+};
+
+} // namespace
+
+ExitCode Try(const TryOptions &options) {
+    std::vector<std::string> rule_files = options.rule_files;
+    std::vector<std::string> paths;
+    for (const std::string &argument : options.arguments)
+        (argument.ends_with(kRuleSuffix) && !std::filesystem::is_directory(PathOf(argument)) ? rule_files : paths)
+            .push_back(argument);
+    if (rule_files.empty())
+        throw ToolError("try: no rule files; name one that ends in .rules, or use --rules FILE");
+    if (paths.empty())
+        throw ToolError("try: nothing to try the rules on; name files, or folders with -r");
+    const auto set = LoadRules(rule_files);
+    if (!set)
+        return kErrorsFound;
+    const rules::record::RecordSet records(*set);
+    Trial trial(records.rules(), options);
+    for (const std::string &path : paths)
+        base::Walk(base::PathOf(path), {options.recursive, {}},
+                   {[&](const std::filesystem::path &file) {
+                        trial.Visit(file);
+                        return true;
+                    },
+                    [&](const std::filesystem::path &folder, const std::string &reason) {
+                        trial.Fail(folder, reason);
+                        return true;
+                    }});
+    return trial.Finish();
+}
+
+} // namespace tavrik::rules_tool

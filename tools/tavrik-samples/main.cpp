@@ -1,0 +1,60 @@
+// tavrik-samples: writes the sample set.
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
+#include <system_error>
+
+#include "samples/samples.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using tavrik::base::Bytes;
+
+// Another process sees the old file or the new one, never a part of it.
+void Replace(const fs::path &path, const Bytes &bytes) {
+    fs::path unfinished = path;
+    unfinished += ".part";
+    std::ofstream file(unfinished, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file)
+        throw std::runtime_error(
+            fmt::format("{}: cannot be written; check the folder's permissions and free space", unfinished.string()));
+    fs::rename(unfinished, path);
+}
+
+void WriteAll(const fs::path &folder) {
+    fs::create_directories(folder);
+    std::size_t total = 0;
+    const std::size_t count = tavrik::samples::SampleCount();
+    for (std::size_t index = 0; index < count; ++index) {
+        const tavrik::samples::Sample sample = tavrik::samples::MakeSample(index);
+        Replace(folder / sample.file_name, sample.bytes);
+        fmt::print("{:<52} {:>8} bytes  {}\n", sample.file_name, sample.bytes.size(), sample.about);
+        total += sample.bytes.size();
+    }
+    fmt::print("{} files, {:.1f} MiB, in {}\n", count, static_cast<double>(total) / (1 << 20), folder.string());
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    CLI::App app{"Writes the sample set: harmless PE files, one for each locator that can find something, clean ones\n"
+                 "(clean-*) and near misses (near-miss-*). Files of the same names are replaced.",
+                 "tavrik-samples"};
+    // A folder such as /var/tmp is no option, whatever the system.
+    app.allow_windows_style_options(false);
+    std::string folder;
+    app.add_option("DIR", folder, "folder to write to; made when missing")->required();
+    CLI11_PARSE(app, argc, argv);
+    try {
+        WriteAll(folder);
+    } catch (const std::exception &error) {
+        fmt::print(stderr, "tavrik-samples: {}\n", error.what());
+        return 1;
+    }
+    return 0;
+}

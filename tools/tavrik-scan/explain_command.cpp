@@ -1,0 +1,137 @@
+#include <charconv>
+#include <fmt/format.h>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "base/text.h"
+#include "evaluation/rule_explanation.h"
+#include "scanner/clean_action.h"
+#include "scanner/explain.h"
+#include "scanner/module_stream.h"
+#include "scanner/scan.h"
+#include "tools/tavrik-scan/commands.h"
+
+namespace tavrik::scan_tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/** There is nothing of that name; the text says so. */
+class NothingToExplain : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// What is to be explained.
+struct Subjects {
+    std::optional<uint32_t> entry;            // of the locator table
+    std::vector<const HeuristicRule *> rules; // in the table's order
+};
+
+std::optional<uint32_t> NumberOf(std::string_view text) {
+    uint32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
+}
+
+template <typename Predicate>
+std::vector<const HeuristicRule *> RulesThat(const scanner::Module &module, Predicate predicate) {
+    std::vector<const HeuristicRule *> rules;
+    for (const HeuristicRule *rule : module.rules())
+        if (predicate(*rule))
+            rules.push_back(rule);
+    return rules;
+}
+
+Subjects SubjectsOf(const scanner::Module &module, const std::string &what) {
+    constexpr std::string_view kEntry = "entry:";
+    constexpr std::string_view kRule = "rule:";
+    const bool names_entry = what.starts_with(kEntry);
+    const bool names_rule = what.starts_with(kRule);
+    const std::string_view digits = std::string_view(what).substr(names_entry  ? kEntry.size()
+                                                                  : names_rule ? kRule.size()
+                                                                               : 0);
+    const std::optional<uint32_t> number = NumberOf(digits);
+    if (!number && (names_entry || names_rule))
+        throw NothingToExplain(
+            fmt::format("\"{}\" is no number in \"{}\"", base::Printable(digits), base::Printable(what)));
+
+    Subjects subjects;
+    if (number && *number < module.locators().size() && !names_rule)
+        subjects.entry = number;
+    if (number && !names_entry)
+        subjects.rules = RulesThat(module, [&](const HeuristicRule &rule) { return rule.rule_id == *number; });
+    if (!number)
+        subjects.rules =
+            RulesThat(module, [&](const HeuristicRule &rule) { return scanner::DetectionName(rule) == what; });
+    if (!subjects.entry && subjects.rules.empty())
+        throw NothingToExplain(
+            fmt::format("there is no {} \"{}\"; tavrik-scan locators lists the entries, tavrik-rules list the rules",
+                        names_entry  ? "entry"
+                        : names_rule ? "rule"
+                        : number     ? "entry and no rule"
+                                     : "rule with the name",
+                        base::Printable(digits)));
+    return subjects;
+}
+
+std::string Verdict(const evaluation::RuleExplanation &explanation, const HeuristicRule &rule,
+                    const scanner::Module &module, const fs::path &file) {
+    if (explanation.matches)
+        return fmt::format(
+            "The rule matches; action {}.\n",
+            scanner::ActionName(module.PreviewCleanAction(file, scanner::kCleanableFinding, rule.rule_id).action));
+    if (explanation.failed == 0)
+        return "The rule does not match.\n";
+    return fmt::format("The rule does not match: {} condition{} failed.\n", explanation.failed,
+                       explanation.failed == 1 ? " has" : "s have");
+}
+
+} // namespace
+
+ExitCode RunExplain(const fs::path &module_path, const std::string &what, const fs::path &file) {
+    const scanner::Module module(module_path);
+    const auto fail = [&](const std::string &reason) {
+        ReportError(file, reason);
+        return kErrorHappened;
+    };
+    try {
+        const Subjects subjects = SubjectsOf(module, what);
+        base::FileSource source(file);
+        const scanner::PeResult pe = scanner::ParsePe(source);
+        if (pe.status != scanner::PeStatus::Parsed)
+            return fail(pe.status == scanner::PeStatus::NotPe ? pe.text + "; name a PE file" : pe.text);
+        if (source.size() > scanner::kLargestFile && subjects.entry)
+            return fail(scanner::TooLargeText(source.size()));
+        std::string text =
+            fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", base::PrintablePath(file),
+                        source.size(), pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
+                        uint16_t{pe.image.file_header.NumberOfSections});
+        bool found = false;
+        if (subjects.entry) {
+            const scanner::Explanation explanation = scanner::Explain(module, *subjects.entry, source, pe.image);
+            text += explanation.text;
+            found = explanation.found;
+        }
+        evaluation::Features features(source);
+        for (const HeuristicRule *rule : subjects.rules) {
+            const evaluation::RuleExplanation explanation = evaluation::ExplainRule(*rule, features);
+            text += '\n' + explanation.text + '\n' + Verdict(explanation, *rule, module, file);
+            found = found || explanation.matches;
+        }
+        base::Print(text);
+        if (!source.error().empty())
+            return fail(source.error());
+        return found ? kFound : kNothingFound;
+    } catch (const base::OpenError &error) {
+        return fail(error.what());
+    } catch (const NothingToExplain &error) {
+        base::PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
+        return kErrorHappened;
+    }
+}
+
+} // namespace tavrik::scan_tool

@@ -1,0 +1,21 @@
+#include <fmt/format.h>
+#include <string>
+
+#include "scanner/locator_info.h"
+#include "tools/tavrik-scan/commands.h"
+
+namespace tavrik::scan_tool {
+
+ExitCode RunLocators() {
+    static constexpr char kLine[] = "{:>5}  {:<18}  {}\n";
+    std::string list = fmt::format(kLine, "entry", "finds", "recognised by, and where the payload stands");
+    for (uint32_t entry = 0; entry < scanner::kLocatorInfo.size(); ++entry) {
+        const scanner::LocatorInfo &info = scanner::kLocatorInfo[entry];
+        list += fmt::format(kLine, entry, entry == scanner::kDecliningEntry ? "nothing" : scanner::KindName(info.kind),
+                            info.description);
+    }
+    base::Print(list);
+    return kNothingFound;
+}
+
+} // namespace tavrik::scan_tool

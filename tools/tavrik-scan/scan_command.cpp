@@ -1,0 +1,217 @@
+#include <algorithm>
+#include <chrono>
+#include <fmt/format.h>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/ordered_pool.h"
+#include "base/path_list.h"
+#include "base/system.h"
+#include "scanner/carve.h"
+#include "scanner/profile.h"
+#include "scanner/report.h"
+#include "scanner/totals.h"
+#include "scanner/watched_source.h"
+#include "tools/tavrik-scan/commands.h"
+
+namespace tavrik::scan_tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A path that the walk met: a file to scan, or something that cannot be, and why.
+struct Job {
+    fs::path path;
+    std::string error;
+};
+
+struct Result {
+    scanner::FileReport report;
+    std::string lines; // for standard output
+};
+
+ExitCode CodeOf(const scanner::FileReport &report) {
+    if (report.status == scanner::ScanStatus::Failed)
+        return kErrorHappened;
+    return report.findings.empty() && report.detections.empty() ? kNothingFound : kFound;
+}
+
+// One run over all paths. Work happens in many threads; Deliver is called by one at a time, in the files' order.
+class ScanRun {
+public:
+    ScanRun(const scanner::Scanner &scanner, const ScanOptions &options)
+        : scanner_(scanner), options_(options), out_in_colour_(base::WantsColour(options.colour, stdout)),
+          errors_in_colour_(base::WantsColour(options.colour, stderr)),
+          profiles_(options.profile ? options.threads + 1 : 0), shows_progress_(ShowsProgress()),
+          console_(shows_progress_ ? MakeProgress() : nullptr) {
+        if (options.carve_folder)
+            carver_.emplace(*options.carve_folder);
+    }
+
+    // Returns when everything has been printed, all of it or what there is when the user interrupts.
+    void Run() {
+        base::OrderedPool<Job, Result> pool(
+            options_.threads, [this](Job &job, unsigned thread) { return Work(job, thread); },
+            [this](Result &result) { Deliver(result); });
+        const auto submit = [&pool](const fs::path &path, const std::string &error) {
+            pool.Submit({path, error});
+            return base::Interruption() == 0;
+        };
+        const base::WalkVisitor visitor = {[&](const fs::path &file) { return submit(file, ""); }, submit};
+        const auto walk = [&](const fs::path &path) { return base::Walk(path, options_.walk, visitor); };
+        try {
+            if (std::all_of(options_.paths.begin(), options_.paths.end(), walk) && options_.path_list)
+                base::ReadPathList(*options_.path_list, options_.list_separator, walk);
+        } catch (const base::PathListError &error) {
+            console_.PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
+            list_failed_ = true;
+        }
+        pool.Finish();
+    }
+
+    // Says how it went. Returns the exit code.
+    int Conclude(std::span<HeuristicRule *const> rules) {
+        console_.EndProgress();
+        if (!options_.quiet)
+            console_.PrintError(scanner::SummaryLine(totals_, Seconds(), base::Interruption() != 0));
+        if (options_.profile) {
+            for (std::size_t thread = 1; thread < profiles_.size(); ++thread)
+                profiles_.front().Add(profiles_[thread]);
+            console_.PrintError(profiles_.front().Text(rules));
+        }
+        if (base::Interruption() != 0)
+            return kSignalled + base::Interruption();
+        return list_failed_ ? kErrorHappened : code_;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    bool ShowsProgress() const {
+        if (options_.progress != base::When::Auto)
+            return options_.progress == base::When::Always;
+        const bool json_on_terminal = options_.json && base::IsTerminal(stdout);
+        return !options_.quiet && !json_on_terminal && base::EnableEscapes(stderr);
+    }
+
+    std::function<std::string(std::size_t)> MakeProgress() {
+        return [this](std::size_t columns) {
+            const std::lock_guard lock(progress_mutex_);
+            return scanner::ProgressLine(totals_, Seconds(), current_file_, columns);
+        };
+    }
+
+    double Seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+
+    // The last one is the profile of deliveries.
+    scanner::Profile *ProfileOf(std::size_t thread) { return profiles_.empty() ? nullptr : &profiles_[thread]; }
+
+    Result Work(Job &job, unsigned thread) {
+        Result result;
+        if (base::Interruption() != 0) {
+            result.report.status = scanner::ScanStatus::Interrupted;
+            return result;
+        }
+        if (shows_progress_) {
+            const std::lock_guard lock(progress_mutex_);
+            current_file_ = job.path;
+        }
+        scanner::Profile *profile = ProfileOf(thread);
+        if (job.error.empty()) {
+            result.report = scanner_.Scan(job.path, profile);
+        } else {
+            result.report.file = std::move(job.path);
+            result.report.error = std::move(job.error);
+        }
+        // What will be carved is not known yet.
+        if (!carver_ || result.report.findings.empty()) {
+            const scanner::StepTimer timer(profile, scanner::Step::Output);
+            result.lines = Lines(result.report);
+        }
+        return result;
+    }
+
+    std::string Lines(const scanner::FileReport &report) const {
+        return options_.json ? scanner::JsonLine(report) + '\n' : scanner::TextLines(report, out_in_colour_);
+    }
+
+    void Deliver(Result &result) {
+        scanner::FileReport &report = result.report;
+        scanner::Profile *profile = ProfileOf(options_.threads);
+        if (carver_ && !report.findings.empty() && report.status != scanner::ScanStatus::Interrupted) {
+            const scanner::StepTimer timer(profile, scanner::Step::Carve);
+            CarveFindings(report);
+            result.lines = Lines(report);
+        }
+        if (report.status == scanner::ScanStatus::Interrupted)
+            return;
+        const scanner::StepTimer timer(profile, scanner::Step::Output);
+        {
+            const std::lock_guard lock(progress_mutex_);
+            totals_.Add(report);
+        }
+        if (!result.lines.empty())
+            console_.Print(result.lines);
+        if (report.status == scanner::ScanStatus::Failed)
+            console_.PrintError(scanner::ErrorLine(report.file, report.error, errors_in_colour_));
+        code_ = std::max(code_, CodeOf(report));
+    }
+
+    // In the files' order, so that the same names come out of the same input.
+    void CarveFindings(scanner::FileReport &report) {
+        try {
+            base::FileSource opened(report.file);
+            scanner::WatchedSource source(opened, scanner::Deadline(options_.settings.timeout));
+            for (const scanner::Finding &finding : report.findings) {
+                const auto is_same = [&](const scanner::CarvedPayload &carved) {
+                    return carved.offset == finding.offset;
+                };
+                if (std::any_of(report.carved.begin(), report.carved.end(), is_same))
+                    continue;
+                const fs::path file = carver_->Carve(source, report.file, finding.offset, finding.kind);
+                report.carved.push_back({finding.offset, source.size() - finding.offset, file});
+            }
+        } catch (const std::runtime_error &error) { // OpenError, CarveError
+            if (base::Interruption() != 0) {
+                report.status = scanner::ScanStatus::Interrupted;
+                return;
+            }
+            report.status = scanner::ScanStatus::Failed;
+            report.error += std::string(report.error.empty() ? "" : "; ") + "not carved: " + error.what();
+        }
+    }
+
+    const scanner::Scanner &scanner_;
+    const ScanOptions &options_;
+    const bool out_in_colour_;
+    const bool errors_in_colour_;
+    const Clock::time_point start_ = Clock::now();
+    std::optional<scanner::Carver> carver_;
+    std::vector<scanner::Profile> profiles_;
+    ExitCode code_ = kNothingFound;
+    bool list_failed_ = false;
+
+    const bool shows_progress_;
+    std::mutex progress_mutex_; // guards the two below against the progress line
+    scanner::Totals totals_;
+    fs::path current_file_;
+    base::Console console_; // its thread looks at the above
+};
+
+} // namespace
+
+int RunScan(const fs::path &module_path, const ScanOptions &options) {
+    base::NoteInterruptions();
+    const scanner::Module module(module_path);
+    const scanner::Scanner scanner(module, options.settings);
+    ScanRun run(scanner, options);
+    run.Run();
+    return run.Conclude(module.rules());
+}
+
+} // namespace tavrik::scan_tool
