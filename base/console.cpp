@@ -5,9 +5,10 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <fmt/format.h>
 #include <system_error>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "base/system.h"
 

@@ -1,4 +1,4 @@
-// The common CRC-32: reflected polynomial 0xEDB88320, start and final inversion.
+/* The common CRC-32: reflected polynomial 0xEDB88320, start and final inversion. */
 #ifndef TAVRIK_BASE_CRC32_H
 #define TAVRIK_BASE_CRC32_H
 
@@ -9,8 +9,8 @@
 
 namespace tavrik::base {
 
-/// [n][byte]: the remainder of a byte with n bytes of zero after it. Eight bytes take eight lookups that do not wait
-/// for each other.
+/** [n][byte]: the remainder of a byte with n bytes of zero after it. Eight bytes take eight lookups that do not wait
+ * for each other. */
 inline constexpr std::array<std::array<uint32_t, 256>, 8> kCrc32Tables = [] {
     std::array<std::array<uint32_t, 256>, 8> tables = {};
     for (uint32_t byte = 0; byte < 256; ++byte) {
@@ -27,7 +27,7 @@ inline constexpr std::array<std::array<uint32_t, 256>, 8> kCrc32Tables = [] {
     return tables;
 }();
 
-/// The CRC-32 of the bytes; `crc` is that of the bytes before them.
+/** The CRC-32 of the bytes; `crc` is that of the bytes before them. */
 constexpr uint32_t Crc32(std::span<const uint8_t> bytes, uint32_t crc = 0) {
     crc = ~crc;
     for (; bytes.size() >= kCrc32Tables.size(); bytes = bytes.subspan(kCrc32Tables.size())) {

@@ -1,10 +1,11 @@
 #include "base/path_list.h"
 
 #include <array>
-#include <fmt/format.h>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+
+#include <fmt/format.h>
 
 #include "base/system.h"
 #include "base/text.h"

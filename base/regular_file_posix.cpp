@@ -1,10 +1,9 @@
-#include "base/regular_file.h"
-
 #include <cerrno>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/regular_file.h"
 
 namespace tavrik::base {
 

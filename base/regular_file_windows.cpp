@@ -1,9 +1,8 @@
-#include "base/regular_file.h"
-
 #include <algorithm>
 #include <bit>
-
 #include <windows.h>
+
+#include "base/regular_file.h"
 
 namespace tavrik::base {
 

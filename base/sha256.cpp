@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <fmt/format.h>
 #include <iterator>
 #include <vector>
+
+#include <fmt/format.h>
 
 namespace tavrik::base {
 

@@ -1,19 +1,18 @@
 // The operating system on Linux and its like.
-#include "base/system.h"
-
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <stdexcept>
-#include <string_view>
-#include <system_error>
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdexcept>
+#include <string_view>
 #include <sys/ioctl.h>
+#include <system_error>
 #include <unistd.h>
+
+#include "base/system.h"
 
 namespace tavrik::base {
 

@@ -1,21 +1,19 @@
 // The operating system on Windows.
-#include "base/system.h"
-
 #include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cerrno>
 #include <climits>
 #include <csignal>
-#include <stdexcept>
-#include <system_error>
-
 #include <fcntl.h>
 #include <io.h>
+#include <shellapi.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
 #include <windows.h>
 
-#include <shellapi.h>
-#include <sys/stat.h>
+#include "base/system.h"
 
 namespace tavrik::base {
 

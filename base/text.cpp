@@ -1,9 +1,10 @@
 #include "base/text.h"
 
 #include <cstdint>
-#include <fmt/format.h>
 #include <iterator>
 #include <system_error>
+
+#include <fmt/format.h>
 
 namespace tavrik::base {
 

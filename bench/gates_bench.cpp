@@ -1,9 +1,8 @@
 // What a file that no locator knows costs: all gates, beside reading the file's first page.
 
+#include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <cstdlib>
 #include <vector>
 
 #include "bench/memory_stream.h"

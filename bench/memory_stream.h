@@ -1,4 +1,4 @@
-// The host's stream over memory, with nothing between the module and the bytes, and a count of the calls made.
+/* The host's stream over memory, with nothing between the module and the bytes, and a count of the calls made. */
 #ifndef TAVRIK_BENCH_MEMORY_STREAM_H
 #define TAVRIK_BENCH_MEMORY_STREAM_H
 

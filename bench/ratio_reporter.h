@@ -1,12 +1,12 @@
-// A console reporter that remembers what it printed, so that a benchmark can be set beside its peer in the same run.
+/* A console reporter that remembers what it printed, so that a benchmark can be set beside its peer in the same run. */
 #ifndef TAVRIK_BENCH_RATIO_REPORTER_H
 #define TAVRIK_BENCH_RATIO_REPORTER_H
-
-#include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <map>
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 namespace tavrik::bench {
 

@@ -2,8 +2,6 @@
 // also decides whether each string stands in its region and window; Hyperscan only says that its bytes stand somewhere.
 // A few strings that are runs of one byte slow Hyperscan down a lot, so it is also measured without them.
 
-#include <hs/hs.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -14,6 +12,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include <hs/hs.h>
 
 #include "bench/ratio_reporter.h"
 #include "database/generator/generator.h"

@@ -131,7 +131,7 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
 
 int main() try {
     const scanner::Module module;
-    const rules::RuleSet every = rules::record::ReadRules(module.rules(), rules::record::RecordForm::kWorking);
+    const rules::RuleSet every = rules::record::ReadRules(module.rules(), rules::record::RecordForm::Working);
     const rules::RuleSet set = tests::Exportable(every);
     const tests::YaraLibrary library;
     std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(), every.rules.size());

@@ -23,8 +23,8 @@ using rules::Operator;
 
 namespace {
 
-constexpr auto kEqual = static_cast<uint8_t>(Operator::kEqual);
-constexpr auto kNotEqual = static_cast<uint8_t>(Operator::kNotEqual);
+constexpr auto kEqual = static_cast<uint8_t>(Operator::Equal);
+constexpr auto kNotEqual = static_cast<uint8_t>(Operator::NotEqual);
 
 constexpr uint32_t kExecutable = 0x20000000; // characteristics of a section
 constexpr uint32_t kWritable = 0x80000000;
@@ -104,15 +104,15 @@ bool MeetsObjectFields(std::span<const SecondaryCondition> elements, Features &f
 }
 
 bool MeetsMeasure(const MeasureCondition &e, Features &features) {
-    if (e.value_kind == static_cast<uint8_t>(rules::Measure::kCrc32)) {
+    if (e.value_kind == static_cast<uint8_t>(rules::Measure::Crc32)) {
         uint32_t value;
         std::memcpy(&value, e.value, sizeof(value));
         return MeetsValue(e.op, features.Crc32(e.param_a, e.param_c, e.param_b), value);
     }
     double value;
     std::memcpy(&value, e.value, sizeof(value));
-    if (e.value_kind != static_cast<uint8_t>(rules::Measure::kEntropy) || !std::isfinite(value) ||
-        e.op == static_cast<uint8_t>(Operator::kHasBits))
+    if (e.value_kind != static_cast<uint8_t>(rules::Measure::Entropy) || !std::isfinite(value) ||
+        e.op == static_cast<uint8_t>(Operator::HasBits))
         return false;
     return MeetsValue(e.op, features.Entropy(e.param_a, e.param_c, e.param_b), rules::EntropyThousandths(value));
 }
@@ -163,9 +163,9 @@ bool IsAnySectionSelector(uint16_t selector) {
 bool IsOfClass(const SectionHeader &section, uint16_t selector) {
     const bool is_code = (section.Characteristics & kExecutable) != 0;
     switch (static_cast<rules::SectionRole>(selector)) {
-    case rules::SectionRole::kAnyCode:
+    case rules::SectionRole::AnyCode:
         return is_code;
-    case rules::SectionRole::kAnyData:
+    case rules::SectionRole::AnyData:
         return !is_code;
     default:
         return true;
@@ -271,13 +271,13 @@ bool HasTrait(uint32_t trait, Features &features) {
     case trait::kOverlay:
         return features.Header(field::kOverlaySize).value_or(0) > 0;
     case trait::kEntryInLast: {
-        const std::optional<std::size_t> entry = features.SectionOf(static_cast<uint16_t>(rules::SectionRole::kEntry));
+        const std::optional<std::size_t> entry = features.SectionOf(static_cast<uint16_t>(rules::SectionRole::Entry));
         return entry && *entry + 1 == features.sections().size();
     }
     case trait::kWritableEntry:
-        return section_has(rules::SectionRole::kEntry, kWritable);
+        return section_has(rules::SectionRole::Entry, kWritable);
     case trait::kExecutableLast:
-        return section_has(rules::SectionRole::kLast, kExecutable);
+        return section_has(rules::SectionRole::Last, kExecutable);
     case trait::kFewImports:
         return features.Header(field::kImportFunctionCount).value_or(0) <= rules::kFewImports;
     case trait::kVirtualSection:
@@ -379,55 +379,55 @@ bool EachIsMet(std::span<const Element> elements, IsMet is_met) {
 bool MeetsElements(const HeuristicRule &rule, Item item, std::size_t first, std::size_t count, Features &features) {
     const auto part = [=](const auto &list) { return ElementsOf(list).subspan(first, count); };
     switch (item) {
-    case Item::kTraits:
+    case Item::Traits:
         return HasTraits(rule.attribute_b, features);
-    case Item::kHeader:
+    case Item::Header:
         return MeetsHeader(part(rule.header_conditions), features);
-    case Item::kSections:
+    case Item::Sections:
         return MeetsSections(part(rule.section_conditions), features);
-    case Item::kSectionNames:
+    case Item::SectionNames:
         return MeetsSectionNames(part(rule.section_names), features);
-    case Item::kStrings:
+    case Item::Strings:
         return EachIsMet(part(rule.strings), [&](const StringFeature &e) {
             return IsStringPresent(features.bytes(), features.StringRegion(e), e);
         });
-    case Item::kWhen: {
+    case Item::When: {
         const IsPresent is_present = LookFor(rule, features);
         StringAnswers answers(rule.strings.count, is_present);
         return IsExpressionMet(rule, answers);
     }
-    case Item::kImportTable:
+    case Item::ImportTable:
         return MeetsImportTable(part(rule.indexed_conditions), features);
-    case Item::kImportModules:
+    case Item::ImportModules:
         return EachIsMet(part(rule.import_modules),
                          [&](const ImportModule &e) { return MeetsImportModule(e, features); });
-    case Item::kImportFunctions:
+    case Item::ImportFunctions:
         return EachIsMet(part(rule.import_functions), [&](const ImportFunction &e) {
             return MeetsImportFunction(e, ElementsOf(rule.import_modules), features);
         });
-    case Item::kExportModule:
+    case Item::ExportModule:
         return EachIsMet(part(rule.export_module_names),
                          [&](const ExportName &e) { return MeetsExportModule(e, features); });
-    case Item::kExportFunctions:
+    case Item::ExportFunctions:
         return EachIsMet(part(rule.export_functions), [&](const ExportName &e) {
             return MeetsPresence(e.op, features.Exports().Names().contains(e.name));
         });
-    case Item::kResources:
+    case Item::Resources:
         return EachIsMet(part(rule.resource_entries),
                          [&](const ResourceEntry &e) { return MeetsResource(e, features); });
-    case Item::kResourceTypes:
+    case Item::ResourceTypes:
         return EachIsMet(part(rule.resource_type_entries),
                          [&](const ResourceTypeEntry &e) { return IsResourceTypeMet(e, features.Resources()); });
-    case Item::kResourceStrings:
+    case Item::ResourceStrings:
         return EachIsMet(part(rule.resource_strings),
                          [&](const ResourceString &e) { return features.Strings().IsMet(e); });
-    case Item::kMeasures:
+    case Item::Measures:
         return MeetsMeasures(part(rule.measure_conditions), features);
-    case Item::kObjectFields:
+    case Item::ObjectFields:
         return MeetsObjectFields(part(rule.secondary_conditions), features);
-    case Item::kObjectNames:
+    case Item::ObjectNames:
         return EachIsMet(part(rule.object_names), [&](const ObjectName &e) { return MeetsObjectName(e, features); });
-    case Item::kMemberNames:
+    case Item::MemberNames:
         return EachIsMet(part(rule.member_names), [&](const MemberName &e) {
             return MeetsMemberName(e, ElementsOf(rule.object_names), features);
         });
@@ -454,15 +454,14 @@ bool MeetsStructure(const HeuristicRule &rule, Features &features) {
         return list.count == 0 || MeetsElements(rule, item, 0, list.count, features);
     };
     // From the cheap to the dear.
-    return HasTraits(rule.attribute_b, features) && meets(Item::kSections, rule.section_conditions) &&
-           meets(Item::kSectionNames, rule.section_names) && meets(Item::kImportTable, rule.indexed_conditions) &&
-           meets(Item::kImportModules, rule.import_modules) && meets(Item::kImportFunctions, rule.import_functions) &&
-           meets(Item::kExportModule, rule.export_module_names) &&
-           meets(Item::kExportFunctions, rule.export_functions) &&
-           meets(Item::kResourceTypes, rule.resource_type_entries) && meets(Item::kResources, rule.resource_entries) &&
-           meets(Item::kResourceStrings, rule.resource_strings) &&
-           meets(Item::kObjectFields, rule.secondary_conditions) && meets(Item::kObjectNames, rule.object_names) &&
-           meets(Item::kMemberNames, rule.member_names) && meets(Item::kMeasures, rule.measure_conditions);
+    return HasTraits(rule.attribute_b, features) && meets(Item::Sections, rule.section_conditions) &&
+           meets(Item::SectionNames, rule.section_names) && meets(Item::ImportTable, rule.indexed_conditions) &&
+           meets(Item::ImportModules, rule.import_modules) && meets(Item::ImportFunctions, rule.import_functions) &&
+           meets(Item::ExportModule, rule.export_module_names) && meets(Item::ExportFunctions, rule.export_functions) &&
+           meets(Item::ResourceTypes, rule.resource_type_entries) && meets(Item::Resources, rule.resource_entries) &&
+           meets(Item::ResourceStrings, rule.resource_strings) &&
+           meets(Item::ObjectFields, rule.secondary_conditions) && meets(Item::ObjectNames, rule.object_names) &&
+           meets(Item::MemberNames, rule.member_names) && meets(Item::Measures, rule.measure_conditions);
 }
 
 bool MeetsStrings(const HeuristicRule &rule, const IsPresent &is_present) {

@@ -32,19 +32,19 @@ bool MeetsElements(const HeuristicRule &rule, rules::Item item, std::size_t firs
 /** Whether the integer `x` of the file meets an operator and a value. */
 inline bool MeetsNumber(uint8_t op, uint32_t x, uint32_t value) {
     switch (static_cast<rules::Operator>(op)) {
-    case rules::Operator::kEqual:
+    case rules::Operator::Equal:
         return x == value;
-    case rules::Operator::kNotEqual:
+    case rules::Operator::NotEqual:
         return x != value;
-    case rules::Operator::kLess:
+    case rules::Operator::Less:
         return x < value;
-    case rules::Operator::kGreater:
+    case rules::Operator::Greater:
         return x > value;
-    case rules::Operator::kAtMost:
+    case rules::Operator::AtMost:
         return x <= value;
-    case rules::Operator::kAtLeast:
+    case rules::Operator::AtLeast:
         return x >= value;
-    case rules::Operator::kHasBits:
+    case rules::Operator::HasBits:
         return (x & value) == value;
     default:
         return false;

@@ -59,20 +59,20 @@ std::string_view SectionName(const SectionHeader &section) {
 Features::Features(base::ByteSource &source) : bytes_(source), image_(bytes_) {}
 
 void Features::Set(uint16_t field, std::optional<uint32_t> value) {
-    states_[field] = value ? State::kPresent : State::kAbsent;
+    states_[field] = value ? State::Present : State::Absent;
     values_[field] = value.value_or(0);
 }
 
 void Features::FindHeader(uint16_t number) {
     const rules::Field &field = rules::HeaderFields()[number];
     switch (field.origin) {
-    case Origin::kDosHeader:
+    case Origin::DosHeader:
         return Set(number, image_.DosField(field.offset, field.width));
-    case Origin::kFileHeader:
+    case Origin::FileHeader:
         return Set(number, image_.FileField(field.offset, field.width));
-    case Origin::kOptionalHeader:
+    case Origin::OptionalHeader:
         return Set(number, image_.OptionalField(field.offset, field.width));
-    case Origin::kDerived:
+    case Origin::Derived:
         if (!IsPe())
             return Set(number, std::nullopt);
         if (number >= field::kRichOffset && number <= field::kRichLastBuild)
@@ -84,7 +84,7 @@ void Features::FindHeader(uint16_t number) {
 }
 
 std::optional<uint32_t> Features::DerivedValue(uint16_t field) {
-    const std::optional<std::size_t> entry_section = SectionOf(static_cast<uint16_t>(SectionRole::kEntry));
+    const std::optional<std::size_t> entry_section = SectionOf(static_cast<uint16_t>(SectionRole::Entry));
     const uint32_t entry = image_.AddressOfEntryPoint();
     const std::optional<uint64_t> entry_offset = entry == 0 ? std::nullopt : image_.OffsetOfRva(entry);
     switch (field) {
@@ -185,27 +185,27 @@ std::optional<std::size_t> Features::FindRole(uint16_t role) {
         return rva ? image_.SectionHolding(*rva) : std::nullopt;
     };
     switch (static_cast<SectionRole>(role)) {
-    case SectionRole::kLast:
+    case SectionRole::Last:
         return count > 0 ? std::optional(count - 1) : std::nullopt;
-    case SectionRole::kNextToLast:
+    case SectionRole::NextToLast:
         return count > 1 ? std::optional(count - 2) : std::nullopt;
-    case SectionRole::kEntry:
+    case SectionRole::Entry:
         return image_.AddressOfEntryPoint() == 0 ? std::nullopt : holding(image_.AddressOfEntryPoint());
-    case SectionRole::kCode:
+    case SectionRole::Code:
         return holding(Header(field::kBaseOfCode));
-    case SectionRole::kData:
+    case SectionRole::Data:
         return holding(Header(field::kBaseOfData));
-    case SectionRole::kImport:
+    case SectionRole::Import:
         return holding(image_.DirectoryRva(pe::kImportDirectory));
-    case SectionRole::kResource:
+    case SectionRole::Resource:
         return holding(image_.DirectoryRva(pe::kResourceDirectory));
-    case SectionRole::kExport:
+    case SectionRole::Export:
         return holding(image_.DirectoryRva(pe::kExportDirectory));
-    case SectionRole::kRelocation:
+    case SectionRole::Relocation:
         return holding(image_.DirectoryRva(pe::kRelocationDirectory));
-    case SectionRole::kTls:
+    case SectionRole::Tls:
         return holding(image_.DirectoryRva(pe::kTlsDirectory));
-    case SectionRole::kLargest: {
+    case SectionRole::Largest: {
         const auto largest =
             std::max_element(sections().begin(), sections().end(), [](const auto &left, const auto &right) {
                 return uint32_t{left.SizeOfRawData} < uint32_t{right.SizeOfRawData};
@@ -233,7 +233,7 @@ base::Region Features::EntryCode() {
     const std::optional<uint64_t> offset = entry == 0 ? std::nullopt : image_.OffsetOfRva(entry);
     if (!offset)
         return {};
-    const std::optional<std::size_t> section = SectionOf(static_cast<uint16_t>(SectionRole::kEntry));
+    const std::optional<std::size_t> section = SectionOf(static_cast<uint16_t>(SectionRole::Entry));
     const uint64_t end =
         section ? image_.RawData(*section).End() : std::min<uint64_t>(image_.SizeOfHeaders(), image_.size());
     return {*offset, end - *offset};
@@ -250,67 +250,67 @@ base::Region Features::StringRegion(const StringFeature &string) {
     if (string.string_kind == 0 || string.string_kind > rules::kMaxStringKind)
         return {};
     switch (static_cast<StringKind>(rules::ForwardKind(string.string_kind))) {
-    case StringKind::kFile:
-        return measured(MeasureRegion::kFile);
-    case StringKind::kHeaders:
-        return measured(MeasureRegion::kHeaders);
-    case StringKind::kOverlay:
-        return measured(MeasureRegion::kOverlay);
-    case StringKind::kEntryCode:
-        return measured(MeasureRegion::kEntryCode);
-    case StringKind::kEntrySection:
-        return of_role(SectionRole::kEntry);
-    case StringKind::kLastSection:
-        return of_role(SectionRole::kLast);
-    case StringKind::kCodeSection:
-        return of_role(SectionRole::kCode);
-    case StringKind::kNamedSection:
+    case StringKind::File:
+        return measured(MeasureRegion::File);
+    case StringKind::Headers:
+        return measured(MeasureRegion::Headers);
+    case StringKind::Overlay:
+        return measured(MeasureRegion::Overlay);
+    case StringKind::EntryCode:
+        return measured(MeasureRegion::EntryCode);
+    case StringKind::EntrySection:
+        return of_role(SectionRole::Entry);
+    case StringKind::LastSection:
+        return of_role(SectionRole::Last);
+    case StringKind::CodeSection:
+        return of_role(SectionRole::Code);
+    case StringKind::NamedSection:
         return string.string_section == nullptr
                    ? base::Region{}
                    : SectionNamed({string.string_section,
                                    std::min<std::size_t>(string.string_section_length, rules::kMaxSectionName)});
-    case StringKind::kIndexedSection:
+    case StringKind::IndexedSection:
         return RawDataOf(string.param_d);
-    case StringKind::kResourceSection:
-        return of_role(SectionRole::kResource);
-    case StringKind::kImportSection:
-        return of_role(SectionRole::kImport);
-    case StringKind::kResourceData:
+    case StringKind::ResourceSection:
+        return of_role(SectionRole::Resource);
+    case StringKind::ImportSection:
+        return of_role(SectionRole::Import);
+    case StringKind::ResourceData:
         return ResourceData(string.param_d);
-    case StringKind::kExportSection:
-        return of_role(SectionRole::kExport);
-    case StringKind::kLargestSection:
-        return of_role(SectionRole::kLargest);
-    case StringKind::kDosStub:
-        return measured(MeasureRegion::kDosStub);
-    case StringKind::kVisualBasic:
-        return measured(MeasureRegion::kVisualBasic);
+    case StringKind::ExportSection:
+        return of_role(SectionRole::Export);
+    case StringKind::LargestSection:
+        return of_role(SectionRole::Largest);
+    case StringKind::DosStub:
+        return measured(MeasureRegion::DosStub);
+    case StringKind::VisualBasic:
+        return measured(MeasureRegion::VisualBasic);
     default:
         return {};
     }
 }
 
 base::Region Features::MeasuredRegion(uint8_t code, uint8_t index) {
-    constexpr auto kFirst = static_cast<uint8_t>(MeasureRegion::kFirstRole);
-    if (code >= kFirst && code <= static_cast<uint8_t>(MeasureRegion::kLastRole))
+    constexpr auto kFirst = static_cast<uint8_t>(MeasureRegion::FirstRole);
+    if (code >= kFirst && code <= static_cast<uint8_t>(MeasureRegion::LastRole))
         return RawDataOf(SectionOf(static_cast<uint16_t>(kFirstRole + code - kFirst)));
     switch (static_cast<MeasureRegion>(code)) {
-    case MeasureRegion::kIndexedSection:
+    case MeasureRegion::IndexedSection:
         return RawDataOf(index);
-    case MeasureRegion::kFile:
+    case MeasureRegion::File:
         return {0, image_.size()};
-    case MeasureRegion::kHeaders:
+    case MeasureRegion::Headers:
         return {0, std::min<uint64_t>(image_.SizeOfHeaders(), image_.size())};
-    case MeasureRegion::kOverlay:
+    case MeasureRegion::Overlay:
         return {OverlayOffset(), image_.size() - OverlayOffset()};
-    case MeasureRegion::kEntryCode:
+    case MeasureRegion::EntryCode:
         return EntryCode();
-    case MeasureRegion::kResourceData:
+    case MeasureRegion::ResourceData:
         return ResourceData(index);
-    case MeasureRegion::kDosStub:
+    case MeasureRegion::DosStub:
         return image_.e_lfanew() > kDosHeaderSize ? base::Region{kDosHeaderSize, image_.e_lfanew() - kDosHeaderSize}
                                                   : base::Region{};
-    case MeasureRegion::kVisualBasic:
+    case MeasureRegion::VisualBasic:
         return Vb().region();
     default:
         return {};
@@ -333,11 +333,11 @@ std::optional<uint32_t> Features::Measured(MeasureKey key, Measure measure) {
 }
 
 std::optional<uint32_t> Features::Entropy(uint8_t code, uint8_t index, uint32_t length) {
-    return Measured({static_cast<uint8_t>(rules::Measure::kEntropy), code, index, length}, MeasureEntropy);
+    return Measured({static_cast<uint8_t>(rules::Measure::Entropy), code, index, length}, MeasureEntropy);
 }
 
 std::optional<uint32_t> Features::Crc32(uint8_t code, uint8_t index, uint32_t length) {
-    return Measured({static_cast<uint8_t>(rules::Measure::kCrc32), code, index, length}, MeasureCrc32);
+    return Measured({static_cast<uint8_t>(rules::Measure::Crc32), code, index, length}, MeasureCrc32);
 }
 
 pe::ImportTable &Features::Imports() {

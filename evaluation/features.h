@@ -48,9 +48,9 @@ public:
     std::optional<uint32_t> Header(uint16_t field) {
         if (field >= kHeaderFieldCount)
             return std::nullopt;
-        if (states_[field] == State::kUnknown)
+        if (states_[field] == State::Unknown)
             FindHeader(field);
-        if (states_[field] == State::kAbsent)
+        if (states_[field] == State::Absent)
             return std::nullopt;
         return values_[field];
     }
@@ -77,7 +77,7 @@ public:
     std::optional<uint32_t> ResourceCrc32(std::size_t resource);
 
 private:
-    enum class State : uint8_t { kUnknown, kAbsent, kPresent };
+    enum class State : uint8_t { Unknown, Absent, Present };
     static constexpr uint16_t kFirstRole = 600;
     static constexpr std::size_t kRoles = 11;
     using MeasureKey = std::tuple<uint8_t, uint8_t, uint8_t, uint32_t>; // kind, code, index, length

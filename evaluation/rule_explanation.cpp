@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fmt/format.h>
 #include <iterator>
 #include <optional>
 #include <string_view>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "evaluation/evaluator.h"
 #include "evaluation/string_search.h"
@@ -31,7 +32,7 @@ std::string Has(const std::string &value) {
 std::string NumberText(std::optional<uint32_t> value, rules::Radix radix) {
     if (!value)
         return kAbsent;
-    return Has(radix == rules::Radix::kHex ? fmt::format("0x{:X}", *value) : fmt::format("{}", *value));
+    return Has(radix == rules::Radix::Hex ? fmt::format("0x{:X}", *value) : fmt::format("{}", *value));
 }
 
 std::string Quoted(std::string_view text) {
@@ -70,52 +71,52 @@ public:
 
     std::string Of(Item item, std::size_t element) {
         switch (item) {
-        case Item::kTraits:
+        case Item::Traits:
             return MissingTraits();
-        case Item::kHeader: {
+        case Item::Header: {
             const uint16_t field = rule_.header_conditions.elements[element].field;
             const rules::Field *info = rules::FindField(rules::HeaderFields(), field);
             return info == nullptr ? kAbsent : NumberText(features_.Header(field), info->radix);
         }
-        case Item::kSections:
+        case Item::Sections:
             return SectionText(rule_.section_conditions.elements[element]);
-        case Item::kSectionNames:
+        case Item::SectionNames:
             return SectionNameText(rule_.section_names.elements[element]);
-        case Item::kStrings: {
+        case Item::Strings: {
             const StringFeature &string = rule_.strings.elements[element];
             const base::Region region = features_.StringRegion(string);
             return IsStringPresent(features_.bytes(), region, string) ? "the file has it" : RegionText(region);
         }
-        case Item::kImportTable: {
+        case Item::ImportTable: {
             const IndexedCondition &e = rule_.indexed_conditions.elements[element];
             const auto descriptors = features_.Imports().descriptors();
             if (e.index >= descriptors.size() || e.field >= pe::ImportTable::kFieldCount)
                 return kAbsent;
-            return NumberText(descriptors[e.index].fields[e.field], rules::Radix::kHex);
+            return NumberText(descriptors[e.index].fields[e.field], rules::Radix::Hex);
         }
-        case Item::kImportModules:
+        case Item::ImportModules:
             return ImportModuleText(rule_.import_modules.elements[element].index);
-        case Item::kImportFunctions:
+        case Item::ImportFunctions:
             return Has(fmt::format("{} imported functions", features_.Imports().function_count()));
-        case Item::kExportModule:
+        case Item::ExportModule:
             return TextText(features_.Exports().module());
-        case Item::kExportFunctions:
+        case Item::ExportFunctions:
             return NamesText(features_.Exports().Names());
-        case Item::kResources:
-        case Item::kResourceTypes:
+        case Item::Resources:
+        case Item::ResourceTypes:
             return Has(fmt::format("{} resources", features_.Resources().resources.size()));
-        case Item::kResourceStrings:
+        case Item::ResourceStrings:
             return NamesText(features_.Strings().Candidates(rule_.resource_strings.elements[element], kMostNames));
-        case Item::kMeasures:
+        case Item::Measures:
             return MeasureText(rule_.measure_conditions.elements[element]);
-        case Item::kObjectFields: {
+        case Item::ObjectFields: {
             const SecondaryCondition &e = rule_.secondary_conditions.elements[element];
             const rules::Field *field = rules::FindField(rules::ObjectFields(), e.field);
             return field == nullptr ? kAbsent : NumberText(features_.Vb().ObjectValue(e.index, *field), field->radix);
         }
-        case Item::kObjectNames:
+        case Item::ObjectNames:
             return TextText(features_.Vb().ObjectName(rule_.object_names.elements[element].index));
-        case Item::kMemberNames:
+        case Item::MemberNames:
             return MemberText(rule_.member_names.elements[element]);
         default:
             return "";
@@ -128,7 +129,7 @@ private:
         for (const rules::NamedNumber &trait : rules::TraitNames()) {
             HeuristicRule probe = rule_;
             probe.attribute_b &= trait.number;
-            if (!MeetsElements(probe, Item::kTraits, 0, 0, features_))
+            if (!MeetsElements(probe, Item::Traits, 0, 0, features_))
                 missing += (missing.empty() ? "" : ", ") + std::string(trait.name);
         }
         return missing.empty() ? "the file has them" : "the file lacks " + missing;
@@ -166,8 +167,8 @@ private:
     }
 
     std::string MeasureText(const MeasureCondition &e) {
-        if (e.value_kind == static_cast<uint8_t>(rules::Measure::kCrc32))
-            return NumberText(features_.Crc32(e.param_a, e.param_c, e.param_b), rules::Radix::kHex);
+        if (e.value_kind == static_cast<uint8_t>(rules::Measure::Crc32))
+            return NumberText(features_.Crc32(e.param_a, e.param_c, e.param_b), rules::Radix::Hex);
         const std::optional<uint32_t> entropy = features_.Entropy(e.param_a, e.param_c, e.param_b);
         return entropy ? Has(fmt::format("{}.{:03}", *entropy / 1000, *entropy % 1000)) : kAbsent;
     }
@@ -211,14 +212,14 @@ RuleExplanation ExplainRule(const HeuristicRule &rule, Features &features) {
     RuleExplanation explanation;
     FileValue file_value(rule, features);
     for (const rules::text::PrintedLine &line :
-         rules::text::RuleLines(rules::record::ReadRule(rule, rules::record::RecordForm::kWorking))) {
+         rules::text::RuleLines(rules::record::ReadRule(rule, rules::record::RecordForm::Working))) {
         const bool is_item =
-            line.kind == rules::text::LineKind::kItem && (line.item == Item::kTraits || line.item == Item::kWhen);
+            line.kind == rules::text::LineKind::Item && (line.item == Item::Traits || line.item == Item::When);
         std::string_view mark;
         std::string value;
-        if (is_item || line.kind == rules::text::LineKind::kRow) {
+        if (is_item || line.kind == rules::text::LineKind::Row) {
             const bool is_met = MeetsElements(rule, line.item, line.first, line.count, features);
-            const bool is_required = line.item != Item::kStrings || IsRequired(rule, line.first);
+            const bool is_required = line.item != Item::Strings || IsRequired(rule, line.first);
             mark = is_met ? "ok" : is_required ? "FAIL" : "-";
             explanation.failed += !is_met && is_required ? 1 : 0;
             value = file_value.Of(line.item, line.first);

@@ -13,7 +13,7 @@ namespace {
 
 namespace field = rules::header_field;
 
-constexpr auto kEqual = static_cast<uint8_t>(rules::Operator::kEqual);
+constexpr auto kEqual = static_cast<uint8_t>(rules::Operator::Equal);
 
 // ---- Which condition a rule is filed under -------------------------------------------------------------------------
 

@@ -83,7 +83,7 @@ std::optional<uint32_t> VbProject::Number(std::optional<uint64_t> structure, uin
 }
 
 std::optional<uint64_t> VbProject::PlaceOf(Origin origin) {
-    Place &place = places_[static_cast<std::size_t>(origin) - static_cast<std::size_t>(Origin::kVbHeader)];
+    Place &place = places_[static_cast<std::size_t>(origin) - static_cast<std::size_t>(Origin::VbHeader)];
     if (!place.is_known) {
         place.offset = FindStructure(origin);
         place.is_known = true;
@@ -96,22 +96,22 @@ std::optional<uint64_t> VbProject::FindStructure(Origin origin) {
         return WholeAt(OffsetOf(Number(PlaceOf(from), offset, 4)), size);
     };
     switch (origin) {
-    case Origin::kVbHeader:
+    case Origin::VbHeader:
         return header_;
-    case Origin::kVbProject:
-        return follow(Origin::kVbHeader, kProjectData, kProjectSize);
-    case Origin::kVbComData:
-        return follow(Origin::kVbHeader, kComRegisterData, kComDataSize);
-    case Origin::kVbForm:
+    case Origin::VbProject:
+        return follow(Origin::VbHeader, kProjectData, kProjectSize);
+    case Origin::VbComData:
+        return follow(Origin::VbHeader, kComRegisterData, kComDataSize);
+    case Origin::VbForm:
         if (Number(header_, kFormCount, 2).value_or(0) == 0)
             return std::nullopt;
-        return follow(Origin::kVbHeader, kFormTable, kFormSize);
-    case Origin::kVbObjectTable:
-        return follow(Origin::kVbProject, kObjectTable, kObjectTableSize);
-    case Origin::kVbExternals:
-        return follow(Origin::kVbProject, kExternalTable, 0);
-    case Origin::kVbProject2:
-        return follow(Origin::kVbObjectTable, kProject2, kProject2Size);
+        return follow(Origin::VbHeader, kFormTable, kFormSize);
+    case Origin::VbObjectTable:
+        return follow(Origin::VbProject, kObjectTable, kObjectTableSize);
+    case Origin::VbExternals:
+        return follow(Origin::VbProject, kExternalTable, 0);
+    case Origin::VbProject2:
+        return follow(Origin::VbObjectTable, kProject2, kProject2Size);
     default:
         return std::nullopt;
     }
@@ -121,9 +121,9 @@ std::optional<uint32_t> VbProject::Value(const rules::Field &field) {
     if (!header_)
         return std::nullopt;
     const std::optional<uint64_t> structure = PlaceOf(field.origin);
-    if (field.origin == Origin::kVbExternals && structure) {
+    if (field.origin == Origin::VbExternals && structure) {
         const std::size_t index = field.offset / kExternalSize;
-        if (index >= Number(PlaceOf(Origin::kVbProject), kExternalCount, 4).value_or(0) ||
+        if (index >= Number(PlaceOf(Origin::VbProject), kExternalCount, 4).value_or(0) ||
             !WholeAt(*structure + index * kExternalSize, kExternalSize))
             return std::nullopt;
     }
@@ -131,22 +131,22 @@ std::optional<uint32_t> VbProject::Value(const rules::Field &field) {
 }
 
 uint32_t VbProject::ObjectCount() {
-    return std::min(Number(PlaceOf(Origin::kVbObjectTable), kTotalObjects, 2).value_or(0), kMostObjects);
+    return std::min(Number(PlaceOf(Origin::VbObjectTable), kTotalObjects, 2).value_or(0), kMostObjects);
 }
 
 std::optional<uint64_t> VbProject::ObjectAt(uint32_t object) {
     if (object >= ObjectCount())
         return std::nullopt;
-    const std::optional<uint64_t> array = OffsetOf(Number(PlaceOf(Origin::kVbObjectTable), kObjectArray, 4));
+    const std::optional<uint64_t> array = OffsetOf(Number(PlaceOf(Origin::VbObjectTable), kObjectArray, 4));
     return array ? WholeAt(*array + uint64_t{object} * kObjectSize, kObjectSize) : std::nullopt;
 }
 
 std::optional<uint32_t> VbProject::ObjectValue(uint32_t object, const rules::Field &field) {
     const std::optional<uint64_t> descriptor = ObjectAt(object);
-    if (field.origin == Origin::kVbObject)
+    if (field.origin == Origin::VbObject)
         return Number(descriptor, field.offset, field.width);
     const std::optional<uint64_t> info = WholeAt(OffsetOf(Number(descriptor, kObjectInfo, 4)), kObjectInfoSize);
-    if (field.origin == Origin::kVbObjectInfo || !info)
+    if (field.origin == Origin::VbObjectInfo || !info)
         return Number(info, field.offset, field.width);
     if ((Number(descriptor, kObjectType, 4).value_or(0) & kHasOptionalInfo) == 0)
         return std::nullopt;

@@ -11,9 +11,9 @@
 #include "evaluation/evaluator.h"
 #include "evaluation/rule_explanation.h"
 #include "evaluation/rule_index.h"
-#include "scanner/pe_image.h"
-#include "rules/text/parser.h"
 #include "rules/record/record_builder.h"
+#include "rules/text/parser.h"
+#include "scanner/pe_image.h"
 
 namespace {
 
@@ -137,7 +137,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Require(plain == fast);
 
     const std::size_t explained = size % table.size();
-    const tavrik::evaluation::RuleExplanation explanation = tavrik::evaluation::ExplainRule(*table[explained], features);
+    const tavrik::evaluation::RuleExplanation explanation =
+        tavrik::evaluation::ExplainRule(*table[explained], features);
     Require(explanation.matches == tavrik::evaluation::Matches(*table[explained], features));
     Require(!explanation.matches || explanation.failed == 0);
     return 0;

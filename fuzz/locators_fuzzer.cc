@@ -2,12 +2,11 @@
 // falls short, or claims more than it read. A locator must end, must stay inside its buffers, must leave its result
 // alone when it declines, and must report one of the known kinds when it does not.
 
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <fuzzer/FuzzedDataProvider.h>
 #include <string>
 #include <vector>
 

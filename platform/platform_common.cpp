@@ -1,10 +1,10 @@
 // The operations that are the same on every system: strings, memory, and how a log line looks.
-#include "platform/system.h"
-#include "tavrik2/lifecycle/platform.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "platform/system.h"
+#include "tavrik2/lifecycle/platform.h"
 
 using namespace tavrik::platform;
 

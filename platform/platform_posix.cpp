@@ -1,19 +1,18 @@
 // The services of Linux and its C library: ELF modules, files, mutexes.
-#include "platform/system.h"
-#include "tavrik2/lifecycle/platform.h"
-
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/system.h"
+#include "tavrik2/lifecycle/platform.h"
 
 namespace tavrik::platform {
 

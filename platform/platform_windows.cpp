@@ -1,8 +1,8 @@
 // The services of 64-bit Windows. Strings are in the active code page.
+#include <cstring>
+
 #include "platform/system.h"
 #include "tavrik2/lifecycle/platform.h"
-
-#include <cstring>
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>

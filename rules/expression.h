@@ -1,4 +1,4 @@
-// The boolean expression over a rule's strings.
+/* The boolean expression over a rule's strings. */
 #ifndef TAVRIK_RULES_EXPRESSION_H
 #define TAVRIK_RULES_EXPRESSION_H
 
@@ -10,20 +10,20 @@
 
 namespace tavrik::rules {
 
-/// What is wrong with an expression, and where in it (a byte offset).
+/** What is wrong with an expression, and where in it (a byte offset). */
 struct ExpressionError {
     std::size_t offset = 0;
     std::string message;
 };
 
-/// The letters of an expression as a set of bits, A the lowest.
+/** The letters of an expression as a set of bits, A the lowest. */
 using LetterSet = uint32_t;
 
 LetterSet LettersOf(std::string_view expression);
 
-/// Checks that an expression is a letter or a pair in parentheses joined by & or |, blanks between tokens allowed, that
-/// its letters run from A without a gap, and that each has one of `string_count` strings. The empty expression is
-/// right.
+/** Checks that an expression is a letter or a pair in parentheses joined by & or |, blanks between tokens allowed, that
+ * its letters run from A without a gap, and that each has one of `string_count` strings. The empty expression is
+ * right. */
 std::optional<ExpressionError> CheckExpression(std::string_view expression, std::size_t string_count);
 
 } // namespace tavrik::rules

@@ -1,4 +1,4 @@
-// The parts of a rule that its text names: the sixteen lists, and the lines beside them.
+/* The parts of a rule that its text names: the sixteen lists, and the lines beside them. */
 #ifndef TAVRIK_RULES_ITEMS_H
 #define TAVRIK_RULES_ITEMS_H
 
@@ -9,34 +9,34 @@
 
 namespace tavrik::rules {
 
-/// The lists of a rule and its lines, as items of the text.
+/** The lists of a rule and its lines, as items of the text. */
 enum class Item : uint8_t {
-    kTraits,
-    kStoredFlags,
-    kReserved,
-    kHeader,
-    kSections,
-    kSectionNames,
-    kStrings,
-    kWhen,
-    kImportTable,
-    kImportModules,
-    kImportFunctions,
-    kExportModule,
-    kExportFunctions,
-    kResources,
-    kResourceTypes,
-    kResourceStrings,
-    kMeasures,
-    kObjectFields,
-    kObjectNames,
-    kMemberNames,
-    kCount,
+    Traits,
+    StoredFlags,
+    Reserved,
+    Header,
+    Sections,
+    SectionNames,
+    Strings,
+    When,
+    ImportTable,
+    ImportModules,
+    ImportFunctions,
+    ExportModule,
+    ExportFunctions,
+    Resources,
+    ResourceTypes,
+    ResourceStrings,
+    Measures,
+    ObjectFields,
+    ObjectNames,
+    MemberNames,
+    Count,
 };
 
-inline constexpr std::size_t kItemCount = static_cast<std::size_t>(Item::kCount);
+inline constexpr std::size_t kItemCount = static_cast<std::size_t>(Item::Count);
 
-/// The word that each item begins with.
+/** The word that each item begins with. */
 inline constexpr std::array<std::string_view, kItemCount> kItemWords = {
     "traits",           "stored_flags", "reserved",       "header",           "sections",         "section_names",
     "strings",          "when",         "import_table",   "import_modules",   "import_functions", "export_module",

@@ -1,5 +1,5 @@
-// A rule in memory: the mirror of the binary record, with one vector for each of its sixteen lists and every string in
-// its true form. The order of the elements is the order of the record and never changes.
+/* A rule in memory: the mirror of the binary record, with one vector for each of its sixteen lists and every string in
+ * its true form. The order of the elements is the order of the record and never changes. */
 #ifndef TAVRIK_RULES_MODEL_H
 #define TAVRIK_RULES_MODEL_H
 
@@ -11,15 +11,15 @@
 
 namespace tavrik::rules {
 
-/// What a condition asks of the file's value. The numbers are those of the record.
+/** What a condition asks of the file's value. The numbers are those of the record. */
 enum class Operator : uint8_t {
-    kEqual = 1,
-    kNotEqual = 2,
-    kLess = 3,
-    kGreater = 4,
-    kAtMost = 5,
-    kAtLeast = 6,
-    kHasBits = 7, ///< every bit of the rule's value is set in the file's value
+    Equal = 1,
+    NotEqual = 2,
+    Less = 3,
+    Greater = 4,
+    AtMost = 5,
+    AtLeast = 6,
+    HasBits = 7, // every bit of the rule's value is set in the file's value
 };
 
 inline constexpr uint16_t kMaxSectionIndex = 33;
@@ -28,171 +28,171 @@ inline constexpr uint16_t kLastNameOnlyRole = 507;
 inline constexpr uint16_t kFirstSectionRole = 600;
 inline constexpr uint16_t kLastSectionRole = 610;
 
-/// Selects a section by its role; smaller numbers are positions in the section table. The first three stand in section
-/// names alone.
+/** Selects a section by its role; smaller numbers are positions in the section table. The first three stand in section
+ * names alone. */
 enum class SectionRole : uint16_t {
-    kAny = 505,
-    kAnyCode = 506,
-    kAnyData = 507,
-    kLast = 600,
-    kEntry = 601,
-    kCode = 602,
-    kData = 603,
-    kImport = 604,
-    kResource = 605,
-    kExport = 606,
-    kRelocation = 607,
-    kTls = 608,
-    kLargest = 609,
-    kNextToLast = 610,
+    Any = 505,
+    AnyCode = 506,
+    AnyData = 507,
+    Last = 600,
+    Entry = 601,
+    Code = 602,
+    Data = 603,
+    Import = 604,
+    Resource = 605,
+    Export = 606,
+    Relocation = 607,
+    Tls = 608,
+    Largest = 609,
+    NextToLast = 610,
 };
 
-/// Whether a selector of a section name leaves open which of several sections has the name.
+/** Whether a selector of a section name leaves open which of several sections has the name. */
 constexpr bool IsAnySection(uint16_t selector) {
     return selector >= kFirstNameOnlyRole && selector <= kLastNameOnlyRole;
 }
 
-/// Where a string is looked for. The odd code measures positions from the region's start; the even code that follows it
-/// measures them from the region's end.
+/** Where a string is looked for. The odd code measures positions from the region's start; the even code that follows it
+ * measures them from the region's end. */
 enum class StringKind : uint8_t {
-    kFile = 1,
-    kHeaders = 3,
-    kOverlay = 5,
-    kEntryCode = 7,
-    kEntrySection = 9,
-    kLastSection = 11,
-    kCodeSection = 13,
-    kNamedSection = 15,
-    kIndexedSection = 17,
-    kResourceSection = 19,
-    kImportSection = 21,
-    kResourceData = 23,
-    kExportSection = 25,
-    kLargestSection = 27,
-    kDosStub = 29,
-    kVisualBasic = 31,
+    File = 1,
+    Headers = 3,
+    Overlay = 5,
+    EntryCode = 7,
+    EntrySection = 9,
+    LastSection = 11,
+    CodeSection = 13,
+    NamedSection = 15,
+    IndexedSection = 17,
+    ResourceSection = 19,
+    ImportSection = 21,
+    ResourceData = 23,
+    ExportSection = 25,
+    LargestSection = 27,
+    DosStub = 29,
+    VisualBasic = 31,
 };
 
 inline constexpr uint8_t kMaxStringKind = 32;
 
-/// Whether positions of a string of this kind count from the end of its region.
+/** Whether positions of a string of this kind count from the end of its region. */
 constexpr bool FromEnd(uint8_t string_kind) {
     return string_kind % 2 == 0;
 }
 
-/// The kind of the same region that counts positions from the region's start.
+/** The kind of the same region that counts positions from the region's start. */
 constexpr uint8_t ForwardKind(uint8_t string_kind) {
     return static_cast<uint8_t>(FromEnd(string_kind) ? string_kind - 1 : string_kind);
 }
 
-/// Which bytes a measure covers. 61 + k is the section of role 600 + k.
+/** Which bytes a measure covers. 61 + k is the section of role 600 + k. */
 enum class MeasureRegion : uint8_t {
-    kIndexedSection = 60,
-    kFirstRole = 61,
-    kLastRole = 71,
-    kFile = 72,
-    kHeaders = 73,
-    kOverlay = 74,
-    kEntryCode = 75,
-    kResourceData = 76,
-    kDosStub = 77,
-    kVisualBasic = 78,
+    IndexedSection = 60,
+    FirstRole = 61,
+    LastRole = 71,
+    File = 72,
+    Headers = 73,
+    Overlay = 74,
+    EntryCode = 75,
+    ResourceData = 76,
+    DosStub = 77,
+    VisualBasic = 78,
 };
 
-/// What is measured.
+/** What is measured. */
 enum class Measure : uint8_t {
-    kEntropy = 1, ///< a double, bits a byte
-    kCrc32 = 2,   ///< a u32
+    Entropy = 1, // a double, bits a byte
+    Crc32 = 2,   // a u32
 };
 
-inline constexpr uint8_t kStringNoCase = 1; ///< bit of StringFeature::options: ASCII letters match in either case
-inline constexpr uint8_t kStringWide = 2;   ///< bit of StringFeature::options: a zero byte follows each byte
+inline constexpr uint8_t kStringNoCase = 1; // bit of StringFeature::options: ASCII letters match in either case
+inline constexpr uint8_t kStringWide = 2;   // bit of StringFeature::options: a zero byte follows each byte
 
-inline constexpr uint8_t kNameCased = 1;  ///< bit of a name's option: letter case counts
-inline constexpr uint8_t kNamePrefix = 2; ///< bit of a name's option: the file's name may go on after the rule's
+inline constexpr uint8_t kNameCased = 1;  // bit of a name's option: letter case counts
+inline constexpr uint8_t kNamePrefix = 2; // bit of a name's option: the file's name may go on after the rule's
 
-inline constexpr uint32_t kAnyResource = 0xFFFFFFFF; ///< as a resource's type or id: any
+inline constexpr uint32_t kAnyResource = 0xFFFFFFFF; // as a resource's type or id: any
 
-inline constexpr uint32_t kResourceTypeLevel = 1;  ///< ResourceTypeEntry::level: a type, the root's children
-inline constexpr uint32_t kResourceEntryLevel = 2; ///< ResourceTypeEntry::level: an entry, the types' children
+inline constexpr uint32_t kResourceTypeLevel = 1;  // ResourceTypeEntry::level: a type, the root's children
+inline constexpr uint32_t kResourceEntryLevel = 2; // ResourceTypeEntry::level: an entry, the types' children
 
-inline constexpr std::size_t kMaxStringLength = 128;    ///< bytes of a string feature
-inline constexpr std::size_t kMaxSectionName = 8;       ///< characters
-inline constexpr std::size_t kMaxDetectionName = 29;    ///< characters
-inline constexpr std::size_t kMaxResourceName = 29;     ///< characters
-inline constexpr std::size_t kMaxStrings = 26;          ///< as many as there are letters
-inline constexpr std::size_t kMaxExportModuleNames = 1; ///< elements
+inline constexpr std::size_t kMaxStringLength = 128;    // bytes of a string feature
+inline constexpr std::size_t kMaxSectionName = 8;       // characters
+inline constexpr std::size_t kMaxDetectionName = 29;    // characters
+inline constexpr std::size_t kMaxResourceName = 29;     // characters
+inline constexpr std::size_t kMaxStrings = 26;          // as many as there are letters
+inline constexpr std::size_t kMaxExportModuleNames = 1; // elements
 
 struct HeaderCondition {
     uint16_t field = 0;
-    Operator op = Operator::kEqual;
+    Operator op = Operator::Equal;
     uint32_t value = 0;
 
     bool operator==(const HeaderCondition &) const = default;
 };
 
 struct SectionCondition {
-    uint16_t section = 0; ///< an index or a SectionRole
+    uint16_t section = 0; // an index or a SectionRole
     uint8_t field = 0;
-    Operator op = Operator::kEqual;
+    Operator op = Operator::Equal;
     uint32_t value = 0;
 
     bool operator==(const SectionCondition &) const = default;
 };
 
 struct SectionNameCondition {
-    uint16_t section = 0; ///< an index or a SectionRole
-    Operator op = Operator::kEqual;
-    std::string name; ///< at most kMaxSectionName characters
+    uint16_t section = 0; // an index or a SectionRole
+    Operator op = Operator::Equal;
+    std::string name; // at most kMaxSectionName characters
 
     bool operator==(const SectionNameCondition &) const = default;
 };
 
 struct StringFeature {
-    std::string bytes;                  ///< the string itself, any bytes, 1..kMaxStringLength
-    std::bitset<kMaxStringLength> mask; ///< set: the position matches any byte; only below bytes.size()
-    uint8_t anchor = 0;                 ///< param_a: a position where a search for the string best begins
-    uint16_t window_start = 0;          ///< param_b: bytes from the region's start or end
-    uint16_t window_length = 0;         ///< param_c: how many positions; 0: all that follow
-    uint8_t kind = 0;                   ///< a StringKind, or one more for its from-the-end form
-    uint8_t index = 0;                  ///< param_d: number of the section or resource
-    std::string section_name;           ///< of kNamedSection, at most kMaxSectionName characters; else empty
-    std::string section_tail;           ///< bytes that follow the name in its 8 bytes, without the final zeros
-    uint8_t options = 0;                ///< param_e: kStringNoCase, kStringWide
-    uint16_t drift = 0;                 ///< param_f: bytes that the window grows by at both ends
+    std::string bytes;                  // the string itself, any bytes, 1..kMaxStringLength
+    std::bitset<kMaxStringLength> mask; // set: the position matches any byte; only below bytes.size()
+    uint8_t anchor = 0;                 // param_a: a position where a search for the string best begins
+    uint16_t window_start = 0;          // param_b: bytes from the region's start or end
+    uint16_t window_length = 0;         // param_c: how many positions; 0: all that follow
+    uint8_t kind = 0;                   // a StringKind, or one more for its from-the-end form
+    uint8_t index = 0;                  // param_d: number of the section or resource
+    std::string section_name;           // of kNamedSection, at most kMaxSectionName characters; else empty
+    std::string section_tail;           // bytes that follow the name in its 8 bytes, without the final zeros
+    uint8_t options = 0;                // param_e: kStringNoCase, kStringWide
+    uint16_t drift = 0;                 // param_f: bytes that the window grows by at both ends
 
     bool operator==(const StringFeature &) const = default;
 };
 
-/// A condition on field `field` of import descriptor `index`.
+/** A condition on field `field` of import descriptor `index`. */
 struct IndexedCondition {
     uint8_t index = 0;
     uint8_t field = 0;
-    Operator op = Operator::kEqual;
+    Operator op = Operator::Equal;
     uint32_t value = 0;
 
     bool operator==(const IndexedCondition &) const = default;
 };
 
 struct ImportModule {
-    int16_t index = -1; ///< position of the import descriptor; -1: any
-    uint8_t option = 0; ///< kNameCased, kNamePrefix
-    Operator op = Operator::kEqual;
+    int16_t index = -1; // position of the import descriptor; -1: any
+    uint8_t option = 0; // kNameCased, kNamePrefix
+    Operator op = Operator::Equal;
     std::string name;
 
     bool operator==(const ImportModule &) const = default;
 };
 
 struct ImportFunction {
-    uint16_t index = 0; ///< element of the rule's import_modules that the function comes from
-    Operator op = Operator::kEqual;
-    std::string name; ///< or "#" and an ordinal in decimal
+    uint16_t index = 0; // element of the rule's import_modules that the function comes from
+    Operator op = Operator::Equal;
+    std::string name; // or "#" and an ordinal in decimal
 
     bool operator==(const ImportFunction &) const = default;
 };
 
 struct ExportName {
-    Operator op = Operator::kEqual;
+    Operator op = Operator::Equal;
     std::string name;
 
     bool operator==(const ExportName &) const = default;
@@ -201,19 +201,19 @@ struct ExportName {
 struct ResourceEntry {
     uint32_t type = kAnyResource;
     uint32_t id = kAnyResource;
-    std::string name;      ///< empty: any
-    uint16_t language = 0; ///< 0: any
-    uint32_t crc32 = 0;    ///< `value`: of the resource's data; 0: any
+    std::string name;      // empty: any
+    uint16_t language = 0; // 0: any
+    uint32_t crc32 = 0;    // `value`: of the resource's data; 0: any
 
     bool operator==(const ResourceEntry &) const = default;
 };
 
 struct ResourceTypeEntry {
-    uint32_t number = kAnyResource; ///< `type`: number of the type or entry
-    std::string name;               ///< empty: any
-    uint16_t language = 0;          ///< 0: any
-    uint32_t level = 0;             ///< param_a: kResourceTypeLevel, kResourceEntryLevel
-    uint32_t absent = 0;            ///< param_b: 1 when the file must not have it
+    uint32_t number = kAnyResource; // `type`: number of the type or entry
+    std::string name;               // empty: any
+    uint16_t language = 0;          // 0: any
+    uint32_t level = 0;             // param_a: kResourceTypeLevel, kResourceEntryLevel
+    uint32_t absent = 0;            // param_b: 1 when the file must not have it
 
     bool operator==(const ResourceTypeEntry &) const = default;
 };
@@ -221,8 +221,8 @@ struct ResourceTypeEntry {
 struct ResourceString {
     uint32_t type = 0;
     uint32_t id = kAnyResource;
-    std::string name;      ///< empty: any
-    uint16_t language = 0; ///< 0: any
+    std::string name;      // empty: any
+    uint16_t language = 0; // 0: any
     uint32_t key = 0;
     std::string text;
 
@@ -230,39 +230,39 @@ struct ResourceString {
 };
 
 struct MeasureCondition {
-    uint8_t region = 0; ///< param_a: a MeasureRegion
-    Measure measure = Measure::kEntropy;
-    uint32_t length = 0; ///< param_b: bytes from the region's start; 0: all
-    uint8_t index = 0;   ///< param_c: number of the section or resource
-    Operator op = Operator::kEqual;
-    uint64_t bits = 0; ///< the eight bytes of the value, read as a little-endian number
+    uint8_t region = 0; // param_a: a MeasureRegion
+    Measure measure = Measure::Entropy;
+    uint32_t length = 0; // param_b: bytes from the region's start; 0: all
+    uint8_t index = 0;   // param_c: number of the section or resource
+    Operator op = Operator::Equal;
+    uint64_t bits = 0; // the eight bytes of the value, read as a little-endian number
 
     bool operator==(const MeasureCondition &) const = default;
 };
 
-/// A condition on field `field` of the Visual Basic object at position `index`.
+/** A condition on field `field` of the Visual Basic object at position `index`. */
 struct SecondaryCondition {
     uint8_t index = 0;
     uint8_t field = 0;
-    Operator op = Operator::kEqual;
+    Operator op = Operator::Equal;
     uint32_t value = 0;
 
     bool operator==(const SecondaryCondition &) const = default;
 };
 
 struct ObjectName {
-    uint16_t index = 0; ///< position of the object in the project
-    uint8_t option = 0; ///< kNameCased, kNamePrefix
-    Operator op = Operator::kEqual;
+    uint16_t index = 0; // position of the object in the project
+    uint8_t option = 0; // kNameCased, kNamePrefix
+    Operator op = Operator::Equal;
     std::string name;
 
     bool operator==(const ObjectName &) const = default;
 };
 
 struct MemberName {
-    uint16_t index = 0; ///< element of the rule's object_names that the member belongs to
-    uint8_t option = 0; ///< kNameCased, kNamePrefix
-    Operator op = Operator::kEqual;
+    uint16_t index = 0; // element of the rule's object_names that the member belongs to
+    uint8_t option = 0; // kNameCased, kNamePrefix
+    Operator op = Operator::Equal;
     std::string name;
 
     bool operator==(const MemberName &) const = default;
@@ -273,12 +273,12 @@ struct Rule {
     std::vector<SectionCondition> section_conditions;
     std::vector<SectionNameCondition> section_names;
     std::vector<StringFeature> strings;
-    std::string expression; ///< over the strings, character by character as written; empty when the rule has none
+    std::string expression; // over the strings, character by character as written; empty when the rule has none
     uint32_t rule_id = 0;
-    std::string detection_name; ///< at most kMaxDetectionName characters
-    uint8_t stored_flags = 0;   ///< feature_flags before preparation
-    uint32_t attribute_a = 0;   ///< the target: bits of TargetNames(), 0 for a library
-    uint32_t attribute_b = 0;   ///< the traits: bits of TraitNames()
+    std::string detection_name; // at most kMaxDetectionName characters
+    uint8_t stored_flags = 0;   // feature_flags before preparation
+    uint32_t attribute_a = 0;   // the target: bits of TargetNames(), 0 for a library
+    uint32_t attribute_b = 0;   // the traits: bits of TraitNames()
     std::vector<IndexedCondition> indexed_conditions;
     std::vector<ImportModule> import_modules;
     std::vector<ImportFunction> import_functions;
@@ -296,27 +296,27 @@ struct Rule {
     bool operator==(const Rule &) const = default;
 };
 
-/// Rules in the order of the table that holds them.
+/** Rules in the order of the table that holds them. */
 struct RuleSet {
     std::vector<Rule> rules;
 
     bool operator==(const RuleSet &) const = default;
 };
 
-/// The feature_flags that preparation computes for `rule`: bit values 1 (structure) and 2 (content).
+/** The feature_flags that preparation computes for `rule`: bit values 1 (structure) and 2 (content). */
 uint8_t ComputeFeatureFlags(const Rule &rule);
 
-/// The anchor that a string has when its author names none: the first position of its longest stretch without
-/// wildcards, the earliest of equals; 0 when every position is a wildcard.
+/** The anchor that a string has when its author names none: the first position of its longest stretch without
+ * wildcards, the earliest of equals; 0 when every position is a wildcard. */
 uint8_t DefaultAnchor(const StringFeature &string);
 
-/// The value of a condition on an entropy, in bits a byte; `MeasureBits` is the way back.
+/** The value of a condition on an entropy, in bits a byte; `MeasureBits` is the way back. */
 double MeasureEntropy(const MeasureCondition &condition);
 uint64_t MeasureBits(double entropy);
 
-/// Entropy in thousandths of a bit, rounded to the nearest, halves upwards: the unit in which entropies are compared.
-/// `entropy` must be finite; values below 0 count as 0 and those above 8 as 8.001, so that comparisons keep their
-/// sense.
+/** Entropy in thousandths of a bit, rounded to the nearest, halves upwards: the unit in which entropies are compared.
+ * `entropy` must be finite; values below 0 count as 0 and those above 8 as 8.001, so that comparisons keep their
+ * sense. */
 uint32_t EntropyThousandths(double entropy);
 
 } // namespace tavrik::rules

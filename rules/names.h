@@ -1,91 +1,91 @@
-// The names of everything that a rule can number, held once: the rule language, the host's explanations and the
-// generator all take them from here. Constant data; lookups allocate nothing.
+/* The names of everything that a rule can number, held once: the rule language, the host's explanations and the
+ * generator all take them from here. Constant data; lookups allocate nothing. */
 #ifndef TAVRIK_RULES_NAMES_H
 #define TAVRIK_RULES_NAMES_H
-
-#include "rules/model.h"
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
 
+#include "rules/model.h"
+
 namespace tavrik::rules {
 
-/// How the canonical text writes a value. Values below 10 are the same in both.
-enum class Radix : uint8_t { kDecimal, kHex };
+/** How the canonical text writes a value. Values below 10 are the same in both. */
+enum class Radix : uint8_t { Decimal, Hex };
 
-/// The structure that a field is read from.
+/** The structure that a field is read from. */
 enum class Origin : uint8_t {
-    kDosHeader,
-    kFileHeader,
-    kOptionalHeader, ///< of 32-bit images
-    kDerived,        ///< computed from the file; offset 0
-    kVbHeader,
-    kVbProject,
-    kVbObjectTable,
-    kVbComData,
-    kVbProject2,
-    kVbForm,      ///< the first entry of the form table
-    kVbExternals, ///< the table of external references
-    kSectionHeader,
-    kImportDescriptor,
-    kVbObject,         ///< the public object descriptor
-    kVbObjectInfo,     ///< what the descriptor's ObjectInfo points to
-    kVbObjectOptional, ///< what follows the object information
+    DosHeader,
+    FileHeader,
+    OptionalHeader, // of 32-bit images
+    Derived,        // computed from the file; offset 0
+    VbHeader,
+    VbProject,
+    VbObjectTable,
+    VbComData,
+    VbProject2,
+    VbForm,      // the first entry of the form table
+    VbExternals, // the table of external references
+    SectionHeader,
+    ImportDescriptor,
+    VbObject,         // the public object descriptor
+    VbObjectInfo,     // what the descriptor's ObjectInfo points to
+    VbObjectOptional, // what follows the object information
 };
 
-/// A value that conditions can ask for.
+/** A value that conditions can ask for. */
 struct Field {
     uint16_t number;
     Origin origin;
-    uint16_t offset; ///< bytes from the start of its structure
-    uint8_t width;   ///< bytes, little-endian: 1, 2 or 4
+    uint16_t offset; // bytes from the start of its structure
+    uint8_t width;   // bytes, little-endian: 1, 2 or 4
     Radix radix;
     std::string_view name;
 };
 
-/// A number with its name.
+/** A number with its name. */
 struct NamedNumber {
     uint32_t number;
     std::string_view name;
 };
 
-/// What a region's name takes in the text: nothing, `[index]`, or `("section name")`.
-enum class RegionArgument : uint8_t { kNone, kIndex, kName };
+/** What a region's name takes in the text: nothing, `[index]`, or `("section name")`. */
+enum class RegionArgument : uint8_t { None, Index, Name };
 
-/// A stretch of the file that strings are looked for in and measures are taken of.
+/** A stretch of the file that strings are looked for in and measures are taken of. */
 struct Region {
     std::string_view name;
     RegionArgument argument;
-    uint8_t string_kind;  ///< the code that counts from the start; 0 where strings have none
-    uint8_t measure_code; ///< 0 where measures have none
+    uint8_t string_kind;  // the code that counts from the start; 0 where strings have none
+    uint8_t measure_code; // 0 where measures have none
 };
 
-/// The tables, each in ascending order of its numbers (the regions in the order of the document).
-std::span<const Field> HeaderFields();      ///< 0..263, no gap
-std::span<const Field> SectionFields();     ///< 1..9
-std::span<const Field> ImportTableFields(); ///< 0..4
-std::span<const Field> ObjectFields();      ///< 0..43
+/** The tables, each in ascending order of its numbers (the regions in the order of the document). */
+std::span<const Field> HeaderFields();      // 0..263, no gap
+std::span<const Field> SectionFields();     // 1..9
+std::span<const Field> ImportTableFields(); // 0..4
+std::span<const Field> ObjectFields();      // 0..43
 std::span<const NamedNumber> Operators();
 std::span<const NamedNumber> SectionRoles();
 std::span<const NamedNumber> ResourceTypes();
-std::span<const NamedNumber> ResourceKeys(); ///< 0..35, of version and manifest resources
-std::span<const NamedNumber> TargetNames();  ///< the bits of attribute_a; number 0 is a library
-std::span<const NamedNumber> TraitNames();   ///< the bits of attribute_b
+std::span<const NamedNumber> ResourceKeys(); // 0..35, of version and manifest resources
+std::span<const NamedNumber> TargetNames();  // the bits of attribute_a; number 0 is a library
+std::span<const NamedNumber> TraitNames();   // the bits of attribute_b
 std::span<const Region> Regions();
 
-/// Find a field or a number in one of the tables above; null, an empty name or nothing when it is not there. Names are
-/// compared exactly.
+/** Find a field or a number in one of the tables above; null, an empty name or nothing when it is not there. Names are
+ * compared exactly. */
 const Field *FindField(std::span<const Field> fields, uint32_t number);
 const Field *FindField(std::span<const Field> fields, std::string_view name);
 std::string_view NameOf(std::span<const NamedNumber> names, uint32_t number);
 std::optional<uint32_t> NumberOf(std::span<const NamedNumber> names, std::string_view name);
 
-/// The text of an operator, such as "<=" or "has".
+/** The text of an operator, such as "<=" or "has". */
 std::string_view OperatorText(Operator op);
 
-/// Find a region; null when there is none. Both codes of a string region lead to the same one.
+/** Find a region; null when there is none. Both codes of a string region lead to the same one. */
 const Region *FindStringRegion(uint8_t string_kind);
 const Region *FindMeasureRegion(uint8_t measure_code);
 const Region *FindRegion(std::string_view name, RegionArgument argument);

@@ -1,4 +1,4 @@
-// Numbers in rules that code gives a meaning of its own; names.h has the names of all of them.
+/* Numbers in rules that code gives a meaning of its own; names.h has the names of all of them. */
 #ifndef TAVRIK_RULES_NUMBERS_H
 #define TAVRIK_RULES_NUMBERS_H
 
@@ -6,7 +6,7 @@
 
 namespace tavrik::rules {
 
-/// HeaderCondition::field. A table's number is that of its VirtualAddress; its Size comes next.
+/** HeaderCondition::field. A table's number is that of its VirtualAddress; its Size comes next. */
 namespace header_field {
 
 enum : uint16_t {
@@ -74,7 +74,7 @@ enum : uint16_t {
 
 } // namespace header_field
 
-/// The bits of attribute_b.
+/** The bits of attribute_b. */
 namespace trait {
 
 enum : uint32_t {
@@ -91,7 +91,7 @@ enum : uint32_t {
 
 } // namespace trait
 
-/// Imported functions that still count as few.
+/** Imported functions that still count as few. */
 inline constexpr uint32_t kFewImports = 8;
 
 } // namespace tavrik::rules

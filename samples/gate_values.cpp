@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <fmt/format.h>
 #include <stdexcept>
+
+#include <fmt/format.h>
 
 namespace tavrik::samples {
 

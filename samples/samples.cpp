@@ -1,9 +1,10 @@
 #include "samples/samples.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <functional>
 #include <span>
+
+#include <fmt/format.h>
 
 #include "pe/builder/builder.h"
 #include "samples/payloads.h"

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fmt/format.h>
 #include <stdexcept>
+
+#include <fmt/format.h>
 
 #include "tavrik2/locators/locators.h"
 

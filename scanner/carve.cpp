@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <fmt/format.h>
 #include <memory>
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "base/system.h"
 #include "base/text.h"

@@ -1,11 +1,12 @@
 #include "scanner/explain.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <iterator>
 #include <optional>
 #include <span>
 #include <string_view>
+
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "scanner/gate_tree.h"

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <limits>
 #include <string_view>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "base/text.h"
 

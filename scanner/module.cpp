@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <bit>
-#include <fmt/format.h>
 #include <mutex>
 #include <new>
 #include <string>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "scanner/unused.h"

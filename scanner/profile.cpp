@@ -1,10 +1,11 @@
 #include "scanner/profile.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <iterator>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "scanner/scan.h"

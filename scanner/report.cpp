@@ -1,7 +1,8 @@
 #include "scanner/report.h"
 
-#include <fmt/format.h>
 #include <iterator>
+
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "base/console.h"

@@ -1,8 +1,9 @@
 #include "scanner/scan.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <new>
+
+#include <fmt/format.h>
 
 #include "base/sha256.h"
 #include "scanner/clean_action.h"

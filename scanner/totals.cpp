@@ -1,6 +1,7 @@
 #include "scanner/totals.h"
 
 #include <algorithm>
+
 #include <fmt/format.h>
 
 #include "base/console.h"

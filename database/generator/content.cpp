@@ -1,15 +1,15 @@
 #include "database/generator/content.h"
 
-#include "database/generator/names.h"
-
 #include <algorithm>
 #include <cstring>
+
+#include "database/generator/names.h"
 
 namespace tavrik::generator {
 namespace {
 
 // An instruction: its fixed bytes, then an operand.
-enum class Operand : uint8_t { kNone, kByte, kWord, kAddress };
+enum class Operand : uint8_t { None, Byte, Word, Address };
 
 struct Instruction {
     std::string_view opcode;
@@ -19,43 +19,43 @@ struct Instruction {
 using namespace std::string_view_literals;
 
 constexpr Instruction kInstructions[] = {
-    {"\x55"sv, Operand::kNone},
-    {"\x8B\xEC"sv, Operand::kNone},
-    {"\x83\xEC"sv, Operand::kByte},
-    {"\x53"sv, Operand::kNone},
-    {"\x56"sv, Operand::kNone},
-    {"\x57"sv, Operand::kNone},
-    {"\x68"sv, Operand::kAddress},
-    {"\xFF\x15"sv, Operand::kAddress},
-    {"\xE8"sv, Operand::kAddress},
-    {"\xA1"sv, Operand::kAddress},
-    {"\xA3"sv, Operand::kAddress},
-    {"\x8B\x0D"sv, Operand::kAddress},
-    {"\x33\xC0"sv, Operand::kNone},
-    {"\x33\xDB"sv, Operand::kNone},
-    {"\x85\xC0"sv, Operand::kNone},
-    {"\x74"sv, Operand::kByte},
-    {"\x75"sv, Operand::kByte},
-    {"\x80\x34\x08"sv, Operand::kByte},
-    {"\x41"sv, Operand::kNone},
-    {"\x3B\xCA"sv, Operand::kNone},
-    {"\x7C"sv, Operand::kByte},
-    {"\x8D\x45"sv, Operand::kByte},
-    {"\x8D\x4D"sv, Operand::kByte},
-    {"\x50"sv, Operand::kNone},
-    {"\x51"sv, Operand::kNone},
-    {"\x6A"sv, Operand::kByte},
-    {"\xB8"sv, Operand::kWord},
-    {"\x89\x45"sv, Operand::kByte},
-    {"\x8B\x45"sv, Operand::kByte},
-    {"\x81\xF1"sv, Operand::kWord},
-    {"\xC1\xE0"sv, Operand::kByte},
-    {"\x03\xC1"sv, Operand::kNone},
-    {"\x8A\x04\x0E"sv, Operand::kNone},
-    {"\x34"sv, Operand::kByte},
-    {"\x88\x04\x0E"sv, Operand::kNone},
-    {"\x0F\xB6\xC0"sv, Operand::kNone},
-    {"\x5F\x5E\xC9\xC3"sv, Operand::kNone},
+    {"\x55"sv, Operand::None},
+    {"\x8B\xEC"sv, Operand::None},
+    {"\x83\xEC"sv, Operand::Byte},
+    {"\x53"sv, Operand::None},
+    {"\x56"sv, Operand::None},
+    {"\x57"sv, Operand::None},
+    {"\x68"sv, Operand::Address},
+    {"\xFF\x15"sv, Operand::Address},
+    {"\xE8"sv, Operand::Address},
+    {"\xA1"sv, Operand::Address},
+    {"\xA3"sv, Operand::Address},
+    {"\x8B\x0D"sv, Operand::Address},
+    {"\x33\xC0"sv, Operand::None},
+    {"\x33\xDB"sv, Operand::None},
+    {"\x85\xC0"sv, Operand::None},
+    {"\x74"sv, Operand::Byte},
+    {"\x75"sv, Operand::Byte},
+    {"\x80\x34\x08"sv, Operand::Byte},
+    {"\x41"sv, Operand::None},
+    {"\x3B\xCA"sv, Operand::None},
+    {"\x7C"sv, Operand::Byte},
+    {"\x8D\x45"sv, Operand::Byte},
+    {"\x8D\x4D"sv, Operand::Byte},
+    {"\x50"sv, Operand::None},
+    {"\x51"sv, Operand::None},
+    {"\x6A"sv, Operand::Byte},
+    {"\xB8"sv, Operand::Word},
+    {"\x89\x45"sv, Operand::Byte},
+    {"\x8B\x45"sv, Operand::Byte},
+    {"\x81\xF1"sv, Operand::Word},
+    {"\xC1\xE0"sv, Operand::Byte},
+    {"\x03\xC1"sv, Operand::None},
+    {"\x8A\x04\x0E"sv, Operand::None},
+    {"\x34"sv, Operand::Byte},
+    {"\x88\x04\x0E"sv, Operand::None},
+    {"\x0F\xB6\xC0"sv, Operand::None},
+    {"\x5F\x5E\xC9\xC3"sv, Operand::None},
 };
 
 constexpr std::string_view kHosts[] = {"update", "www", "stat", "cdn", "img", "down", "gate", "srv"};
@@ -84,15 +84,15 @@ void Content::AddCode(uint32_t size, uint32_t image_base, Random &random) {
         const Instruction &instruction = random.Pick(kInstructions);
         bytes.insert(bytes.end(), instruction.opcode.begin(), instruction.opcode.end());
         switch (instruction.operand) {
-        case Operand::kNone:
+        case Operand::None:
             break;
-        case Operand::kByte:
+        case Operand::Byte:
             bytes.push_back(random.NextByte());
             break;
-        case Operand::kWord:
+        case Operand::Word:
             Append(bytes, random.Next32());
             break;
-        case Operand::kAddress:
+        case Operand::Address:
             for (uint32_t i = 0; i < 4; ++i)
                 if (const uint32_t position = this->size() + i - mark.offset; position < rules::kMaxStringLength)
                     mark.mask.set(position);

@@ -1,11 +1,10 @@
 // Strings and measures: conditions on the contents.
-#include "database/generator/extract.h"
-
-#include "base/crc32.h"
-
 #include <algorithm>
 #include <set>
 #include <stdexcept>
+
+#include "base/crc32.h"
+#include "database/generator/extract.h"
 
 namespace tavrik::generator {
 namespace {
@@ -35,17 +34,17 @@ public:
             StringFeature string;
             string.kind = kind;
             switch (static_cast<StringKind>(rules::ForwardKind(kind))) {
-            case StringKind::kIndexedSection:
+            case StringKind::IndexedSection:
                 string.index = static_cast<uint8_t>(ChooseSection(kLastStringSection, false));
                 break;
-            case StringKind::kNamedSection:
+            case StringKind::NamedSection:
                 string.section_name = facts_.SectionName(ChooseSection(UINT32_MAX, true));
                 if (tails > 0 && string.section_name.size() < rules::kMaxSectionName && !rules::FromEnd(kind)) {
                     string.section_tail.assign(1, '\x01');
                     --tails;
                 }
                 break;
-            case StringKind::kResourceData:
+            case StringKind::ResourceData:
                 if (number_resource && !rules::FromEnd(kind)) {
                     string.index = 1;
                     number_resource = false;
@@ -54,7 +53,7 @@ public:
             default:
                 break;
             }
-            const bool is_far = far && kind == static_cast<uint8_t>(StringKind::kIndexedSection);
+            const bool is_far = far && kind == static_cast<uint8_t>(StringKind::IndexedSection);
             if (is_far)
                 AddFar(string);
             else
@@ -104,7 +103,7 @@ private:
         if (region.size == 0)
             FailShort(source_.plan, "regions of strings");
         std::vector<Mark> marks = MarksIn(region);
-        const bool from_entry = string.kind == static_cast<uint8_t>(StringKind::kEntryCode);
+        const bool from_entry = string.kind == static_cast<uint8_t>(StringKind::EntryCode);
         if (from_entry && !used_.contains(region.offset) && random_.Chance(kEntryPercent)) {
             const auto at_entry = std::ranges::find(marks, region.offset, &Mark::offset);
             Mark mark = at_entry != marks.end() ? *at_entry : Snippet(region, region.offset);
@@ -243,10 +242,10 @@ private:
             MeasureCondition condition;
             condition.region = region;
             condition.length = random_.Pick(kLengths);
-            if (region == static_cast<uint8_t>(rules::MeasureRegion::kIndexedSection))
+            if (region == static_cast<uint8_t>(rules::MeasureRegion::IndexedSection))
                 condition.index = static_cast<uint8_t>(random_.Below(facts_.Sections().size()));
             // The first of a rule's measures is a checksum: it knows its own file.
-            condition.measure = list_.empty() || random_.Chance(45) ? Measure::kCrc32 : Measure::kEntropy;
+            condition.measure = list_.empty() || random_.Chance(45) ? Measure::Crc32 : Measure::Entropy;
             left -= Add(condition, left);
         }
     }
@@ -267,7 +266,7 @@ private:
         };
         if (std::ranges::any_of(list_, is_same))
             return 0;
-        if (condition.measure == Measure::kCrc32) {
+        if (condition.measure == Measure::Crc32) {
             condition.bits = base::Crc32(bytes);
             list_.push_back(condition);
             return 1;
@@ -275,17 +274,17 @@ private:
         const uint32_t entropy = EntropyInThousandths(bytes);
         const uint32_t low = entropy / kStep * kStep;
         if (entropy > kHighEntropy && random_.Chance(60)) {
-            condition.op = Operator::kGreater;
+            condition.op = Operator::Greater;
             condition.bits = rules::MeasureBits((low - kStep) / 1000.0);
             list_.push_back(condition);
             return 1;
         }
         if (room < 2 || low < 2 * kStep || entropy >= kGreatest)
             return 0;
-        condition.op = Operator::kAtLeast;
+        condition.op = Operator::AtLeast;
         condition.bits = rules::MeasureBits((low - kStep) / 1000.0);
         list_.push_back(condition);
-        condition.op = Operator::kAtMost;
+        condition.op = Operator::AtMost;
         condition.bits = rules::MeasureBits(std::min(low + kStep * random_.Between(2, 4), kGreatest) / 1000.0);
         list_.push_back(condition);
         return 2;

@@ -1,10 +1,9 @@
 // Headers, sections and Visual Basic objects: conditions on numbers.
-#include "database/generator/extract.h"
-
-#include "rules/numbers.h"
-
 #include <algorithm>
 #include <set>
+
+#include "database/generator/extract.h"
+#include "rules/numbers.h"
 
 namespace tavrik::generator {
 namespace {
@@ -91,9 +90,9 @@ public:
         const RulePlan &plan = source_.plan;
         if (plan.tests_characteristics)
             Add(field::kCharacteristics);
-        if (plan.vb_thread_count != CountedTest::kNone)
+        if (plan.vb_thread_count != CountedTest::None)
             Add(field::kVbThreadCount);
-        if (plan.vb_version != CountedTest::kNone)
+        if (plan.vb_version != CountedTest::None)
             Add(field::kVbProjectVersion);
         AddOwn();
         AddWeighted();
@@ -148,7 +147,7 @@ private:
         --left_;
     }
 
-    void AddExact(uint16_t field) { Put(field, Operator::kEqual, *source_.facts.Header(field)); }
+    void AddExact(uint16_t field) { Put(field, Operator::Equal, *source_.facts.Header(field)); }
 
     void Add(uint16_t field) {
         constexpr uint32_t kRangePercent = 18;
@@ -158,26 +157,26 @@ private:
         const uint32_t step = StepOf(kRangedHeaders, field);
         if ((field == field::kCharacteristics || (field == field::kDllCharacteristics && value != 0)) &&
             random_.Chance(kFlagPercent))
-            return Put(field, Operator::kHasBits, value);
+            return Put(field, Operator::HasBits, value);
         if (step == 0 || value >= UINT32_MAX - 8 * step)
             return AddExact(field);
         if (random_.Below(kOneSidedOf / 3) == 0) {
             const Range range = Around(value, step, random_);
             switch (random_.Below(3U)) {
             case 0:
-                return Put(field, Operator::kNotEqual, value + step);
+                return Put(field, Operator::NotEqual, value + step);
             case 1:
-                return Put(field, Operator::kLess, range.high + 1);
+                return Put(field, Operator::Less, range.high + 1);
             default:
                 if (range.low > 0)
-                    return Put(field, Operator::kGreater, range.low - 1);
+                    return Put(field, Operator::Greater, range.low - 1);
             }
         }
         if (left_ < 2 || !random_.Chance(kRangePercent))
             return AddExact(field);
         const Range range = Around(value, step, random_);
-        Put(field, Operator::kAtLeast, range.low);
-        Put(field, Operator::kAtMost, range.high);
+        Put(field, Operator::AtLeast, range.low);
+        Put(field, Operator::AtMost, range.high);
     }
 
     const Source &source_;
@@ -231,14 +230,14 @@ void AddSectionConditions(const Source &source, std::vector<SectionCondition> &l
         const uint32_t value = source.facts.SectionValue(*source.facts.SectionOf(place.selector), place.field);
         const uint32_t step = StepOf(kRangedSections, place.field);
         if (place.field == kSectionCharacteristics && random.Chance(kFlagPercent)) {
-            list.push_back({place.selector, place.field, Operator::kHasBits, value});
+            list.push_back({place.selector, place.field, Operator::HasBits, value});
         } else if (step != 0 && left >= 2 && random.Chance(kRangePercent)) {
             const Range range = Around(value, step, random);
-            list.push_back({place.selector, place.field, Operator::kAtLeast, range.low});
-            list.push_back({place.selector, place.field, Operator::kAtMost, range.high});
+            list.push_back({place.selector, place.field, Operator::AtLeast, range.low});
+            list.push_back({place.selector, place.field, Operator::AtMost, range.high});
             --left;
         } else {
-            list.push_back({place.selector, place.field, Operator::kEqual, value});
+            list.push_back({place.selector, place.field, Operator::Equal, value});
         }
         --left;
     }
@@ -257,14 +256,14 @@ void AddSectionNames(const Source &source, std::vector<SectionNameCondition> &li
         const uint32_t section = *source.facts.SectionOf(selector);
         const std::string name = source.facts.SectionName(section);
         if (selector >= rules::kFirstSectionRole) {
-            role_names.push_back({selector, Operator::kEqual, name});
+            role_names.push_back({selector, Operator::Equal, name});
             continue;
         }
-        names.push_back({selector, Operator::kEqual, name});
+        names.push_back({selector, Operator::Equal, name});
         const bool is_code = (source.facts.Sections()[section].Characteristics & kExecutable) != 0;
         for (const auto role :
-             {rules::SectionRole::kAny, is_code ? rules::SectionRole::kAnyCode : rules::SectionRole::kAnyData}) {
-            const SectionNameCondition any = {static_cast<uint16_t>(role), Operator::kEqual, name};
+             {rules::SectionRole::Any, is_code ? rules::SectionRole::AnyCode : rules::SectionRole::AnyData}) {
+            const SectionNameCondition any = {static_cast<uint16_t>(role), Operator::Equal, name};
             if (std::ranges::find(role_names, any) == role_names.end())
                 role_names.push_back(any);
         }
@@ -301,11 +300,11 @@ void AddObjectFields(const Source &source, std::vector<SecondaryCondition> &list
         const uint32_t step = StepOf(kRangedObjects, place.field);
         if (step != 0 && left >= 2 && random.Chance(kRangePercent)) {
             const Range range = Around(value, step, random);
-            list.push_back({place.object, place.field, Operator::kAtLeast, range.low});
-            list.push_back({place.object, place.field, Operator::kAtMost, range.high});
+            list.push_back({place.object, place.field, Operator::AtLeast, range.low});
+            list.push_back({place.object, place.field, Operator::AtMost, range.high});
             --left;
         } else {
-            list.push_back({place.object, place.field, Operator::kEqual, value});
+            list.push_back({place.object, place.field, Operator::Equal, value});
         }
         --left;
     }
@@ -349,7 +348,7 @@ void ExtractObjects(const Source &source, rules::Rule &rule) {
     std::ranges::sort(places);
     for (const uint16_t place : places)
         rule.object_names.push_back({place, random.Chance(kCasedPercent) ? rules::kNameCased : uint8_t{0},
-                                     Operator::kEqual, objects[place].name});
+                                     Operator::Equal, objects[place].name});
 
     std::vector<rules::MemberName> members;
     for (std::size_t i = 0; i < places.size(); ++i)
@@ -358,7 +357,7 @@ void ExtractObjects(const Source &source, rules::Rule &rule) {
                                random.Chance(kCasedPercent)
                                    ? static_cast<uint8_t>(rules::kNameCased | rules::kNamePrefix)
                                    : uint8_t{0},
-                               Operator::kEqual, method});
+                               Operator::Equal, method});
     if (members.size() < source.plan.counts[kMemberNames])
         FailShort(source.plan, "member names");
     random.Shuffle(members);

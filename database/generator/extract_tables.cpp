@@ -1,9 +1,8 @@
 // Imports, exports and resources: conditions on the tables that sections hold.
-#include "database/generator/extract.h"
+#include <algorithm>
 
 #include "base/crc32.h"
-
-#include <algorithm>
+#include "database/generator/extract.h"
 
 namespace tavrik::generator {
 namespace {
@@ -17,7 +16,7 @@ void AddIndexed(const Source &source, std::vector<rules::IndexedCondition> &list
     const auto &imports = source.facts.Imports();
     for (uint32_t i = 0; i < std::min<std::size_t>(imports.size(), kLastDescriptor + 1); ++i)
         for (uint32_t field = 0; field < kFields; ++field)
-            pool.push_back({static_cast<uint8_t>(i), static_cast<uint8_t>(field), Operator::kEqual,
+            pool.push_back({static_cast<uint8_t>(i), static_cast<uint8_t>(field), Operator::Equal,
                             *source.facts.Read(imports[i].descriptor + 4 * field, 4)});
     if (pool.size() < source.plan.counts[kIndexedConditions])
         FailShort(source.plan, "import descriptor fields");
@@ -65,17 +64,17 @@ void AddImports(const Source &source, rules::Rule &rule) {
     for (const std::size_t place : places) {
         const bool by_position = source.plan.many_modules || !random.Chance(kAnyPercent);
         rule.import_modules.push_back({by_position ? static_cast<int16_t>(place) : int16_t{-1},
-                                       random.Chance(kCasedPercent) ? rules::kNameCased : uint8_t{0}, Operator::kEqual,
+                                       random.Chance(kCasedPercent) ? rules::kNameCased : uint8_t{0}, Operator::Equal,
                                        imports[place].module});
         functions.emplace_back();
         for (const std::string &name : imports[place].functions)
-            functions.back().push_back({static_cast<uint16_t>(functions.size() - 1), Operator::kEqual, name});
+            functions.back().push_back({static_cast<uint16_t>(functions.size() - 1), Operator::Equal, name});
     }
     if (places.empty()) { // functions of any module
         functions.emplace_back();
         for (const ImportFacts &import : imports)
             for (const std::string &name : import.functions) {
-                rules::ImportFunction function = {0, Operator::kEqual, name};
+                rules::ImportFunction function = {0, Operator::Equal, name};
                 if (std::ranges::find(functions.back(), function) == functions.back().end())
                     functions.back().push_back(std::move(function));
             }
@@ -102,11 +101,11 @@ void AddImports(const Source &source, rules::Rule &rule) {
 
 void AddExports(const Source &source, rules::Rule &rule) {
     if (source.plan.counts[kExportModuleNames] != 0)
-        rule.export_module_names.push_back({Operator::kEqual, source.specimen.export_module});
+        rule.export_module_names.push_back({Operator::Equal, source.specimen.export_module});
     if (source.specimen.exports.size() < source.plan.counts[kExportFunctions])
         FailShort(source.plan, "exports");
     for (uint32_t i = 0; i < source.plan.counts[kExportFunctions]; ++i)
-        rule.export_functions.push_back({Operator::kEqual, source.specimen.exports[i]});
+        rule.export_functions.push_back({Operator::Equal, source.specimen.exports[i]});
 }
 
 // Each entry shows something of its own: its number, its name or its checksum.

@@ -1,10 +1,10 @@
 #include "database/generator/generator.h"
 
+#include <stdexcept>
+
 #include "database/generator/extract.h"
 #include "database/generator/specimen.h"
 #include "database/generator/written.h"
-
-#include <stdexcept>
 
 namespace tavrik::generator {
 

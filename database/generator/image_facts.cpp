@@ -68,13 +68,13 @@ std::string ImageFacts::TextAt(uint32_t offset) const {
 std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
     const rules::Field &field = *FindField(HeaderFields(), number);
     switch (field.origin) {
-    case Origin::kDosHeader:
+    case Origin::DosHeader:
         return Read(field.offset, field.width);
-    case Origin::kFileHeader:
+    case Origin::FileHeader:
         return Read(headers_ + kFileHeaderFromSignature + field.offset, field.width);
-    case Origin::kOptionalHeader:
+    case Origin::OptionalHeader:
         return OptionalField(field);
-    case Origin::kDerived:
+    case Origin::Derived:
         return Derived(number);
     default:
         break;
@@ -82,9 +82,9 @@ std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
     const auto base = VisualBasicBase(field.origin);
     if (!base)
         return std::nullopt;
-    if (field.origin == Origin::kVbForm && Header(field::kVbFormCount) == 0U)
+    if (field.origin == Origin::VbForm && Header(field::kVbFormCount) == 0U)
         return std::nullopt;
-    if (field.origin == Origin::kVbExternals && field.offset / 8 >= Header(field::kVbExternalCount).value_or(0))
+    if (field.origin == Origin::VbExternals && field.offset / 8 >= Header(field::kVbExternalCount).value_or(0))
         return std::nullopt;
     return Read(uint64_t{*base} + field.offset, field.width);
 }
@@ -234,19 +234,19 @@ std::optional<uint32_t> ImageFacts::VisualBasicBase(Origin origin) const {
     if (vb_header_ == 0)
         return std::nullopt;
     switch (origin) {
-    case Origin::kVbHeader:
+    case Origin::VbHeader:
         return vb_header_;
-    case Origin::kVbProject:
+    case Origin::VbProject:
         return OffsetOfAddress(Header(field::kVbProjectData));
-    case Origin::kVbObjectTable:
+    case Origin::VbObjectTable:
         return OffsetOfAddress(Header(field::kVbObjectTable));
-    case Origin::kVbComData:
+    case Origin::VbComData:
         return OffsetOfAddress(Header(field::kVbComRegisterData));
-    case Origin::kVbProject2:
+    case Origin::VbProject2:
         return OffsetOfAddress(Header(field::kVbProject2));
-    case Origin::kVbForm:
+    case Origin::VbForm:
         return OffsetOfAddress(Header(field::kVbFormTable));
-    case Origin::kVbExternals:
+    case Origin::VbExternals:
         return OffsetOfAddress(Header(field::kVbExternalTable));
     default:
         return std::nullopt;
@@ -263,12 +263,12 @@ std::optional<uint32_t> ImageFacts::ObjectField(uint32_t object, uint32_t number
     if (!array || object >= ObjectCount())
         return std::nullopt;
     const uint32_t descriptor = *array + kObjectSize * object;
-    if (field.origin == Origin::kVbObject)
+    if (field.origin == Origin::VbObject)
         return Read(descriptor + field.offset, field.width);
     const auto info = OffsetOfAddress(Read(descriptor, 4));
     if (!info)
         return std::nullopt;
-    if (field.origin == Origin::kVbObjectInfo)
+    if (field.origin == Origin::VbObjectInfo)
         return Read(*info + field.offset, field.width);
     if ((ObjectField(object, kObjectTypeField).value_or(0) & kOptionalInfoFlag) == 0)
         return std::nullopt;
@@ -284,31 +284,31 @@ std::optional<uint32_t> ImageFacts::SectionOf(uint16_t selector) const {
     if (selector < rules::kFirstNameOnlyRole)
         return selector < count ? std::optional<uint32_t>(selector) : std::nullopt;
     switch (static_cast<SectionRole>(selector)) {
-    case SectionRole::kLast:
+    case SectionRole::Last:
         return count > 0 ? std::optional(count - 1) : std::nullopt;
-    case SectionRole::kEntry:
+    case SectionRole::Entry:
         return Derived(field::kEntryPointSection);
-    case SectionRole::kCode:
+    case SectionRole::Code:
         return SectionHolding(Header(field::kBaseOfCode));
-    case SectionRole::kData:
+    case SectionRole::Data:
         return SectionHolding(Header(field::kBaseOfData));
-    case SectionRole::kImport:
+    case SectionRole::Import:
         return directory(field::kImportTable);
-    case SectionRole::kResource:
+    case SectionRole::Resource:
         return directory(field::kResourceTable);
-    case SectionRole::kExport:
+    case SectionRole::Export:
         return directory(field::kExportTable);
-    case SectionRole::kRelocation:
+    case SectionRole::Relocation:
         return directory(field::kBaseRelocationTable);
-    case SectionRole::kTls:
+    case SectionRole::Tls:
         return directory(field::kTlsTable);
-    case SectionRole::kLargest: {
+    case SectionRole::Largest: {
         const auto largest = std::ranges::max_element(
             sections_, {}, [](const SectionHeader &section) { return uint32_t{section.SizeOfRawData}; });
         return largest != sections_.end() ? std::optional(static_cast<uint32_t>(largest - sections_.begin()))
                                           : std::nullopt;
     }
-    case SectionRole::kNextToLast:
+    case SectionRole::NextToLast:
         return count > 1 ? std::optional(count - 2) : std::nullopt;
     default:
         return std::nullopt;
@@ -341,45 +341,45 @@ Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string
     const auto size = static_cast<uint32_t>(file_.size());
     const Stretch headers = {0, std::min(Header(field::kSizeOfHeaders).value_or(0), size)};
     switch (static_cast<StringKind>(rules::ForwardKind(kind))) {
-    case StringKind::kFile:
+    case StringKind::File:
         return {0, size};
-    case StringKind::kHeaders:
+    case StringKind::Headers:
         return headers;
-    case StringKind::kOverlay:
+    case StringKind::Overlay:
         return {OverlayOffset(), size - OverlayOffset()};
-    case StringKind::kEntryCode: {
+    case StringKind::EntryCode: {
         const auto entry = Derived(field::kEntryPointOffset);
         if (!entry)
             return {};
-        const Stretch around = Derived(field::kEntryPointSection) ? role(SectionRole::kEntry) : headers;
+        const Stretch around = Derived(field::kEntryPointSection) ? role(SectionRole::Entry) : headers;
         return {*entry, around.offset + around.size - *entry};
     }
-    case StringKind::kEntrySection:
-        return role(SectionRole::kEntry);
-    case StringKind::kLastSection:
-        return role(SectionRole::kLast);
-    case StringKind::kCodeSection:
-        return role(SectionRole::kCode);
-    case StringKind::kNamedSection:
+    case StringKind::EntrySection:
+        return role(SectionRole::Entry);
+    case StringKind::LastSection:
+        return role(SectionRole::Last);
+    case StringKind::CodeSection:
+        return role(SectionRole::Code);
+    case StringKind::NamedSection:
         for (uint32_t i = 0; i < sections_.size(); ++i)
             if (SectionName(i) == name)
                 return RawData(i);
         return {};
-    case StringKind::kIndexedSection:
+    case StringKind::IndexedSection:
         return index < sections_.size() ? RawData(index) : Stretch{};
-    case StringKind::kResourceSection:
-        return role(SectionRole::kResource);
-    case StringKind::kImportSection:
-        return role(SectionRole::kImport);
-    case StringKind::kResourceData:
+    case StringKind::ResourceSection:
+        return role(SectionRole::Resource);
+    case StringKind::ImportSection:
+        return role(SectionRole::Import);
+    case StringKind::ResourceData:
         return index < resources_.size() ? resources_[index].data : Stretch{};
-    case StringKind::kExportSection:
-        return role(SectionRole::kExport);
-    case StringKind::kLargestSection:
-        return role(SectionRole::kLargest);
-    case StringKind::kDosStub:
+    case StringKind::ExportSection:
+        return role(SectionRole::Export);
+    case StringKind::LargestSection:
+        return role(SectionRole::Largest);
+    case StringKind::DosStub:
         return headers_ > 0x40 ? Stretch{0x40, headers_ - 0x40} : Stretch{};
-    case StringKind::kVisualBasic: {
+    case StringKind::VisualBasic: {
         if (vb_header_ == 0)
             return {};
         for (uint32_t i = 0; i < sections_.size(); ++i) {
@@ -394,8 +394,8 @@ Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string
 }
 
 Stretch ImageFacts::MeasureRegion(uint8_t code, uint32_t index) const {
-    const auto first_role = static_cast<uint8_t>(rules::MeasureRegion::kFirstRole);
-    if (code >= first_role && code <= static_cast<uint8_t>(rules::MeasureRegion::kLastRole)) {
+    const auto first_role = static_cast<uint8_t>(rules::MeasureRegion::FirstRole);
+    if (code >= first_role && code <= static_cast<uint8_t>(rules::MeasureRegion::LastRole)) {
         const auto section = SectionOf(static_cast<uint16_t>(rules::kFirstSectionRole + code - first_role));
         return section ? RawData(*section) : Stretch{};
     }

@@ -1,10 +1,7 @@
-// What a rule can ask of a finished image, read back from its bytes: the generator takes every value from here, so that
-// a rule says what its specimen really shows.
+/* What a rule can ask of a finished image, read back from its bytes: the generator takes every value from here, so that
+ * a rule says what its specimen really shows. */
 #ifndef TAVRIK_DATABASE_GENERATOR_IMAGE_FACTS_H
 #define TAVRIK_DATABASE_GENERATOR_IMAGE_FACTS_H
-
-#include "rules/names.h"
-#include "tavrik2/section_header.h"
 
 #include <cstdint>
 #include <optional>
@@ -12,21 +9,24 @@
 #include <string>
 #include <vector>
 
+#include "rules/names.h"
+#include "tavrik2/section_header.h"
+
 namespace tavrik::generator {
 
-/// A stretch of the file: offset and length in bytes.
+/** A stretch of the file: offset and length in bytes. */
 struct Stretch {
     uint32_t offset = 0;
     uint32_t size = 0;
 };
 
 struct ImportFacts {
-    uint32_t descriptor = 0; ///< file offset
+    uint32_t descriptor = 0; // file offset
     std::string module;
-    std::vector<std::string> functions; ///< names, or "#" and the ordinal
+    std::vector<std::string> functions; // names, or "#" and the ordinal
 };
 
-/// A type's or entry's number (0xFFFFFFFF with a name) and name.
+/** A type's or entry's number (0xFFFFFFFF with a name) and name. */
 struct ResourceId {
     uint32_t number = rules::kAnyResource;
     std::string name;
@@ -39,41 +39,41 @@ struct ResourceFacts {
     Stretch data;
 };
 
-/// Reads an image that the generator has built; it is taken to be well formed. The bytes are borrowed.
+/** Reads an image that the generator has built; it is taken to be well formed. The bytes are borrowed. */
 class ImageFacts {
 public:
     explicit ImageFacts(std::span<const uint8_t> file);
 
-    /// The value of a header field; nothing when the file does not have it.
+    /** The value of a header field; nothing when the file does not have it. */
     std::optional<uint32_t> Header(uint32_t field) const;
 
     std::span<const SectionHeader> Sections() const { return sections_; }
 
-    /// The position of the section that a selector names.
+    /** The position of the section that a selector names. */
     std::optional<uint32_t> SectionOf(uint16_t selector) const;
 
-    /// The value of a section header's field, 1 to 9.
+    /** The value of a section header's field, 1 to 9. */
     uint32_t SectionValue(uint32_t section, uint8_t field) const;
 
-    /// A section's name, up to its first NUL.
+    /** A section's name, up to its first NUL. */
     std::string SectionName(uint32_t section) const;
 
-    /// Raw data of a section, cut at the end of the file; empty when there is none.
+    /** Raw data of a section, cut at the end of the file; empty when there is none. */
     Stretch RawData(uint32_t section) const;
 
-    /// The region of a string kind or of a measure; empty when the file does not have it. `index` is the number of the
-    /// section or resource, `name` that of the section.
+    /** The region of a string kind or of a measure; empty when the file does not have it. `index` is the number of the
+     * section or resource, `name` that of the section. */
     Stretch StringRegion(uint8_t kind, uint32_t index, const std::string &name) const;
     Stretch MeasureRegion(uint8_t code, uint32_t index) const;
 
     const std::vector<ImportFacts> &Imports() const { return imports_; }
     const std::vector<ResourceFacts> &Resources() const { return resources_; }
 
-    /// The number of Visual Basic objects, a field of one of them, and where one begins.
+    /** The number of Visual Basic objects, a field of one of them, and where one begins. */
     uint32_t ObjectCount() const;
     std::optional<uint32_t> ObjectField(uint32_t object, uint32_t field) const;
 
-    /// `width` little-endian bytes at a file offset; nothing when they do not lie wholly in the file.
+    /** `width` little-endian bytes at a file offset; nothing when they do not lie wholly in the file. */
     std::optional<uint32_t> Read(uint64_t offset, uint32_t width) const;
 
     std::optional<uint32_t> OffsetOfRva(uint32_t rva) const;
@@ -102,7 +102,7 @@ private:
     uint32_t vb_header_ = 0; // file offset; 0: none
 };
 
-/// The Shannon entropy of the bytes in thousandths of a bit a byte, by integer arithmetic; exact to one unit.
+/** The Shannon entropy of the bytes in thousandths of a bit a byte, by integer arithmetic; exact to one unit. */
 uint32_t EntropyInThousandths(std::span<const uint8_t> bytes);
 
 } // namespace tavrik::generator

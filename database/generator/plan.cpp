@@ -1,15 +1,15 @@
 #include "database/generator/plan.h"
 
+#include <algorithm>
+#include <map>
+#include <set>
+#include <stdexcept>
+
 #include "database/generator/expressions.h"
 #include "database/generator/names.h"
 #include "database/generator/random.h"
 #include "database/profile/profile.h"
 #include "rules/numbers.h"
-
-#include <algorithm>
-#include <map>
-#include <set>
-#include <stdexcept>
 
 namespace tavrik::generator {
 namespace {
@@ -172,7 +172,7 @@ private:
         const auto add_runs = [&](uint32_t target, bool visual_basic, std::size_t rules) {
             std::vector<const Archetype *> choice;
             for (const Archetype &archetype : Archetypes())
-                if (archetype.target == target && (archetype.toolchain == Toolchain::kVisualBasic) == visual_basic)
+                if (archetype.target == target && (archetype.toolchain == Toolchain::VisualBasic) == visual_basic)
                     choice.insert(choice.end(), archetype.weight, &archetype);
             while (rules > 0) {
                 const auto length =
@@ -231,7 +231,7 @@ private:
                                                             });
             Plans chosen = Shuffled([](const RulePlan &plan) { return plan.IsVisualBasic(); });
             for (std::size_t i = 0; i < all; ++i)
-                chosen.at(i)->*test = i < others ? CountedTest::kOther : CountedTest::kUsual;
+                chosen.at(i)->*test = i < others ? CountedTest::Other : CountedTest::Usual;
         };
         choose(&RulePlan::vb_thread_count, 129, 1, profile::kVbThreadCounts, profile::kVbThreadCountsOne);
         choose(&RulePlan::vb_version, 140, 500, profile::kVbVersions, profile::kVbVersions500);
@@ -306,7 +306,7 @@ private:
     // ---- Lists ----
 
     static bool CanHaveManySections(const RulePlan &plan) {
-        return plan.archetype->toolchain == Toolchain::kProtector || plan.archetype->toolchain == Toolchain::kMsvc9;
+        return plan.archetype->toolchain == Toolchain::Protector || plan.archetype->toolchain == Toolchain::Msvc9;
     }
 
     static void MoveToFront(Plans &plans, RulePlan *plan) {
@@ -370,8 +370,8 @@ private:
         constexpr std::size_t kBasicModules = 30;
         constexpr std::size_t kFunctionsAlone = 5; // one rule in so many
         Plans users = Shuffled([](const RulePlan &plan) {
-            return plan.archetype->toolchain == Toolchain::kMsvc6 || plan.archetype->toolchain == Toolchain::kMsvc9 ||
-                   plan.archetype->toolchain == Toolchain::kMinGw || plan.archetype->toolchain == Toolchain::kDelphi;
+            return plan.archetype->toolchain == Toolchain::Msvc6 || plan.archetype->toolchain == Toolchain::Msvc9 ||
+                   plan.archetype->toolchain == Toolchain::MinGw || plan.archetype->toolchain == Toolchain::Delphi;
         });
         for (uint32_t i = 0; i < kManyModules; ++i) {
             users[i]->many_modules = true;
@@ -409,9 +409,7 @@ private:
 
     void ShareResources() {
         const auto any = [](const RulePlan &) { return true; };
-        const auto has_resources = [](const RulePlan &plan) {
-            return plan.archetype->toolchain != Toolchain::kManaged;
-        };
+        const auto has_resources = [](const RulePlan &plan) { return plan.archetype->toolchain != Toolchain::Managed; };
         Plans entries = Shuffled(has_resources);
         Share(kResourceEntries, entries, 1, 9);
         for (RulePlan *plan : entries)
@@ -631,7 +629,7 @@ private:
         if (numbered != 0)
             Shuffled(has_kind(kResourceData)).front()->number_resource = true;
         Shuffled([&](const RulePlan &plan) {
-            return has_kind(kSection)(plan) && plan.archetype->toolchain == Toolchain::kMsvc6 && plan.traits == 0;
+            return has_kind(kSection)(plan) && plan.archetype->toolchain == Toolchain::Msvc6 && plan.traits == 0;
         })
             .front()
             ->far_string = true;
@@ -658,7 +656,7 @@ private:
             uint8_t region = random_.Pick(kCommonRegions);
             if (plan.IsVisualBasic() && random_.Chance(40))
                 region = random_.Pick(kBasicRegions);
-            if (plan.IsLibrary() && plan.archetype->toolchain != Toolchain::kPacker && random_.Chance(60))
+            if (plan.IsLibrary() && plan.archetype->toolchain != Toolchain::Packer && random_.Chance(60))
                 region = random_.Pick(kLibraryRegions);
             plan.measure_regions[places[i].index] = region;
         }
@@ -672,8 +670,8 @@ private:
                                           [](const auto &name) { return name.name.empty(); });
         const Plans candidates = Shuffled([](const RulePlan &plan) {
             return plan.counts[kSectionNames] > 0 && !plan.many_sections &&
-                   (plan.archetype->toolchain == Toolchain::kPacker ||
-                    plan.archetype->toolchain == Toolchain::kProtector) &&
+                   (plan.archetype->toolchain == Toolchain::Packer ||
+                    plan.archetype->toolchain == Toolchain::Protector) &&
                    std::ranges::none_of(plan.string_kinds, [](uint8_t kind) { return kind == 15 || kind == 16; });
         });
         for (RulePlan *plan : candidates) {

@@ -1,12 +1,12 @@
 #include "database/generator/resources.h"
 
-#include "database/generator/names.h"
-#include "rules/names.h"
-
 #include <algorithm>
 #include <map>
 #include <set>
 #include <tuple>
+
+#include "database/generator/names.h"
+#include "rules/names.h"
 
 namespace tavrik::generator {
 namespace {

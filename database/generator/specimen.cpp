@@ -1,13 +1,13 @@
 #include "database/generator/specimen.h"
 
+#include <algorithm>
+#include <cstring>
+#include <set>
+
 #include "database/generator/names.h"
 #include "database/generator/resources.h"
 #include "pe/builder/builder.h"
 #include "rules/numbers.h"
-
-#include <algorithm>
-#include <cstring>
-#include <set>
 
 namespace tavrik::generator {
 namespace {
@@ -26,18 +26,18 @@ namespace trait = rules::trait;
 
 // What fills a section.
 enum class Fill : uint8_t {
-    kCode,
-    kReadOnly, // constants, texts, the imports and exports
-    kData,     // texts and numbers
-    kHole,     // nothing in the file
-    kTls,
-    kImports,
-    kResources,
-    kRelocations,
-    kPacked,
-    kLoader, // packed data, the unpacking code and the imports
-    kBasic,  // a Visual Basic project
-    kManaged,
+    Code,
+    ReadOnly, // constants, texts, the imports and exports
+    Data,     // texts and numbers
+    Hole,     // nothing in the file
+    Tls,
+    Imports,
+    Resources,
+    Relocations,
+    Packed,
+    Loader, // packed data, the unpacking code and the imports
+    Basic,  // a Visual Basic project
+    Managed,
 };
 
 struct Shape {
@@ -46,32 +46,32 @@ struct Shape {
     Fill fill;
 };
 
-constexpr Shape kMsvcShapes[] = {{".text", 0x60000020, Fill::kCode},
-                                 {".rdata", 0x40000040, Fill::kReadOnly},
-                                 {".data", 0xC0000040, Fill::kData},
-                                 {".rsrc", 0x40000040, Fill::kResources}};
-constexpr Shape kDelphiShapes[] = {{"CODE", 0x60000020, Fill::kCode},          {"DATA", 0xC0000040, Fill::kData},
-                                   {"BSS", 0xC0000000, Fill::kHole},           {".idata", 0xC0000040, Fill::kImports},
-                                   {".tls", 0xC0000000, Fill::kHole},          {".rdata", 0x50000040, Fill::kTls},
-                                   {".reloc", 0x50000040, Fill::kRelocations}, {".rsrc", 0x50000040, Fill::kResources}};
-constexpr Shape kMinGwShapes[] = {{".text", 0x60000020, Fill::kCode},     {".data", 0xC0000040, Fill::kData},
-                                  {".rdata", 0x40000040, Fill::kData},    {".bss", 0xC0000080, Fill::kHole},
-                                  {".idata", 0xC0000040, Fill::kImports}, {".rsrc", 0xC0000040, Fill::kResources}};
+constexpr Shape kMsvcShapes[] = {{".text", 0x60000020, Fill::Code},
+                                 {".rdata", 0x40000040, Fill::ReadOnly},
+                                 {".data", 0xC0000040, Fill::Data},
+                                 {".rsrc", 0x40000040, Fill::Resources}};
+constexpr Shape kDelphiShapes[] = {{"CODE", 0x60000020, Fill::Code},          {"DATA", 0xC0000040, Fill::Data},
+                                   {"BSS", 0xC0000000, Fill::Hole},           {".idata", 0xC0000040, Fill::Imports},
+                                   {".tls", 0xC0000000, Fill::Hole},          {".rdata", 0x50000040, Fill::Tls},
+                                   {".reloc", 0x50000040, Fill::Relocations}, {".rsrc", 0x50000040, Fill::Resources}};
+constexpr Shape kMinGwShapes[] = {{".text", 0x60000020, Fill::Code},     {".data", 0xC0000040, Fill::Data},
+                                  {".rdata", 0x40000040, Fill::Data},    {".bss", 0xC0000080, Fill::Hole},
+                                  {".idata", 0xC0000040, Fill::Imports}, {".rsrc", 0xC0000040, Fill::Resources}};
 constexpr Shape kBasicShapes[] = {
-    {".text", 0x60000020, Fill::kBasic}, {".data", 0xC0000040, Fill::kData}, {".rsrc", 0x40000040, Fill::kResources}};
+    {".text", 0x60000020, Fill::Basic}, {".data", 0xC0000040, Fill::Data}, {".rsrc", 0x40000040, Fill::Resources}};
 constexpr Shape kPackerShapes[] = {
-    {"UPX0", 0xE0000080, Fill::kHole}, {"UPX1", 0xE0000040, Fill::kLoader}, {".rsrc", 0xC0000040, Fill::kResources}};
-constexpr Shape kProtectorShapes[] = {{".text", 0xE0000020, Fill::kPacked},   {".rdata", 0xC0000040, Fill::kPacked},
-                                      {".data", 0xC0000040, Fill::kPacked},   {".rsrc", 0xC0000040, Fill::kResources},
-                                      {".aspack", 0xE0000020, Fill::kLoader}, {".adata", 0xC0000040, Fill::kData}};
-constexpr Shape kDriverShapes[] = {{".text", 0x68000020, Fill::kCode},      {".rdata", 0x48000040, Fill::kData},
-                                   {".data", 0xC8000040, Fill::kData},      {"INIT", 0xE2000020, Fill::kImports},
-                                   {".rsrc", 0x42000040, Fill::kResources}, {".reloc", 0x42000040, Fill::kRelocations}};
-constexpr Shape kManagedShapes[] = {{".text", 0x60000020, Fill::kManaged},
-                                    {".rsrc", 0x40000040, Fill::kResources},
-                                    {".reloc", 0x42000040, Fill::kRelocations}};
-constexpr Shape kRelocationShape = {".reloc", 0x42000040, Fill::kRelocations};
-constexpr Shape kAppendedShape = {".boom", 0xE0000020, Fill::kLoader};
+    {"UPX0", 0xE0000080, Fill::Hole}, {"UPX1", 0xE0000040, Fill::Loader}, {".rsrc", 0xC0000040, Fill::Resources}};
+constexpr Shape kProtectorShapes[] = {{".text", 0xE0000020, Fill::Packed},   {".rdata", 0xC0000040, Fill::Packed},
+                                      {".data", 0xC0000040, Fill::Packed},   {".rsrc", 0xC0000040, Fill::Resources},
+                                      {".aspack", 0xE0000020, Fill::Loader}, {".adata", 0xC0000040, Fill::Data}};
+constexpr Shape kDriverShapes[] = {{".text", 0x68000020, Fill::Code},      {".rdata", 0x48000040, Fill::Data},
+                                   {".data", 0xC8000040, Fill::Data},      {"INIT", 0xE2000020, Fill::Imports},
+                                   {".rsrc", 0x42000040, Fill::Resources}, {".reloc", 0x42000040, Fill::Relocations}};
+constexpr Shape kManagedShapes[] = {{".text", 0x60000020, Fill::Managed},
+                                    {".rsrc", 0x40000040, Fill::Resources},
+                                    {".reloc", 0x42000040, Fill::Relocations}};
+constexpr Shape kRelocationShape = {".reloc", 0x42000040, Fill::Relocations};
+constexpr Shape kAppendedShape = {".boom", 0xE0000020, Fill::Loader};
 
 // What a linker writes into the headers.
 struct Linker {
@@ -82,15 +82,15 @@ struct Linker {
     uint16_t system_version;
 };
 constexpr Linker kLinkers[] = {
-    {Toolchain::kMsvc6, 6, 0, 0x10F, 4},      {Toolchain::kMsvc9, 9, 0, 0x102, 5},
-    {Toolchain::kMsvc9, 8, 0, 0x103, 4},      {Toolchain::kMsvc14, 14, 0, 0x102, 6},
-    {Toolchain::kMsvc14, 12, 0, 0x122, 6},    {Toolchain::kDelphi, 2, 25, 0x818E, 4},
-    {Toolchain::kDelphi, 2, 25, 0x818F, 4},   {Toolchain::kMinGw, 2, 56, 0x10F, 4},
-    {Toolchain::kMinGw, 2, 22, 0x307, 4},     {Toolchain::kVisualBasic, 6, 0, 0x10F, 4},
-    {Toolchain::kPacker, 6, 0, 0x10F, 4},     {Toolchain::kPacker, 7, 10, 0x103, 4},
-    {Toolchain::kPacker, 2, 25, 0x818F, 4},   {Toolchain::kProtector, 6, 0, 0x10F, 4},
-    {Toolchain::kProtector, 5, 12, 0x10E, 4}, {Toolchain::kDriver, 7, 10, 0x10E, 5},
-    {Toolchain::kManaged, 8, 0, 0x10E, 4},    {Toolchain::kManaged, 11, 0, 0x102, 4},
+    {Toolchain::Msvc6, 6, 0, 0x10F, 4},      {Toolchain::Msvc9, 9, 0, 0x102, 5},
+    {Toolchain::Msvc9, 8, 0, 0x103, 4},      {Toolchain::Msvc14, 14, 0, 0x102, 6},
+    {Toolchain::Msvc14, 12, 0, 0x122, 6},    {Toolchain::Delphi, 2, 25, 0x818E, 4},
+    {Toolchain::Delphi, 2, 25, 0x818F, 4},   {Toolchain::MinGw, 2, 56, 0x10F, 4},
+    {Toolchain::MinGw, 2, 22, 0x307, 4},     {Toolchain::VisualBasic, 6, 0, 0x10F, 4},
+    {Toolchain::Packer, 6, 0, 0x10F, 4},     {Toolchain::Packer, 7, 10, 0x103, 4},
+    {Toolchain::Packer, 2, 25, 0x818F, 4},   {Toolchain::Protector, 6, 0, 0x10F, 4},
+    {Toolchain::Protector, 5, 12, 0x10E, 4}, {Toolchain::Driver, 7, 10, 0x10E, 5},
+    {Toolchain::Managed, 8, 0, 0x10E, 4},    {Toolchain::Managed, 11, 0, 0x102, 4},
 };
 constexpr uint16_t kDllFlag = 0x2000;
 constexpr uint16_t kStrippedRelocations = 1;
@@ -148,14 +148,14 @@ private:
         const Linker &linker = *family_random_.Pick(choice);
         constexpr uint8_t kDataRegion = 64; // which 64-bit headers do not name
         image_.is_pe32_plus =
-            (archetype_.toolchain == Toolchain::kMsvc14 || archetype_.toolchain == Toolchain::kDriver) &&
+            (archetype_.toolchain == Toolchain::Msvc14 || archetype_.toolchain == Toolchain::Driver) &&
             random_.Chance(35) && !Measures(kDataRegion);
 
         pe::builder::Headers &headers = image_.headers;
         headers.MajorLinkerVersion = linker.major;
         headers.MinorLinkerVersion = linker.minor;
         headers.Characteristics = linker.program_characteristics;
-        headers.TimeDateStamp = archetype_.toolchain == Toolchain::kDelphi && random_.Chance(60)
+        headers.TimeDateStamp = archetype_.toolchain == Toolchain::Delphi && random_.Chance(60)
                                     ? 0x2A425E19 // which this linker always writes
                                     : random_.Between(0x38000000, 0x52000000);
         headers.MajorOperatingSystemVersion = headers.MajorSubsystemVersion = linker.system_version;
@@ -163,9 +163,9 @@ private:
         headers.MinorImageVersion = family_random_.Chance(80) ? 0 : static_cast<uint16_t>(random_.Below(80U));
         headers.Subsystem = family_random_.Chance(12) ? 3 : 2;
         headers.ImageBase = 0x400000;
-        if (archetype_.toolchain == Toolchain::kMinGw && random_.Chance(50))
+        if (archetype_.toolchain == Toolchain::MinGw && random_.Chance(50))
             headers.SizeOfStackReserve = 0x200000;
-        if (archetype_.toolchain == Toolchain::kDelphi || archetype_.toolchain == Toolchain::kMinGw)
+        if (archetype_.toolchain == Toolchain::Delphi || archetype_.toolchain == Toolchain::MinGw)
             headers.SizeOfStackCommit = 0x4000;
         if (linker.system_version >= 6)
             headers.DllCharacteristics = 0x8140;
@@ -178,25 +178,25 @@ private:
             headers.Characteristics = static_cast<uint16_t>((headers.Characteristics & ~0x100) | 0x20);
             headers.ImageBase = random_.Chance(50) ? 0x180000000 : 0x140000000;
         }
-        if (archetype_.toolchain == Toolchain::kDriver) {
+        if (archetype_.toolchain == Toolchain::Driver) {
             headers.Subsystem = 1;
             headers.ImageBase = 0x10000;
             headers.SizeOfStackReserve = 0x40000;
         }
-        if (random_.Chance(archetype_.toolchain == Toolchain::kDriver ? 100 : 15))
+        if (random_.Chance(archetype_.toolchain == Toolchain::Driver ? 100 : 15))
             headers.CheckSum = random_.Between(0x8000, 0x3FFFF);
         image_base_ = static_cast<uint32_t>(headers.ImageBase);
     }
 
     // Code and text of the stub, then the linker's record of the tools.
     void WriteStub() {
-        const bool borland = archetype_.toolchain == Toolchain::kDelphi || image_.headers.MinorLinkerVersion == 25;
+        const bool borland = archetype_.toolchain == Toolchain::Delphi || image_.headers.MinorLinkerVersion == 25;
         Content stub;
         stub.bytes.assign(std::begin(kStubCode), std::end(kStubCode));
         const std::string_view text = borland ? kBorlandStubText : kStubText;
         stub.bytes.insert(stub.bytes.end(), text.begin(), text.end());
         stub.bytes.resize(borland ? 0xC0 : 0x40);
-        if (!borland && archetype_.toolchain != Toolchain::kMinGw && archetype_.toolchain != Toolchain::kManaged) {
+        if (!borland && archetype_.toolchain != Toolchain::MinGw && archetype_.toolchain != Toolchain::Managed) {
             constexpr uint32_t kDans = 0x536E6144;
             constexpr uint32_t kRich = 0x68636952;
             const uint32_t key = random_.Next32();
@@ -225,27 +225,27 @@ private:
 
     void ChooseShapes() {
         switch (archetype_.toolchain) {
-        case Toolchain::kDelphi:
+        case Toolchain::Delphi:
             Take(kDelphiShapes);
             break;
-        case Toolchain::kMinGw:
+        case Toolchain::MinGw:
             Take(kMinGwShapes);
             break;
-        case Toolchain::kVisualBasic:
+        case Toolchain::VisualBasic:
             Take(kBasicShapes);
             break;
-        case Toolchain::kPacker:
+        case Toolchain::Packer:
             Take(kPackerShapes);
             RenamePacker();
             break;
-        case Toolchain::kProtector:
+        case Toolchain::Protector:
             Take(kProtectorShapes);
             shapes_[4].name = family_random_.Pick(OddSectionNames());
             break;
-        case Toolchain::kDriver:
+        case Toolchain::Driver:
             Take(kDriverShapes);
             break;
-        case Toolchain::kManaged:
+        case Toolchain::Managed:
             Take(kManagedShapes);
             break;
         default:
@@ -255,7 +255,7 @@ private:
         constexpr uint8_t kRelocationRegion = 68;
         const bool wants_relocations =
             plan_.IsLibrary() || image_.headers.MajorLinkerVersion >= 12 || Measures(kRelocationRegion);
-        if (wants_relocations && std::ranges::find(shapes_, Fill::kRelocations, &Shape::fill) == shapes_.end())
+        if (wants_relocations && std::ranges::find(shapes_, Fill::Relocations, &Shape::fill) == shapes_.end())
             shapes_.push_back(kRelocationShape);
         if (plan_.many_sections)
             AddOddSections();
@@ -278,12 +278,12 @@ private:
         for (uint32_t i = 0; shapes_.size() < kSelectableSections; ++i) {
             const std::string_view name = OddSectionNames()[i % OddSectionNames().size()];
             shapes_.insert(shapes_.end() - 1,
-                           {name, random_.Pick(kCharacteristics), i % 2 == 0 ? Fill::kPacked : Fill::kData});
+                           {name, random_.Pick(kCharacteristics), i % 2 == 0 ? Fill::Packed : Fill::Data});
         }
     }
 
     void MoveLoaderToEnd() {
-        const auto loader = std::ranges::find(shapes_, Fill::kLoader, &Shape::fill);
+        const auto loader = std::ranges::find(shapes_, Fill::Loader, &Shape::fill);
         if (loader == shapes_.end()) {
             shapes_.push_back(kAppendedShape);
             shapes_.back().name = family_random_.Pick(OddSectionNames());
@@ -294,7 +294,7 @@ private:
 
     // The section that the entry point lies in: the loader's, else the code.
     std::size_t EntrySection() const {
-        for (const Fill fill : {Fill::kLoader, Fill::kCode, Fill::kBasic, Fill::kManaged}) {
+        for (const Fill fill : {Fill::Loader, Fill::Code, Fill::Basic, Fill::Managed}) {
             const auto found = std::ranges::find(shapes_, fill, &Shape::fill);
             if (found != shapes_.end())
                 return static_cast<std::size_t>(found - shapes_.begin());
@@ -304,7 +304,7 @@ private:
 
     // The section that carries the imports, and with them the exports.
     std::size_t ImportSection() const {
-        for (const Fill fill : {Fill::kImports, Fill::kReadOnly, Fill::kLoader, Fill::kBasic, Fill::kManaged}) {
+        for (const Fill fill : {Fill::Imports, Fill::ReadOnly, Fill::Loader, Fill::Basic, Fill::Managed}) {
             const auto found = std::ranges::find(shapes_, fill, &Shape::fill);
             if (found != shapes_.end())
                 return static_cast<std::size_t>(found - shapes_.begin());
@@ -330,47 +330,47 @@ private:
             section.Characteristics |= kWritable;
         Content content;
         switch (shape.fill) {
-        case Fill::kCode:
+        case Fill::Code:
             content.AddCode(random_.Between(0x380, is_small ? 0x600 : 0x1400), image_base_, random_);
             break;
-        case Fill::kReadOnly:
+        case Fill::ReadOnly:
             content.AddNumbers(random_.Between(8, 60), random_);
             AddTexts(content, 3, 6);
             break;
-        case Fill::kData:
+        case Fill::Data:
             if (plan_.far_string && shape.name == ".data")
                 AddFarText(content);
             else
                 AddTexts(content, is_small ? 3 : 5, is_small ? 5 : 11);
             content.AddNumbers(random_.Between(16, 90), random_);
             break;
-        case Fill::kHole:
+        case Fill::Hole:
             section.VirtualSize = random_.Between(0x400, 0x7FFF);
             section.SizeOfRawData = 0;
             break;
-        case Fill::kTls:
+        case Fill::Tls:
             content.AddNumbers(6, random_);
             break;
-        case Fill::kImports:
-        case Fill::kResources:
+        case Fill::Imports:
+        case Fill::Resources:
             break;
-        case Fill::kRelocations:
+        case Fill::Relocations:
             content.AddNumbers(2 * random_.Between(10, 60), random_);
             break;
-        case Fill::kPacked:
+        case Fill::Packed:
             content.AddPacked(random_.Between(is_small ? 0x180 : 0x500, is_small ? 0x3C0 : 0x1800), random_);
             break;
-        case Fill::kLoader:
+        case Fill::Loader:
             content.AddPacked(random_.Between(0x500, is_small ? 0x800 : 0x1C00), random_);
             content.PadTo(4);
             loader_code_ = content.size();
             content.AddCode(random_.Between(0x160, 0x2C0), image_base_, random_);
             AddTexts(content, 2, 3);
             break;
-        case Fill::kBasic:
+        case Fill::Basic:
             AddBasicProject(content);
             break;
-        case Fill::kManaged:
+        case Fill::Managed:
             AddClrHeader(content);
             break;
         }
@@ -379,15 +379,15 @@ private:
         marks_.push_back({index, content.marks});
         if (!content.bytes.empty()) {
             Piece piece{.content = std::move(content.bytes), .offset = 0};
-            if (shape.fill == Fill::kRelocations)
+            if (shape.fill == Fill::Relocations)
                 piece.directory = pe::builder::kRelocationDirectory;
             section.pieces.push_back(std::move(piece));
         }
         if (index == ImportSection())
             AddTables(section);
-        if (shape.fill == Fill::kResources && !resources_.table.resources.empty())
+        if (shape.fill == Fill::Resources && !resources_.table.resources.empty())
             section.pieces.push_back({.content = resources_.table});
-        if (shape.fill == Fill::kResources && resources_.table.resources.empty())
+        if (shape.fill == Fill::Resources && resources_.table.resources.empty())
             section.pieces.push_back({.content = Bytes(random_.Between(16, 48), uint8_t{0x2E})});
         image_.sections.push_back(std::move(section));
         // Where the next section stands follows from a trial of this one alone.
@@ -433,9 +433,9 @@ private:
     }
 
     void ChooseEntry(Fill fill, const Content &content) {
-        if (fill == Fill::kLoader) {
+        if (fill == Fill::Loader) {
             entry_offset_ = loader_code_;
-        } else if (fill != Fill::kBasic && !content.marks.empty()) {
+        } else if (fill != Fill::Basic && !content.marks.empty()) {
             std::vector<uint32_t> starts;
             for (const Mark &mark : content.marks)
                 if (!mark.is_text && mark.offset + 0x40 < content.size())
@@ -510,8 +510,8 @@ private:
             return std::string(module.name);
         if (plan_.kernel_name)
             return "KERNEL32.dll";
-        return archetype_.toolchain == Toolchain::kPacker || archetype_.toolchain == Toolchain::kMinGw ? "KERNEL32.DLL"
-                                                                                                       : "kernel32.dll";
+        return archetype_.toolchain == Toolchain::Packer || archetype_.toolchain == Toolchain::MinGw ? "KERNEL32.DLL"
+                                                                                                     : "kernel32.dll";
     }
 
     pe::builder::ExportTable MakeExports() {
@@ -557,7 +557,7 @@ private:
     }
 
     void Finish(const pe::builder::PeFile &file) {
-        if (archetype_.toolchain == Toolchain::kDelphi) { // this linker's own DOS header
+        if (archetype_.toolchain == Toolchain::Delphi) { // this linker's own DOS header
             constexpr uint16_t kWords[] = {0x5A4D, 0x50, 2, 0, 4, 0xF, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40, 0x1A};
             for (std::size_t i = 0; i < std::size(kWords); ++i)
                 Patch(2 * i, kWords[i]);
@@ -585,7 +585,7 @@ private:
     // A file that was not written to its end.
     void CutShort() {
         constexpr uint32_t kDamaged = 128;
-        if ((archetype_.target & kDamaged) != 0 && overlay_.bytes.empty() && shapes_.back().fill == Fill::kData)
+        if ((archetype_.target & kDamaged) != 0 && overlay_.bytes.empty() && shapes_.back().fill == Fill::Data)
             specimen_.image.resize(specimen_.image.size() - random_.Between(0x30, 0xA0));
     }
 
@@ -594,7 +594,7 @@ private:
         constexpr uint32_t kTlsSize = 0x18;
         std::size_t section = file.sections.size();
         for (std::size_t i = 0; i < shapes_.size(); ++i)
-            if (shapes_[i].fill == Fill::kTls)
+            if (shapes_[i].fill == Fill::Tls)
                 section = i;
         if (section == file.sections.size() && (Measures(kTlsRegion) || random_.Chance(6))) {
             section = EntrySection();
@@ -611,12 +611,12 @@ private:
         const uint32_t table = headers + 24 + (image_.is_pe32_plus ? 0xF0 : 0xE0);
         for (std::size_t i = 0; i < file.sections.size(); ++i) {
             const uint32_t raw_size = file.sections[i].SizeOfRawData;
-            if (raw_size == 0 || archetype_.toolchain == Toolchain::kPacker)
+            if (raw_size == 0 || archetype_.toolchain == Toolchain::Packer)
                 continue;
             const uint32_t place = table + 40 * static_cast<uint32_t>(i) + 8;
             const uint32_t room = base::AlignUp(raw_size, 0x1000);
             Patch(place,
-                  shapes_[i].fill == Fill::kData ? random_.Between(raw_size, room) : raw_size - random_.Below(kSlack));
+                  shapes_[i].fill == Fill::Data ? random_.Between(raw_size, room) : raw_size - random_.Below(kSlack));
         }
     }
 

@@ -1,9 +1,9 @@
 #include "database/generator/vb_project.h"
 
-#include "database/generator/names.h"
-
 #include <algorithm>
 #include <cstring>
+
+#include "database/generator/names.h"
 
 namespace tavrik::generator {
 namespace {
@@ -144,7 +144,7 @@ VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_
     layout.Long(header, 0x34, 0x30F000 | random.Below(0x1000U));
     layout.Long(header, 0x38, 0xFFFFFF00);
     layout.Long(header, 0x3C, 8);
-    layout.Long(header, 0x40, plan.vb_thread_count == CountedTest::kOther ? random.Between(2, 6) : 1);
+    layout.Long(header, 0x40, plan.vb_thread_count == CountedTest::Other ? random.Between(2, 6) : 1);
     layout.Word(header, 0x44, forms);
     layout.Word(header, 0x46, externals);
     layout.Long(header, 0x48, random.Between(0xE0, 0x1F0));
@@ -157,7 +157,7 @@ VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_
     layout.Long(header, 0x60, kDescription + random.Between(21, 40));
     layout.Long(header, 0x64, kDescription + random.Between(41, 60));
 
-    layout.Long(info, 0, plan.vb_version == CountedTest::kOther ? random.Between(501, 504) : 500);
+    layout.Long(info, 0, plan.vb_version == CountedTest::Other ? random.Between(501, 504) : 500);
     layout.Long(info, 4, table);
     layout.Long(info, 0xC, address + random.Below(0x800U));
     layout.Long(info, 0x10, address + 0x800 + random.Below(0x1800U));

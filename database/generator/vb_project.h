@@ -1,12 +1,12 @@
-// The structures that a Visual Basic 5/6 program carries: its project header and all that hangs on it.
+/* The structures that a Visual Basic 5/6 program carries: its project header and all that hangs on it. */
 #ifndef TAVRIK_DATABASE_GENERATOR_VB_PROJECT_H
 #define TAVRIK_DATABASE_GENERATOR_VB_PROJECT_H
 
-#include "database/generator/content.h"
-#include "database/generator/plan.h"
-
 #include <string>
 #include <vector>
+
+#include "database/generator/content.h"
+#include "database/generator/plan.h"
 
 namespace tavrik::generator {
 
@@ -18,11 +18,11 @@ struct VbObject {
 
 struct VbProject {
     Content content;
-    uint32_t entry = 0; ///< of the code that pushes the header's address, into the content
+    uint32_t entry = 0; // of the code that pushes the header's address, into the content
     std::vector<VbObject> objects;
 };
 
-/// Lays out a project for a section that stands at `address`, a virtual address.
+/** Lays out a project for a section that stands at `address`, a virtual address. */
 VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_t address, Random &random);
 
 } // namespace tavrik::generator

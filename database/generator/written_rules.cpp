@@ -1,11 +1,11 @@
 #include "database/generator/written_rules.h"
 
-#include "rules/text/parser.h"
-
 #include <algorithm>
 #include <iterator>
 #include <stdexcept>
 #include <string>
+
+#include "rules/text/parser.h"
 
 namespace tavrik::generator {
 

@@ -1,9 +1,8 @@
-#include "database/name_compiler/name_tables.h"
-
 #include <algorithm>
 
 #include <fmt/format.h>
 
+#include "database/name_compiler/name_tables.h"
 #include "tavrik2/rules/name_tables.h"
 
 namespace tavrik::name_compiler {

@@ -1,12 +1,12 @@
 #include "database/profile/profile.h"
 
-#include "rules/numbers.h"
-
 #include <algorithm>
 #include <array>
 #include <iterator>
 #include <map>
 #include <set>
+
+#include "rules/numbers.h"
 
 namespace tavrik::profile {
 namespace {
@@ -211,10 +211,10 @@ std::size_t UnpairedBounds(const std::vector<Bound> &bounds) {
     std::size_t unpaired = 0;
     std::set<std::array<uint64_t, 4>> seen;
     for (std::size_t i = 0; i < bounds.size(); ++i) {
-        if (bounds[i].op != rules::Operator::kAtLeast && bounds[i].op != rules::Operator::kAtMost)
+        if (bounds[i].op != rules::Operator::AtLeast && bounds[i].op != rules::Operator::AtMost)
             continue;
-        const bool is_pair = bounds[i].op == rules::Operator::kAtLeast && i + 1 < bounds.size() &&
-                             bounds[i + 1].op == rules::Operator::kAtMost && bounds[i + 1].key == bounds[i].key &&
+        const bool is_pair = bounds[i].op == rules::Operator::AtLeast && i + 1 < bounds.size() &&
+                             bounds[i + 1].op == rules::Operator::AtMost && bounds[i + 1].key == bounds[i].key &&
                              bounds[i].amount < bounds[i + 1].amount && seen.insert(bounds[i].key).second;
         if (is_pair)
             ++i;
@@ -339,7 +339,7 @@ std::size_t Operators(const rules::RuleSet &set, Values codes) {
 
 // Flag tests on values that are no flag words: Characteristics of files and sections, DllCharacteristics, ObjectType.
 std::size_t OddFlagTests(const rules::RuleSet &set) {
-    const auto has = [](const auto &condition) { return condition.op == rules::Operator::kHasBits; };
+    const auto has = [](const auto &condition) { return condition.op == rules::Operator::HasBits; };
     return CountOf(set, &rules::Rule::header_conditions,
                    [&](const rules::HeaderCondition &condition) {
                        return has(condition) && condition.field != field::kCharacteristics &&
@@ -353,11 +353,11 @@ std::size_t OddFlagTests(const rules::RuleSet &set) {
 }
 
 bool IsNamedKind(const rules::StringFeature &string) {
-    return rules::ForwardKind(string.kind) == static_cast<uint8_t>(rules::StringKind::kNamedSection);
+    return rules::ForwardKind(string.kind) == static_cast<uint8_t>(rules::StringKind::NamedSection);
 }
 
 bool IsIndexedKind(const rules::StringFeature &string) {
-    return rules::ForwardKind(string.kind) == static_cast<uint8_t>(rules::StringKind::kIndexedSection);
+    return rules::ForwardKind(string.kind) == static_cast<uint8_t>(rules::StringKind::IndexedSection);
 }
 
 bool MaskFits(const rules::StringFeature &string) {
@@ -466,7 +466,7 @@ std::map<uint32_t, std::size_t> Frequencies(const rules::RuleSet &set, std::vect
 std::size_t OddMeasures(const rules::RuleSet &set) {
     constexpr double kGreatestEntropy = 8.0;
     return CountOf(set, &rules::Rule::measure_conditions, [](const rules::MeasureCondition &condition) {
-        if (condition.measure == rules::Measure::kCrc32)
+        if (condition.measure == rules::Measure::Crc32)
             return condition.bits > UINT32_MAX;
         const double entropy = rules::MeasureEntropy(condition);
         return !(entropy > 0 && entropy < kGreatestEntropy);
@@ -567,14 +567,14 @@ constexpr Fact kFacts[] = {
     {"op 7 with 0x10F on Characteristics", "present",
      [](const rules::RuleSet &set) {
          return Present(CountOf(set, &rules::Rule::header_conditions, [](const rules::HeaderCondition &condition) {
-                            return condition.field == field::kCharacteristics && condition.op == rules::Operator::kHasBits &&
+                            return condition.field == field::kCharacteristics && condition.op == rules::Operator::HasBits &&
                                    condition.value == 0x10F;
                         }) > 0);
      }},
     {"op 7 with 0x60000020 on section Characteristics", "present",
      [](const rules::RuleSet &set) {
          return Present(CountOf(set, &rules::Rule::section_conditions, [](const rules::SectionCondition &condition) {
-                            return condition.field == kSectionCharacteristics && condition.op == rules::Operator::kHasBits &&
+                            return condition.field == kSectionCharacteristics && condition.op == rules::Operator::HasBits &&
                                    condition.value == 0x60000020;
                         }) > 0);
      }},

@@ -1,11 +1,11 @@
 #include "rules/analysis/lints.h"
 
-#include "rules/analysis/rule_logic.h"
-
 #include <algorithm>
 #include <deque>
 #include <numeric>
 #include <unordered_map>
+
+#include "rules/analysis/rule_logic.h"
 
 namespace tavrik::rules::analysis {
 
@@ -75,16 +75,16 @@ private:
     void Warn(const LintedRule &rule, std::size_t offset, const char *code, std::string message, std::string help) {
         std::vector<text::Diagnostic> &found = findings_[rule.file];
         if (found.size() < kMost)
-            found.push_back({text::Severity::kWarning, code, offset, WordLength(SourceOf(rule).text, offset),
+            found.push_back({text::Severity::Warning, code, offset, WordLength(SourceOf(rule).text, offset),
                              std::move(message), std::move(help)});
     }
 
     void WarnOf(const LintedRule &rule, const Conflict &conflict) {
         const std::size_t offset = OffsetOf(*rule.origin, conflict.at);
-        if (conflict.kind == Conflict::Kind::kString)
+        if (conflict.kind == Conflict::Kind::String)
             return Warn(rule, offset, "W505", "no file that the rule matches has room for this string in its window",
                         "the window begins too far behind for the sizes that the rule asks for; change one of them");
-        const char *code = conflict.kind == Conflict::Kind::kValue ? "W503" : "W504";
+        const char *code = conflict.kind == Conflict::Kind::Value ? "W503" : "W504";
         const std::size_t other = conflict.with ? OffsetOf(*rule.origin, *conflict.with) : offset;
         if (other == offset) // of a range that is empty, too
             return Warn(rule, offset, code, "no file meets this condition, so the rule never matches",

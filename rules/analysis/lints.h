@@ -1,23 +1,23 @@
-// Faults of rules that are well formed: conditions that no file meets, and rules that add nothing.
+/* Faults of rules that are well formed: conditions that no file meets, and rules that add nothing. */
 #ifndef TAVRIK_RULES_ANALYSIS_LINTS_H
 #define TAVRIK_RULES_ANALYSIS_LINTS_H
-
-#include "rules/text/diagnostics.h"
-#include "rules/text/parser.h"
 
 #include <span>
 #include <vector>
 
+#include "rules/text/diagnostics.h"
+#include "rules/text/parser.h"
+
 namespace tavrik::rules::analysis {
 
-/// A rule file without errors.
+/** A rule file without errors. */
 struct LintedFile {
     const text::Source *source = nullptr;
     const text::ParsedFile *parsed = nullptr;
 };
 
-/// The warnings about each file, in the order of their places; at most kMaxErrors of each. Rules are compared across
-/// all files.
+/** The warnings about each file, in the order of their places; at most kMaxErrors of each. Rules are compared across
+ * all files. */
 std::vector<std::vector<text::Diagnostic>> FindLints(std::span<const LintedFile> files);
 
 } // namespace tavrik::rules::analysis

@@ -6,7 +6,7 @@ namespace tavrik::rules::analysis {
 
 namespace {
 
-constexpr uint16_t kAnySection = static_cast<uint16_t>(SectionRole::kAny);
+constexpr uint16_t kAnySection = static_cast<uint16_t>(SectionRole::Any);
 
 bool IsSameFolded(std::string_view left, std::string_view right) {
     return std::ranges::equal(left, right, {}, Folded, Folded);
@@ -14,12 +14,12 @@ bool IsSameFolded(std::string_view left, std::string_view right) {
 
 template <typename Element>
 bool Asks(const Element &element) {
-    return element.op == Operator::kEqual;
+    return element.op == Operator::Equal;
 }
 
 template <typename Element>
 bool RulesOut(const Element &element) {
-    return element.op == Operator::kNotEqual;
+    return element.op == Operator::NotEqual;
 }
 
 // ---- Names with options --------------------------------------------------------------------------------------------
@@ -207,22 +207,22 @@ public:
     explicit ConflictFinder(const Rule &rule) : rule_(rule) {}
 
     std::vector<NameConflict> Find() {
-        FindOperators(rule_.import_modules, Item::kImportModules);
-        FindOperators(rule_.import_functions, Item::kImportFunctions);
-        FindOperators(rule_.export_module_names, Item::kExportModule);
-        FindOperators(rule_.export_functions, Item::kExportFunctions);
-        FindOperators(rule_.object_names, Item::kObjectNames);
-        FindOperators(rule_.member_names, Item::kMemberNames);
+        FindOperators(rule_.import_modules, Item::ImportModules);
+        FindOperators(rule_.import_functions, Item::ImportFunctions);
+        FindOperators(rule_.export_module_names, Item::ExportModule);
+        FindOperators(rule_.export_functions, Item::ExportFunctions);
+        FindOperators(rule_.object_names, Item::ObjectNames);
+        FindOperators(rule_.member_names, Item::MemberNames);
 
-        FindPairs(rule_.import_modules, Item::kImportModules, PositionedNamesConflict<ImportModule>);
-        FindPairs(rule_.import_functions, Item::kImportFunctions, [this](const auto &left, const auto &right) {
+        FindPairs(rule_.import_modules, Item::ImportModules, PositionedNamesConflict<ImportModule>);
+        FindPairs(rule_.import_functions, Item::ImportFunctions, [this](const auto &left, const auto &right) {
             return FunctionsConflict(rule_, left, right) || FunctionsConflict(rule_, right, left);
         });
-        FindPairs(rule_.export_functions, Item::kExportFunctions, [](const auto &left, const auto &right) {
+        FindPairs(rule_.export_functions, Item::ExportFunctions, [](const auto &left, const auto &right) {
             return left.name == right.name && ((Asks(left) && RulesOut(right)) || (RulesOut(left) && Asks(right)));
         });
-        FindPairs(rule_.object_names, Item::kObjectNames, PositionedNamesConflict<ObjectName>);
-        FindPairs(rule_.member_names, Item::kMemberNames, [this](const auto &left, const auto &right) {
+        FindPairs(rule_.object_names, Item::ObjectNames, PositionedNamesConflict<ObjectName>);
+        FindPairs(rule_.member_names, Item::MemberNames, [this](const auto &left, const auto &right) {
             const MemberName &asked = Asks(left) ? left : right;
             const MemberName &ruled_out = Asks(left) ? right : left;
             return Asks(asked) && RulesOut(ruled_out) && ObjectOf(rule_, asked) == ObjectOf(rule_, ruled_out) &&
@@ -258,11 +258,11 @@ private:
             if (!IsAnySection(list[i].section))
                 continue;
             if (!Asks(list[i]) && !RulesOut(list[i]))
-                conflicts_.push_back({{Item::kSectionNames, i}, std::nullopt});
+                conflicts_.push_back({{Item::SectionNames, i}, std::nullopt});
             for (std::size_t other = 0; RulesOut(list[i]) && other < list.size(); ++other)
                 if (NamesOneOf(list, other, list[i]))
-                    conflicts_.push_back({{Item::kSectionNames, std::max(i, other)},
-                                          ElementOf{Item::kSectionNames, std::min(i, other)}});
+                    conflicts_.push_back(
+                        {{Item::SectionNames, std::max(i, other)}, ElementOf{Item::SectionNames, std::min(i, other)}});
         }
     }
 
@@ -270,13 +270,13 @@ private:
         const auto &types = rule_.resource_type_entries;
         for (std::size_t i = 0; i < types.size(); ++i)
             if (types[i].absent > 1 || (types[i].level != kResourceTypeLevel && types[i].level != kResourceEntryLevel))
-                conflicts_.push_back({{Item::kResourceTypes, i}, std::nullopt});
-        FindPairs(types, Item::kResourceTypes, [](const auto &left, const auto &right) {
+                conflicts_.push_back({{Item::ResourceTypes, i}, std::nullopt});
+        FindPairs(types, Item::ResourceTypes, [](const auto &left, const auto &right) {
             return (left.absent == 0 && right.absent == 1 && IsTypeWithin(left, right)) ||
                    (left.absent == 1 && right.absent == 0 && IsTypeWithin(right, left));
         });
-        FindRuledOut(rule_.resource_entries, Item::kResources);
-        FindRuledOut(rule_.resource_strings, Item::kResourceStrings);
+        FindRuledOut(rule_.resource_entries, Item::Resources);
+        FindRuledOut(rule_.resource_strings, Item::ResourceStrings);
     }
 
     template <typename Element>
@@ -285,7 +285,7 @@ private:
         for (std::size_t i = 0; i < list.size(); ++i)
             for (std::size_t type = 0; type < types.size(); ++type)
                 if (IsRuledOut(list[i], types[type]))
-                    conflicts_.push_back({{item, i}, ElementOf{Item::kResourceTypes, type}});
+                    conflicts_.push_back({{item, i}, ElementOf{Item::ResourceTypes, type}});
     }
 
     const Rule &rule_;
@@ -331,15 +331,15 @@ std::vector<NameMark> NameMarks(const Rule &rule) {
             if (Asks(element) && (element.option & kNamePrefix) == 0)
                 add(item, element.name);
     };
-    add_names(Item::kImportModules, rule.import_modules);
-    add_names(Item::kObjectNames, rule.object_names);
-    add_names(Item::kMemberNames, rule.member_names);
+    add_names(Item::ImportModules, rule.import_modules);
+    add_names(Item::ObjectNames, rule.object_names);
+    add_names(Item::MemberNames, rule.member_names);
     for (const ImportFunction &function : rule.import_functions)
-        add(Item::kImportFunctions, function.name);
+        add(Item::ImportFunctions, function.name);
     for (const ExportName &function : rule.export_functions)
-        add(Item::kExportFunctions, function.name);
+        add(Item::ExportFunctions, function.name);
     for (const ResourceString &string : rule.resource_strings)
-        add(Item::kResourceStrings, string.text);
+        add(Item::ResourceStrings, string.text);
     return marks;
 }
 

@@ -1,9 +1,6 @@
-// What can be said, without a file, of those conditions of a rule that ask for names and resources.
+/* What can be said, without a file, of those conditions of a rule that ask for names and resources. */
 #ifndef TAVRIK_RULES_ANALYSIS_NAME_LOGIC_H
 #define TAVRIK_RULES_ANALYSIS_NAME_LOGIC_H
-
-#include "rules/items.h"
-#include "rules/model.h"
 
 #include <cstddef>
 #include <optional>
@@ -11,15 +8,18 @@
 #include <string_view>
 #include <vector>
 
+#include "rules/items.h"
+#include "rules/model.h"
+
 namespace tavrik::rules::analysis {
 
-/// An element of one of a rule's lists; element 0 of the traits.
+/** An element of one of a rule's lists; element 0 of the traits. */
 struct ElementOf {
-    Item item = Item::kCount;
+    Item item = Item::Count;
     std::size_t element = 0;
 };
 
-/// A condition on names that no file meets, alone or with another.
+/** A condition on names that no file meets, alone or with another. */
 struct NameConflict {
     ElementOf at;
     std::optional<ElementOf> with;
@@ -27,11 +27,11 @@ struct NameConflict {
 
 std::vector<NameConflict> FindNameConflicts(const Rule &rule);
 
-/// Every file that meets what `left` asks of names and resources meets what `right` asks of them. (Names of single
-/// sections are values, and not looked at.)
+/** Every file that meets what `left` asks of names and resources meets what `right` asks of them. (Names of single
+ * sections are values, and not looked at.) */
 bool NamesImply(const Rule &left, const Rule &right);
 
-/// A text that a rule asks for: who implies the rule asks for the same, but for the case of letters.
+/** A text that a rule asks for: who implies the rule asks for the same, but for the case of letters. */
 struct NameMark {
     Item item;
     std::string text;
@@ -39,7 +39,7 @@ struct NameMark {
 
 std::vector<NameMark> NameMarks(const Rule &rule);
 
-/// ASCII letters in lower case.
+/** ASCII letters in lower case. */
 char Folded(char c);
 std::string FoldedText(std::string_view text);
 

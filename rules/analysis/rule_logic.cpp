@@ -1,12 +1,12 @@
 #include "rules/analysis/rule_logic.h"
 
-#include "rules/names.h"
-#include "rules/numbers.h"
-
 #include <algorithm>
 #include <bit>
 #include <functional>
 #include <limits>
+
+#include "rules/names.h"
+#include "rules/numbers.h"
 
 namespace tavrik::rules::analysis {
 
@@ -35,20 +35,20 @@ constexpr uint64_t KeyOf(Item item, uint64_t rest) {
 }
 
 constexpr uint64_t HeaderKey(uint16_t field) {
-    return KeyOf(Item::kHeader, field);
+    return KeyOf(Item::Header, field);
 }
 
 constexpr uint64_t SectionKey(uint16_t selector, uint8_t field) {
-    return KeyOf(Item::kSections, uint64_t{selector} << 8 | field);
+    return KeyOf(Item::Sections, uint64_t{selector} << 8 | field);
 }
 
 constexpr TraitCondition kTraitConditions[] = {
-    {trait::kOverlay, HeaderKey(field::kOverlaySize), Operator::kAtLeast, 1},
-    {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::kEntry), kSectionCharacteristics),
-     Operator::kHasBits, 0x80000000},
-    {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::kLast), kSectionCharacteristics),
-     Operator::kHasBits, 0x20000000},
-    {trait::kNativeCode, HeaderKey(field::kVbNativeCode), Operator::kAtLeast, 1},
+    {trait::kOverlay, HeaderKey(field::kOverlaySize), Operator::AtLeast, 1},
+    {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::Entry), kSectionCharacteristics),
+     Operator::HasBits, 0x80000000},
+    {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::Last), kSectionCharacteristics),
+     Operator::HasBits, 0x20000000},
+    {trait::kNativeCode, HeaderKey(field::kVbNativeCode), Operator::AtLeast, 1},
 };
 
 std::optional<uint64_t> LargestOf(std::span<const Field> fields, uint32_t number) {
@@ -76,8 +76,8 @@ uint64_t NameNumber(std::string_view name) {
 }
 
 bool IsNumbered(uint8_t measure_region) {
-    return measure_region == static_cast<uint8_t>(MeasureRegion::kIndexedSection) ||
-           measure_region == static_cast<uint8_t>(MeasureRegion::kResourceData);
+    return measure_region == static_cast<uint8_t>(MeasureRegion::IndexedSection) ||
+           measure_region == static_cast<uint8_t>(MeasureRegion::ResourceData);
 }
 
 // ---- Strings -------------------------------------------------------------------------------------------------------
@@ -98,8 +98,8 @@ Window WindowOf(const StringFeature &string) {
 bool IsSameRegion(const StringFeature &left, const StringFeature &right) {
     const Region *region = FindStringRegion(left.kind);
     return ForwardKind(left.kind) == ForwardKind(right.kind) && region != nullptr &&
-           (region->argument != RegionArgument::kIndex || left.index == right.index) &&
-           (region->argument != RegionArgument::kName || left.section_name == right.section_name);
+           (region->argument != RegionArgument::Index || left.index == right.index) &&
+           (region->argument != RegionArgument::Name || left.section_name == right.section_name);
 }
 
 // Wherever `left` is found, `right` is.
@@ -120,7 +120,7 @@ bool StringImplies(const StringFeature &left, const StringFeature &right) {
     const Window inner = WindowOf(left);
     const Window outer = WindowOf(right);
     if (outer.first == 0 && outer.end == UINT64_MAX)
-        return ForwardKind(right.kind) == static_cast<uint8_t>(StringKind::kFile) || IsSameRegion(left, right);
+        return ForwardKind(right.kind) == static_cast<uint8_t>(StringKind::File) || IsSameRegion(left, right);
     return left.kind == right.kind && IsSameRegion(left, right) && outer.first <= inner.first && inner.end <= outer.end;
 }
 
@@ -191,14 +191,14 @@ RuleLogic::RuleLogic(const Rule &rule) : rule_(rule), ways_(WaysOf(rule)) {
     CollectImplied();
     Combine();
     for (const NameConflict &conflict : FindNameConflicts(rule))
-        Report(Conflict::Kind::kName, conflict.at, conflict.with);
+        Report(Conflict::Kind::Name, conflict.at, conflict.with);
     FindWindowConflicts();
     CollectMarks();
 }
 
 void RuleLogic::Report(Conflict::Kind kind, ElementOf at, std::optional<ElementOf> with) {
     conflicts_.push_back({kind, at, with});
-    is_never_met_ = is_never_met_ || kind != Conflict::Kind::kString;
+    is_never_met_ = is_never_met_ || kind != Conflict::Kind::String;
 }
 
 template <typename Element, typename Describe>
@@ -215,7 +215,7 @@ void RuleLogic::Constrain(const std::vector<Element> &list, Item item, Describe 
                 values.push_back(each.value);
         };
         take(asked);
-        for (++i; i < list.size() && list[first].op == Operator::kEqual && list[i].op == Operator::kEqual; ++i) {
+        for (++i; i < list.size() && list[first].op == Operator::Equal && list[i].op == Operator::Equal; ++i) {
             const Asked next = describe(list[i]);
             if (next.key != asked.key || !next.is_single)
                 break;
@@ -223,7 +223,7 @@ void RuleLogic::Constrain(const std::vector<Element> &list, Item item, Describe 
         }
         if (!asked.is_single)
             continue;
-        const ValueSet set = list[first].op == Operator::kEqual ? ValueSet::Of(values)
+        const ValueSet set = list[first].op == Operator::Equal ? ValueSet::Of(values)
                              : asked.largest ? ValueSet::Meeting(list[first].op, asked.value, *asked.largest)
                                              : ValueSet::None();
         constraints_.push_back({asked.key, set, {item, first}, is_too_wide});
@@ -231,41 +231,41 @@ void RuleLogic::Constrain(const std::vector<Element> &list, Item item, Describe 
 }
 
 void RuleLogic::CollectConstraints() {
-    Constrain(rule_.header_conditions, Item::kHeader, [](const HeaderCondition &e) {
+    Constrain(rule_.header_conditions, Item::Header, [](const HeaderCondition &e) {
         return Asked{HeaderKey(e.field), e.value, LargestOf(HeaderFields(), e.field)};
     });
-    Constrain(rule_.section_conditions, Item::kSections, [](const SectionCondition &e) {
+    Constrain(rule_.section_conditions, Item::Sections, [](const SectionCondition &e) {
         return Asked{SectionKey(e.section, e.field), e.value, LargestOf(SectionFields(), e.field)};
     });
-    Constrain(rule_.section_names, Item::kSectionNames, [](const SectionNameCondition &e) {
-        const bool is_known = e.op == Operator::kEqual || e.op == Operator::kNotEqual;
-        return Asked{KeyOf(Item::kSectionNames, e.section), NameNumber(e.name),
+    Constrain(rule_.section_names, Item::SectionNames, [](const SectionNameCondition &e) {
+        const bool is_known = e.op == Operator::Equal || e.op == Operator::NotEqual;
+        return Asked{KeyOf(Item::SectionNames, e.section), NameNumber(e.name),
                      is_known ? std::optional(UINT64_MAX) : std::nullopt, !IsAnySection(e.section)};
     });
-    Constrain(rule_.indexed_conditions, Item::kImportTable, [](const IndexedCondition &e) {
-        return Asked{KeyOf(Item::kImportTable, uint64_t{e.index} << 8 | e.field), e.value,
+    Constrain(rule_.indexed_conditions, Item::ImportTable, [](const IndexedCondition &e) {
+        return Asked{KeyOf(Item::ImportTable, uint64_t{e.index} << 8 | e.field), e.value,
                      LargestOf(ImportTableFields(), e.field)};
     });
-    Constrain(rule_.secondary_conditions, Item::kObjectFields, [](const SecondaryCondition &e) {
-        return Asked{KeyOf(Item::kObjectFields, uint64_t{e.index} << 8 | e.field), e.value,
+    Constrain(rule_.secondary_conditions, Item::ObjectFields, [](const SecondaryCondition &e) {
+        return Asked{KeyOf(Item::ObjectFields, uint64_t{e.index} << 8 | e.field), e.value,
                      LargestOf(ObjectFields(), e.field)};
     });
-    Constrain(rule_.measure_conditions, Item::kMeasures, [](const MeasureCondition &e) {
+    Constrain(rule_.measure_conditions, Item::Measures, [](const MeasureCondition &e) {
         const uint64_t index = IsNumbered(e.region) ? e.index : 0;
-        const uint64_t key = KeyOf(Item::kMeasures, uint64_t{e.region} << 48 | static_cast<uint64_t>(e.measure) << 40 |
-                                                        index << 32 | e.length);
+        const uint64_t key = KeyOf(Item::Measures, uint64_t{e.region} << 48 | static_cast<uint64_t>(e.measure) << 40 |
+                                                       index << 32 | e.length);
         if (FindMeasureRegion(e.region) == nullptr)
             return Asked{key, 0, std::nullopt};
-        if (e.measure == Measure::kCrc32)
+        if (e.measure == Measure::Crc32)
             return Asked{key, e.bits & kLargestWord, kLargestWord};
         return Asked{key, EntropyThousandths(MeasureEntropy(e)),
-                     e.op == Operator::kHasBits ? std::nullopt : std::optional(kLargestEntropy)};
+                     e.op == Operator::HasBits ? std::nullopt : std::optional(kLargestEntropy)};
     });
 }
 
 // What traits say of values, and the sections and objects that a rule names.
 void RuleLogic::CollectImplied() {
-    const ElementOf traits = {Item::kTraits, 0};
+    const ElementOf traits = {Item::Traits, 0};
     traits_ = rule_.attribute_b;
     for (const TraitCondition &each : kTraitConditions) {
         if ((traits_ & each.trait) == 0)
@@ -274,7 +274,7 @@ void RuleLogic::CollectImplied() {
         constraints_.push_back({each.key, ValueSet::Meeting(each.op, each.value, kLargestWord), traits, false});
     }
     if ((traits_ & ~trait::kAll) != 0)
-        Report(Conflict::Kind::kValue, traits);
+        Report(Conflict::Kind::Value, traits);
     // A file without imports has few of them, too, but no count.
     const auto asks_count = [](const HeaderCondition &e) { return e.field == field::kImportFunctionCount; };
     if ((traits_ & trait::kFewImports) != 0 && std::ranges::any_of(rule_.header_conditions, asks_count))
@@ -286,17 +286,17 @@ void RuleLogic::CollectImplied() {
                 {HeaderKey(field::kNumberOfSections), ValueSet(uint64_t{selector} + 1, kLargestWord), at, false});
     };
     for (std::size_t i = 0; i < rule_.section_conditions.size(); ++i)
-        needs_section(rule_.section_conditions[i].section, {Item::kSections, i});
+        needs_section(rule_.section_conditions[i].section, {Item::Sections, i});
     for (std::size_t i = 0; i < rule_.section_names.size(); ++i)
-        needs_section(rule_.section_names[i].section, {Item::kSectionNames, i});
+        needs_section(rule_.section_names[i].section, {Item::SectionNames, i});
     const auto needs_object = [this](uint16_t index, ElementOf at) {
         constraints_.push_back(
             {HeaderKey(field::kVbTotalObjects), ValueSet(uint64_t{index} + 1, kLargestWord), at, false});
     };
     for (std::size_t i = 0; i < rule_.secondary_conditions.size(); ++i)
-        needs_object(rule_.secondary_conditions[i].index, {Item::kObjectFields, i});
+        needs_object(rule_.secondary_conditions[i].index, {Item::ObjectFields, i});
     for (std::size_t i = 0; i < rule_.object_names.size(); ++i)
-        needs_object(rule_.object_names[i].index, {Item::kObjectNames, i});
+        needs_object(rule_.object_names[i].index, {Item::ObjectNames, i});
 }
 
 void RuleLogic::Combine() {
@@ -318,7 +318,7 @@ void RuleLogic::Combine() {
             for (std::size_t other = i; other-- > 0 && !all[i]->set.IsEmpty();)
                 if (!with || all[other]->set.And(all[i]->set).IsEmpty())
                     with = all[other]->at;
-            Report(Conflict::Kind::kValue, all[i]->at, with);
+            Report(Conflict::Kind::Value, all[i]->at, with);
         }
         if (!base || !base->IsWithin(left))
             values_.emplace(key, left);
@@ -338,37 +338,37 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
     };
     limit(HeaderKey(field::kFileSize));
     switch (static_cast<StringKind>(ForwardKind(string.kind))) {
-    case StringKind::kHeaders:
+    case StringKind::Headers:
         limit(HeaderKey(field::kSizeOfHeaders));
         break;
-    case StringKind::kOverlay:
+    case StringKind::Overlay:
         limit(HeaderKey(field::kOverlaySize));
         break;
-    case StringKind::kEntrySection:
-        limit_by_role(SectionRole::kEntry);
+    case StringKind::EntrySection:
+        limit_by_role(SectionRole::Entry);
         break;
-    case StringKind::kLastSection:
-        limit_by_role(SectionRole::kLast);
+    case StringKind::LastSection:
+        limit_by_role(SectionRole::Last);
         break;
-    case StringKind::kCodeSection:
-        limit_by_role(SectionRole::kCode);
+    case StringKind::CodeSection:
+        limit_by_role(SectionRole::Code);
         break;
-    case StringKind::kResourceSection:
-        limit_by_role(SectionRole::kResource);
+    case StringKind::ResourceSection:
+        limit_by_role(SectionRole::Resource);
         break;
-    case StringKind::kImportSection:
-        limit_by_role(SectionRole::kImport);
+    case StringKind::ImportSection:
+        limit_by_role(SectionRole::Import);
         break;
-    case StringKind::kExportSection:
-        limit_by_role(SectionRole::kExport);
+    case StringKind::ExportSection:
+        limit_by_role(SectionRole::Export);
         break;
-    case StringKind::kLargestSection:
-        limit_by_role(SectionRole::kLargest);
+    case StringKind::LargestSection:
+        limit_by_role(SectionRole::Largest);
         break;
-    case StringKind::kIndexedSection:
+    case StringKind::IndexedSection:
         limit(SectionKey(string.index, kSizeOfRawData));
         break;
-    case StringKind::kDosStub: {
+    case StringKind::DosStub: {
         const auto found = values_.find(HeaderKey(field::kLfanew));
         if (found != values_.end() && !found->second.IsEmpty()) {
             const uint64_t end = found->second.Greatest();
@@ -388,7 +388,7 @@ void RuleLogic::FindWindowConflicts() {
         const auto largest = LargestRegion(string);
         const uint64_t length = string.bytes.size() * ((string.options & kStringWide) != 0 ? 2 : 1);
         if (largest && WindowOf(string).first + length > *largest)
-            Report(Conflict::Kind::kString, {Item::kStrings, i});
+            Report(Conflict::Kind::String, {Item::Strings, i});
     }
 }
 
@@ -447,7 +447,7 @@ void RuleLogic::CollectMarks() {
     for (std::size_t i = 0; i < rule_.strings.size(); ++i) {
         const StringFeature &string = rule_.strings[i];
         if (string.mask.none())
-            add(MarkOf(KeyOf(Item::kStrings, 0), FoldedText(string.bytes)), needs_all || (all >> i & 1) == 0);
+            add(MarkOf(KeyOf(Item::Strings, 0), FoldedText(string.bytes)), needs_all || (all >> i & 1) == 0);
     }
     for (const NameMark &name : NameMarks(rule_))
         add(MarkOf(KeyOf(name.item, 0), name.text), true);

@@ -1,12 +1,7 @@
-// What can be said of a rule's conditions without a file: which of them no file meets, and which rules match wherever
-// another does. Never claims what is not so; does not find out everything that is so.
+/* What can be said of a rule's conditions without a file: which of them no file meets, and which rules match wherever
+ * another does. Never claims what is not so; does not find out everything that is so. */
 #ifndef TAVRIK_RULES_ANALYSIS_RULE_LOGIC_H
 #define TAVRIK_RULES_ANALYSIS_RULE_LOGIC_H
-
-#include "rules/analysis/name_logic.h"
-#include "rules/analysis/value_set.h"
-#include "rules/expression.h"
-#include "rules/model.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,36 +9,41 @@
 #include <optional>
 #include <vector>
 
+#include "rules/analysis/name_logic.h"
+#include "rules/analysis/value_set.h"
+#include "rules/expression.h"
+#include "rules/model.h"
+
 namespace tavrik::rules::analysis {
 
-/// Why no file meets a condition, or a string is never found.
+/** Why no file meets a condition, or a string is never found. */
 struct Conflict {
-    enum class Kind : uint8_t { kValue, kName, kString };
+    enum class Kind : uint8_t { Value, Name, String };
 
-    Kind kind = Kind::kValue;
+    Kind kind = Kind::Value;
     ElementOf at;
-    std::optional<ElementOf> with; ///< the other condition, when it takes two
+    std::optional<ElementOf> with; // the other condition, when it takes two
 };
 
 class RuleLogic {
 public:
-    /// The rule must outlive the object.
+    /** The rule must outlive the object. */
     explicit RuleLogic(const Rule &rule);
 
     const Rule &rule() const { return rule_; }
 
     const std::vector<Conflict> &conflicts() const { return conflicts_; }
 
-    /// No file matches the rule. (A string that is never found need not mean that.)
+    /** No file matches the rule. (A string that is never found need not mean that.) */
     bool IsNeverMet() const { return is_never_met_; }
 
-    /// The rule's conditions hold for every PE file.
+    /** The rule's conditions hold for every PE file. */
     bool IsAlwaysMet() const;
 
-    /// Every file that this rule matches is matched by `other`. Neither may be a rule that is never met.
+    /** Every file that this rule matches is matched by `other`. Neither may be a rule that is never met. */
     bool Implies(const RuleLogic &other) const;
 
-    /// Marks for an index: a rule that implies another has at least the marks that the other needs. Sorted.
+    /** Marks for an index: a rule that implies another has at least the marks that the other needs. Sorted. */
     const std::vector<uint64_t> &marks() const { return marks_; }
     const std::vector<uint64_t> &needed_marks() const { return needed_marks_; }
 

@@ -42,23 +42,23 @@ ValueSet ValueSet::Of(std::span<const uint64_t> values) {
 ValueSet ValueSet::Meeting(Operator op, uint64_t value, uint64_t largest) {
     const ValueSet all(0, largest);
     switch (op) {
-    case Operator::kEqual:
+    case Operator::Equal:
         return all.And({value, value});
-    case Operator::kNotEqual: {
+    case Operator::NotEqual: {
         ValueSet set = value == 0 ? None() : all.And({0, value - 1});
         if (value < largest)
             set.ranges_.push_back({value + 1, largest});
         return set;
     }
-    case Operator::kLess:
+    case Operator::Less:
         return value == 0 ? None() : all.And({0, value - 1});
-    case Operator::kGreater:
+    case Operator::Greater:
         return value >= largest ? None() : all.And({value + 1, largest});
-    case Operator::kAtMost:
+    case Operator::AtMost:
         return all.And({0, value});
-    case Operator::kAtLeast:
+    case Operator::AtLeast:
         return all.And({value, largest});
-    case Operator::kHasBits: {
+    case Operator::HasBits: {
         ValueSet set = all;
         set.bits_ = value;
         set.Tighten();

@@ -1,46 +1,46 @@
-// Sets of numbers, as conditions on one value of a file describe them.
+/* Sets of numbers, as conditions on one value of a file describe them. */
 #ifndef TAVRIK_RULES_ANALYSIS_VALUE_SET_H
 #define TAVRIK_RULES_ANALYSIS_VALUE_SET_H
-
-#include "rules/model.h"
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "rules/model.h"
+
 namespace tavrik::rules::analysis {
 
-/// The numbers of some ranges that have certain bits set. Exact under all operations.
+/** The numbers of some ranges that have certain bits set. Exact under all operations. */
 class ValueSet {
 public:
-    /// The numbers from `first` to `last`.
+    /** The numbers from `first` to `last`. */
     ValueSet(uint64_t first, uint64_t last);
 
-    /// No number.
+    /** No number. */
     static ValueSet None() { return {1, 0}; }
 
-    /// The numbers among these.
+    /** The numbers among these. */
     static ValueSet Of(std::span<const uint64_t> values);
 
-    /// Those of the numbers from 0 to `largest` that meet an operator and a value.
+    /** Those of the numbers from 0 to `largest` that meet an operator and a value. */
     static ValueSet Meeting(Operator op, uint64_t value, uint64_t largest);
 
-    /// The numbers in both sets.
+    /** The numbers in both sets. */
     ValueSet And(const ValueSet &other) const;
 
     bool IsEmpty() const { return ranges_.empty(); }
 
-    /// The number, if there is just one.
+    /** The number, if there is just one. */
     std::optional<uint64_t> Single() const;
 
-    /// True only when every number of this set is in `other`. Conservative where many numbers would have to be looked
-    /// at one by one.
+    /** True only when every number of this set is in `other`. Conservative where many numbers would have to be looked
+     * at one by one. */
     bool IsWithin(const ValueSet &other) const;
 
     bool Contains(uint64_t value) const;
 
-    /// The least and the greatest number of a set that is not empty.
+    /** The least and the greatest number of a set that is not empty. */
     uint64_t Least() const { return ranges_.front().first; }
     uint64_t Greatest() const;
 

@@ -25,7 +25,7 @@ StringFeature ReadString(const ::StringFeature &e, RecordForm form) {
     StringFeature string;
     for (std::size_t i = 0; i < e.length; ++i) {
         const uint8_t byte = e.bytes[i];
-        string.bytes += static_cast<char>(form == RecordForm::kStored ? byte - kStoredShift : byte);
+        string.bytes += static_cast<char>(form == RecordForm::Stored ? byte - kStoredShift : byte);
         string.mask.set(i, (e.mask[i / 8] >> (i % 8) & 1) != 0);
     }
     string.anchor = e.param_a;

@@ -1,10 +1,6 @@
-// From rules to records in memory, as a module would hand them out.
+/* From rules to records in memory, as a module would hand them out. */
 #ifndef TAVRIK_RULES_RECORD_RECORD_BUILDER_H
 #define TAVRIK_RULES_RECORD_RECORD_BUILDER_H
-
-#include "rules/model.h"
-
-#include "tavrik2/heuristic_rule.h"
 
 #include <cstddef>
 #include <memory>
@@ -12,13 +8,16 @@
 #include <string_view>
 #include <vector>
 
+#include "rules/model.h"
+#include "tavrik2/heuristic_rule.h"
+
 namespace tavrik::rules::record {
 
-/// The records of a rule set in working form: strings as they are, feature_flags computed. Owns everything that they
-/// point to; the addresses last as long as the object or what it is moved to.
+/** The records of a rule set in working form: strings as they are, feature_flags computed. Owns everything that they
+ * point to; the addresses last as long as the object or what it is moved to. */
 class RecordSet {
 public:
-    /// Throws std::invalid_argument when a text does not fit its field.
+    /** Throws std::invalid_argument when a text does not fit its field. */
     explicit RecordSet(const RuleSet &set);
 
     std::span<HeuristicRule *const> rules() const { return table_; }

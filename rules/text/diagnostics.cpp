@@ -50,7 +50,7 @@ std::string Render(const Source &source, const Diagnostic &diagnostic) {
     const std::string_view text = source.text;
     const std::size_t offset = std::min(diagnostic.offset, text.size());
     const Place place = PlaceOf(text, offset);
-    const std::string_view severity = diagnostic.severity == Severity::kError ? "error" : "warning";
+    const std::string_view severity = diagnostic.severity == Severity::Error ? "error" : "warning";
 
     std::string out = source.name + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) + ": " +
                       std::string(severity) + "[" + diagnostic.code + "]: " + diagnostic.message + "\n";
@@ -75,7 +75,7 @@ std::string Render(const Source &source, const Diagnostic &diagnostic) {
 }
 
 bool HasErrors(const std::vector<Diagnostic> &diagnostics) {
-    return std::ranges::any_of(diagnostics, [](const Diagnostic &d) { return d.severity == Severity::kError; });
+    return std::ranges::any_of(diagnostics, [](const Diagnostic &d) { return d.severity == Severity::Error; });
 }
 
 } // namespace tavrik::rules::text

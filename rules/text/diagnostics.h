@@ -1,4 +1,4 @@
-// What the rule tools have to say about a text.
+/* What the rule tools have to say about a text. */
 #ifndef TAVRIK_RULES_TEXT_DIAGNOSTICS_H
 #define TAVRIK_RULES_TEXT_DIAGNOSTICS_H
 
@@ -10,28 +10,28 @@
 
 namespace tavrik::rules::text {
 
-enum class Severity : uint8_t { kError, kWarning };
+enum class Severity : uint8_t { Error, Warning };
 
-/// One finding in a text. Offsets and lengths are bytes; a length of 0 points between two bytes.
+/** One finding in a text. Offsets and lengths are bytes; a length of 0 points between two bytes. */
 struct Diagnostic {
-    Severity severity = Severity::kError;
-    std::string code; ///< stable, such as "E101"
+    Severity severity = Severity::Error;
+    std::string code; // stable, such as "E101"
     std::size_t offset = 0;
     std::size_t length = 0;
-    std::string message; ///< what is wrong
-    std::string help;    ///< what was expected or what to do; may be empty
+    std::string message; // what is wrong
+    std::string help;    // what was expected or what to do; may be empty
 };
 
-/// As many errors, and as many warnings, are reported of one text: one with more is no rule file.
+/** As many errors, and as many warnings, are reported of one text: one with more is no rule file. */
 inline constexpr std::size_t kMaxErrors = 200;
 
-/// A text and where it came from.
+/** A text and where it came from. */
 struct Source {
-    std::string name; ///< of the file, as it is shown
+    std::string name; // of the file, as it is shown
     std::string text;
 };
 
-/// A place in a text, both counted from 1; the column counts bytes.
+/** A place in a text, both counted from 1; the column counts bytes. */
 struct Place {
     std::size_t line;
     std::size_t column;
@@ -39,11 +39,11 @@ struct Place {
 
 Place PlaceOf(std::string_view text, std::size_t offset);
 
-/// The diagnostic as people read it: file, line, column, code and message, the line itself with a caret below, and the
-/// help. Ends with a line's end. Control characters of the source are shown as '?'.
+/** The diagnostic as people read it: file, line, column, code and message, the line itself with a caret below, and the
+ * help. Ends with a line's end. Control characters of the source are shown as '?'. */
 std::string Render(const Source &source, const Diagnostic &diagnostic);
 
-/// True when one of them is an error.
+/** True when one of them is an error. */
 bool HasErrors(const std::vector<Diagnostic> &diagnostics);
 
 } // namespace tavrik::rules::text

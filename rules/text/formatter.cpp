@@ -1,12 +1,12 @@
 #include "rules/text/formatter.h"
 
-#include "rules/text/printer.h"
-
 #include <algorithm>
 #include <compare>
 #include <map>
 #include <string_view>
 #include <vector>
+
+#include "rules/text/printer.h"
 
 namespace tavrik::rules::text {
 
@@ -15,8 +15,8 @@ namespace {
 // A place in a text that comments hold on to: a line of canonical form, or an element of one.
 struct Anchor {
     std::size_t rule = 0;
-    LineKind kind = LineKind::kHead;
-    Item item = Item::kCount;
+    LineKind kind = LineKind::Head;
+    Item item = Item::Count;
     std::size_t element = 0;
 
     auto operator<=>(const Anchor &) const = default;
@@ -39,22 +39,22 @@ std::vector<PlacedAnchor> AnchorsOf(const ParsedFile &file) {
     std::vector<PlacedAnchor> anchors;
     for (std::size_t rule = 0; rule < file.origins.size(); ++rule) {
         const RuleOrigin &origin = file.origins[rule];
-        anchors.push_back({origin.begin, {rule, LineKind::kHead, Item::kCount, 0}});
+        anchors.push_back({origin.begin, {rule, LineKind::Head, Item::Count, 0}});
         for (std::size_t number = 0; number < kItemCount; ++number) {
             const auto item = static_cast<Item>(number);
             const ItemOrigin &place = origin.of(item);
             if (place.begin == kNoOffset)
                 continue;
-            anchors.push_back({place.begin, {rule, LineKind::kItem, item, 0}});
+            anchors.push_back({place.begin, {rule, LineKind::Item, item, 0}});
             for (std::size_t element = 0; element < place.rows.size(); ++element) {
                 // The elements of one row share its comments: its first has them.
                 if (element == 0 || place.rows[element] != place.rows[element - 1])
-                    anchors.push_back({place.rows[element], {rule, LineKind::kRow, item, element}});
+                    anchors.push_back({place.rows[element], {rule, LineKind::Row, item, element}});
             }
             if (place.end != kNoOffset)
-                anchors.push_back({place.end, {rule, LineKind::kItemEnd, item, 0}});
+                anchors.push_back({place.end, {rule, LineKind::ItemEnd, item, 0}});
         }
-        anchors.push_back({origin.end, {rule, LineKind::kRuleEnd, Item::kCount, 0}});
+        anchors.push_back({origin.end, {rule, LineKind::RuleEnd, Item::Count, 0}});
     }
     std::ranges::stable_sort(anchors, {}, &PlacedAnchor::offset);
     return anchors;
@@ -100,17 +100,17 @@ private:
 
     void PrintLine(std::size_t rule, const PrintedLine &line) {
         Comments comments;
-        if (line.kind == LineKind::kRow) {
+        if (line.kind == LineKind::Row) {
             for (std::size_t element = line.first; element < line.first + line.count; ++element)
                 TakeComments({rule, line.kind, line.item, element}, comments);
         } else {
             // What is left of this rule when it ends belongs to parts that are not printed.
-            if (line.kind == LineKind::kRuleEnd)
+            if (line.kind == LineKind::RuleEnd)
                 TakeLeftOver(rule, comments);
             TakeComments({rule, line.kind, line.item, 0}, comments);
         }
         // A comment before a closing brace stands with the rows.
-        const bool closing = line.kind == LineKind::kItemEnd || line.kind == LineKind::kRuleEnd;
+        const bool closing = line.kind == LineKind::ItemEnd || line.kind == LineKind::RuleEnd;
         // What follows a comment that goes to a line's end would not stand behind the row: such comments, but for the
         // last, move before it.
         auto &behind = comments.behind;
@@ -144,9 +144,9 @@ private:
     }
 
     void TakeLeftOver(std::size_t rule, Comments &out) {
-        const auto begin = comments_.lower_bound({rule, LineKind::kHead, Item::kTraits, 0});
+        const auto begin = comments_.lower_bound({rule, LineKind::Head, Item::Traits, 0});
         for (auto each = begin; each != comments_.end() && each->first.rule == rule;) {
-            if (each->first.kind == LineKind::kRuleEnd) {
+            if (each->first.kind == LineKind::RuleEnd) {
                 ++each;
                 continue;
             }

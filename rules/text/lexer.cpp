@@ -39,12 +39,12 @@ Lexer::Lexer(std::string_view text, std::vector<Diagnostic> &diagnostics) : text
 Token Lexer::Next() {
     SkipBlanks();
     if (position_ >= text_.size())
-        return Take(TokenKind::kEnd, 0);
+        return Take(TokenKind::End, 0);
     const std::string_view rest = text_.substr(position_);
     const char c = rest.front();
     if (IsWordStart(c)) {
         const auto end = std::ranges::find_if_not(rest, IsWordPart);
-        return Take(TokenKind::kIdentifier, static_cast<std::size_t>(end - rest.begin()));
+        return Take(TokenKind::Identifier, static_cast<std::size_t>(end - rest.begin()));
     }
     if (IsDigit(c) || (c == '-' && rest.size() > 1 && IsDigit(rest[1])))
         return TakeNumber();
@@ -52,7 +52,7 @@ Token Lexer::Next() {
         return TakeText();
     for (const std::string_view symbol : kSymbols) {
         if (rest.starts_with(symbol))
-            return Take(TokenKind::kSymbol, symbol.size());
+            return Take(TokenKind::Symbol, symbol.size());
     }
     // A run of bytes that begin no word is one mistake.
     const auto strange = [](char byte) {
@@ -72,7 +72,7 @@ Token Lexer::NextInHexString() {
     SkipBlanks();
     const std::string_view rest = text_.substr(std::min(position_, text_.size()));
     if (rest.size() >= 2 && IsHexDigit(rest[0]) && IsHexDigit(rest[1]))
-        return Take(TokenKind::kIdentifier, 2);
+        return Take(TokenKind::Identifier, 2);
     return Next();
 }
 
@@ -140,12 +140,12 @@ Token Lexer::TakeNumber() {
     if (rest.substr(length).starts_with("0x")) {
         length += 2;
         skip(IsWordPart); // wrong digits are found when the number is read
-        return Take(TokenKind::kNumber, length);
+        return Take(TokenKind::Number, length);
     }
     skip(IsDigit);
-    TokenKind kind = rest.front() == '-' ? TokenKind::kReal : TokenKind::kNumber;
+    TokenKind kind = rest.front() == '-' ? TokenKind::Real : TokenKind::Number;
     if (length + 1 < rest.size() && rest[length] == '.' && IsDigit(rest[length + 1])) {
-        kind = TokenKind::kReal;
+        kind = TokenKind::Real;
         ++length;
     }
     skip(IsWordPart);
@@ -161,7 +161,7 @@ Token Lexer::TakeText() {
         length += escape ? std::size_t{2} : std::size_t{1};
     }
     if (length < rest.size() && rest[length] == '"')
-        return Take(TokenKind::kText, length + 1);
+        return Take(TokenKind::Text, length + 1);
     length = std::min(length, rest.size());
     Report("E003", position_, length, "this text has no closing quote",
            "a text stands on one line; write \\n for a line's end");
@@ -170,8 +170,7 @@ Token Lexer::TakeText() {
 
 void Lexer::Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help) {
     if (diagnostics_.size() < kMaxErrors)
-        diagnostics_.push_back(
-            {Severity::kError, std::move(code), offset, length, std::move(message), std::move(help)});
+        diagnostics_.push_back({Severity::Error, std::move(code), offset, length, std::move(message), std::move(help)});
 }
 
 } // namespace tavrik::rules::text

@@ -1,8 +1,6 @@
-// The words of the rule language.
+/* The words of the rule language. */
 #ifndef TAVRIK_RULES_TEXT_LEXER_H
 #define TAVRIK_RULES_TEXT_LEXER_H
-
-#include "rules/text/diagnostics.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,45 +8,47 @@
 #include <string_view>
 #include <vector>
 
+#include "rules/text/diagnostics.h"
+
 namespace tavrik::rules::text {
 
 enum class TokenKind : uint8_t {
-    kEnd,        ///< of the text
-    kIdentifier, ///< a letter or '_', then letters, digits and '_'
-    kNumber,     ///< decimal or hexadecimal
-    kReal,       ///< with a fraction
-    kText,       ///< in double quotes
-    kSymbol,     ///< one of { } [ ] ( ) . .. , ; | & # = ~ == != < > <= >= ??
-    kOther,      ///< a byte that begins no word; reported already
+    End,        // of the text
+    Identifier, // a letter or '_', then letters, digits and '_'
+    Number,     // decimal or hexadecimal
+    Real,       // with a fraction
+    Text,       // in double quotes
+    Symbol,     // one of { } [ ] ( ) . .. , ; | & # = ~ == != < > <= >= ??
+    kOther,     // a byte that begins no word; reported already
 };
 
 struct Token {
-    TokenKind kind = TokenKind::kEnd;
+    TokenKind kind = TokenKind::End;
     std::size_t offset = 0;
-    std::string_view text; ///< as written
+    std::string_view text; // as written
     bool first_on_line = false;
 };
 
-/// A comment as written, without a line's end and blanks before it.
+/** A comment as written, without a line's end and blanks before it. */
 struct Comment {
     std::size_t offset = 0;
     std::string_view text;
-    bool own_line = false; ///< nothing but blanks stands before it on its line
+    bool own_line = false; // nothing but blanks stands before it on its line
 };
 
-/// Splits a text into words, one at a time. The text must outlive the lexer and its tokens.
+/** Splits a text into words, one at a time. The text must outlive the lexer and its tokens. */
 class Lexer {
 public:
     Lexer(std::string_view text, std::vector<Diagnostic> &diagnostics);
 
-    /// The next word; kEnd again and again at the end.
+    /** The next word; kEnd again and again at the end. */
     Token Next();
 
-    /// The next word of a hex string's inside, where two hexadecimal digits are a word (a kIdentifier), whatever stands
-    /// around them.
+    /** The next word of a hex string's inside, where two hexadecimal digits are a word (a kIdentifier), whatever stands
+     * around them. */
     Token NextInHexString();
 
-    /// The rest of the current line up to a line's end, a '}' or a ';', without blanks at its ends: an expression.
+    /** The rest of the current line up to a line's end, a '}' or a ';', without blanks at its ends: an expression. */
     Token NextExpression();
 
     const std::vector<Comment> &comments() const { return comments_; }

@@ -1,8 +1,5 @@
 #include "rules/text/parser.h"
 
-#include "rules/expression.h"
-#include "rules/names.h"
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -10,6 +7,9 @@
 #include <optional>
 #include <unordered_map>
 #include <utility>
+
+#include "rules/expression.h"
+#include "rules/names.h"
 
 namespace tavrik::rules::text {
 
@@ -96,7 +96,7 @@ public:
     void Parse() {
         if (const std::size_t nul = text_.find('\0'); nul != std::string_view::npos)
             Report("E005", nul, 1, "a rule file holds no NUL byte", "is this a compiled file?");
-        while (token_.kind != TokenKind::kEnd && !TooManyErrors()) {
+        while (token_.kind != TokenKind::End && !TooManyErrors()) {
             try {
                 ParseRule();
             } catch (const Unreadable &) {
@@ -116,8 +116,8 @@ private:
         token_ = lexer_.Next();
     }
 
-    bool AtSymbol(std::string_view symbol) const { return token_.kind == TokenKind::kSymbol && token_.text == symbol; }
-    bool AtWord(std::string_view word) const { return token_.kind == TokenKind::kIdentifier && token_.text == word; }
+    bool AtSymbol(std::string_view symbol) const { return token_.kind == TokenKind::Symbol && token_.text == symbol; }
+    bool AtWord(std::string_view word) const { return token_.kind == TokenKind::Identifier && token_.text == word; }
 
     bool TakeSymbol(std::string_view symbol) {
         if (!AtSymbol(symbol))
@@ -136,13 +136,13 @@ private:
     void Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help = "") {
         if (!TooManyErrors())
             file_.diagnostics.push_back(
-                {Severity::kError, std::move(code), offset, length, std::move(message), std::move(help)});
+                {Severity::Error, std::move(code), offset, length, std::move(message), std::move(help)});
     }
 
     void Warn(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help = "") {
         if (warnings_.size() < kMaxErrors)
             warnings_.push_back(
-                {Severity::kWarning, std::move(code), offset, length, std::move(message), std::move(help)});
+                {Severity::Warning, std::move(code), offset, length, std::move(message), std::move(help)});
     }
 
     bool TooManyErrors() const { return file_.diagnostics.size() >= kMaxErrors; }
@@ -150,7 +150,7 @@ private:
     // Reports that something else was expected where the text stands.
     [[noreturn]] void Expected(std::string_view what, std::string help = "") {
         // What the lexer could not read has been reported already.
-        if (token_.kind == TokenKind::kEnd)
+        if (token_.kind == TokenKind::End)
             Report("E101", token_.offset, 0, std::string(what) + " was expected, but the text ends here",
                    std::move(help));
         else if (token_.kind != TokenKind::kOther)
@@ -164,8 +164,8 @@ private:
     }
 
     Written<uint64_t> ExpectNumber(uint64_t largest, std::string_view what) {
-        if (token_.kind != TokenKind::kNumber)
-            Expected(what, token_.kind == TokenKind::kReal ? "fractions and signs are for entropies alone" : "");
+        if (token_.kind != TokenKind::Number)
+            Expected(what, token_.kind == TokenKind::Real ? "fractions and signs are for entropies alone" : "");
         Written<uint64_t> number{0, token_.offset, token_.text.size()};
         std::string_view digits = token_.text;
         const bool hex = digits.starts_with("0x");
@@ -190,7 +190,7 @@ private:
     }
 
     double ExpectReal() {
-        if (token_.kind != TokenKind::kNumber && token_.kind != TokenKind::kReal)
+        if (token_.kind != TokenKind::Number && token_.kind != TokenKind::Real)
             Expected("an entropy");
         double value = 0;
         const char *const last = token_.text.data() + token_.text.size();
@@ -205,7 +205,7 @@ private:
 
     // The bytes that a text in quotes stands for.
     Written<std::string> ExpectText(std::string_view what) {
-        if (token_.kind != TokenKind::kText)
+        if (token_.kind != TokenKind::Text)
             Expected(what, "text stands in double quotes");
         Written<std::string> text{"", token_.offset, token_.text.size()};
         const std::string_view inside = token_.text.substr(1, token_.text.size() - 2);
@@ -248,7 +248,7 @@ private:
     }
 
     uint32_t LookUpNumber(std::span<const NamedNumber> names, std::string_view what) {
-        if (token_.kind != TokenKind::kIdentifier)
+        if (token_.kind != TokenKind::Identifier)
             return Take<uint32_t>(what);
         const auto number = NumberOf(names, token_.text);
         if (!number)
@@ -275,7 +275,7 @@ private:
         ExpectSymbol("{", "the rule's blocks stand in braces");
         bool flags_written = false;
         while (!AtSymbol("}")) {
-            if (token_.kind == TokenKind::kEnd || AtWord("rule")) {
+            if (token_.kind == TokenKind::End || AtWord("rule")) {
                 Report("E103", origin.begin, 4, "this rule has no closing brace");
                 origin.end = token_.offset;
                 return;
@@ -312,7 +312,7 @@ private:
     }
 
     void ParseItem(Rule &rule, RuleOrigin &origin, bool &flags_written) {
-        if (token_.kind != TokenKind::kIdentifier)
+        if (token_.kind != TokenKind::Identifier)
             Expected("a block, such as header { ... }");
         const auto found = std::ranges::find(kItemWords, token_.text);
         if (found == kItemWords.end()) {
@@ -329,22 +329,22 @@ private:
             Report("E401", token_.offset, token_.text.size(), "this rule has '" + std::string(*found) + "' already",
                    "put all of it in one place");
         place.begin = token_.offset;
-        if (item == Item::kWhen) {
+        if (item == Item::When) {
             ParseWhen(rule);
             return;
         }
         Advance();
         switch (item) {
-        case Item::kTraits:
+        case Item::Traits:
             do
                 rule.attribute_b |= LookUpNumber(TraitNames(), "a trait");
             while (TakeSymbol(","));
             return;
-        case Item::kStoredFlags:
+        case Item::StoredFlags:
             rule.stored_flags = Take<uint8_t>("the stored flags");
             flags_written = true;
             return;
-        case Item::kReserved:
+        case Item::Reserved:
             rule.reserved = Take<uint64_t>("the reserved value");
             return;
         default:
@@ -356,7 +356,7 @@ private:
     void ParseWhen(Rule &rule) {
         token_ = lexer_.NextExpression();
         expression_offset_ = token_.offset;
-        if (token_.kind == TokenKind::kText) {
+        if (token_.kind == TokenKind::Text) {
             expression_offset_ += 1;
             rule.expression = ExpectName("an expression");
             return;
@@ -370,7 +370,7 @@ private:
     void ParseBlock(Rule &rule, Item item, ItemOrigin &place) {
         ExpectSymbol("{", "the rows of '" + std::string(ItemWord(item)) + "' stand in braces");
         while (!AtSymbol("}")) {
-            if (token_.kind == TokenKind::kEnd || AtWord("rule")) {
+            if (token_.kind == TokenKind::End || AtWord("rule")) {
                 Report("E103", place.begin, ItemWord(item).size(), "this block has no closing brace");
                 return;
             }
@@ -392,37 +392,37 @@ private:
     // Parses one row; returns the number of elements it added.
     std::size_t ParseRow(Rule &rule, Item item, std::size_t begin) {
         switch (item) {
-        case Item::kHeader:
+        case Item::Header:
             return ParseHeaderRow(rule.header_conditions, begin);
-        case Item::kSections:
+        case Item::Sections:
             return ParseSectionRow(rule.section_conditions, begin);
-        case Item::kSectionNames:
+        case Item::SectionNames:
             return ParseSectionNameRow(rule.section_names, begin);
-        case Item::kStrings:
+        case Item::Strings:
             return ParseStringRow(rule.strings);
-        case Item::kImportTable:
+        case Item::ImportTable:
             return ParseNumberedRow(rule.indexed_conditions, ImportTableFields(), begin);
-        case Item::kImportModules:
+        case Item::ImportModules:
             return ParseImportModule(rule.import_modules);
-        case Item::kImportFunctions:
+        case Item::ImportFunctions:
             return ParseImportFunction(rule.import_functions);
-        case Item::kExportModule:
+        case Item::ExportModule:
             if (!rule.export_module_names.empty())
                 Report("E305", begin, token_.text.size(), "a rule names one export module at most");
             return ParseExportName(rule.export_module_names);
-        case Item::kExportFunctions:
+        case Item::ExportFunctions:
             return ParseExportName(rule.export_functions);
-        case Item::kResources:
+        case Item::Resources:
             return ParseResource(rule.resource_entries);
-        case Item::kResourceTypes:
+        case Item::ResourceTypes:
             return ParseResourceType(rule.resource_type_entries);
-        case Item::kResourceStrings:
+        case Item::ResourceStrings:
             return ParseResourceString(rule.resource_strings);
-        case Item::kMeasures:
+        case Item::Measures:
             return ParseMeasure(rule.measure_conditions, begin);
-        case Item::kObjectFields:
+        case Item::ObjectFields:
             return ParseNumberedRow(rule.secondary_conditions, ObjectFields(), begin);
-        case Item::kObjectNames:
+        case Item::ObjectNames:
             return ParseObjectName(rule.object_names);
         default:
             return ParseMemberName(rule.member_names);
@@ -433,7 +433,7 @@ private:
 
     std::optional<Operator> TakeOperator() {
         const bool is_word = AtWord("has");
-        if (!is_word && token_.kind != TokenKind::kSymbol)
+        if (!is_word && token_.kind != TokenKind::Symbol)
             return std::nullopt;
         const auto number = NumberOf(Operators(), token_.text);
         if (!number)
@@ -448,10 +448,10 @@ private:
     std::size_t ParseTest(std::vector<Element> &list, Element element, bool ranges, TakeValue take) {
         if (ranges && TakeWord("in")) {
             Element lower = element;
-            lower.op = Operator::kAtLeast;
+            lower.op = Operator::AtLeast;
             take(lower);
             ExpectSymbol("..", "a range is written as 3..7");
-            element.op = Operator::kAtMost;
+            element.op = Operator::AtMost;
             take(element);
             list.push_back(lower);
             list.push_back(element);
@@ -466,7 +466,7 @@ private:
             take(element);
             list.push_back(element);
             ++count;
-        } while (*op == Operator::kEqual && TakeSymbol("|"));
+        } while (*op == Operator::Equal && TakeSymbol("|"));
         return count;
     }
 
@@ -479,13 +479,13 @@ private:
             return;
         const Element &last = list[list.size() - added - 1];
         const Element &first = list[list.size() - added];
-        if (last.op == Operator::kEqual && first.op == Operator::kEqual && same(last, first))
+        if (last.op == Operator::Equal && first.op == Operator::Equal && same(last, first))
             Report("E402", begin, end_of_last_ - begin, "the row before asks about the same value",
                    "write alternatives in one row: == a | b");
     }
 
     uint16_t ParseField(std::span<const Field> fields, uint32_t largest) {
-        if (token_.kind != TokenKind::kIdentifier)
+        if (token_.kind != TokenKind::Identifier)
             Expected("the name of a field");
         const std::size_t begin = token_.offset;
         std::string name(token_.text);
@@ -493,7 +493,7 @@ private:
         Advance();
         while (true) {
             if (TakeSymbol(".")) {
-                if (token_.kind != TokenKind::kIdentifier)
+                if (token_.kind != TokenKind::Identifier)
                     Expected("the name of a field");
                 name.append(".").append(token_.text);
                 number.reset();
@@ -554,7 +554,7 @@ private:
         if (AtSymbol("["))
             return ParsePosition(UINT16_MAX, "a section's number");
         const Token token = token_;
-        if (token.kind != TokenKind::kIdentifier)
+        if (token.kind != TokenKind::Identifier)
             Expected("a section: [n], or a role such as 'last'");
         const auto role = static_cast<uint16_t>(LookUpNumber(SectionRoles(), "a section's role"));
         if (!in_names && IsAnySection(role))
@@ -602,9 +602,9 @@ private:
     std::size_t ParseMeasure(std::vector<MeasureCondition> &list, std::size_t begin) {
         MeasureCondition element;
         if (TakeWord("crc32"))
-            element.measure = Measure::kCrc32;
+            element.measure = Measure::Crc32;
         else if (TakeWord("entropy"))
-            element.measure = Measure::kEntropy;
+            element.measure = Measure::Entropy;
         else
             Expected("entropy(...) or crc32(...)");
         ExpectSymbol("(");
@@ -612,7 +612,7 @@ private:
         if (TakeSymbol(","))
             element.length = Take<uint32_t>("a length");
         ExpectSymbol(")");
-        const bool entropy = element.measure == Measure::kEntropy;
+        const bool entropy = element.measure == Measure::Entropy;
         const std::size_t added = ParseTest(list, element, true, [this, entropy](MeasureCondition &each) {
             each.bits = entropy ? MeasureBits(ExpectReal()) : Take<uint32_t>("a CRC-32");
         });
@@ -623,7 +623,7 @@ private:
     }
 
     void ParseMeasureRegion(MeasureCondition &element) {
-        if (token_.kind != TokenKind::kIdentifier)
+        if (token_.kind != TokenKind::Identifier)
             Expected("a region of the file");
         const Token name = token_;
         Advance();
@@ -642,9 +642,9 @@ private:
 
     // A region without a section's name; null, with the error reported, when there is none.
     const Region *LookUpRegion(const Token &name) {
-        const Region *region = FindRegion(name.text, RegionArgument::kNone);
+        const Region *region = FindRegion(name.text, RegionArgument::None);
         if (region == nullptr)
-            region = FindRegion(name.text, RegionArgument::kIndex);
+            region = FindRegion(name.text, RegionArgument::Index);
         if (region == nullptr)
             Report("E204", name.offset, name.text.size(), "there is no region '" + std::string(name.text) + "'",
                    Suggest(name.text, Regions(), [](const Region &each) { return each.name; }));
@@ -654,7 +654,7 @@ private:
     // ---- Strings --------------------------------------------------------------------------------------------------
 
     std::size_t ParseStringRow(std::vector<StringFeature> &list) {
-        if (token_.kind != TokenKind::kIdentifier)
+        if (token_.kind != TokenKind::Identifier)
             Expected("a string's letter");
         if (list.size() >= kMaxStrings)
             Report("E308", token_.offset, token_.text.size(), "a rule has at most 26 strings, A to Z");
@@ -696,7 +696,7 @@ private:
             Expected("'='");
         Advance();
         const std::size_t begin = token_.offset;
-        if (token_.kind == TokenKind::kText)
+        if (token_.kind == TokenKind::Text)
             string.bytes = ExpectText("a string").value;
         else if (AtSymbol("{"))
             ParseHexString(string);
@@ -713,7 +713,7 @@ private:
         try {
             Expected(what);
         } catch (const Unreadable &) {
-            while (token_.kind != TokenKind::kEnd && !AtSymbol("}") && !(token_.first_on_line && AtWord("rule")))
+            while (token_.kind != TokenKind::End && !AtSymbol("}") && !(token_.first_on_line && AtWord("rule")))
                 Advance();
             TakeSymbol("}");
             throw;
@@ -761,13 +761,13 @@ private:
     }
 
     void ParseStringRegion(StringFeature &string) {
-        if (token_.kind != TokenKind::kIdentifier)
+        if (token_.kind != TokenKind::Identifier)
             Expected("a region of the file");
         const Token name = token_;
         Advance();
         if (name.text == "section" && TakeSymbol("(")) {
             ParseSectionArgument(string);
-            string.kind = static_cast<uint8_t>(StringKind::kNamedSection);
+            string.kind = static_cast<uint8_t>(StringKind::NamedSection);
         } else {
             const Region *region = LookUpRegion(name);
             if (region != nullptr && region->string_kind == 0)
@@ -797,7 +797,7 @@ private:
         if (!TakeSymbol(".."))
             return;
         string.window_length = 0;
-        if (token_.kind != TokenKind::kNumber)
+        if (token_.kind != TokenKind::Number)
             return;
         const Written<uint64_t> last = ExpectNumber(UINT32_MAX, "a position");
         if (last.value < string.window_start || last.value - string.window_start >= UINT16_MAX) {
@@ -881,7 +881,7 @@ private:
     void ParseWhich(uint32_t &number, std::string &name) {
         ExpectSymbol("[");
         number = kAnyResource;
-        if (token_.kind == TokenKind::kText) {
+        if (token_.kind == TokenKind::Text) {
             name = ExpectName("a resource name", kMaxResourceName);
         } else if (!TakeWord("any")) {
             number = Take<uint32_t>("a number, any, or a name");
@@ -929,7 +929,7 @@ private:
         element.type = LookUpNumber(ResourceTypes(), "a resource type");
         ParseWhich(element.id, element.name);
         if (TakeSymbol(".")) {
-            if (token_.kind != TokenKind::kIdentifier)
+            if (token_.kind != TokenKind::Identifier)
                 Expected("the name of a string");
             if (element.type != kVersionResource && element.type != kManifestResource)
                 Report("E312", token_.offset, token_.text.size(),
@@ -952,7 +952,7 @@ private:
         if (const auto error = CheckExpression(rule.expression, rule.strings.size()))
             Report("E404", expression_offset_ + error->offset, 1, error->message,
                    "each operation stands in its own parentheses: ((A|B)&C)");
-        const ItemOrigin &members = origin.of(Item::kMemberNames);
+        const ItemOrigin &members = origin.of(Item::MemberNames);
         for (std::size_t i = 0; i < rule.member_names.size(); ++i) {
             if (rule.member_names[i].index >= rule.object_names.size())
                 Report("E405", members.rows[i], 1,
@@ -967,7 +967,7 @@ private:
 
     // To the next row: the next line, a ';' or a closing brace. `begin` is where the bad row began, and is passed.
     void SkipRow(std::size_t begin) {
-        while (token_.kind != TokenKind::kEnd && !AtSymbol("}")) {
+        while (token_.kind != TokenKind::End && !AtSymbol("}")) {
             if (token_.offset != begin && (token_.first_on_line || AtSymbol(";")))
                 break;
             if (AtSymbol("{"))
@@ -981,7 +981,7 @@ private:
     // Past a pair of braces and what is between them, up to a rule's beginning at the most.
     void SkipBraces() {
         std::size_t depth = 0;
-        while (token_.kind != TokenKind::kEnd && !(depth > 0 && token_.first_on_line && AtWord("rule"))) {
+        while (token_.kind != TokenKind::End && !(depth > 0 && token_.first_on_line && AtWord("rule"))) {
             if (AtSymbol("{"))
                 ++depth;
             const bool closes = AtSymbol("}") && --depth == 0;
@@ -992,7 +992,7 @@ private:
     }
 
     void SkipToNextRule() {
-        while (token_.kind != TokenKind::kEnd && !(token_.first_on_line && AtWord("rule")))
+        while (token_.kind != TokenKind::End && !(token_.first_on_line && AtWord("rule")))
             Advance();
     }
 

@@ -1,13 +1,13 @@
 #include "rules/text/printer.h"
 
-#include "rules/names.h"
-
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
 #include <stdexcept>
+
+#include "rules/names.h"
 
 namespace tavrik::rules::text {
 
@@ -32,7 +32,7 @@ std::string Hex(uint64_t value) {
 }
 
 std::string Number(uint64_t value, Radix radix) {
-    return radix == Radix::kDecimal ? Decimal(value) : Hex(value);
+    return radix == Radix::Decimal ? Decimal(value) : Hex(value);
 }
 
 std::string HexByte(uint8_t byte) {
@@ -58,7 +58,7 @@ std::string FieldName(std::span<const Field> fields, uint32_t number) {
 
 Radix FieldRadix(std::span<const Field> fields, uint32_t number) {
     const Field *field = FindField(fields, number);
-    return field != nullptr ? field->radix : Radix::kHex;
+    return field != nullptr ? field->radix : Radix::Hex;
 }
 
 std::string Selector(uint16_t section) {
@@ -68,7 +68,7 @@ std::string Selector(uint16_t section) {
 
 // The operator of a name before its text; the usual one is left out.
 std::string NameOperator(Operator op) {
-    return op == Operator::kEqual ? "" : std::string(OperatorText(op)) + " ";
+    return op == Operator::Equal ? "" : std::string(OperatorText(op)) + " ";
 }
 
 std::string Options(uint8_t option) {
@@ -104,12 +104,12 @@ struct Row {
 class LineList {
 public:
     void Add(LineKind kind, std::string text) {
-        lines_.push_back({kind, Item::kCount, 0, 0, kind == LineKind::kItem ? std::size_t{1} : 0, std::move(text)});
+        lines_.push_back({kind, Item::Count, 0, 0, kind == LineKind::Item ? std::size_t{1} : 0, std::move(text)});
     }
 
     // An item of one line.
     void AddItem(Item item, const std::string &text) {
-        lines_.push_back({LineKind::kItem, item, 0, 0, 1, std::string(ItemWord(item)) + " " + text});
+        lines_.push_back({LineKind::Item, item, 0, 0, 1, std::string(ItemWord(item)) + " " + text});
     }
 
     // A block, unless it is empty; `aligned` pads the left sides to one width.
@@ -125,9 +125,9 @@ public:
         for (const Row &row : rows) {
             const std::size_t padding = aligned ? width - row.left.size() : 0;
             lines_.push_back(
-                {LineKind::kRow, item, row.first, row.count, 2, row.left + std::string(padding, ' ') + row.right});
+                {LineKind::Row, item, row.first, row.count, 2, row.left + std::string(padding, ' ') + row.right});
         }
-        lines_.push_back({LineKind::kItemEnd, item, 0, 0, 1, "}"});
+        lines_.push_back({LineKind::ItemEnd, item, 0, 0, 1, "}"});
     }
 
     std::vector<PrintedLine> Take() { return std::move(lines_); }
@@ -145,11 +145,10 @@ std::vector<Row> ConditionRows(const std::vector<Element> &list, bool has_ranges
         const Element &first = list[i];
         Row row{left(first), std::string(OperatorText(first.op)) + " " + right(first), i};
         const auto next = [&] { return i + 1 < list.size() && same(first, list[i + 1]) ? &list[i + 1] : nullptr; };
-        if (first.op == Operator::kEqual) {
-            for (; next() != nullptr && next()->op == Operator::kEqual; ++i)
+        if (first.op == Operator::Equal) {
+            for (; next() != nullptr && next()->op == Operator::Equal; ++i)
                 row.right += " | " + right(*next());
-        } else if (has_ranges && first.op == Operator::kAtLeast && next() != nullptr &&
-                   next()->op == Operator::kAtMost) {
+        } else if (has_ranges && first.op == Operator::AtLeast && next() != nullptr && next()->op == Operator::AtMost) {
             row.right = "in " + right(first) + ".." + right(*next());
             ++i;
         }
@@ -195,9 +194,9 @@ std::vector<Row> NumberedRows(const std::vector<Element> &list, std::span<const 
 
 std::string MeasureText(const MeasureCondition &e) {
     const Region *region = FindMeasureRegion(e.region);
-    std::string text = e.measure == Measure::kEntropy ? "entropy(" : "crc32(";
+    std::string text = e.measure == Measure::Entropy ? "entropy(" : "crc32(";
     text += region != nullptr ? std::string(region->name) : "region(" + Decimal(e.region) + ")";
-    if (e.index != 0 || (region != nullptr && region->argument == RegionArgument::kIndex))
+    if (e.index != 0 || (region != nullptr && region->argument == RegionArgument::Index))
         text += Position(e.index);
     if (e.length != 0)
         text += ", " + Hex(e.length);
@@ -207,7 +206,7 @@ std::string MeasureText(const MeasureCondition &e) {
 std::vector<Row> MeasureRows(const Rule &rule) {
     return ConditionRows(
         rule.measure_conditions, true, MeasureText,
-        [](const auto &e) { return e.measure == Measure::kEntropy ? Real(MeasureEntropy(e)) : Hex(e.bits); },
+        [](const auto &e) { return e.measure == Measure::Entropy ? Real(MeasureEntropy(e)) : Hex(e.bits); },
         [](const auto &a, const auto &b) {
             return a.region == b.region && a.measure == b.measure && a.length == b.length && a.index == b.index;
         });
@@ -238,13 +237,13 @@ std::string StringRegion(const StringFeature &e) {
     if (region == nullptr)
         throw std::invalid_argument("no string kind has the number " + Decimal(e.kind));
     std::string text(region->name);
-    if (region->argument == RegionArgument::kName) {
+    if (region->argument == RegionArgument::Name) {
         text += "(" + QuoteText(e.section_name);
         if (!e.section_tail.empty())
             text += " ~ " + QuoteText(e.section_tail);
         text += ")";
     }
-    if (e.index != 0 || region->argument == RegionArgument::kIndex)
+    if (e.index != 0 || region->argument == RegionArgument::Index)
         text += Position(e.index);
     return FromEnd(e.kind) ? text + " from end" : text;
 }
@@ -385,33 +384,33 @@ std::string QuoteText(std::string_view text) {
 
 std::vector<PrintedLine> RuleLines(const Rule &rule) {
     LineList lines;
-    lines.Add(LineKind::kHead, "rule " + Decimal(rule.rule_id) + " " + QuoteText(rule.detection_name) + " for " +
-                                   Bits(TargetNames(), rule.attribute_a) + " {");
+    lines.Add(LineKind::Head, "rule " + Decimal(rule.rule_id) + " " + QuoteText(rule.detection_name) + " for " +
+                                  Bits(TargetNames(), rule.attribute_a) + " {");
     if (rule.attribute_b != 0)
-        lines.AddItem(Item::kTraits, Bits(TraitNames(), rule.attribute_b));
+        lines.AddItem(Item::Traits, Bits(TraitNames(), rule.attribute_b));
     if (rule.stored_flags != ComputeFeatureFlags(rule))
-        lines.AddItem(Item::kStoredFlags, Decimal(rule.stored_flags));
+        lines.AddItem(Item::StoredFlags, Decimal(rule.stored_flags));
     if (rule.reserved != 0)
-        lines.AddItem(Item::kReserved, Hex(rule.reserved));
-    lines.AddBlock(Item::kHeader, HeaderRows(rule), true);
-    lines.AddBlock(Item::kSections, SectionRows(rule), true);
-    lines.AddBlock(Item::kSectionNames, SectionNameRows(rule), true);
-    lines.AddBlock(Item::kStrings, StringRows(rule), false);
+        lines.AddItem(Item::Reserved, Hex(rule.reserved));
+    lines.AddBlock(Item::Header, HeaderRows(rule), true);
+    lines.AddBlock(Item::Sections, SectionRows(rule), true);
+    lines.AddBlock(Item::SectionNames, SectionNameRows(rule), true);
+    lines.AddBlock(Item::Strings, StringRows(rule), false);
     if (!rule.expression.empty())
-        lines.AddItem(Item::kWhen, ExpressionText(rule.expression));
-    lines.AddBlock(Item::kImportTable, NumberedRows(rule.indexed_conditions, ImportTableFields()), true);
-    lines.AddBlock(Item::kImportModules, PlainRows(rule.import_modules, ImportModuleText), false);
-    lines.AddBlock(Item::kImportFunctions, PlainRows(rule.import_functions, ElementText<ImportFunction>), false);
-    lines.AddBlock(Item::kExportModule, PlainRows(rule.export_module_names, ExportText), false);
-    lines.AddBlock(Item::kExportFunctions, PlainRows(rule.export_functions, ExportText), false);
-    lines.AddBlock(Item::kResources, PlainRows(rule.resource_entries, ResourceText), false);
-    lines.AddBlock(Item::kResourceTypes, PlainRows(rule.resource_type_entries, ResourceTypeText), false);
-    lines.AddBlock(Item::kResourceStrings, PlainRows(rule.resource_strings, ResourceStringText), false);
-    lines.AddBlock(Item::kMeasures, MeasureRows(rule), true);
-    lines.AddBlock(Item::kObjectFields, NumberedRows(rule.secondary_conditions, ObjectFields()), true);
-    lines.AddBlock(Item::kObjectNames, PlainRows(rule.object_names, ObjectText), false);
-    lines.AddBlock(Item::kMemberNames, PlainRows(rule.member_names, MemberText), false);
-    lines.Add(LineKind::kRuleEnd, "}");
+        lines.AddItem(Item::When, ExpressionText(rule.expression));
+    lines.AddBlock(Item::ImportTable, NumberedRows(rule.indexed_conditions, ImportTableFields()), true);
+    lines.AddBlock(Item::ImportModules, PlainRows(rule.import_modules, ImportModuleText), false);
+    lines.AddBlock(Item::ImportFunctions, PlainRows(rule.import_functions, ElementText<ImportFunction>), false);
+    lines.AddBlock(Item::ExportModule, PlainRows(rule.export_module_names, ExportText), false);
+    lines.AddBlock(Item::ExportFunctions, PlainRows(rule.export_functions, ExportText), false);
+    lines.AddBlock(Item::Resources, PlainRows(rule.resource_entries, ResourceText), false);
+    lines.AddBlock(Item::ResourceTypes, PlainRows(rule.resource_type_entries, ResourceTypeText), false);
+    lines.AddBlock(Item::ResourceStrings, PlainRows(rule.resource_strings, ResourceStringText), false);
+    lines.AddBlock(Item::Measures, MeasureRows(rule), true);
+    lines.AddBlock(Item::ObjectFields, NumberedRows(rule.secondary_conditions, ObjectFields()), true);
+    lines.AddBlock(Item::ObjectNames, PlainRows(rule.object_names, ObjectText), false);
+    lines.AddBlock(Item::MemberNames, PlainRows(rule.member_names, MemberText), false);
+    lines.Add(LineKind::RuleEnd, "}");
     return lines.Take();
 }
 

@@ -1,9 +1,6 @@
-// Rules as text in canonical form.
+/* Rules as text in canonical form. */
 #ifndef TAVRIK_RULES_TEXT_PRINTER_H
 #define TAVRIK_RULES_TEXT_PRINTER_H
-
-#include "rules/items.h"
-#include "rules/model.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,35 +8,38 @@
 #include <string_view>
 #include <vector>
 
+#include "rules/items.h"
+#include "rules/model.h"
+
 namespace tavrik::rules::text {
 
-/// The canonical text of a rule, with a line's end behind its closing brace. Throws std::invalid_argument for a value
-/// that the language cannot write (a string kind that is none).
+/** The canonical text of a rule, with a line's end behind its closing brace. Throws std::invalid_argument for a value
+ * that the language cannot write (a string kind that is none). */
 std::string PrintRule(const Rule &rule);
 
-/// The canonical text of a whole set: its rules in order, an empty line between two.
+/** The canonical text of a whole set: its rules in order, an empty line between two. */
 std::string PrintRuleSet(const RuleSet &set);
 
-/// What a line of a rule's text is about.
-enum class LineKind : uint8_t { kHead, kItem, kRow, kItemEnd, kRuleEnd };
+/** What a line of a rule's text is about. */
+enum class LineKind : uint8_t { Head, Item, Row, ItemEnd, RuleEnd };
 
-/// A line of canonical text (of a long hex string, several), without indentation in front and line's end behind.
+/** A line of canonical text (of a long hex string, several), without indentation in front and line's end behind. */
 struct PrintedLine {
-    LineKind kind = LineKind::kRow;
-    Item item = Item::kCount; ///< of a kItem, kRow or kItemEnd
-    std::size_t first = 0;    ///< of a kRow: the list's first element that it stands for
-    std::size_t count = 0;    ///< of a kRow: the number of these elements
-    std::size_t indent = 0;   ///< levels
+    LineKind kind = LineKind::Row;
+    Item item = Item::Count; // of a kItem, kRow or kItemEnd
+    std::size_t first = 0;   // of a kRow: the list's first element that it stands for
+    std::size_t count = 0;   // of a kRow: the number of these elements
+    std::size_t indent = 0;  // levels
     std::string text;
 };
 
-/// The lines of a rule's canonical text, for those who lay comments between them.
+/** The lines of a rule's canonical text, for those who lay comments between them. */
 std::vector<PrintedLine> RuleLines(const Rule &rule);
 
-/// Blanks for a level of indentation.
+/** Blanks for a level of indentation. */
 inline constexpr std::string_view kIndent = "    ";
 
-/// A text in quotes, with escapes.
+/** A text in quotes, with escapes. */
 std::string QuoteText(std::string_view text);
 
 } // namespace tavrik::rules::text

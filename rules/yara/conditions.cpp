@@ -1,10 +1,11 @@
 #include "rules/yara/conditions.h"
 
-#include "rules/names.h"
-
 #include <algorithm>
-#include <fmt/format.h>
 #include <utility>
+
+#include <fmt/format.h>
+
+#include "rules/names.h"
 
 namespace tavrik::rules::yara {
 
@@ -23,9 +24,9 @@ std::string Any(const Parts &parts) {
 }
 
 std::string Compared(std::string_view value, Operator op, uint32_t wanted) {
-    if (op == Operator::kHasBits)
+    if (op == Operator::HasBits)
         return format("({0}) & 0x{1:X} == 0x{1:X}", value, wanted);
-    if (op < Operator::kEqual || op > Operator::kHasBits)
+    if (op < Operator::Equal || op > Operator::HasBits)
         Refuse("an operator that is never met");
     return format("{} {} 0x{:X}", value, OperatorText(op), wanted);
 }
@@ -40,19 +41,19 @@ std::string Test::On(std::string_view value) const {
 bool Test::Accepts(uint32_t value) const {
     return std::ranges::any_of(values, [&](uint32_t wanted) {
         switch (op) {
-        case Operator::kEqual:
+        case Operator::Equal:
             return value == wanted;
-        case Operator::kNotEqual:
+        case Operator::NotEqual:
             return value != wanted;
-        case Operator::kLess:
+        case Operator::Less:
             return value < wanted;
-        case Operator::kGreater:
+        case Operator::Greater:
             return value > wanted;
-        case Operator::kAtMost:
+        case Operator::AtMost:
             return value <= wanted;
-        case Operator::kAtLeast:
+        case Operator::AtLeast:
             return value >= wanted;
-        case Operator::kHasBits:
+        case Operator::HasBits:
             return (value & wanted) == wanted;
         }
         return false;
@@ -65,22 +66,22 @@ std::string TestByBounds(const Test &test, const std::function<std::string(uint6
         const std::string from = at_least(value);
         const std::string above = at_least(value + 1);
         switch (test.op) {
-        case Operator::kEqual:
+        case Operator::Equal:
             parts.push_back(format("({} and not ({}))", from, above));
             break;
-        case Operator::kNotEqual:
+        case Operator::NotEqual:
             parts.push_back(format("(not ({}) or {})", from, above));
             break;
-        case Operator::kLess:
+        case Operator::Less:
             parts.push_back(format("not ({})", from));
             break;
-        case Operator::kGreater:
+        case Operator::Greater:
             parts.push_back(above);
             break;
-        case Operator::kAtMost:
+        case Operator::AtMost:
             parts.push_back(format("not ({})", above));
             break;
-        case Operator::kAtLeast:
+        case Operator::AtLeast:
             parts.push_back(from);
             break;
         default:

@@ -1,12 +1,10 @@
-// Texts of conditions on values, and of the places in a section table that values stand in.
-//
-// Names in the text that is written: t is the offset of the section table, n the number of sections in it, i a section
-// that a condition is about, j one that it is compared with, e the file offset of an address, d a descriptor of the
-// import table.
+/* Texts of conditions on values, and of the places in a section table that values stand in.
+ *
+ * Names in the text that is written: t is the offset of the section table, n the number of sections in it, i a section
+ * that a condition is about, j one that it is compared with, e the file offset of an address, d a descriptor of the
+ * import table. */
 #ifndef TAVRIK_RULES_YARA_CONDITIONS_H
 #define TAVRIK_RULES_YARA_CONDITIONS_H
-
-#include "rules/model.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,9 +13,11 @@
 #include <string_view>
 #include <vector>
 
+#include "rules/model.h"
+
 namespace tavrik::rules::yara {
 
-/// Thrown for the first reason why a rule has no counterpart.
+/** Thrown for the first reason why a rule has no counterpart. */
 struct NotExpressible {
     std::string reason;
 };
@@ -27,40 +27,40 @@ struct NotExpressible {
 using Parts = std::vector<std::string>;
 
 std::string All(const Parts &parts);
-/// In parentheses where there are several.
+/** In parentheses where there are several. */
 std::string Any(const Parts &parts);
 
 std::string Compared(std::string_view value, Operator op, uint32_t wanted);
 
-/// A test of one value: an operator and values, of which there are several only with kEqual.
+/** A test of one value: an operator and values, of which there are several only with kEqual. */
 struct Test {
     Operator op;
     std::vector<uint32_t> values;
 
-    /// The test as text; `value` is an expression.
+    /** The test as text; `value` is an expression. */
     std::string On(std::string_view value) const;
     bool Accepts(uint32_t value) const;
-    /// Whether `value` is all that it accepts.
-    bool Asks(uint32_t value) const { return op == Operator::kEqual && values.size() == 1 && values[0] == value; }
+    /** Whether `value` is all that it accepts. */
+    bool Asks(uint32_t value) const { return op == Operator::Equal && values.size() == 1 && values[0] == value; }
 };
 
-/// The test of a value that only "at least" can be asked of: `at_least` writes that it is at least a number.
+/** The test of a value that only "at least" can be asked of: `at_least` writes that it is at least a number. */
 std::string TestByBounds(const Test &test, const std::function<std::string(uint64_t)> &at_least);
 
-/// Calls action(first, count) for each run of alternatives in a list: conditions with kEqual of which `same` says that
-/// they are about the same value.
+/** Calls action(first, count) for each run of alternatives in a list: conditions with kEqual of which `same` says that
+ * they are about the same value. */
 template <typename List, typename Same, typename Action>
 void ForRuns(const List &list, Same same, Action action) {
     for (std::size_t first = 0, count = 1; first < list.size(); first += count) {
         count = 1;
-        while (first + count < list.size() && list[first].op == Operator::kEqual &&
-               list[first + count].op == Operator::kEqual && same(list[first], list[first + count]))
+        while (first + count < list.size() && list[first].op == Operator::Equal &&
+               list[first + count].op == Operator::Equal && same(list[first], list[first + count]))
             ++count;
         action(first, count);
     }
 }
 
-/// The test that a run makes.
+/** The test that a run makes. */
 template <typename List>
 Test TestOf(const List &list, std::size_t first, std::size_t count) {
     Test test{list[first].op, {}};
@@ -69,8 +69,8 @@ Test TestOf(const List &list, std::size_t first, std::size_t count) {
     return test;
 }
 
-/// A stretch of the file: offsets as expressions. Strings cannot reach beyond the file, so that for them `end` need not
-/// be cut there; `cut_end` is.
+/** A stretch of the file: offsets as expressions. Strings cannot reach beyond the file, so that for them `end` need not
+ * be cut there; `cut_end` is. */
 struct Span {
     std::string begin;
     std::string end;
@@ -86,17 +86,17 @@ inline constexpr unsigned kSizeOfRawData = 16;
 inline constexpr unsigned kPointerToRawData = 20;
 inline constexpr unsigned kCharacteristics = 36;
 
-/// The offset of the section header with an index.
+/** The offset of the section header with an index. */
 std::string HeaderOf(std::string_view index);
-/// The field at `offset` of the section whose header stands at `header`.
+/** The field at `offset` of the section whose header stands at `header`. */
 std::string SectionField(std::string_view header, unsigned offset);
-/// That the section is so named.
+/** That the section is so named. */
 std::string Named(std::string_view header, std::string_view name);
-/// That the section holds an RVA, be it in its memory or in its raw data.
+/** That the section holds an RVA, be it in its memory or in its raw data. */
 std::string Holds(std::string_view header, std::string_view rva);
 Span RawData(std::string_view header);
 
-/// That the import table at an offset has at least `count` descriptors, 1 or more.
+/** That the import table at an offset has at least `count` descriptors, 1 or more. */
 std::string HasDescriptors(std::string_view offset, uint64_t count);
 
 } // namespace tavrik::rules::yara

@@ -1,12 +1,13 @@
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
 #include "rules/expression.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
 #include "rules/yara/rule_writer.h"
 #include "rules/yara/strings.h"
-
-#include <algorithm>
-#include <fmt/format.h>
-#include <utility>
 
 namespace tavrik::rules::yara {
 
@@ -18,22 +19,22 @@ namespace {
 // Where a region of strings or measures is; kNowhere for those that need no finding, whose span `span` becomes.
 Place RegionPlace(const Region &region, uint16_t index, std::string_view section_name, std::string_view &plain) {
     constexpr std::pair<std::string_view, SectionRole> kRoles[] = {
-        {"last", SectionRole::kLast},
-        {"entry", SectionRole::kEntry},
-        {"code", SectionRole::kCode},
-        {"data", SectionRole::kData},
-        {"import", SectionRole::kImport},
-        {"resource", SectionRole::kResource},
-        {"export", SectionRole::kExport},
-        {"relocation", SectionRole::kRelocation},
-        {"tls", SectionRole::kTls},
-        {"largest", SectionRole::kLargest},
-        {"next_to_last", SectionRole::kNextToLast},
+        {"last", SectionRole::Last},
+        {"entry", SectionRole::Entry},
+        {"code", SectionRole::Code},
+        {"data", SectionRole::Data},
+        {"import", SectionRole::Import},
+        {"resource", SectionRole::Resource},
+        {"export", SectionRole::Export},
+        {"relocation", SectionRole::Relocation},
+        {"tls", SectionRole::Tls},
+        {"largest", SectionRole::Largest},
+        {"next_to_last", SectionRole::NextToLast},
     };
     for (const auto &[name, role] : kRoles)
         if (region.name == name)
             return {Place::kRole, static_cast<uint16_t>(role), ""};
-    if (region.argument == RegionArgument::kName)
+    if (region.argument == RegionArgument::Name)
         return {Place::kNamed, 0, std::string(section_name)};
     if (region.name == "section")
         return {Place::kFixed, index, ""};
@@ -104,17 +105,17 @@ std::string EntropyTest(std::string_view value, Operator op, uint32_t thousandth
     const double low = (thousandths - 0.5) / 1000;
     const double high = (thousandths + 0.5) / 1000;
     switch (op) {
-    case Operator::kEqual:
+    case Operator::Equal:
         return format("({0} >= {1:.4f} and {0} < {2:.4f})", value, low, high);
-    case Operator::kNotEqual:
+    case Operator::NotEqual:
         return format("({0} < {1:.4f} or {0} >= {2:.4f})", value, low, high);
-    case Operator::kLess:
+    case Operator::Less:
         return format("{} < {:.4f}", value, low);
-    case Operator::kGreater:
+    case Operator::Greater:
         return format("{} >= {:.4f}", value, high);
-    case Operator::kAtMost:
+    case Operator::AtMost:
         return format("{} < {:.4f}", value, high);
-    case Operator::kAtLeast:
+    case Operator::AtLeast:
         return format("{} >= {:.4f}", value, low);
     default:
         Refuse("an operator that is never met");
@@ -223,7 +224,7 @@ void RuleWriter::WriteMeasures() {
             const Region *region = FindMeasureRegion(condition.region);
             if (region == nullptr)
                 Refuse("a region that is none");
-            if (condition.measure != Measure::kEntropy && condition.measure != Measure::kCrc32)
+            if (condition.measure != Measure::Entropy && condition.measure != Measure::Crc32)
                 Refuse("a measure that is none");
             const Body body = [=, this](const Scene &scene) {
                 const Span &span = scene.span;
@@ -234,7 +235,7 @@ void RuleWriter::WriteMeasures() {
                 const std::string length = !is_whole           ? std::to_string(condition.length)
                                            : span.begin == "0" ? span.cut_end
                                                                : format("{} - ({})", span.cut_end, span.begin);
-                const bool is_entropy = condition.measure == Measure::kEntropy;
+                const bool is_entropy = condition.measure == Measure::Entropy;
                 const std::string value =
                     format("{}({}, {})", is_entropy ? "math.entropy" : "hash.crc32", span.begin, length);
                 Parts parts;

@@ -1,12 +1,13 @@
 #include "rules/yara/export.h"
 
-#include "rules/yara/rule_writer.h"
-#include "rules/yara/strings.h"
-
-#include <fmt/format.h>
 #include <map>
 #include <string_view>
 #include <utility>
+
+#include <fmt/format.h>
+
+#include "rules/yara/rule_writer.h"
+#include "rules/yara/strings.h"
 
 namespace tavrik::rules::yara {
 

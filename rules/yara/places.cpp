@@ -1,9 +1,10 @@
+#include <utility>
+
+#include <fmt/format.h>
+
 #include "rules/names.h"
 #include "rules/numbers.h"
 #include "rules/yara/rule_writer.h"
-
-#include <fmt/format.h>
-#include <utility>
 
 namespace tavrik::rules::yara {
 
@@ -70,7 +71,7 @@ std::string RuleWriter::Guard(const Need &need) const {
         return "";
     std::optional<uint32_t> exact_size;
     for (const HeaderCondition &condition : rule_.header_conditions)
-        if (condition.field == field::kSizeOfOptionalHeader && condition.op == Operator::kEqual)
+        if (condition.field == field::kSizeOfOptionalHeader && condition.op == Operator::Equal)
             exact_size = exact_size ? 0 : condition.value; // alternatives count as unknown
     const auto layout = [&](uint32_t magic, unsigned end) {
         std::string text = format("uint16(uint32(0x3C) + 0x18) == 0x{:X}", magic);
@@ -112,21 +113,21 @@ std::string RuleWriter::RoleRva(uint16_t role, Need &need) const {
         return Value(field);
     };
     switch (static_cast<SectionRole>(role)) {
-    case SectionRole::kEntry:
+    case SectionRole::Entry:
         return value(field::kAddressOfEntryPoint);
-    case SectionRole::kCode:
+    case SectionRole::Code:
         return value(field::kBaseOfCode);
-    case SectionRole::kData:
+    case SectionRole::Data:
         return value(field::kBaseOfData);
-    case SectionRole::kImport:
+    case SectionRole::Import:
         return value(field::kImportTable);
-    case SectionRole::kResource:
+    case SectionRole::Resource:
         return value(field::kResourceTable);
-    case SectionRole::kExport:
+    case SectionRole::Export:
         return value(field::kExportTable);
-    case SectionRole::kRelocation:
+    case SectionRole::Relocation:
         return value(field::kBaseRelocationTable);
-    case SectionRole::kTls:
+    case SectionRole::Tls:
         return value(field::kTlsTable);
     default:
         Refuse("a section selector that selects nothing");
@@ -214,11 +215,11 @@ std::string RuleWriter::AtPlace(const Place &place, const Body &body, Need &need
         Refuse("a region that is none");
     }
     switch (static_cast<SectionRole>(place.number)) {
-    case SectionRole::kLast:
+    case SectionRole::Last:
         return counted(1, "(n - 1)");
-    case SectionRole::kNextToLast:
+    case SectionRole::NextToLast:
         return counted(2, "(n - 2)");
-    case SectionRole::kLargest: {
+    case SectionRole::Largest: {
         const std::string size = SectionField(header, kSizeOfRawData);
         const std::string other = SectionField(HeaderOf("j"), kSizeOfRawData);
         return loop(format("not for any j in (0..n - 1) : ({0} > {1} or ({0} == {1} and j < i))", other, size));
@@ -227,8 +228,8 @@ std::string RuleWriter::AtPlace(const Place &place, const Body &body, Need &need
         break;
     }
     const std::string rva = RoleRva(place.number, need);
-    const bool may_be_0 = place.number == static_cast<uint16_t>(SectionRole::kCode) ||
-                          place.number == static_cast<uint16_t>(SectionRole::kData);
+    const bool may_be_0 = place.number == static_cast<uint16_t>(SectionRole::Code) ||
+                          place.number == static_cast<uint16_t>(SectionRole::Data);
     const std::string there = may_be_0 ? "" : rva + " != 0 and ";
     return there + loop(FirstHolding(rva));
 }

@@ -1,10 +1,11 @@
 #include "rules/yara/rule_writer.h"
 
-#include "rules/numbers.h"
-
 #include <algorithm>
-#include <fmt/format.h>
 #include <utility>
+
+#include <fmt/format.h>
+
+#include "rules/numbers.h"
 
 namespace tavrik::rules::yara {
 

@@ -1,9 +1,6 @@
-// One rule as a condition of the other language.
+/* One rule as a condition of the other language. */
 #ifndef TAVRIK_RULES_YARA_RULE_WRITER_H
 #define TAVRIK_RULES_YARA_RULE_WRITER_H
-
-#include "rules/model.h"
-#include "rules/yara/conditions.h"
 
 #include <algorithm>
 #include <compare>
@@ -16,16 +13,19 @@
 #include <utility>
 #include <vector>
 
+#include "rules/model.h"
+#include "rules/yara/conditions.h"
+
 namespace tavrik::rules::yara {
 
 // Magic.
 inline constexpr uint32_t kPe32 = 0x10B;
 inline constexpr uint32_t kPe32Plus = 0x20B;
 
-/// The order of conditions: what is cheap and rarely met comes first.
+/** The order of conditions: what is cheap and rarely met comes first. */
 enum Rank { kRareHeader, kWideHeader, kHeader, kPlainString, kFixedSection, kLoop, kRich, kMeasure };
 
-/// What fields of the optional header need of a file, so that they are there.
+/** What fields of the optional header need of a file, so that they are there. */
 struct Need {
     unsigned end_pe32 = 0; // bytes of the optional header
     unsigned end_pe32_plus = 0;
@@ -42,7 +42,7 @@ struct Need {
     }
 };
 
-/// Where a condition is asked: a section, or a stretch that takes some finding.
+/** Where a condition is asked: a section, or a stretch that takes some finding. */
 struct Place {
     enum Kind : uint8_t { kNowhere, kFixed, kRole, kNamed, kEntryCode, kOverlay };
     Kind kind = kNowhere;
@@ -52,7 +52,7 @@ struct Place {
     auto operator<=>(const Place &) const = default;
 };
 
-/// Writes a condition, given the place's span, and, where the place is a section, its header and index.
+/** Writes a condition, given the place's span, and, where the place is a section, its header and index. */
 struct Scene {
     Span span;
     std::string header;
@@ -60,17 +60,17 @@ struct Scene {
 };
 using Body = std::function<std::string(const Scene &)>;
 
-/// Throws NotExpressible for a rule that the other language cannot express exactly.
+/** Throws NotExpressible for a rule that the other language cannot express exactly. */
 class RuleWriter {
 public:
-    /// `granted` is what all conditions together need, as an earlier writing of the same rule found it.
+    /** `granted` is what all conditions together need, as an earlier writing of the same rule found it. */
     RuleWriter(const Rule &rule, const Need &granted) : rule_(rule), granted_(granted) { Write(); }
 
-    /// What the conditions written so need together.
+    /** What the conditions written so need together. */
     const Need &need() const { return need_; }
-    /// Definitions of its strings.
+    /** Definitions of its strings. */
     const Parts &strings() const { return strings_; }
-    /// The condition, on lines of its own.
+    /** The condition, on lines of its own. */
     std::string Condition() const;
 
 private:

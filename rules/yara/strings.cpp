@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bitset>
+
 #include <fmt/format.h>
 
 namespace tavrik::rules::yara {

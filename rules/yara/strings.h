@@ -1,25 +1,25 @@
-// String definitions of the other rule language.
+/* String definitions of the other rule language. */
 #ifndef TAVRIK_RULES_YARA_STRINGS_H
 #define TAVRIK_RULES_YARA_STRINGS_H
-
-#include "rules/model.h"
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "rules/model.h"
+
 namespace tavrik::rules::yara {
 
-/// A text literal in quotes.
+/** A text literal in quotes. */
 std::string YaraText(std::string_view text);
 
-/// The definition of a string, quoted or in braces, with its modifiers; nothing when a file may hold
-/// too many of it for the engine. Zero bytes
-/// of a wide string are written out, since the `wide` modifier does not ask for each of them.
+/** The definition of a string, quoted or in braces, with its modifiers; nothing when a file may hold
+ * too many of it for the engine. Zero bytes
+ * of a wide string are written out, since the `wide` modifier does not ask for each of them. */
 std::optional<std::string> YaraString(const StringFeature &string);
 
-/// The bytes of the file that the string spans.
+/** The bytes of the file that the string spans. */
 std::size_t YaraStringLength(const StringFeature &string);
 
 } // namespace tavrik::rules::yara

@@ -1,10 +1,11 @@
+#include <limits>
+#include <string_view>
+
+#include <fmt/format.h>
+
 #include "rules/names.h"
 #include "rules/numbers.h"
 #include "rules/yara/rule_writer.h"
-
-#include <fmt/format.h>
-#include <limits>
-#include <string_view>
 
 namespace tavrik::rules::yara {
 
@@ -22,7 +23,7 @@ constexpr std::string_view kRichEnd = "(math.min(uint32(0x3C), 0x10000) - 8) \\ 
 // Derived values are at most 0xFFFFFFFF here and may be more there.
 void CheckDerived(const Test &test) {
     for (const uint32_t value : test.values)
-        if (test.op == Operator::kHasBits || value == std::numeric_limits<uint32_t>::max())
+        if (test.op == Operator::HasBits || value == std::numeric_limits<uint32_t>::max())
             Refuse("bits or the largest of a derived value");
 }
 
@@ -48,16 +49,16 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
     const Field *field = FindField(HeaderFields(), number);
     if (field == nullptr)
         Refuse("a header value without a number");
-    const bool is_rare = test.op == Operator::kEqual && test.values.size() == 1 && test.values[0] > 0xFFFF;
-    const Rank rank = is_rare ? kRareHeader : test.op == Operator::kEqual && test.values[0] > 0 ? kWideHeader : kHeader;
-    const Place entry_section{Place::kRole, static_cast<uint16_t>(SectionRole::kEntry), ""};
+    const bool is_rare = test.op == Operator::Equal && test.values.size() == 1 && test.values[0] > 0xFFFF;
+    const Rank rank = is_rare ? kRareHeader : test.op == Operator::Equal && test.values[0] > 0 ? kWideHeader : kHeader;
+    const Place entry_section{Place::kRole, static_cast<uint16_t>(SectionRole::Entry), ""};
     const Place entry_code{Place::kEntryCode, 0, ""};
     switch (field->origin) {
-    case Origin::kDosHeader:
+    case Origin::DosHeader:
         return Add(rank, false, test.On(format("uint{}(0x{:X})", 8 * field->width, field->offset)));
-    case Origin::kFileHeader:
+    case Origin::FileHeader:
         return Add(rank, false, test.On(format("uint{}(uint32(0x3C) + 0x{:X})", 8 * field->width, 4 + field->offset)));
-    case Origin::kOptionalHeader:
+    case Origin::OptionalHeader:
         if (number == field::kMagic) {
             asks_magic_ = true;
             if (magic_ == 0 || !test.Asks(magic_))
@@ -67,7 +68,7 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
         if (number == field::kBaseOfData && magic_ == kPe32Plus)
             Refuse("a condition that is never met");
         return Add(rank, false, test.On(Required(number)));
-    case Origin::kDerived:
+    case Origin::Derived:
         break;
     default:
         Refuse("values of Visual Basic structures");
@@ -191,9 +192,9 @@ void RuleWriter::WriteSectionNames() {
         [&](const auto &a, const auto &b) { return a.section == b.section && is_single(a.section); },
         [&](std::size_t first, std::size_t count) {
             const SectionNameCondition &condition = rule_.section_names[first];
-            if (condition.op != Operator::kEqual && condition.op != Operator::kNotEqual)
+            if (condition.op != Operator::Equal && condition.op != Operator::NotEqual)
                 Refuse("an operator that is never met");
-            const bool is_not = condition.op == Operator::kNotEqual;
+            const bool is_not = condition.op == Operator::NotEqual;
             if (is_single(condition.section)) {
                 AddAt(SectionPlace(condition.section), kHeader, [=, this](const Scene &scene) {
                     Parts parts;
@@ -205,17 +206,17 @@ void RuleWriter::WriteSectionNames() {
             }
             const std::string header = HeaderOf("i");
             std::string which = Named(header, condition.name);
-            if (condition.section != static_cast<uint16_t>(SectionRole::kAny))
+            if (condition.section != static_cast<uint16_t>(SectionRole::Any))
                 which += format(" and {} & 0x{:X} {} 0", SectionField(header, kCharacteristics), kExecutable,
-                                condition.section == static_cast<uint16_t>(SectionRole::kAnyCode) ? "!=" : "==");
+                                condition.section == static_cast<uint16_t>(SectionRole::AnyCode) ? "!=" : "==");
             Add(kLoop, true, format("{}for any i in (0..n - 1) : ({})", is_not ? "not " : "", which));
         });
 }
 
 void RuleWriter::WriteTraits() {
     const uint32_t traits = rule_.attribute_b;
-    const Place entry = SectionPlace(static_cast<uint16_t>(SectionRole::kEntry));
-    const Place last = SectionPlace(static_cast<uint16_t>(SectionRole::kLast));
+    const Place entry = SectionPlace(static_cast<uint16_t>(SectionRole::Entry));
+    const Place last = SectionPlace(static_cast<uint16_t>(SectionRole::Last));
     const auto with_bit = [](uint32_t bit) {
         return [=](const Scene &scene) {
             return format("{} & 0x{:X} != 0", SectionField(scene.header, kCharacteristics), bit);

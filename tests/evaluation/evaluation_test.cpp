@@ -91,7 +91,7 @@ TEST_F(Evaluators, FindNothingInPackagedPrograms) {
 TEST_F(Evaluators, AgreeOnRulesOfStringsAlone) {
     rules::RuleSet stripped;
     for (const rules::Rule &rule :
-         rules::record::ReadRules(module_.rules(), rules::record::RecordForm::kWorking).rules) {
+         rules::record::ReadRules(module_.rules(), rules::record::RecordForm::Working).rules) {
         rules::Rule &kept = stripped.rules.emplace_back();
         kept.strings = rule.strings;
         kept.expression = rule.expression;

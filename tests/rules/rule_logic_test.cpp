@@ -77,7 +77,7 @@ public:
         if (rule.object_names.empty())
             rule.member_names.clear();
         if (rule.attribute_b == 0 && rules::ComputeFeatureFlags(rule) == 0) // no rule asks nothing
-            rule.header_conditions.push_back({rules::header_field::kDosMagic, rules::Operator::kEqual, 0x5A4D});
+            rule.header_conditions.push_back({rules::header_field::kDosMagic, rules::Operator::Equal, 0x5A4D});
         return rule;
     }
 
@@ -134,7 +134,7 @@ private:
         // A window whose ends are close to where the string stands.
         const std::optional<std::size_t> place = PlaceOf(e.bytes);
         if (place && Below(2) == 0) {
-            e.kind = static_cast<uint8_t>(rules::StringKind::kFile);
+            e.kind = static_cast<uint8_t>(rules::StringKind::File);
             e.section_name.clear();
             e.section_tail.clear();
             e.window_start = static_cast<uint16_t>(*place + Below(12) - 8);

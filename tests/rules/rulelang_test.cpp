@@ -221,7 +221,7 @@ TEST(RuleErrors, EveryMistakeIsReportedAtItsPlace) {
 
 TEST(RuleErrors, AreShownWithTheLineAndACaret) {
     const std::string text = "rule 1 \"\" {\r\n\theader { Machin\x01 == 1 }\r\n}";
-    EXPECT_EQ(Render({"a.rules", text}, {Severity::kError, "E203", 23, 6, "there is no field", "did you mean"}),
+    EXPECT_EQ(Render({"a.rules", text}, {Severity::Error, "E203", 23, 6, "there is no field", "did you mean"}),
               "a.rules:2:11: error[E203]: there is no field\n"
               " 2 |     header { Machin? == 1 }\n"
               "   |              ^^^^^^\n"
@@ -256,12 +256,12 @@ TEST(RuleRecords, AreTheRulesThatTheTextSays) {
         }
     }
     EXPECT_EQ(kernel_names.size(), 1u);
-    EXPECT_EQ(ReadRules(table, RecordForm::kStored), expected);
+    EXPECT_EQ(ReadRules(table, RecordForm::Stored), expected);
     ASSERT_EQ(tavrik2::PrepareRules(RuleTable, static_cast<int32_t>(RuleTableCount)), 1);
     for (Rule &rule : expected.rules)
         rule.stored_flags = ComputeFeatureFlags(rule);
-    EXPECT_EQ(ReadRules(table, RecordForm::kWorking), expected);
-    EXPECT_EQ(ReadRules(RecordSet(expected).rules(), RecordForm::kWorking), expected);
+    EXPECT_EQ(ReadRules(table, RecordForm::Working), expected);
+    EXPECT_EQ(ReadRules(RecordSet(expected).rules(), RecordForm::Working), expected);
 }
 
 // The codes of the lints of some rules that stand in one file, in the order of their places.

@@ -135,7 +135,7 @@ private:
         e.window_length = Any<uint16_t>();
         e.kind = static_cast<uint8_t>(1 + Below(rules::kMaxStringKind));
         e.index = Any<uint8_t>();
-        if (rules::ForwardKind(e.kind) == static_cast<uint8_t>(rules::StringKind::kNamedSection)) {
+        if (rules::ForwardKind(e.kind) == static_cast<uint8_t>(rules::StringKind::NamedSection)) {
             e.section_name = Bytes(1 + Below(rules::kMaxSectionName));
             e.section_tail = Bytes(Below(rules::kMaxSectionName - e.section_name.size() + 1));
             while (e.section_tail.ends_with('\0'))
@@ -152,10 +152,10 @@ private:
         e.length = Any<uint32_t>();
         e.index = Any<uint8_t>();
         e.op = Op();
-        e.measure = Below(2) == 0 ? rules::Measure::kCrc32 : rules::Measure::kEntropy;
+        e.measure = Below(2) == 0 ? rules::Measure::Crc32 : rules::Measure::Entropy;
         constexpr uint64_t kExponent = uint64_t{0x7FF} << 52;
-        e.bits = e.measure == rules::Measure::kCrc32 ? Any<uint32_t>() : random_();
-        if (e.measure == rules::Measure::kEntropy && (e.bits & kExponent) == kExponent)
+        e.bits = e.measure == rules::Measure::Crc32 ? Any<uint32_t>() : random_();
+        if (e.measure == rules::Measure::Entropy && (e.bits & kExponent) == kExponent)
             e.bits = rules::MeasureBits(7.25); // neither infinity nor what is no number can be written
         return e;
     }

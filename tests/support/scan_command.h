@@ -9,11 +9,11 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/wait.h>
 #include <vector>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "base/system.h"
 #include "samples/samples.h"

@@ -1,9 +1,9 @@
 // tavrik-rules as its users run it.
 #include <cstdlib>
+#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sys/wait.h>
 
 #include "base/system.h"
 #include "rules/record/emitter.h"

@@ -1,11 +1,11 @@
 // tavrik-scan as its users run it, on samples and on PE files that nobody here made.
 #include <map>
 #include <random>
+#include <sys/stat.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sys/stat.h>
 
 #include "tests/support/scan_command.h"
 

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <map>
 #include <set>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include "tests/support/scan_command.h"
 

@@ -1,17 +1,17 @@
 // tavrik-rulegen: fills hand-written rules up to the published profile and writes the whole database as rule text.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
 #include "database/generator/generator.h"
 #include "database/profile/profile.h"
 #include "rules/text/diagnostics.h"
 #include "rules/text/parser.h"
 #include "rules/text/printer.h"
-
-#include <CLI/CLI.hpp>
-#include <fmt/format.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace {
 

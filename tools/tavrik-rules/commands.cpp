@@ -1,5 +1,16 @@
 #include "tools/tavrik-rules/commands.h"
 
+#include <algorithm>
+#include <charconv>
+#include <deque>
+#include <iterator>
+#include <optional>
+#include <span>
+#include <stdexcept>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
 #include "base/system.h"
 #include "base/text.h"
 #include "database/profile/profile.h"
@@ -10,19 +21,8 @@
 #include "rules/record/reader.h"
 #include "rules/text/formatter.h"
 #include "rules/text/printer.h"
-#include "tools/tavrik-rules/tool_files.h"
-
 #include "tavrik2/heuristic_rule.h"
-
-#include <algorithm>
-#include <charconv>
-#include <deque>
-#include <fmt/format.h>
-#include <iterator>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <span>
-#include <stdexcept>
+#include "tools/tavrik-rules/tool_files.h"
 
 namespace tavrik::rules_tool {
 
@@ -76,7 +76,7 @@ nlohmann::ordered_json ToJson(const rules::text::Source &source, const rules::te
     return {{"file", source.name},
             {"line", place.line},
             {"column", place.column},
-            {"severity", diagnostic.severity == rules::text::Severity::kError ? "error" : "warning"},
+            {"severity", diagnostic.severity == rules::text::Severity::Error ? "error" : "warning"},
             {"code", diagnostic.code},
             {"message", diagnostic.message},
             {"help", diagnostic.help}};
@@ -135,7 +135,7 @@ ExitCode PrintFacts(const std::vector<profile::FactResult> &facts, bool json) {
 std::optional<rules::RuleSet> LoadSource(const RuleSource &source) {
     if (!source.files.empty())
         return LoadRules(source.files);
-    return rules::record::ReadRules(StoredModule(source.module).table(), rules::record::RecordForm::kStored);
+    return rules::record::ReadRules(StoredModule(source.module).table(), rules::record::RecordForm::Stored);
 }
 
 ExitCode Check(const std::vector<std::string> &files, bool json) {
@@ -161,7 +161,7 @@ ExitCode Check(const std::vector<std::string> &files, bool json) {
         }
         for (const RuleText &text : texts) {
             for (const rules::text::Diagnostic &diagnostic : text.parsed.diagnostics) {
-                ++(diagnostic.severity == rules::text::Severity::kError ? errors : warnings);
+                ++(diagnostic.severity == rules::text::Severity::Error ? errors : warnings);
                 if (json)
                     fmt::print("{}\n", Dumped(ToJson(text.source, diagnostic)));
                 else

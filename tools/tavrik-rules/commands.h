@@ -1,8 +1,6 @@
-// The commands of tavrik-rules.
+/* The commands of tavrik-rules. */
 #ifndef TAVRIK_TOOLS_TAVRIK_RULES_COMMANDS_H
 #define TAVRIK_TOOLS_TAVRIK_RULES_COMMANDS_H
-
-#include "rules/model.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -10,70 +8,72 @@
 #include <string>
 #include <vector>
 
+#include "rules/model.h"
+
 namespace tavrik::rules_tool {
 
 enum ExitCode : int {
     kFine = 0,
-    kErrorsFound = 1,   ///< in the rules; a profile that is not met; texts that fmt --check would change
-    kWarningsFound = 2, ///< and no errors (check alone)
-    kFailed = 3,        ///< wrong usage, or a file or module that cannot be read or written
+    kErrorsFound = 1,   // in the rules; a profile that is not met; texts that fmt --check would change
+    kWarningsFound = 2, // and no errors (check alone)
+    kFailed = 3,        // wrong usage, or a file or module that cannot be read or written
 };
 
-/// check: parses every file and prints what it finds, as text or as JSON Lines.
+/** check: parses every file and prints what it finds, as text or as JSON Lines. */
 ExitCode Check(const std::vector<std::string> &files, bool json);
 
-/// compile: all files, in order, to the database's source in `folder`. Files whose text is the same are left alone.
+/** compile: all files, in order, to the database's source in `folder`. Files whose text is the same are left alone. */
 ExitCode Compile(const std::vector<std::string> &files, const std::filesystem::path &folder);
 
-/// fmt: rewrites each file in place; with `check` lists those that would change; "-" is standard input to output.
+/** fmt: rewrites each file in place; with `check` lists those that would change; "-" is standard input to output. */
 ExitCode Format(const std::vector<std::string> &files, bool check);
 
-/// Where rules come from: text files or, without any, a module.
+/** Where rules come from: text files or, without any, a module. */
 struct RuleSource {
     std::vector<std::string> files;
-    std::string module; ///< empty: beside the program
+    std::string module; // empty: beside the program
 };
 
-/// The rules of a source; nothing when a file has errors, which are printed. Throws ToolError.
+/** The rules of a source; nothing when a file has errors, which are printed. Throws ToolError. */
 std::optional<rules::RuleSet> LoadSource(const RuleSource &source);
 
-/// dump: all rules as canonical text.
+/** dump: all rules as canonical text. */
 ExitCode Dump(const RuleSource &source);
 
-/// stats: counts of lists and values; with `verify` every fact of the published profile, expected and actual.
+/** stats: counts of lists and values; with `verify` every fact of the published profile, expected and actual. */
 ExitCode Stats(const RuleSource &source, bool verify, bool json);
 
-/// list: a line for each rule.
+/** list: a line for each rule. */
 ExitCode List(const RuleSource &source, bool json);
 
-/// show: the text of the rules with a number, or of those whose name contains `wanted`.
+/** show: the text of the rules with a number, or of those whose name contains `wanted`. */
 ExitCode Show(const RuleSource &source, const std::string &wanted);
 
 struct TryOptions {
-    std::vector<std::string> rule_files; ///< named as such
-    std::vector<std::string> arguments;  ///< rule files by their suffix, and files and folders to try the rules on
-    bool recursive = false;              ///< go into folders
-    bool explain = false;                ///< print every condition of every rule, met or not
-    bool json = false;                   ///< print one JSON object for each file
+    std::vector<std::string> rule_files; // named as such
+    std::vector<std::string> arguments;  // rule files by their suffix, and files and folders to try the rules on
+    bool recursive = false;              // go into folders
+    bool explain = false;                // print every condition of every rule, met or not
+    bool json = false;                   // print one JSON object for each file
 };
 
-/// try: evaluates rules on files without building a module. Files that cannot be read are reported, and the others
-/// tried; the end is then kFailed.
+/** try: evaluates rules on files without building a module. Files that cannot be read are reported, and the others
+ * tried; the end is then kFailed. */
 ExitCode Try(const TryOptions &options);
 
 struct SpecimenOptions {
     uint32_t rule_id = 0;
-    std::optional<std::size_t> place; ///< in the table, for ids that several rules have
+    std::optional<std::size_t> place; // in the table, for ids that several rules have
     std::string output;
-    bool force = false; ///< overwrite `output`
+    bool force = false; // overwrite `output`
 };
 
-/// specimen: writes the PE file that a rule of the reference database was made from.
+/** specimen: writes the PE file that a rule of the reference database was made from. */
 ExitCode WriteSpecimen(const SpecimenOptions &options);
 
-/// export-yara: writes the rules that YARA can express to the file `output` (empty: standard output), the others with
-/// the reason why not to `report` (empty: nowhere), a rule a line: id, name, reason, with tabs between. Counts of the
-/// reasons go to standard error.
+/** export-yara: writes the rules that YARA can express to the file `output` (empty: standard output), the others with
+ * the reason why not to `report` (empty: nowhere), a rule a line: id, name, reason, with tabs between. Counts of the
+ * reasons go to standard error. */
 ExitCode ExportToYara(const RuleSource &source, const std::string &output, const std::string &report);
 
 } // namespace tavrik::rules_tool

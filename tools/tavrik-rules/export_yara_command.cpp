@@ -1,13 +1,13 @@
-#include "tools/tavrik-rules/commands.h"
+#include <algorithm>
+#include <cstdio>
+#include <map>
+
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "rules/yara/export.h"
+#include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/tool_files.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <fmt/format.h>
-#include <map>
 
 namespace tavrik::rules_tool {
 

@@ -1,15 +1,16 @@
 // tavrik-rules: checks, compiles, formats, shows and tries heuristic rules.
 
-#include "base/system.h"
-#include "tools/tavrik-rules/commands.h"
-
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <fmt/format.h>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "base/system.h"
+#include "tools/tavrik-rules/commands.h"
 
 namespace {
 

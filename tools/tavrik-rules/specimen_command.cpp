@@ -1,11 +1,11 @@
-#include "tools/tavrik-rules/commands.h"
+#include <algorithm>
+
+#include <fmt/format.h>
 
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
+#include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/tool_files.h"
-
-#include <algorithm>
-#include <fmt/format.h>
 
 namespace tavrik::rules_tool {
 

@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fmt/format.h>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+
+#include <fmt/format.h>
 
 namespace tavrik::rules_tool {
 

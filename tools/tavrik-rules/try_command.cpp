@@ -1,4 +1,7 @@
-#include "tools/tavrik-rules/commands.h"
+#include <algorithm>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "base/text.h"
 #include "base/walk.h"
@@ -6,11 +9,8 @@
 #include "evaluation/rule_explanation.h"
 #include "evaluation/rule_index.h"
 #include "rules/record/record_builder.h"
+#include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/tool_files.h"
-
-#include <algorithm>
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tavrik::rules_tool {
 

@@ -1,10 +1,11 @@
 // tavrik-samples: writes the sample set.
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
-#include <fmt/format.h>
 #include <fstream>
 #include <system_error>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include "samples/samples.h"
 

@@ -1,5 +1,6 @@
-#include <fmt/format.h>
 #include <string>
+
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "scanner/clean_action.h"

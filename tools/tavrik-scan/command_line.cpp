@@ -1,13 +1,14 @@
 #include "tools/tavrik-scan/command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
-#include <fmt/format.h>
 #include <limits>
 #include <map>
 #include <memory>
 #include <thread>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "scanner/clean_action.h"

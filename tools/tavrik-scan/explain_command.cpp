@@ -1,8 +1,9 @@
 #include <charconv>
-#include <fmt/format.h>
 #include <optional>
 #include <string_view>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "base/text.h"
 #include "evaluation/rule_explanation.h"

@@ -1,5 +1,6 @@
-#include <fmt/format.h>
 #include <string>
+
+#include <fmt/format.h>
 
 #include "scanner/locator_info.h"
 #include "tools/tavrik-scan/commands.h"

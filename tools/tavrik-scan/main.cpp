@@ -1,6 +1,7 @@
 // tavrik-scan: finds what the module's rules detect and the payloads that its locators know.
 
 #include <exception>
+
 #include <fmt/format.h>
 
 #include "base/console.h"

@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <chrono>
-#include <fmt/format.h>
 #include <mutex>
 #include <optional>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "base/ordered_pool.h"
 #include "base/path_list.h"
