@@ -1,0 +1,39 @@
+/* The one exception type for what goes wrong outside the program. */
+#ifndef TAVRIK_BASE_ERROR_H
+#define TAVRIK_BASE_ERROR_H
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+namespace tavrik::base {
+
+/** A file, folder, list, module or argument makes it impossible to do what was asked.
+ *
+ * The convention of the libraries and tools outside the module:
+ * - The text is one line for the user without a full stop: what failed, the file, and after a semicolon the remedy.
+ *   A program's main prints "PROGRAM: what()" and ends with its exit code for errors.
+ * - Where one file of many fails, the failure is data: a status and the reason() without the file's name, because the
+ *   report names the file. A function that has one file to work on throws; the one that has many catches and records.
+ * - Code that must not throw, such as reads on behalf of the module, keeps the reason of its first failure as a text;
+ *   "" means that nothing has failed (ByteSource::error).
+ * - Operating system errors are std::system_error within base and become an Error where the file and the remedy are
+ *   known. A violated precondition is a std::logic_error: nothing catches it but main. */
+class Error : public std::runtime_error {
+public:
+    /** A failure whose text names everything there is to name. */
+    explicit Error(const std::string &text) : std::runtime_error(text), reason_(text) {}
+
+    /** A failure with one file: what() is "FILE: reason", the file's name made printable. */
+    Error(const std::filesystem::path &file, const std::string &reason);
+
+    /** The text without the file's name. */
+    const std::string &reason() const { return reason_; }
+
+private:
+    std::string reason_;
+};
+
+} // namespace tavrik::base
+
+#endif
