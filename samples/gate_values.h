@@ -40,7 +40,7 @@ using FieldValues = std::map<Field, uint64_t>;
 /** One way through a gate. */
 struct GatePath {
     std::string label; // the chosen columns' letters and numbers, such as "B7"; empty without columns
-    std::vector<const tavrik2::Condition *> rows; // that must be met, in the gate's order, with headings
+    std::vector<const tavrik2::GateRow *> rows; // that must be met, in the gate's order
     std::map<Field, AcceptedSet> fields;
 
     /** True when every field that has a value here has an accepted one. Fields of the path without a value pass. */
@@ -57,9 +57,9 @@ std::vector<GatePath> PathsOf(tavrik2::GateView gate);
 
 /** The values next to a row's accepted ones that the row refuses: one below and one above a range, a mask's bits less
  * one each, as far as the field can hold them. */
-std::vector<uint64_t> RefusedNeighbours(const tavrik2::Condition &row);
+std::vector<uint64_t> RefusedNeighbours(const tavrik2::GateRow &row);
 
-/** The width of a field in bytes; 0 for a heading. */
+/** The width of a field in bytes. */
 uint32_t WidthOf(Field field);
 
 /** A host's records, to call locators with. Zero wherever nothing is filled in. */

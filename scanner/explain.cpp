@@ -19,7 +19,6 @@ namespace tavrik::scanner {
 
 namespace {
 
-using tavrik2::Condition;
 using tavrik2::Field;
 
 constexpr std::size_t kIndent = 2;
@@ -78,7 +77,7 @@ private:
 };
 
 bool LooksAtFirstSection(tavrik2::GateView gate) {
-    return std::any_of(gate.rows, gate.rows + gate.count, [](const Condition &row) {
+    return std::any_of(gate.rows, gate.rows + gate.count, [](const tavrik2::GateRow &row) {
         return row.field >= Field::FirstSectionName && row.field <= Field::FirstSectionCharacteristics;
     });
 }

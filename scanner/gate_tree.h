@@ -1,4 +1,4 @@
-/* A locator's gate as a tree, for showing: the flat rows with their jumps turned back into what was written. */
+/* A locator's gate as a tree, for showing: its parts, judged for one file. */
 #ifndef TAVRIK_SCANNER_GATE_TREE_H
 #define TAVRIK_SCANNER_GATE_TREE_H
 
@@ -23,7 +23,7 @@ struct GateNode {
 
     // Of a condition: its field, the rows that accept values of it (one is enough) and the file's value.
     tavrik2::Field field = {};
-    std::span<const tavrik2::Condition> ranges;
+    std::span<const tavrik2::GateRow> ranges;
     uint64_t value = 0;
 
     std::string heading; // of an alternative: "profile A"; "" when it has none

@@ -4,7 +4,9 @@
 
 namespace tavrik2 {
 
-int Locator27(const TargetFile &, LocatorResult *) {
+constinit const GateView kGate27 = {nullptr, 0};
+
+int Locate27(const TargetFile &, Finding *) {
     return kDeclined;
 }
 

@@ -71,13 +71,19 @@ inline uint32_t RawDataEnd(const SectionHeader &section) {
     return section.PointerToRawData + section.SizeOfRawData;
 }
 
-/** Writes a finding to `result` and returns 1, a locator's answer for a match. */
-inline int Report(LocatorResult *result, PayloadKind kind, uint32_t offset, uint32_t size) {
-    *result = {static_cast<uint32_t>(kind), offset, size};
+/** Where a payload is, as a locator reports it: a file offset, and the bytes reported there. */
+struct Finding {
+    uint32_t offset;
+    uint32_t size;
+};
+
+/** Writes a finding and returns 1, a locator's answer for a match. */
+inline int Report(Finding *finding, uint32_t offset, uint32_t size) {
+    *finding = {offset, size};
     return 1;
 }
 
-/** A locator's answer for any failure; its result stays untouched. */
+/** A locator's answer for any failure; its finding stays untouched. */
 inline constexpr int kDeclined = 0;
 
 } // namespace tavrik2

@@ -151,7 +151,7 @@ TEST_P(Gates, OneBeyondEachBoundIsRefusedWithoutReading) {
     int refused = 0;
     // Some gates have a thousand paths, which differ in few rows: a row is tried with the lowest and the highest values
     // of eight.
-    std::map<const Condition *, int> trials;
+    std::map<const GateRow *, int> trials;
     for (const GatePath &path : paths) {
         for (const auto choice : {GatePath::Choice::Lowest, GatePath::Choice::Highest}) {
             const FieldValues passing = path.Pick(choice);
@@ -159,8 +159,8 @@ TEST_P(Gates, OneBeyondEachBoundIsRefusedWithoutReading) {
             Fill(records, passing);
             RecordingStream stream;
             ASSERT_TRUE(tavrik2::Passes(gate, records.View(&stream, kHandle))) << path.label;
-            for (const Condition *row : path.rows) {
-                if (row->IsHeading() || row->field == Stream || ++trials[row] > 16)
+            for (const GateRow *row : path.rows) {
+                if (row->field == Stream || ++trials[row] > 16)
                     continue;
                 for (const uint64_t value : samples::RefusedNeighbours(*row)) {
                     FieldValues values = passing;

@@ -25,8 +25,8 @@ protected:
 
     int Probe(const std::vector<OffsetProbeRow> &rows, bool ignore_resource_rva = false, Fault fault = {}) {
         stream_.Restart(0, fault);
-        result_ = {1, 2, 3};
-        return ProbeOffsetTable(&stream_, kHandle, kFileSize, data_dirs_, &opt_header_, &last_section_, &result_,
+        finding_ = {2, 3};
+        return ProbeOffsetTable(&stream_, kHandle, kFileSize, data_dirs_, &opt_header_, &last_section_, &finding_,
                                 rows.data(), static_cast<uint32_t>(rows.size()), ignore_resource_rva, {kMarkers, 2});
     }
 
@@ -44,7 +44,7 @@ protected:
     OptionalHeader opt_header_ = {};
     uint32_t data_dirs_[DATA_DIRECTORY_WORDS] = {};
     SectionHeader last_section_ = Section("last", 0, 0, 0x2000, 0x600);
-    LocatorResult result_ = {};
+    Finding finding_ = {};
 };
 
 constexpr auto kBadAnchor = static_cast<ProbeAnchor>(5);
@@ -120,13 +120,13 @@ TEST_F(OffsetProbe, TheFirstRowWithAMarkerWins) {
     stream_.Put(0x2010, Bytes(kMarkers[0]));
     stream_.Put(0x2020, Bytes(kMarkers[1]));
     EXPECT_EQ(Probe(rows), 1);
-    EXPECT_EQ(Bytes(result_), Bytes(LocatorResult{82, 0x2020, 256}));
+    EXPECT_EQ(Bytes(finding_), Bytes(Finding{0x2020, 256}));
     EXPECT_EQ(stream_.TakeCalls(), "S0x2000 R256 S0x2020 R256");
     // A short block skips its row only.
     EXPECT_EQ(Probe(rows, false, {Fault::ReadShort, 2, 256}), 1);
-    EXPECT_EQ(result_.offset, 0x2010u);
+    EXPECT_EQ(finding_.offset, 0x2010u);
     EXPECT_EQ(Probe({kNext}), 0);
-    EXPECT_EQ(Bytes(result_), Bytes(LocatorResult{1, 2, 3}));
+    EXPECT_EQ(Bytes(finding_), Bytes(Finding{2, 3}));
 }
 
 } // namespace

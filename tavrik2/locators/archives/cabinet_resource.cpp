@@ -64,9 +64,7 @@ constexpr uint32_t kSearchLength = 1024; // bytes of the resource
 
 constinit const GateView kGate38 = kRows38;
 
-int Locator38(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate38, file))
-        return kDeclined;
+int Locate38(const TargetFile &file, Finding *finding) {
     ResourceDataEntry resources[5];
     uint32_t count;
     if (FindResourceDataEntries(file, file.resource_rva(), kRawDataResource, resources, &count) != 1)
@@ -82,7 +80,7 @@ int Locator38(const TargetFile &file, LocatorResult *result) {
     const int32_t place = FindBytePattern(block, static_cast<int32_t>(length), CabinetMarker);
     if (place < 0)
         return kDeclined;
-    return Report(result, PAYLOAD_CABINET, start + AsOffset(place), kBlockSize);
+    return Report(finding, start + AsOffset(place), kBlockSize);
 }
 
 } // namespace tavrik2

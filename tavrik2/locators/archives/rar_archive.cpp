@@ -3,6 +3,7 @@
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
 #include "tavrik2/pe/byte_pattern.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -28,8 +29,8 @@ constexpr auto kRows39 = gate(
     is(DebugSize, 0x1C),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".rsrc"),
-    is(first_section::Characteristics, 0x60000020),
-    is(last_section::Characteristics, 0x40000040),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kCntInitializedData),
     either(
         sections(5,
             in(AddressOfEntryPoint, 0xB000, 0xC000),
@@ -49,9 +50,7 @@ constexpr int32_t kMaxBlocks = 5;
 
 constinit const GateView kGate39 = kRows39;
 
-int Locator39(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate39, file))
-        return kDeclined;
+int Locate39(const TargetFile &file, Finding *finding) {
     uint32_t position = RawDataEnd(*file.last_section);
     // Only the first block is compared with the file's size; later ones end where the stream does.
     if (!file.IsInFile(position, 1))
@@ -62,7 +61,7 @@ int Locator39(const TargetFile &file, LocatorResult *result) {
             return kDeclined;
         const int32_t place = FindBytePattern(block, kBlockSize, RarMarker);
         if (place >= 0)
-            return Report(result, PAYLOAD_RAR, position + AsOffset(place), kBlockSize);
+            return Report(finding, position + AsOffset(place), kBlockSize);
     }
     return kDeclined;
 }

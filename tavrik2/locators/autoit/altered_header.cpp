@@ -5,6 +5,7 @@
 #include "tavrik2/locators/scans/altered_autoit_scan.h"
 #include "tavrik2/locators/scans/autoit_ea06_scan.h"
 #include "tavrik2/locators/scans/resource_data_entries.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -73,7 +74,7 @@ constexpr auto kRows49 = gate(
     at_least(ResourceSize, 0x30000),
     is(CertificateSize, 0),
     in(first_section::SizeOfRawData, 0x80000, 0x90000),
-    all(first_section::Characteristics, 0x60000020));
+    all(first_section::Characteristics, kMemReadExecute | kCntCode));
 
 constexpr auto kRows45 = gate(
     in(NumberOfSections, 4, 5),
@@ -85,7 +86,7 @@ constexpr auto kRows45 = gate(
     in(ImportSize, 0x150, 0x180),
     in(ResourceSize, 0xA600, 0x141000),
     is(CertificateSize, 0),
-    all(first_section::Characteristics, 0x60000020));
+    all(first_section::Characteristics, kMemReadExecute | kCntCode));
 // clang-format on
 
 // Resource sizes in bytes.
@@ -102,49 +103,41 @@ constinit const GateView kGate46 = kRows46;
 constinit const GateView kGate48 = kRows48;
 constinit const GateView kGate49 = kRows49;
 
-int Locator34(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate34, file) ? ReportHeader(file, FindAlteredAutoItHeader, file.resource_rva(), result) : kDeclined;
+int Locate34(const TargetFile &file, Finding *finding) {
+    return ReportHeader(file, FindAlteredAutoItHeader, file.resource_rva(), finding);
 }
 
-int Locator46(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate46, file))
-        return kDeclined;
-    return ReportHeader(file, FindAutoItEA06Header, file.resource_rva() + file.resource_size(), result);
+int Locate46(const TargetFile &file, Finding *finding) {
+    return ReportHeader(file, FindAutoItEA06Header, file.resource_rva() + file.resource_size(), finding);
 }
 
-int Locator48(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate48, file))
-        return kDeclined;
+int Locate48(const TargetFile &file, Finding *finding) {
     ResourceDataEntry resources[2];
     uint32_t count;
     if (FindResourceDataEntries(file, file.resource_rva(), kMessageTableResource, resources, &count) != 1 || count != 2)
         return kDeclined;
     const ResourceDataEntry &script = resources[0].Size < kEntry48ScriptSize ? resources[0] : resources[1];
-    return ReportHeader(file, FindAutoItEA06Header, script.OffsetToData, result);
+    return ReportHeader(file, FindAutoItEA06Header, script.OffsetToData, finding);
 }
 
-int Locator49(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate49, file))
-        return kDeclined;
+int Locate49(const TargetFile &file, Finding *finding) {
     for (int32_t type = 1; type <= kEntry49LastType; ++type) {
         ResourceDataEntry resource[1];
         uint32_t count;
         if (FindResourceDataEntries(file, file.resource_rva(), type, resource, &count) == 1 &&
             resource[0].Size > kEntry49NotAbove)
-            return ReportHeader(file, FindAutoItEA06Header, resource[0].OffsetToData, result);
+            return ReportHeader(file, FindAutoItEA06Header, resource[0].OffsetToData, finding);
     }
     return kDeclined;
 }
 
-int Locator45(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate45, file))
-        return kDeclined;
+int Locate45(const TargetFile &file, Finding *finding) {
     ResourceDataEntry version[1];
     uint32_t count;
     if (FindResourceDataEntries(file, file.resource_rva(), kVersionResource, version, &count) != 1 ||
         version[0].Size > kEntry45LargestVersion)
         return kDeclined;
-    return ReportHeader(file, FindAutoItEA06Header, version[0].OffsetToData, result);
+    return ReportHeader(file, FindAutoItEA06Header, version[0].OffsetToData, finding);
 }
 
 } // namespace tavrik2

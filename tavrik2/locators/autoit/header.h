@@ -22,11 +22,11 @@ inline BlockVerdict HeaderAt(int32_t position, int32_t place, int32_t start) {
 using HeaderScan = int (*)(uint32_t handle, int32_t file_size, int32_t start, uint32_t *out, FileStream *stream);
 
 /** A locator's last steps: scans from the offset of `rva`, unchecked, and reports the header with a block's size. */
-inline int ReportHeader(const TargetFile &file, HeaderScan scan, uint32_t rva, LocatorResult *result) {
+inline int ReportHeader(const TargetFile &file, HeaderScan scan, uint32_t rva, Finding *finding) {
     uint32_t header;
     if (scan(file.handle, file.file_size, AsSigned(file.OffsetOf(rva)), &header, file.stream) == 0)
         return kDeclined;
-    return Report(result, PAYLOAD_AUTOIT, header, kBlockSize);
+    return Report(finding, header, kBlockSize);
 }
 
 } // namespace tavrik2

@@ -108,8 +108,8 @@ int32_t FindMarkerWord(const ScanBlock &block, uint32_t length) {
     return -1;
 }
 
-int ReportMarkerWord(uint32_t base, int32_t place, LocatorResult *result) {
-    return place < 0 ? kDeclined : Report(result, PAYLOAD_AUTOIT, base + AsOffset(place), kHeaderSize);
+int ReportMarkerWord(uint32_t base, int32_t place, Finding *finding) {
+    return place < 0 ? kDeclined : Report(finding, base + AsOffset(place), kHeaderSize);
 }
 
 } // namespace
@@ -117,9 +117,7 @@ int ReportMarkerWord(uint32_t base, int32_t place, LocatorResult *result) {
 constinit const GateView kGate25 = kRows25;
 constinit const GateView kGate26 = kRows26;
 
-int Locator25(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate25, file))
-        return kDeclined;
+int Locate25(const TargetFile &file, Finding *finding) {
     // The walk starts at the last section, not at the resource directory.
     uint32_t manifest;
     uint32_t manifest_end;
@@ -133,14 +131,12 @@ int Locator25(const TargetFile &file, LocatorResult *result) {
         const uint32_t base = manifest_end + row.distance;
         if (!file.IsInFile(base, 1) || !file.ReadBlockAt(base, block))
             return kDeclined;
-        return ReportMarkerWord(base, FindMarkerWord(block, kScanLength), result);
+        return ReportMarkerWord(base, FindMarkerWord(block, kScanLength), finding);
     }
     return kDeclined;
 }
 
-int Locator26(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate26, file))
-        return kDeclined;
+int Locate26(const TargetFile &file, Finding *finding) {
     uint32_t manifest;
     uint32_t manifest_end;
     ScanBlock block;
@@ -156,7 +152,7 @@ int Locator26(const TargetFile &file, LocatorResult *result) {
         const int32_t place = FindMarkerWord(block, length);
         // Behind a block that fell short there is no second one.
         if (place >= 0 || length < kScanLength)
-            return ReportMarkerWord(base, place, result);
+            return ReportMarkerWord(base, place, finding);
     }
     return kDeclined;
 }

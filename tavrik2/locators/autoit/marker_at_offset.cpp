@@ -87,11 +87,11 @@ constexpr uint32_t kEntry23Distances[] = {0x14A00, 0x5CA00}; // into section 4
 constexpr uint32_t kEntry12Offsets[] = {0xF2000, 0xFF200, 0x1CD200};
 constexpr uint32_t kEntry5Offset = 0xA7C1F;
 
-int ReadMarker(const TargetFile &file, uint32_t offset, const uint8_t (&marker)[16], LocatorResult *result) {
+int ReadMarker(const TargetFile &file, uint32_t offset, const uint8_t (&marker)[16], Finding *finding) {
     uint8_t block[32];
     if (!file.ReadBlockAt(offset, block) || std::memcmp(block, marker, sizeof marker) != 0)
         return kDeclined;
-    return Report(result, PAYLOAD_AUTOIT, offset, kHeaderSize);
+    return Report(finding, offset, kHeaderSize);
 }
 
 } // namespace
@@ -101,9 +101,7 @@ constinit const GateView kGate5 = kRows5;
 constinit const GateView kGate12 = kRows12;
 constinit const GateView kGate23 = kRows23;
 
-int Locator23(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate23, file))
-        return kDeclined;
+int Locate23(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
     if (!file.ReadSectionHeader(4, &section4))
         return kDeclined;
@@ -114,14 +112,12 @@ int Locator23(const TargetFile &file, LocatorResult *result) {
         if (!file.IsInFile(offset, 1) || !file.ReadBlockAt(offset, block))
             return kDeclined;
         if (LoadU32(block) == kAutoItMarkerWord)
-            return Report(result, PAYLOAD_AUTOIT, offset, kHeaderSize);
+            return Report(finding, offset, kHeaderSize);
     }
     return kDeclined;
 }
 
-int Locator12(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate12, file))
-        return kDeclined;
+int Locate12(const TargetFile &file, Finding *finding) {
     for (const uint32_t offset : kEntry12Offsets) {
         uint8_t block[100];
         // An offset at the very end passes here, and a short block is looked at: only its marker word counts.
@@ -129,25 +125,23 @@ int Locator12(const TargetFile &file, LocatorResult *result) {
             return kDeclined;
         file.ReadCleared(block);
         if (LoadU32(block) == kAutoItMarkerWord)
-            return Report(result, PAYLOAD_AUTOIT, offset, kHeaderSize);
+            return Report(finding, offset, kHeaderSize);
     }
     return kDeclined;
 }
 
-int Locator0(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate0, file))
-        return kDeclined;
+int Locate0(const TargetFile &file, Finding *finding) {
     SectionHeader section3;
     if (!file.ReadSectionHeader(3, &section3))
         return kDeclined;
     const uint32_t offset = RawDataEnd(section3);
     if (!file.IsInFile(offset, 1))
         return kDeclined;
-    return ReadMarker(file, offset, kEntry0Marker, result);
+    return ReadMarker(file, offset, kEntry0Marker, finding);
 }
 
-int Locator5(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate5, file) ? ReadMarker(file, kEntry5Offset, kEntry5Marker, result) : kDeclined;
+int Locate5(const TargetFile &file, Finding *finding) {
+    return ReadMarker(file, kEntry5Offset, kEntry5Marker, finding);
 }
 
 } // namespace tavrik2

@@ -92,7 +92,7 @@ constexpr int32_t kEntry15MaxChunks = 30;
 
 // What entry 15 demands of section 0 as it stands in the file.
 bool IsExpectedSection0(const SectionHeader &section) {
-    return section.VirtualSize - 0x65000 <= 0x67000 - 0x65000 && section.SizeOfRawData - 0x30000 <= 0x67000 - 0x30000;
+    return IsInRange(section.VirtualSize, 0x65000, 0x67000) && IsInRange(section.SizeOfRawData, 0x30000, 0x67000);
 }
 
 } // namespace
@@ -101,27 +101,21 @@ constinit const GateView kGate13 = kRows13;
 constinit const GateView kGate14 = kRows14;
 constinit const GateView kGate15 = kRows15;
 
-int Locator13(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate13, file))
-        return kDeclined;
+int Locate13(const TargetFile &file, Finding *finding) {
     const int32_t start = AsSigned(file.OffsetOf(file.resource_rva()));
-    return SearchChunks(file, {start, file.file_size, kMaxChunks}, result);
+    return SearchChunks(file, {start, file.file_size, kMaxChunks}, finding);
 }
 
-int Locator14(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate14, file))
-        return kDeclined;
-    return SearchChunks(file, {kEntry14Start, file.file_size, kMaxChunks}, result);
+int Locate14(const TargetFile &file, Finding *finding) {
+    return SearchChunks(file, {kEntry14Start, file.file_size, kMaxChunks}, finding);
 }
 
-int Locator15(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate15, file))
-        return kDeclined;
+int Locate15(const TargetFile &file, Finding *finding) {
     SectionHeader section0;
     if (!file.ReadSectionHeader(uint32_t{0}, &section0) || !IsExpectedSection0(section0))
         return kDeclined;
     const int32_t start = AsSigned(section0.PointerToRawData);
-    return SearchChunks(file, {start, AsSigned(RawDataEnd(section0)), kEntry15MaxChunks}, result);
+    return SearchChunks(file, {start, AsSigned(RawDataEnd(section0)), kEntry15MaxChunks}, finding);
 }
 
 } // namespace tavrik2

@@ -19,8 +19,9 @@ constexpr auto kRows28 = gate(
     either(
         profile('A',
             is(Characteristics, 0x123),
-            any(gate(is(MajorLinkerVersion, 8), is(MinorLinkerVersion, 0)),
-                gate(is(MajorLinkerVersion, 154), is(MinorLinkerVersion, 2))),
+            either(
+                column(is(MajorLinkerVersion, 8), is(MinorLinkerVersion, 0)),
+                column(is(MajorLinkerVersion, 154), is(MinorLinkerVersion, 2))),
             is(MajorOperatingSystemVersion, 4),
             is(MajorSubsystemVersion, 4),
             is(Subsystem, 2),
@@ -250,11 +251,9 @@ constexpr uint32_t kMarkers[] = {kAutoItMarkerWord, 0x3750DFC6};
 
 constinit const GateView kGate28 = kRows28;
 
-int Locator28(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate28, file))
-        return kDeclined;
+int Locate28(const TargetFile &file, Finding *finding) {
     const bool ignore_resource_rva = file.opt_header->NumberOfRvaAndSizes == kMarkedDirectoryCount;
-    return ProbeOffsetTable(file, result, kOffsets, ignore_resource_rva, kMarkers);
+    return ProbeOffsetTable(file, finding, kOffsets, ignore_resource_rva, kMarkers);
 }
 
 } // namespace tavrik2

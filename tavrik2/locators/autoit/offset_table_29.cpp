@@ -154,8 +154,8 @@ constexpr uint32_t kMarkers[] = {kAutoItMarkerWord};
 
 constinit const GateView kGate29 = kRows29;
 
-int Locator29(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate29, file) ? ProbeOffsetTable(file, result, kOffsets, false, kMarkers) : kDeclined;
+int Locate29(const TargetFile &file, Finding *finding) {
+    return ProbeOffsetTable(file, finding, kOffsets, false, kMarkers);
 }
 
 } // namespace tavrik2

@@ -4,6 +4,7 @@
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/scans/autoit_script_scan.h"
 #include "tavrik2/locators/scans/resource_data_entries.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -40,7 +41,7 @@ constexpr auto kRows37 = gate(
     is(ExportSize, 0),
     in(ImportSize, 0x100, 0x200),
     is(CertificateSize, 0),
-    all(first_section::Characteristics, 0x60000020));
+    all(first_section::Characteristics, kMemReadExecute | kCntCode));
 
 constexpr auto kRows47 = gate(
     is(NumberOfSections, 6),
@@ -58,7 +59,7 @@ constexpr auto kRows47 = gate(
     at_least(ResourceSize, 0x17000),
     is(CertificateSize, 0),
     in(first_section::SizeOfRawData, 0xA3A00, 0xA4A00),
-    all(first_section::Characteristics, 0x60000020));
+    all(first_section::Characteristics, kMemReadExecute | kCntCode));
 
 constexpr auto kRows32 = gate(
     either(
@@ -75,7 +76,7 @@ constexpr auto kRows32 = gate(
             is(BaseRelocationSize, 0),
             in(ImportAddressTableSize, 0x600, 0xA00),
             name(first_section::Name, ".text"),
-            all(first_section::Characteristics, 0x60000020)),
+            all(first_section::Characteristics, kMemReadExecute | kCntCode)),
         profile('B',
             is(NumberOfSections, 6),
             in(SizeOfCode, 0x88000, 0x90000),
@@ -87,7 +88,7 @@ constexpr auto kRows32 = gate(
             in(ResourceSize, 0x24000, 0x50000),
             in(ImportAddressTableSize, 0x600, 0xA00),
             name(first_section::Name, ".text"),
-            all(first_section::Characteristics, 0x60000020)),
+            all(first_section::Characteristics, kMemReadExecute | kCntCode)),
         profile('C',
             is(NumberOfSections, 3),
             in(SizeOfCode, 0x55000, 0x56000),
@@ -114,7 +115,7 @@ constexpr auto kRows33 = gate(
             in(ImportSize, 0x400, 0x440),
             in(ResourceSize, 0x11000, 0x12000),
             is(CertificateSize, 0),
-            all(first_section::Characteristics, 0xE0000040)),
+            all(first_section::Characteristics, kMemReadWriteExecute | kCntInitializedData)),
         profile('B',
             in(NumberOfSections, 3, 5),
             all(Characteristics, 0x122),
@@ -139,14 +140,14 @@ constexpr uint32_t kEntry47SmallestResource = 0x300;
 
 // Scans from the first raw-data resource or, in a file without one, from the end of the resource directory. A resource
 // that is too small declines the file.
-int ScanFromRawDataResource(const TargetFile &file, uint32_t smallest, LocatorResult *result) {
+int ScanFromRawDataResource(const TargetFile &file, uint32_t smallest, Finding *finding) {
     ResourceDataEntry resource[1];
     uint32_t count;
     if (FindResourceDataEntries(file, file.resource_rva(), kRawDataResource, resource, &count) == 0)
-        return ReportHeader(file, FindAutoItScript, file.resource_rva() + file.resource_size(), result);
+        return ReportHeader(file, FindAutoItScript, file.resource_rva() + file.resource_size(), finding);
     if (resource[0].Size < smallest)
         return kDeclined;
-    return ReportHeader(file, FindAutoItScript, resource[0].OffsetToData, result);
+    return ReportHeader(file, FindAutoItScript, resource[0].OffsetToData, finding);
 }
 
 } // namespace
@@ -157,29 +158,27 @@ constinit const GateView kGate37 = kRows37;
 constinit const GateView kGate43 = kRows43;
 constinit const GateView kGate47 = kRows47;
 
-int Locator32(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate32, file) ? ScanFromRawDataResource(file, kEntry32SmallestResource, result) : kDeclined;
+int Locate32(const TargetFile &file, Finding *finding) {
+    return ScanFromRawDataResource(file, kEntry32SmallestResource, finding);
 }
 
-int Locator33(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate33, file) ? ScanFromRawDataResource(file, kEntry33SmallestResource, result) : kDeclined;
+int Locate33(const TargetFile &file, Finding *finding) {
+    return ScanFromRawDataResource(file, kEntry33SmallestResource, finding);
 }
 
-int Locator37(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate37, file))
-        return kDeclined;
+int Locate37(const TargetFile &file, Finding *finding) {
     SectionHeader resources;
     if (!file.ReadSectionHeader(".rsrc", &resources))
         return kDeclined;
-    return ReportHeader(file, FindAutoItScript, resources.VirtualAddress, result);
+    return ReportHeader(file, FindAutoItScript, resources.VirtualAddress, finding);
 }
 
-int Locator43(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate43, file) ? ReportHeader(file, FindAutoItScript, file.resource_rva(), result) : kDeclined;
+int Locate43(const TargetFile &file, Finding *finding) {
+    return ReportHeader(file, FindAutoItScript, file.resource_rva(), finding);
 }
 
-int Locator47(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate47, file) ? ScanFromRawDataResource(file, kEntry47SmallestResource, result) : kDeclined;
+int Locate47(const TargetFile &file, Finding *finding) {
+    return ScanFromRawDataResource(file, kEntry47SmallestResource, finding);
 }
 
 } // namespace tavrik2

@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -17,7 +18,7 @@ constexpr auto kRows24 = gate(
     is(BaseOfData, 0x7D000),
     is(Subsystem, 2),
     is(DllCharacteristics, 0x8000),
-    all(first_section::Characteristics, 0xE0000020),
+    all(first_section::Characteristics, kMemReadWriteExecute | kCntCode),
     either(
         sections(2,
             in(AddressOfEntryPoint, 0x10000, 0xD0000),
@@ -36,7 +37,7 @@ constexpr auto kRows24 = gate(
             name(first_section::Name, ".text"),
             in(first_section::SizeOfRawData, 0x7BE00, 0x7C000),
             is(first_section::PointerToRawData, 0x400),
-            in(first_section::Characteristics, 0xE0000020, 0xE0000060)),
+            in(first_section::Characteristics, kMemReadWriteExecute | kCntCode, kMemReadWriteExecute | kCntCode | kCntInitializedData)),
         sections(5,
             is(AddressOfEntryPoint, 0x17770),
             in(SizeOfCode, 0x7BE00, 0x308E00),
@@ -46,7 +47,7 @@ constexpr auto kRows24 = gate(
             name(first_section::Name, ".text"),
             in(first_section::SizeOfRawData, 0x7BE00, 0x7C000),
             is(first_section::PointerToRawData, 0x400),
-            in(first_section::Characteristics, 0xE0000020, 0xE0000060)),
+            in(first_section::Characteristics, kMemReadWriteExecute | kCntCode, kMemReadWriteExecute | kCntCode | kCntInitializedData)),
         sections(6,
             is(AddressOfEntryPoint, 0xF2000),
             is(SizeOfCode, 0x92C00),
@@ -56,14 +57,14 @@ constexpr auto kRows24 = gate(
             is(SectionAlignment, 0x1000),
             is(FileAlignment, 0x200),
             is(ImportSize, 0x154),
-            is(first_section::Characteristics, 0xE0000020)),
+            is(first_section::Characteristics, kMemReadWriteExecute | kCntCode)),
         sections(7,
             in(AddressOfEntryPoint, 0x17770, 0x10596E),
             in(SizeOfCode, 0x7BE00, 0x135E00),
             in(SizeOfInitializedData, 0x26A00, 0x26C00),
             is(SizeOfUninitializedData, 0),
             is(ImportSize, 0x154),
-            in(first_section::Characteristics, 0xE0000020, 0xE0000060))));
+            in(first_section::Characteristics, kMemReadWriteExecute | kCntCode, kMemReadWriteExecute | kCntCode | kCntInitializedData))));
 
 constexpr auto kRows16 = gate(
     in(NumberOfSections, 3, 8),
@@ -95,11 +96,11 @@ constexpr auto kRows19 = gate(
         variant(1,
             name(first_section::Name, "UPX0"),
             is(first_section::SizeOfRawData, 0),
-            is(first_section::Characteristics, 0xE0000080)),
+            is(first_section::Characteristics, kMemReadWriteExecute | kCntUninitializedData)),
         variant(2,
             name(first_section::Name, "UPX1"),
             is(first_section::SizeOfRawData, 0x36E00),
-            is(first_section::Characteristics, 0xE0000040))));
+            is(first_section::Characteristics, kMemReadWriteExecute | kCntInitializedData))));
 
 constexpr auto kRows20 = gate(
     is(DllCharacteristics, 0x8000),
@@ -115,7 +116,7 @@ constexpr auto kRows20 = gate(
     is(ImageBase, 0x400000),
     is(Subsystem, 2),
     is(ImportSize, 0x2EC),
-    all(first_section::Characteristics, 0xE0000000),
+    all(first_section::Characteristics, kMemReadWriteExecute),
     one_of(SizeOfCode, {{0x2B000, 0x42000}, {0x55000, 0x60000}, {0x80000, 0x88000}, {0xD0000, 0xE0000}}));
 
 constexpr auto kRows21 = gate(
@@ -134,7 +135,7 @@ constexpr auto kRows21 = gate(
     is(MinorLinkerVersion, 0),
     in(ImportSize, 0x118, 0x3B0),
     one_of(ImportAddressTableSize, {0, {0x810, 0x850}}),
-    any(is(first_section::Characteristics, 0), all(first_section::Characteristics, 0x60000000)));
+    any(is(first_section::Characteristics, 0), all(first_section::Characteristics, kMemReadExecute)));
 // clang-format on
 
 // Where the scans start, as file offsets.
@@ -151,29 +152,27 @@ constinit const GateView kGate20 = kRows20;
 constinit const GateView kGate21 = kRows21;
 constinit const GateView kGate24 = kRows24;
 
-int Locator16(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate16, file) ? ReportAutoItSignature(file, kStart16, result) : kDeclined;
+int Locate16(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart16, finding);
 }
 
-int Locator19(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate19, file) ? ReportAutoItSignature(file, kStart19, result) : kDeclined;
+int Locate19(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart19, finding);
 }
 
-int Locator20(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate20, file) ? ReportAutoItSignature(file, kStart20, result) : kDeclined;
+int Locate20(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart20, finding);
 }
 
-int Locator21(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate21, file) ? ReportAutoItSignature(file, kStart21, result) : kDeclined;
+int Locate21(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart21, finding);
 }
 
-int Locator24(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate24, file))
-        return kDeclined;
+int Locate24(const TargetFile &file, Finding *finding) {
     SectionHeader section0;
     if (!file.ReadSectionHeader(uint32_t{0}, &section0))
         return kDeclined;
-    return ReportAutoItSignature(file, section0.PointerToRawData, result);
+    return ReportAutoItSignature(file, section0.PointerToRawData, finding);
 }
 
 } // namespace tavrik2

@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -27,7 +28,7 @@ constexpr auto kRows22 = gate(
             in(ImportSize, 0x100, 0x155),
             in(ImportAddressTableSize, 0x700, 0x850),
             in(first_section::SizeOfRawData, 0x65000, 0x81000),
-            all(first_section::Characteristics, 0x60000020)),
+            all(first_section::Characteristics, kMemReadExecute | kCntCode)),
         profile('B',
             is(DllCharacteristics, 0x8000),
             is(Characteristics, 0x123),
@@ -42,7 +43,7 @@ constexpr auto kRows22 = gate(
             in(ImportSize, 0x150, 0x180),
             in(ResourceSize, 0x58000, 0x59000),
             in(first_section::SizeOfRawData, 0x1D00, 0x2000),
-            is(first_section::Characteristics, 0xE0000020)),
+            is(first_section::Characteristics, kMemReadWriteExecute | kCntCode)),
         profile('C',
             is(Characteristics, 0x10F),
             is(MajorLinkerVersion, 6),
@@ -55,9 +56,9 @@ constexpr auto kRows22 = gate(
             in(ImportSize, 0x50, 0xA0),
             in(ResourceSize, 0x15000, 0x16000),
             is(first_section::PointerToRawData, 0x400),
-            is(first_section::Characteristics, 0x60000020),
+            is(first_section::Characteristics, kMemReadExecute | kCntCode),
             name(last_section::Name, ".rrdata"),
-            is(last_section::Characteristics, 0xE0000020)),
+            is(last_section::Characteristics, kMemReadWriteExecute | kCntCode)),
         profile('D',
             is(NumberOfSections, 4),
             is(Characteristics, 0x10F),
@@ -72,9 +73,9 @@ constexpr auto kRows22 = gate(
             in(ImportSize, 0x100, 0x150),
             in(ResourceSize, 0x15000, 0x16000),
             is(first_section::PointerToRawData, 0x400),
-            is(first_section::Characteristics, 0x60000020),
+            is(first_section::Characteristics, kMemReadExecute | kCntCode),
             name(last_section::Name, ".rsrc"),
-            is(last_section::Characteristics, 0x40000040))),
+            is(last_section::Characteristics, kMemRead | kCntInitializedData))),
     any(name(first_section::Name, ".text"), name(first_section::Name, ".neolit")));
 
 constexpr auto kRows17 = gate(
@@ -144,9 +145,9 @@ constexpr auto kRows18 = gate(
             is(MajorOperatingSystemVersion, 5),
             name(first_section::Name, ".text"),
             is(first_section::SizeOfRawData, 0x7BE00),
-            is(first_section::Characteristics, 0xE0000060),
+            is(first_section::Characteristics, kMemReadWriteExecute | kCntCode | kCntInitializedData),
             in(last_section::SizeOfRawData, 0x33000, 0x49000),
-            in(last_section::Characteristics, 0xE0000060, 0xE00000E0))),
+            in(last_section::Characteristics, kMemReadWriteExecute | kCntCode | kCntInitializedData, kMemReadWriteExecute | kCntCode | kCntInitializedData | kCntUninitializedData))),
     file_size_beyond(0xA1000, 0x1000));
 
 constexpr auto kRows1 = gate(
@@ -205,31 +206,29 @@ constinit const GateView kGate18 = kRows18;
 constinit const GateView kGate22 = kRows22;
 constinit const GateView kGate30 = kRows30;
 
-int Locator1(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate1, file) ? ReportAutoItSignature(file, file.first_section->PointerToRawData, result) : kDeclined;
+int Locate1(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, file.first_section->PointerToRawData, finding);
 }
 
-int Locator17(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate17, file) ? ReportAutoItSignature(file, kStart17, result) : kDeclined;
+int Locate17(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart17, finding);
 }
 
-int Locator18(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate18, file) ? ReportAutoItSignature(file, kStart18, result) : kDeclined;
+int Locate18(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart18, finding);
 }
 
-int Locator22(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate22, file))
-        return kDeclined;
+int Locate22(const TargetFile &file, Finding *finding) {
     if (file.file_header->NumberOfSections != 7)
-        return ReportAutoItSignature(file, file.last_section->PointerToRawData + kEntry22IntoLastSection, result);
+        return ReportAutoItSignature(file, file.last_section->PointerToRawData + kEntry22IntoLastSection, finding);
     SectionHeader rrdata;
     if (!file.ReadSectionHeader(".rrdata", &rrdata) || !IsExpectedRrdata(rrdata))
         return kDeclined;
-    return ReportAutoItSignature(file, rrdata.PointerToRawData + kEntry22IntoRrdata, result);
+    return ReportAutoItSignature(file, rrdata.PointerToRawData + kEntry22IntoRrdata, finding);
 }
 
-int Locator30(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate30, file) ? ReportAutoItSignature(file, file.last_section->PointerToRawData, result) : kDeclined;
+int Locate30(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, file.last_section->PointerToRawData, finding);
 }
 
 } // namespace tavrik2

@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -25,7 +26,7 @@ constexpr auto kRows2 = gate(
     is(ImageBase, 0x400000),
     is(Subsystem, 2),
     is(ImportSize, 0x3B0),
-    is(first_section::Characteristics, 0xE0000040));
+    is(first_section::Characteristics, kMemReadWriteExecute | kCntInitializedData));
 
 constexpr auto kRows3 = gate(
     is(NumberOfSections, 5),
@@ -41,7 +42,7 @@ constexpr auto kRows3 = gate(
     is(ImageBase, 0x400000),
     is(Subsystem, 2),
     is(ImportSize, 0x154),
-    is(first_section::Characteristics, 0xE0000020));
+    is(first_section::Characteristics, kMemReadWriteExecute | kCntCode));
 
 constexpr auto kRows4 = gate(
     is(NumberOfSections, 4),
@@ -73,7 +74,7 @@ constexpr auto kRows6 = gate(
             is(ImageBase, 0x400000),
             is(ImportSize, 0x424),
             name(first_section::Name, "UPX1"),
-            is(first_section::Characteristics, 0xE0000040)),
+            is(first_section::Characteristics, kMemReadWriteExecute | kCntInitializedData)),
         variant(2,
             one_of(NumberOfSections, {5, 8, 12}),
             is(BaseOfCode, 0x1000),
@@ -81,7 +82,7 @@ constexpr auto kRows6 = gate(
             is(ImageBase, 0x400000),
             in(ImportSize, 0x150, 0x180),
             name(first_section::Name, ".text"),
-            all(first_section::Characteristics, 0x60000020))));
+            all(first_section::Characteristics, kMemReadExecute | kCntCode))));
 
 constexpr auto kRows31 = gate(
     one_of(NumberOfSections, {7, 10, 11}),
@@ -95,7 +96,7 @@ constexpr auto kRows31 = gate(
     in(ImportSize, 0x140, 0x170),
     is(ImportAddressTableSize, 0),
     name_ignoring_case(first_section::Name, ".text"),
-    all(first_section::Characteristics, 0xE0000020));
+    all(first_section::Characteristics, kMemReadWriteExecute | kCntCode));
 // clang-format on
 
 // Where the scans start, as file offsets.
@@ -121,31 +122,28 @@ constinit const GateView kGate4 = kRows4;
 constinit const GateView kGate6 = kRows6;
 constinit const GateView kGate31 = kRows31;
 
-int Locator2(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate2, file) ? ReportAutoItSignature(file, kStart2, result) : kDeclined;
+int Locate2(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart2, finding);
 }
 
-int Locator3(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate3, file) ? ReportAutoItSignature(file, kStart3, result) : kDeclined;
+int Locate3(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, kStart3, finding);
 }
 
-int Locator4(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate4, file) ? ReportAutoItSignature(file, file.last_section->PointerToRawData, result) : kDeclined;
+int Locate4(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, file.last_section->PointerToRawData, finding);
 }
 
-int Locator6(const TargetFile &file, LocatorResult *result) {
-    return Passes(kGate6, file) ? ReportAutoItSignature(file, Start6(file.file_header->NumberOfSections), result)
-                                : kDeclined;
+int Locate6(const TargetFile &file, Finding *finding) {
+    return ReportAutoItSignature(file, Start6(file.file_header->NumberOfSections), finding);
 }
 
-int Locator31(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate31, file))
-        return kDeclined;
+int Locate31(const TargetFile &file, Finding *finding) {
     SectionHeader resources;
     if (!file.ReadSectionHeader(".rsrc", &resources))
         return kDeclined;
     // The builds keep the script at a file offset that equals the section's address.
-    return ReportAutoItSignature(file, resources.VirtualAddress, result);
+    return ReportAutoItSignature(file, resources.VirtualAddress, finding);
 }
 
 } // namespace tavrik2

@@ -8,10 +8,11 @@
  *                                 one_of(SizeOfCode, {{0x35000, 0xCD000}, {0x1B0000, 0x1C0000}}),
  *                                 name(first_section::Name, ".text"));
  *
- * Ranges include both ends. Every condition is one test, (value & mask) - lo <= span in unsigned arithmetic, and knows
- * the row to go on with when it is met and when it is not. Alternatives are thereby part of the list: `one_of` and
- * `any` for a single condition, `either` for whole columns such as profiles. The first row that fails without an
- * alternative ends the gate. Because gates are data, they can be shown beside a file's values as well as evaluated. */
+ * Ranges include both ends. Every condition is one test, (value & mask) - lo <= span in unsigned arithmetic. A
+ * condition with several ranges (`one_of`, `any`) is as many rows; whole columns of conditions of which one must hold
+ * (`either`) are enclosed in rows that begin, divide and end them. The first row that fails without an alternative ends
+ * the gate. Because gates are data, they can be shown beside a file's values as well as evaluated; gate_parts.h takes
+ * them apart. The evaluation needs no structure: each row says how far to go on in either case. */
 #ifndef TAVRIK2_LOCATORS_GATE_GATE_H
 #define TAVRIK2_LOCATORS_GATE_GATE_H
 
@@ -24,94 +25,66 @@ namespace tavrik2 {
 
 /** What a condition looks at. */
 enum class Field : uint8_t {
-    // The call's own arguments.
-    Stream,
-    FileSize,
-    // The file header.
-    NumberOfSections,
-    Characteristics,
-    // The optional header.
-    MajorLinkerVersion,
-    MinorLinkerVersion,
-    SizeOfCode,
-    SizeOfInitializedData,
-    SizeOfUninitializedData,
-    AddressOfEntryPoint,
-    BaseOfCode,
-    ImageBase,
-    BaseOfData,
-    SectionAlignment,
-    FileAlignment,
-    MajorOperatingSystemVersion,
-    MinorOperatingSystemVersion,
-    MajorImageVersion,
-    MinorImageVersion,
-    MajorSubsystemVersion,
-    MinorSubsystemVersion,
-    SizeOfHeaders,
-    CheckSum,
-    Subsystem,
-    DllCharacteristics,
-    NumberOfRvaAndSizes,
-    // The data directories.
-    ExportSize,
-    ImportVirtualAddress,
-    ImportSize,
-    ResourceVirtualAddress,
-    ResourceSize,
-    CertificateSize,
-    BaseRelocationSize,
-    DebugSize,
-    ImportAddressTableSize,
-    // The section headers that the host picked.
-    FirstSectionName,
-    FirstSectionVirtualSize,
-    FirstSectionSizeOfRawData,
-    FirstSectionPointerToRawData,
-    FirstSectionCharacteristics,
-    LastSectionName,
-    LastSectionSizeOfRawData,
-    LastSectionCharacteristics,
-    // The bytes at the entry point, byte 0 first.
-    EntryCode0,
-    EntryCodeLast = EntryCode0 + ENTRY_CODE_BYTES - 1,
-    // Headings of alternatives; they look at nothing.
-    Profile,    // span is the profile's letter
-    Variant,    // span is the variant's number
-    SectionCase // span is the number of sections that the alternative is for
+#define GATE_FIELD(name, record, offset, width, text, style) name,
+#include "tavrik2/locators/gate/fields.def"
+    EntryCodeLast = EntryCode21,
+    None // looks at nothing and reads as 0
 };
 
-inline constexpr std::size_t kFieldCount = static_cast<std::size_t>(Field::SectionCase) + 1;
+inline constexpr std::size_t kFieldCount = static_cast<std::size_t>(Field::None);
+static_assert(static_cast<std::size_t>(Field::EntryCodeLast) - static_cast<std::size_t>(Field::EntryCode0) ==
+                  ENTRY_CODE_BYTES - 1,
+              "every byte of the entry code is a field");
 
-/** One row of a gate. */
-struct Condition {
+/** What a row is. */
+enum class RowKind : uint8_t {
+    Condition, // the only range of a condition, or its last one
+    Range,     // a range of a condition that the next row goes on with
+    Begin,     // opens alternatives and heads the first of them
+    Next,      // heads the next alternative
+    End        // closes the alternatives
+};
+
+/** What the head of an alternative tells of it; the number or letter is in the row's span. */
+enum class Heading : uint8_t { None, Profile, Variant, SectionCount };
+
+/** One row of a gate. Its value is accepted when (value & mask) - lo <= span. */
+struct GateRow {
     uint64_t mask;
     uint64_t lo;
     uint64_t span;
     Field field;
-    uint8_t on_pass; // rows to go forward when the condition is met
+    RowKind kind;
+    Heading heading; // of Begin and Next
+    // Where to go on, for the evaluation: rows of alternatives that are over are passed by at once.
+    uint8_t on_pass; // rows to go forward when the value is accepted
     uint8_t on_fail; // rows to go forward when it is not; 0 ends the gate
-    uint8_t depth;   // how many alternatives the row stands inside of
 
-    constexpr bool IsHeading() const { return field >= Field::Profile; }
     constexpr bool Accepts(uint64_t value) const { return (value & mask) - lo <= span; }
 };
 
 /** A gate of any length, as it is handed around. */
 struct GateView {
-    const Condition *rows;
+    const GateRow *rows;
     uint32_t count;
 };
 
 /** A gate, or a piece of one. */
 template <std::size_t Count>
 struct Gate {
-    Condition rows[Count];
+    GateRow rows[Count];
 
     constexpr operator GateView() const { return {rows, Count}; }
 };
 
-/** The value of a field in a file, zero-extended; 0 for a heading. A name is its 8 bytes, the first the lowest. */
+/** Where a field is in the host's records. */
+struct FieldBytes {
+    const uint8_t *bytes;
+    uint32_t width; // 1, 2, 4 or 8; 0 for Field::None
+};
+FieldBytes LocateField(Field field, const TargetFile &file);
+
+/** The value of a field in a file, zero-extended. A name is its 8 bytes, the first the lowest. */
 uint64_t FieldValue(Field field, const TargetFile &file);
 
 /** True when the file passes the gate. Looks at the host's records only. */
@@ -124,23 +97,18 @@ namespace fields {
 
 using enum Field;
 
-namespace first_section {
-inline constexpr Field Name = Field::FirstSectionName;
-inline constexpr Field VirtualSize = Field::FirstSectionVirtualSize;
-inline constexpr Field SizeOfRawData = Field::FirstSectionSizeOfRawData;
-inline constexpr Field PointerToRawData = Field::FirstSectionPointerToRawData;
-inline constexpr Field Characteristics = Field::FirstSectionCharacteristics;
-} // namespace first_section
-
-namespace last_section {
-inline constexpr Field Name = Field::LastSectionName;
-inline constexpr Field SizeOfRawData = Field::LastSectionSizeOfRawData;
-inline constexpr Field Characteristics = Field::LastSectionCharacteristics;
-} // namespace last_section
+// first_section::Name and the like
+#define GATE_FIELD(name, record, offset, width, text, style)
+#define GATE_SECTION_FIELD(section, prefix, member, style)                                                             \
+    namespace section {                                                                                                \
+    inline constexpr Field member = Field::prefix##member;                                                             \
+    }
+#include "tavrik2/locators/gate/fields.def"
 
 // Never defined: reaching one of these while a gate is compiled is the error message.
 void the_host_supplies_no_such_entry_code_byte();
 void a_reversed_range_accepts_nothing();
+void the_ranges_of_a_condition_are_of_one_field();
 
 consteval Field entry_code(std::size_t byte) {
     if (byte >= ENTRY_CODE_BYTES)
@@ -159,7 +127,7 @@ inline constexpr uint64_t kAllBits = ~uint64_t{0};
 constexpr Gate<1> Row(Field field, uint64_t mask, uint64_t lo, uint64_t hi) {
     if (lo > hi)
         fields::a_reversed_range_accepts_nothing();
-    return {{{mask, lo, hi - lo, field, 1, 0, 0}}};
+    return {{{mask, lo, hi - lo, field, RowKind::Condition, Heading::None, 1, 0}}};
 }
 
 /** lo <= value <= hi */
@@ -236,7 +204,7 @@ constexpr auto Concatenate(const Gate<Counts> &...parts) {
     std::size_t end = 0;
     (
         [&] {
-            for (const Condition &row : parts.rows)
+            for (const GateRow &row : parts.rows)
                 whole.rows[end++] = row;
         }(),
         ...);
@@ -249,31 +217,25 @@ consteval auto gate(const Gate<Counts> &...parts) {
     return Concatenate(parts...);
 }
 
-template <std::size_t... Counts>
-constexpr auto Alternatives(const Gate<Counts> &...alternatives) {
-    constexpr std::size_t kCounts[] = {Counts...};
-    constexpr std::size_t kTotal = (Counts + ...);
-    static_assert(kTotal <= UINT8_MAX, "a row reaches at most 255 rows forward");
-    Gate<kTotal> whole = Concatenate(alternatives...);
-    std::size_t start = 0;
-    for (const std::size_t count : kCounts) {
-        const std::size_t end = start + count;
-        for (std::size_t index = start; index < end; ++index) {
-            Condition &row = whole.rows[index];
-            if (index + row.on_pass == end)
-                row.on_pass = static_cast<uint8_t>(kTotal - index);
-            if (row.on_fail == 0 && end != kTotal)
-                row.on_fail = static_cast<uint8_t>(end - index);
-        }
-        start = end;
+// Makes the rows, each a condition by itself, the ranges of one condition, tried in this order.
+template <std::size_t Count>
+constexpr Gate<Count> Ranges(Gate<Count> rows) {
+    for (std::size_t index = 0; index < Count; ++index) {
+        GateRow &row = rows.rows[index];
+        if (row.field != rows.rows[0].field)
+            fields::the_ranges_of_a_condition_are_of_one_field();
+        const bool last = index + 1 == Count;
+        row.kind = last ? RowKind::Condition : RowKind::Range;
+        row.on_pass = static_cast<uint8_t>(Count - index);
+        row.on_fail = last ? 0 : 1;
     }
-    return whole;
+    return rows;
 }
 
-/** One of several conditions must hold; they are tried in this order. */
-template <std::size_t... Counts>
-consteval auto any(const Gate<Counts> &...alternatives) {
-    return Alternatives(alternatives...);
+/** One of several conditions of one field must hold; they are tried in this order. */
+template <typename... Rows>
+consteval auto any(const Rows &...conditions) {
+    return Ranges(Concatenate(Gate<1>(conditions)...));
 }
 
 /** Both ends included; a single value is a range of its own. */
@@ -288,45 +250,66 @@ struct Range {
 /** The value lies in one of the ranges. */
 template <std::size_t Count>
 consteval Gate<Count> one_of(Field field, const Range (&ranges)[Count]) {
-    Gate<Count> whole{};
-    for (std::size_t index = 0; index < Count; ++index) {
-        Condition &row = whole.rows[index];
-        row = Row(field, kAllBits, ranges[index].lo, ranges[index].hi).rows[0];
-        row.on_pass = static_cast<uint8_t>(Count - index);
-        row.on_fail = index + 1 < Count ? 1 : 0;
-    }
-    return whole;
+    Gate<Count> rows{};
+    for (std::size_t index = 0; index < Count; ++index)
+        rows.rows[index] = Row(field, kAllBits, ranges[index].lo, ranges[index].hi).rows[0];
+    return Ranges(rows);
+}
+
+constexpr Gate<1> StructureRow(RowKind kind, Heading heading, uint64_t label) {
+    return {{{0, 0, label, Field::None, kind, heading, 1, 0}}};
 }
 
 template <std::size_t... Counts>
-constexpr auto Headed(Field heading, uint64_t label, const Gate<Counts> &...conditions) {
-    auto whole = Concatenate(Gate<1>{{{0, 0, label, heading, 1, 0, 0}}}, conditions...);
-    for (Condition &row : whole.rows)
-        ++row.depth;
-    return whole;
+constexpr auto Column(Heading heading, uint64_t label, const Gate<Counts> &...conditions) {
+    return Concatenate(StructureRow(RowKind::Next, heading, label), conditions...);
 }
 
 /** A whole column of conditions under a heading, for `either`. */
 template <std::size_t... Counts>
 consteval auto profile(char letter, const Gate<Counts> &...conditions) {
-    return Headed(Field::Profile, static_cast<uint64_t>(letter), conditions...);
+    return Column(Heading::Profile, static_cast<uint64_t>(letter), conditions...);
 }
 
 template <std::size_t... Counts>
 consteval auto variant(uint64_t number, const Gate<Counts> &...conditions) {
-    return Headed(Field::Variant, number, conditions...);
+    return Column(Heading::Variant, number, conditions...);
+}
+
+/** A column without a heading. */
+template <std::size_t... Counts>
+consteval auto column(const Gate<Counts> &...conditions) {
+    return Column(Heading::None, 0, conditions...);
 }
 
 /** The column for files of exactly `count` sections. */
 template <std::size_t... Counts>
 consteval auto sections(uint64_t count, const Gate<Counts> &...conditions) {
-    return Headed(Field::SectionCase, count, Row(Field::NumberOfSections, kAllBits, count, count), conditions...);
+    return Column(Heading::SectionCount, count, Row(Field::NumberOfSections, kAllBits, count, count), conditions...);
 }
 
 /** One of several columns must hold in full; they are tried in this order. */
 template <std::size_t... Counts>
 consteval auto either(const Gate<Counts> &...columns) {
-    return Alternatives(columns...);
+    constexpr std::size_t kCounts[] = {Counts...};
+    constexpr std::size_t kTotal = (Counts + ...) + 1;
+    static_assert(kTotal <= UINT8_MAX, "a row reaches at most 255 rows forward");
+    Gate<kTotal> whole = Concatenate(columns..., StructureRow(RowKind::End, Heading::None, 0));
+    whole.rows[0].kind = RowKind::Begin;
+    std::size_t start = 0;
+    for (const std::size_t count : kCounts) {
+        const std::size_t end = start + count;
+        const bool last = end == kTotal - 1;
+        for (std::size_t index = start; index < end; ++index) {
+            GateRow &row = whole.rows[index];
+            if (index + row.on_pass == end)
+                row.on_pass = static_cast<uint8_t>(kTotal - index);
+            if (row.on_fail == 0 && !last)
+                row.on_fail = static_cast<uint8_t>(end + 1 - index); // past the next column's heading
+        }
+        start = end;
+    }
+    return whole;
 }
 
 } // namespace gates

@@ -4,6 +4,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -70,7 +71,7 @@ constexpr auto kRows10 = gate(
     in(ImportAddressTableSize, 0x260, 0x2A0),
     name(last_section::Name, ".rsrc"),
     in(last_section::SizeOfRawData, 0x10000, 0x15000),
-    all(last_section::Characteristics, 0xE0000040));
+    all(last_section::Characteristics, kMemReadWriteExecute | kCntInitializedData));
 // clang-format on
 
 // The header's first words: 0xDEADBEEF and "Nullsoft".
@@ -83,7 +84,7 @@ constexpr uint32_t kEntry8IntoLastSection = 0x22404;
 constexpr uint32_t kEntry9BeforeEnd = 0x13359C;
 constexpr uint32_t kEntry10IntoLastSection = 0xA04;
 
-constexpr uint32_t kReadableData = 0x40000040; // section characteristics: readable, initialised data
+constexpr uint32_t kReadableData = kMemRead | kCntInitializedData;
 
 bool IsResourceSection(const SectionHeader &section) {
     constexpr char kName[] = ".rsrc";
@@ -91,11 +92,11 @@ bool IsResourceSection(const SectionHeader &section) {
 }
 
 // Reads the header at `offset` and reports it if it opens with the header's words.
-int ReadHeader(const TargetFile &file, uint32_t offset, LocatorResult *result) {
+int ReadHeader(const TargetFile &file, uint32_t offset, Finding *finding) {
     uint8_t header[kHeaderSize];
     if (!file.ReadBlockAt(offset, header) || std::memcmp(header, kHeaderWords, sizeof kHeaderWords) != 0)
         return kDeclined;
-    return Report(result, PAYLOAD_NULLSOFT, offset, kHeaderSize);
+    return Report(finding, offset, kHeaderSize);
 }
 
 } // namespace
@@ -105,21 +106,17 @@ constinit const GateView kGate8 = kRows8;
 constinit const GateView kGate9 = kRows9;
 constinit const GateView kGate10 = kRows10;
 
-int Locator7(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate7, file))
-        return kDeclined;
+int Locate7(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
     if (!file.ReadSectionHeader(4, &section4))
         return kDeclined;
     const uint32_t offset = RawDataEnd(section4) + kEntry7AfterSection4;
     if (!file.IsInFile(offset, 1))
         return kDeclined;
-    return ReadHeader(file, offset, result);
+    return ReadHeader(file, offset, finding);
 }
 
-int Locator8(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate8, file))
-        return kDeclined;
+int Locate8(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
     if (!file.ReadSectionHeader(4, &section4))
         return kDeclined;
@@ -136,22 +133,18 @@ int Locator8(const TargetFile &file, LocatorResult *result) {
         adjoining ? section4_end + kEntry8AfterSection4 : file.last_section->PointerToRawData + kEntry8IntoLastSection;
     if (AsSigned(offset) >= file.file_size)
         return kDeclined;
-    return ReadHeader(file, offset, result);
+    return ReadHeader(file, offset, finding);
 }
 
-int Locator9(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate9, file))
-        return kDeclined;
-    return ReadHeader(file, AsOffset(file.file_size) - kEntry9BeforeEnd, result);
+int Locate9(const TargetFile &file, Finding *finding) {
+    return ReadHeader(file, AsOffset(file.file_size) - kEntry9BeforeEnd, finding);
 }
 
-int Locator10(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate10, file))
-        return kDeclined;
+int Locate10(const TargetFile &file, Finding *finding) {
     const uint32_t offset = file.last_section->PointerToRawData + kEntry10IntoLastSection;
     if (AsSigned(offset) >= file.file_size)
         return kDeclined;
-    return ReadHeader(file, offset, result);
+    return ReadHeader(file, offset, finding);
 }
 
 } // namespace tavrik2

@@ -3,6 +3,7 @@
 #include "tavrik2/lifecycle/platform.h"
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/nullsoft/marker_block.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -20,8 +21,8 @@ constexpr auto kRows11 = gate(
     in(ImportSize, 0xA0, 0xC0),
     in(ResourceSize, 0x4000, 0x8000),
     in(last_section::SizeOfRawData, 0x2000, 0x40000),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kReadOnlyData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".rsrc"));
 
@@ -35,8 +36,8 @@ constexpr auto kRows35 = gate(
     is(ResourceSize, 0),
     in(ImportAddressTableSize, 0xC0, 0xE0),
     in(last_section::SizeOfRawData, 0x400, 0x1000),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kWritableData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kMemWrite | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".data"));
 
@@ -48,8 +49,8 @@ constexpr auto kRows36 = gate(
     in(ImportSize, 0xA0, 0xC0),
     in(ResourceSize, 0xD000, 0xFF00),
     in(last_section::SizeOfRawData, 0xD000, 0xFF00),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kWritableData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kMemWrite | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".rsrc"));
 
@@ -62,8 +63,8 @@ constexpr auto kRows41 = gate(
     in(ImportSize, 0xB0, 0xC0),
     in(ImportAddressTableSize, 0x200, 0x400),
     in(last_section::SizeOfRawData, 0x1000, 0x4000),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kDiscardableData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kMemDiscardable | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".reloc"));
 
@@ -77,8 +78,8 @@ constexpr auto kRows42 = gate(
     one_of(ResourceSize, {{0x5000, 0x8000}, {0x5B000, 0x5D000}}),
     in(ImportAddressTableSize, 0x200, 0x400),
     in(last_section::SizeOfRawData, 0xA00, 0x2000),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kDiscardableData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kMemDiscardable | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".reloc"));
 
@@ -94,8 +95,8 @@ constexpr auto kRows44 = gate(
     at_least(ResourceSize, 0x1A000),
     in(ImportAddressTableSize, 0x2A0, 0x300),
     in(last_section::SizeOfRawData, 0x1000, 0x3500),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kDiscardableData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kMemDiscardable | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".reloc"));
 // clang-format on
@@ -128,7 +129,7 @@ private:
 };
 
 // For a stream that stands at `block_start`: the block is given back before the finding is written.
-int SearchBorrowedBlock(const TargetFile &file, uint32_t block_start, uint32_t length, LocatorResult *result) {
+int SearchBorrowedBlock(const TargetFile &file, uint32_t block_start, uint32_t length, Finding *finding) {
     int32_t place;
     {
         const BorrowedBlock block(length);
@@ -136,7 +137,7 @@ int SearchBorrowedBlock(const TargetFile &file, uint32_t block_start, uint32_t l
             return kDeclined;
         place = FindMarker(file, block.bytes(), length);
     }
-    return ReportMarker(block_start, place, result);
+    return ReportMarker(block_start, place, finding);
 }
 
 } // namespace
@@ -148,18 +149,14 @@ constinit const GateView kGate41 = kRows41;
 constinit const GateView kGate42 = kRows42;
 constinit const GateView kGate44 = kRows44;
 
-int Locator11(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate11, file))
-        return kDeclined;
+int Locate11(const TargetFile &file, Finding *finding) {
     const uint32_t block_start = file.last_section->PointerToRawData + kEntry11IntoLastSection;
     if (!file.IsInFile(block_start, 0) || !file.SeekExactly(block_start))
         return kDeclined;
-    return SearchBorrowedBlock(file, block_start, kEntry11BlockLength, result);
+    return SearchBorrowedBlock(file, block_start, kEntry11BlockLength, finding);
 }
 
-int Locator35(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate35, file))
-        return kDeclined;
+int Locate35(const TargetFile &file, Finding *finding) {
     SectionHeader section2;
     if (!file.ReadSectionHeader(2, &section2))
         return kDeclined;
@@ -174,46 +171,38 @@ int Locator35(const TargetFile &file, LocatorResult *result) {
             return kDeclined;
         place = FindMarker(file, block.bytes(), kEntry35BlockLength);
     }
-    return ReportMarker(block_start, place, result);
+    return ReportMarker(block_start, place, finding);
 }
 
-int Locator36(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate36, file))
-        return kDeclined;
+int Locate36(const TargetFile &file, Finding *finding) {
     SectionHeader section2;
     if (!file.ReadSectionHeader(2, &section2))
         return kDeclined;
     const uint32_t block_start = file.last_section->SizeOfRawData + RawDataEnd(section2) + kEntry36Beyond;
     if (!file.IsInFile(block_start, 1) || !file.SeekExactly(block_start))
         return kDeclined;
-    return SearchBorrowedBlock(file, block_start, kEntry36BlockLength, result);
+    return SearchBorrowedBlock(file, block_start, kEntry36BlockLength, finding);
 }
 
-int Locator41(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate41, file))
-        return kDeclined;
+int Locate41(const TargetFile &file, Finding *finding) {
     // The block lies inside the last section; it is not compared with the file's size.
     const uint32_t block_start = RawDataEnd(*file.last_section) - kEntry41BeforeEnd;
     if (AsSigned(block_start) < AsSigned(file.last_section->PointerToRawData))
         return kDeclined;
-    return SearchOwnBlock<4096>(file, block_start, result);
+    return SearchOwnBlock<4096>(file, block_start, finding);
 }
 
-int Locator42(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate42, file))
-        return kDeclined;
+int Locate42(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
     if (!file.ReadSectionHeader(4, &section4))
         return kDeclined;
     const uint32_t block_start = file.last_section->SizeOfRawData + RawDataEnd(section4);
-    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, result) : kDeclined;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, finding) : kDeclined;
 }
 
-int Locator44(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate44, file))
-        return kDeclined;
+int Locate44(const TargetFile &file, Finding *finding) {
     const uint32_t block_start = RawDataEnd(*file.last_section) + kEntry44AfterLastSection;
-    return file.IsInFile(block_start, 0) ? SearchOwnBlock<1280>(file, block_start, result) : kDeclined;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<1280>(file, block_start, finding) : kDeclined;
 }
 
 } // namespace tavrik2

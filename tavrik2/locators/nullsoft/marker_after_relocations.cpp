@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/nullsoft/marker_block.h"
+#include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
 
@@ -23,8 +24,8 @@ constexpr auto kRows40 = gate(
     in(ResourceSize, 0x4000, 0x4200),
     in(ImportAddressTableSize, 0x2D0, 0x300),
     in(last_section::SizeOfRawData, 0x1000, 0x3500),
-    is(first_section::Characteristics, kCode),
-    is(last_section::Characteristics, kDiscardableData),
+    is(first_section::Characteristics, kMemReadExecute | kCntCode),
+    is(last_section::Characteristics, kMemRead | kMemDiscardable | kCntInitializedData),
     name(first_section::Name, ".text"),
     name(last_section::Name, ".reloc"));
 // clang-format on
@@ -35,11 +36,9 @@ constexpr uint32_t kAfterLastSection = 0x3000; // bytes
 
 constinit const GateView kGate40 = kRows40;
 
-int Locator40(const TargetFile &file, LocatorResult *result) {
-    if (!Passes(kGate40, file))
-        return kDeclined;
+int Locate40(const TargetFile &file, Finding *finding) {
     const uint32_t block_start = RawDataEnd(*file.last_section) + kAfterLastSection;
-    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, result) : kDeclined;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, finding) : kDeclined;
 }
 
 } // namespace tavrik2

@@ -1,4 +1,4 @@
-/* The search of one block for NullsoftMarker, and the section characteristics of the stubs that carry it. */
+/* The search of one block for NullsoftMarker. */
 #ifndef TAVRIK2_LOCATORS_NULLSOFT_MARKER_BLOCK_H
 #define TAVRIK2_LOCATORS_NULLSOFT_MARKER_BLOCK_H
 
@@ -11,12 +11,6 @@
 
 namespace tavrik2 {
 
-/** Section characteristics, compared as a whole. */
-inline constexpr uint32_t kCode = 0x60000020;            // readable, executable code
-inline constexpr uint32_t kReadOnlyData = 0x40000040;    // readable, initialised data
-inline constexpr uint32_t kWritableData = 0xC0000040;    // the same, writable
-inline constexpr uint32_t kDiscardableData = 0x42000040; // readable, discardable, initialised data
-
 inline constexpr int32_t kNoMarker = -1;
 
 /** Clears the block, fills it from where the stream stands and returns the marker's position in it, or kNoMarker. */
@@ -28,19 +22,19 @@ inline int32_t FindMarker(const TargetFile &file, uint8_t *block, uint32_t lengt
 }
 
 /** The finding for a marker at `place` of a block; kNoMarker declines. */
-inline int ReportMarker(uint32_t block_start, int32_t place, LocatorResult *result) {
+inline int ReportMarker(uint32_t block_start, int32_t place, Finding *finding) {
     if (place == kNoMarker)
         return kDeclined;
-    return Report(result, PAYLOAD_NULLSOFT, block_start + AsOffset(place), kHeaderSize);
+    return Report(finding, block_start + AsOffset(place), kHeaderSize);
 }
 
 /** Searches `Length` bytes at `block_start` in a block of the call's own. */
 template <uint32_t Length>
-int SearchOwnBlock(const TargetFile &file, uint32_t block_start, LocatorResult *result) {
+int SearchOwnBlock(const TargetFile &file, uint32_t block_start, Finding *finding) {
     if (!file.SeekExactly(block_start))
         return kDeclined;
     uint8_t block[Length];
-    return ReportMarker(block_start, FindMarker(file, block, Length), result);
+    return ReportMarker(block_start, FindMarker(file, block, Length), finding);
 }
 
 } // namespace tavrik2

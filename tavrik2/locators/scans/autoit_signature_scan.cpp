@@ -58,11 +58,11 @@ int FindAutoItSignature(uint32_t handle, int32_t file_size, int32_t start, uint3
     return WalkBlocks(handle, file_size, start, out, stream, kWalk, Examine);
 }
 
-int ReportAutoItSignature(const TargetFile &file, uint32_t start, LocatorResult *result) {
+int ReportAutoItSignature(const TargetFile &file, uint32_t start, Finding *finding) {
     uint32_t found;
     if (FindAutoItSignature(file.handle, file.file_size, AsSigned(start), &found, file.stream) == 0)
         return kDeclined;
-    return Report(result, PAYLOAD_AUTOIT, found, kBlockSize);
+    return Report(finding, found, kBlockSize);
 }
 
 } // namespace tavrik2

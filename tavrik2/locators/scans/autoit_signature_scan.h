@@ -17,7 +17,7 @@ namespace tavrik2 {
 int FindAutoItSignature(uint32_t handle, int32_t file_size, int32_t start, uint32_t *out, FileStream *stream);
 
 /** The last steps of the locators that scan for a signature: from `start`, reported with the block's size. */
-int ReportAutoItSignature(const TargetFile &file, uint32_t start, LocatorResult *result);
+int ReportAutoItSignature(const TargetFile &file, uint32_t start, Finding *finding);
 
 } // namespace tavrik2
 

@@ -11,7 +11,7 @@ constexpr int32_t kChunkStep = kChunkSize - sizeof AutoItMarker;
 
 } // namespace
 
-int SearchChunks(const TargetFile &file, ChunkRange range, LocatorResult *result) {
+int SearchChunks(const TargetFile &file, ChunkRange range, Finding *finding) {
     uint8_t chunk[kChunkSize];
     int32_t position = range.start;
     for (int32_t count = 0; count < range.max_chunks; ++count) {
@@ -22,7 +22,7 @@ int SearchChunks(const TargetFile &file, ChunkRange range, LocatorResult *result
         const int32_t place = FindBytePattern(chunk, static_cast<int32_t>(length), AutoItMarker);
         if (place >= 0) {
             const int32_t offset = WrappingAdd(position, place);
-            return offset != 0 ? Report(result, PAYLOAD_AUTOIT, AsOffset(offset), kHeaderSize) : kDeclined;
+            return offset != 0 ? Report(finding, AsOffset(offset), kHeaderSize) : kDeclined;
         }
         if (length < kChunkSize)
             return kDeclined;

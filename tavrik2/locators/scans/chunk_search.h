@@ -16,9 +16,9 @@ struct ChunkRange {
 };
 
 /** Searches forward for the whole AutoItMarker in 16 KB chunks that overlap by its length, so that a marker across two
- * chunks is found. The last chunk may be short. A marker at offset 0 does not count. Returns 1 with `result` written
+ * chunks is found. The last chunk may be short. A marker at offset 0 does not count. Returns 1 with `finding` written
  * (the marker's offset), else 0. */
-int SearchChunks(const TargetFile &file, ChunkRange range, LocatorResult *result);
+int SearchChunks(const TargetFile &file, ChunkRange range, Finding *finding);
 
 } // namespace tavrik2
 

@@ -32,7 +32,7 @@ bool ReadNamedSection(FileStream *stream, uint32_t handle, const OffsetProbeRow 
 } // namespace
 
 int ProbeOffsetTable(FileStream *stream, uint32_t handle, int32_t file_size, const uint32_t *data_dirs,
-                     const OptionalHeader *opt_header, const SectionHeader *last_section, LocatorResult *result,
+                     const OptionalHeader *opt_header, const SectionHeader *last_section, Finding *finding,
                      const OffsetProbeRow *rows, uint32_t row_count, bool ignore_resource_rva, ProbeMarkers markers) {
     for (uint32_t index = 0; index < row_count; ++index) {
         const OffsetProbeRow &row = rows[index];
@@ -79,7 +79,7 @@ int ProbeOffsetTable(FileStream *stream, uint32_t handle, int32_t file_size, con
         Seek(stream, handle, base);
         if (ReadCleared(stream, handle, block) < kHeaderSize || !HoldsMarker(block, markers))
             continue;
-        return Report(result, PAYLOAD_AUTOIT, base, kHeaderSize);
+        return Report(finding, base, kHeaderSize);
     }
     return kDeclined;
 }

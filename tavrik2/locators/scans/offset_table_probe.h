@@ -45,17 +45,17 @@ struct ProbeMarkers {
  * range, ends the whole probe; a block that is out of bounds (it must end before the file's last byte), short or
  * without a marker only its row. With `ignore_resource_rva` every row's resource_rva matches.
  *
- * Returns 1 with `result` written, else 0. */
+ * Returns 1 with `finding` written, else 0. */
 int ProbeOffsetTable(FileStream *stream, uint32_t handle, int32_t file_size, const uint32_t *data_dirs,
-                     const OptionalHeader *opt_header, const SectionHeader *last_section, LocatorResult *result,
+                     const OptionalHeader *opt_header, const SectionHeader *last_section, Finding *finding,
                      const OffsetProbeRow *rows, uint32_t row_count, bool ignore_resource_rva, ProbeMarkers markers);
 
 /** The same for a locator's file. */
 template <uint32_t RowCount, uint32_t MarkerCount>
-int ProbeOffsetTable(const TargetFile &file, LocatorResult *result, const OffsetProbeRow (&rows)[RowCount],
+int ProbeOffsetTable(const TargetFile &file, Finding *finding, const OffsetProbeRow (&rows)[RowCount],
                      bool ignore_resource_rva, const uint32_t (&markers)[MarkerCount]) {
     return ProbeOffsetTable(file.stream, file.handle, file.file_size, file.data_dirs, file.opt_header,
-                            file.last_section, result, rows, RowCount, ignore_resource_rva, {markers, MarkerCount});
+                            file.last_section, finding, rows, RowCount, ignore_resource_rva, {markers, MarkerCount});
 }
 
 } // namespace tavrik2
