@@ -13,6 +13,7 @@
 
 #include "evaluation/string_search.h"
 #include "rules/expression.h"
+#include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
 
@@ -437,13 +438,9 @@ bool MeetsElements(const HeuristicRule &rule, Item item, std::size_t first, std:
 }
 
 bool AsksSomething(const HeuristicRule &rule) {
-    return rule.attribute_b != 0 || rule.expression[0] != '\0' || rule.header_conditions.count != 0 ||
-           rule.section_conditions.count != 0 || rule.section_names.count != 0 || rule.strings.count != 0 ||
-           rule.indexed_conditions.count != 0 || rule.import_modules.count != 0 || rule.import_functions.count != 0 ||
-           rule.export_module_names.count != 0 || rule.export_functions.count != 0 ||
-           rule.resource_entries.count != 0 || rule.resource_type_entries.count != 0 ||
-           rule.resource_strings.count != 0 || rule.measure_conditions.count != 0 ||
-           rule.secondary_conditions.count != 0 || rule.object_names.count != 0 || rule.member_names.count != 0;
+    bool asks = rule.attribute_b != 0 || rule.expression[0] != '\0';
+    rules::EachList([&](auto, const auto &list) { asks = asks || list.count != 0; }, rule);
+    return asks;
 }
 
 bool MeetsStructure(const HeuristicRule &rule, Features &features) {

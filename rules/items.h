@@ -9,28 +9,11 @@
 
 namespace tavrik::rules {
 
-/** The lists of a rule and its lines, as items of the text. */
+/** The lists of a rule and its lines, as items of the text, in the order of the text. */
 enum class Item : uint8_t {
-    Traits,
-    StoredFlags,
-    Reserved,
-    Header,
-    Sections,
-    SectionNames,
-    Strings,
-    When,
-    ImportTable,
-    ImportModules,
-    ImportFunctions,
-    ExportModule,
-    ExportFunctions,
-    Resources,
-    ResourceTypes,
-    ResourceStrings,
-    Measures,
-    ObjectFields,
-    ObjectNames,
-    MemberNames,
+#define TAVRIK_LIST(member, Element, item, word, flag) item,
+#define TAVRIK_LINE(item, word) item,
+#include "rules/lists.def"
     Count,
 };
 
@@ -38,11 +21,12 @@ inline constexpr std::size_t kItemCount = static_cast<std::size_t>(Item::Count);
 
 /** The word that each item begins with. */
 inline constexpr std::array<std::string_view, kItemCount> kItemWords = {
-    "traits",           "stored_flags", "reserved",       "header",           "sections",         "section_names",
-    "strings",          "when",         "import_table",   "import_modules",   "import_functions", "export_module",
-    "export_functions", "resources",    "resource_types", "resource_strings", "measures",         "object_fields",
-    "object_names",     "member_names"};
+#define TAVRIK_LIST(member, Element, item, word, flag) word,
+#define TAVRIK_LINE(item, word) word,
+#include "rules/lists.def"
+};
 
+/** The word that an item begins with. */
 constexpr std::string_view ItemWord(Item item) {
     return kItemWords[static_cast<std::size_t>(item)];
 }

@@ -3,21 +3,14 @@
 #include <algorithm>
 #include <bit>
 
+#include "rules/lists.h"
+
 namespace tavrik::rules {
 
 uint8_t ComputeFeatureFlags(const Rule &rule) {
-    constexpr uint8_t kStructure = 1;
-    constexpr uint8_t kContent = 2;
-
-    const bool structure =
-        !rule.header_conditions.empty() || !rule.section_conditions.empty() || !rule.section_names.empty() ||
-        !rule.indexed_conditions.empty() || !rule.import_modules.empty() || !rule.import_functions.empty() ||
-        !rule.export_module_names.empty() || !rule.export_functions.empty() || !rule.resource_entries.empty() ||
-        !rule.resource_type_entries.empty() || !rule.resource_strings.empty() || !rule.secondary_conditions.empty() ||
-        rule.attribute_b != 0;
-    const bool content = !rule.strings.empty() || !rule.measure_conditions.empty() || !rule.object_names.empty() ||
-                         !rule.member_names.empty() || rule.reserved != 0;
-    return static_cast<uint8_t>((structure ? kStructure : 0) | (content ? kContent : 0));
+    unsigned flags = (rule.attribute_b != 0 ? kStructureFlag : 0u) | (rule.reserved != 0 ? kContentFlag : 0u);
+    EachList([&](auto tag, const auto &list) { flags |= list.empty() ? 0u : tag.kFlag; }, rule);
+    return static_cast<uint8_t>(flags);
 }
 
 uint8_t DefaultAnchor(const StringFeature &string) {

@@ -1,5 +1,5 @@
-/* A rule in memory: the mirror of the binary record, with one vector for each of its sixteen lists and every string in
- * its true form. The order of the elements is the order of the record and never changes. */
+/* A rule in memory: the contents of the binary record, with one vector for each of its sixteen lists (rules/lists.def)
+ * and every string in its true form. The order of the elements is the order of the record and never changes. */
 #ifndef TAVRIK_RULES_MODEL_H
 #define TAVRIK_RULES_MODEL_H
 
@@ -28,8 +28,8 @@ inline constexpr uint16_t kLastNameOnlyRole = 507;
 inline constexpr uint16_t kFirstSectionRole = 600;
 inline constexpr uint16_t kLastSectionRole = 610;
 
-/** Selects a section by its role; smaller numbers are positions in the section table. The first three stand in section
- * names alone. */
+/** Selects a section by its role; smaller numbers are positions in the section table. The first three occur in section
+ * names only. */
 enum class SectionRole : uint16_t {
     Any = 505,
     AnyCode = 506,
@@ -268,29 +268,16 @@ struct MemberName {
     bool operator==(const MemberName &) const = default;
 };
 
+/** A rule: its sixteen lists, each a vector, and the values beside them. */
 struct Rule {
-    std::vector<HeaderCondition> header_conditions;
-    std::vector<SectionCondition> section_conditions;
-    std::vector<SectionNameCondition> section_names;
-    std::vector<StringFeature> strings;
+#define TAVRIK_LIST(member, Element, item, word, flag) std::vector<Element> member;
+#include "rules/lists.def"
     std::string expression; // over the strings, character by character as written; empty when the rule has none
     uint32_t rule_id = 0;
     std::string detection_name; // at most kMaxDetectionName characters
     uint8_t stored_flags = 0;   // feature_flags before preparation
     uint32_t attribute_a = 0;   // the target: bits of TargetNames(), 0 for a library
     uint32_t attribute_b = 0;   // the traits: bits of TraitNames()
-    std::vector<IndexedCondition> indexed_conditions;
-    std::vector<ImportModule> import_modules;
-    std::vector<ImportFunction> import_functions;
-    std::vector<ExportName> export_module_names;
-    std::vector<ExportName> export_functions;
-    std::vector<ResourceEntry> resource_entries;
-    std::vector<ResourceTypeEntry> resource_type_entries;
-    std::vector<ResourceString> resource_strings;
-    std::vector<MeasureCondition> measure_conditions;
-    std::vector<SecondaryCondition> secondary_conditions;
-    std::vector<ObjectName> object_names;
-    std::vector<MemberName> member_names;
     uint64_t reserved = 0;
 
     bool operator==(const Rule &) const = default;

@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 
+#include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
 
@@ -393,11 +394,13 @@ void RuleLogic::FindWindowConflicts() {
 }
 
 bool RuleLogic::IsAlwaysMet() const {
-    const bool asks_names = !rule_.section_names.empty() || !rule_.import_modules.empty() ||
-                            !rule_.import_functions.empty() || !rule_.export_module_names.empty() ||
-                            !rule_.export_functions.empty() || !rule_.resource_entries.empty() ||
-                            !rule_.resource_type_entries.empty() || !rule_.resource_strings.empty() ||
-                            !rule_.object_names.empty() || !rule_.member_names.empty();
+    bool asks_names = false;
+    EachList(
+        [&](auto, const auto &list) {
+            if constexpr (requires { list.front().name; })
+                asks_names = asks_names || !list.empty();
+        },
+        rule_);
     return !is_never_met_ && values_.empty() && traits_ == 0 && rule_.strings.empty() && !asks_names;
 }
 

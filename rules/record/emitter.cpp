@@ -1,18 +1,17 @@
 #include "rules/record/emitter.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <span>
-#include <stdexcept>
 #include <string_view>
+#include <type_traits>
+
+#include "rules/record/encoding.h"
 
 namespace tavrik::rules::record {
 
 namespace {
-
-constexpr uint8_t kStoredShift = 3; // added to every byte of a feature string
-constexpr std::size_t kMaskBytes = 16;
-constexpr std::size_t kSectionNameBytes = 8;
 
 constexpr std::string_view kNotice = "// Generated from the rules; changes are lost at the next build.\n\n";
 constexpr std::string_view kOpen = "namespace tavrik2 {\n\n";
@@ -39,13 +38,6 @@ std::string Escaped(std::string_view text) {
         }
     }
     return out;
-}
-
-std::string Literal(std::string_view text, std::size_t room) {
-    if (text.size() >= room)
-        throw std::invalid_argument("the text '" + std::string(text) + "' has more than " + Number(room - 1) +
-                                    " characters");
-    return "\"" + Escaped(text) + "\"";
 }
 
 // Every text that the records point to, once. A text's place is its offset in one array.
@@ -84,126 +76,158 @@ private:
     std::size_t size_ = 0;
 };
 
+// The name of a constant: "header_conditions" becomes "kHeaderConditions".
+std::string ConstantName(std::string_view member) {
+    std::string name = "k";
+    for (std::size_t i = 0; i < member.size(); ++i) {
+        const bool is_first = i == 0 || member[i - 1] == '_';
+        if (member[i] != '_')
+            name += is_first ? static_cast<char>(member[i] - 'a' + 'A') : member[i];
+    }
+    return name;
+}
+
 // One list's elements of all rules of a file, one after the other.
-class ListPool {
-public:
-    ListPool(std::string_view type, std::string name) : type_(type), name_(std::move(name)) {}
-
-    // The initialiser of a list field.
-    std::string Add(const std::vector<std::string> &elements) {
-        if (elements.empty())
-            return "{nullptr, 0}";
-        std::string field = "{" + name_ + " + " + Number(count_) + ", " + Number(elements.size()) + "}";
-        for (const std::string &element : elements)
-            rows_.append("    {").append(element).append("},\n");
-        count_ += elements.size();
-        return field;
-    }
-
-    std::string Source() const {
-        return count_ == 0 ? "" : "constinit const " + type_ + " " + name_ + "[] = {\n" + rows_ + "};\n\n";
-    }
-
-private:
-    std::string type_;
-    std::string name_;
-    std::string rows_;
-    std::size_t count_ = 0;
+struct ListPool {
+    std::string rows;
+    std::size_t count = 0;
 };
 
-template <typename... Parts>
-std::string Join(const Parts &...parts) {
-    std::string out;
-    ((out += (out.empty() ? "" : ", ") + parts), ...);
-    return out;
-}
+// One rule file: the elements and strings of its rules.
+struct FilePools {
+    TextPool &texts;
+    std::string bytes_name;
+    std::string bytes; // of the feature strings, in stored form
+    std::size_t byte_count = 0;
+    std::array<ListPool, kItemCount> lists; // those of items that are lists
+};
 
-std::string Op(Operator op) {
-    return Number(static_cast<uint8_t>(op));
-}
-
-std::string Bytes(std::span<const uint8_t> bytes) {
+std::string ByteList(std::span<const uint8_t> bytes) {
     std::string out = "{";
     for (const uint8_t byte : bytes)
         out += (out.size() == 1 ? "" : ", ") + Number(byte);
     return out + "}";
 }
 
+// Writes the initialiser of a rule or an element, one value after the other.
+class SourceWriter {
+public:
+    explicit SourceWriter(FilePools &pools) : pools_(pools) {}
+
+    // What is between the braces.
+    template <typename Model>
+    static std::string Write(FilePools &pools, const Model &model) {
+        SourceWriter writer(pools);
+        Code(writer, model);
+        return writer.out_;
+    }
+
+    template <typename... Value>
+    void Values(const Value &...values) {
+        (AddValue(values), ...);
+    }
+
+    template <std::size_t kWidth>
+    void FixedText(std::string_view text) {
+        CheckWidth(text, kWidth);
+        Add("\"" + Escaped(text) + "\"");
+    }
+
+    template <std::size_t kWidth>
+    void Zeros() {
+        Add(kWidth == 1 ? "0" : "{}");
+    }
+
+    void Text(const std::string &text) { Add(pools_.texts.Pointer(text)); }
+
+    void ValueBytes(uint64_t bits) {
+        uint8_t value[8];
+        for (std::size_t byte = 0; byte < sizeof value; ++byte)
+            value[byte] = static_cast<uint8_t>(bits >> (8 * byte));
+        Add(ByteList(value));
+    }
+
+    void MaskedBytes(const std::bitset<kMaxStringLength> &mask, std::string_view bytes) {
+        uint8_t packed[kMaskBytes] = {};
+        PackMask(mask, bytes.size(), packed);
+        Add(mask.any() ? ByteList(packed) : "{}");
+        Add(pools_.bytes_name + " + " + Number(pools_.byte_count));
+        Add(Number(bytes.size()));
+        pools_.bytes += "   ";
+        for (const char c : bytes)
+            pools_.bytes += " " + Number(static_cast<uint8_t>(static_cast<uint8_t>(c) + kStoredShift)) + ",";
+        pools_.bytes += "\n";
+        pools_.byte_count += bytes.size();
+    }
+
+    void SectionText(std::string_view name, std::string_view tail) {
+        Add(name.empty() ? "nullptr" : pools_.texts.Pointer(SectionBytes(name, tail)));
+        Add(Number(name.size()));
+    }
+
+    void FeatureFlags(const Rule &rule) { Add(Number(rule.stored_flags)); }
+
+    template <Item kItem, typename Element>
+    void List(ListTag<kItem> tag, const std::vector<Element> &list) {
+        if (list.empty())
+            return Add("{nullptr, 0}");
+        ListPool &pool = pools_.lists[static_cast<std::size_t>(kItem)];
+        Add("{" + ConstantName(tag.kName) + " + " + Number(pool.count) + ", " + Number(list.size()) + "}");
+        for (const Element &element : list)
+            pool.rows.append("    {").append(Write(pools_, element)).append("},\n");
+        pool.count += list.size();
+    }
+
+private:
+    template <typename Value>
+    void AddValue(const Value &value) {
+        if constexpr (std::is_enum_v<Value>)
+            Add(Number(static_cast<uint64_t>(value)));
+        else // what takes all 64 bits is unsigned
+            Add(std::to_string(value) + (sizeof(Value) == sizeof(uint64_t) ? "u" : ""));
+    }
+
+    void Add(const std::string &value) {
+        constexpr std::size_t kFullLine = 100; // characters
+        if (out_.size() - line_ >= kFullLine) {
+            out_ += ",\n     ";
+            line_ = out_.size();
+        } else if (!out_.empty()) {
+            out_ += ", ";
+        }
+        out_ += value;
+    }
+
+    FilePools &pools_;
+    std::string out_;
+    std::size_t line_ = 0; // where the last line begins
+};
+
 // Makes one rule file.
 class FileEmitter {
 public:
-    FileEmitter(std::size_t number, TextPool &texts) : number_(number), texts_(texts) {}
+    FileEmitter(std::size_t number, TextPool &texts)
+        : number_(number), pools_{texts, "g_bytes_" + Number(number), "", 0, {}} {}
 
     void Add(const Rule &rule) {
-        const auto list = [](ListPool &pool, const auto &elements, auto fields) {
-            std::vector<std::string> rows;
-            for (const auto &element : elements)
-                rows.push_back(fields(element));
-            return pool.Add(rows);
-        };
-        const auto condition = [](const auto &e) {
-            return Join(Number(e.index), Number(e.field), Op(e.op), Number(e.value));
-        };
-        const auto export_name = [&](const ExportName &e) { return Join(Op(e.op), Name(e.name)); };
-
-        std::string fields = Join(
-            list(header_, rule.header_conditions,
-                 [](const auto &e) { return Join(Number(e.field), Op(e.op), Number(e.value)); }),
-            list(sections_, rule.section_conditions,
-                 [](const auto &e) { return Join(Number(e.section), Number(e.field), Op(e.op), Number(e.value)); }),
-            list(section_names_, rule.section_names,
-                 [](const auto &e) { return Join(Number(e.section), Op(e.op), Literal(e.name, kMaxSectionName + 1)); }),
-            list(strings_, rule.strings, [&](const auto &e) { return StringFields(e); }), Name(rule.expression),
-            Number(rule.rule_id), Literal(rule.detection_name, kMaxDetectionName + 1), Number(rule.stored_flags),
-            Number(rule.attribute_a), Number(rule.attribute_b),
-            list(import_table_, rule.indexed_conditions, condition));
-        fields += ",\n     ";
-        fields +=
-            Join(list(import_modules_, rule.import_modules,
-                      [&](const auto &e) {
-                          return Join(std::to_string(e.index), Number(e.option), Op(e.op), Name(e.name));
-                      }),
-                 list(import_functions_, rule.import_functions,
-                      [&](const auto &e) { return Join(Number(e.index), Op(e.op), Name(e.name)); }),
-                 list(export_names_, rule.export_module_names, export_name),
-                 list(export_names_, rule.export_functions, export_name),
-                 list(resources_, rule.resource_entries,
-                      [](const auto &e) {
-                          return Join(Number(e.type), Number(e.id), Literal(e.name, kMaxResourceName + 1),
-                                      Number(e.language), std::string("{}"), Number(e.crc32));
-                      }),
-                 list(resource_types_, rule.resource_type_entries,
-                      [](const auto &e) {
-                          return Join(Number(e.number), Literal(e.name, kMaxResourceName + 1), Number(e.language),
-                                      std::string("{}"), Number(e.level), Number(e.absent));
-                      }),
-                 list(resource_strings_, rule.resource_strings,
-                      [&](const auto &e) {
-                          return Join(Number(e.type), Number(e.id), Literal(e.name, kMaxResourceName + 1),
-                                      Number(e.language), std::string("{}"), Number(e.key), Name(e.text));
-                      }),
-                 list(measures_, rule.measure_conditions, [](const auto &e) { return MeasureFields(e); }),
-                 list(object_fields_, rule.secondary_conditions, condition),
-                 list(object_names_, rule.object_names,
-                      [&](const auto &e) { return Join(Number(e.index), Number(e.option), Op(e.op), Name(e.name)); }),
-                 list(member_names_, rule.member_names,
-                      [&](const auto &e) { return Join(Number(e.index), Number(e.option), Op(e.op), Name(e.name)); }),
-                 Number(rule.reserved) + "u"); // it takes all 64 bits
-        rules_ += "    {{" + fields + "}},\n";
+        rules_ += "    {{" + SourceWriter::Write(pools_, rule) + "}},\n";
         ++rule_count_;
     }
 
     std::string Source() const {
         std::string out(kNotice);
         out.append("#include \"tavrik2/rules/generated.h\"\n\n").append(kOpen);
-        out += texts_.Declaration() + "namespace {\n\n";
-        if (byte_count_ > 0)
+        out += pools_.texts.Declaration() + "namespace {\n\n";
+        if (pools_.byte_count > 0)
             out += "// Feature strings, each byte plus 3; brought into their true form in place.\nconstinit uint8_t " +
-                   BytesName() + "[] = {\n" + bytes_ + "};\n\n";
-        for (const ListPool *pool : {&header_, &sections_, &section_names_, &strings_, &import_table_, &import_modules_,
-                                     &import_functions_, &export_names_, &resources_, &resource_types_,
-                                     &resource_strings_, &measures_, &object_fields_, &object_names_, &member_names_})
-            out += pool->Source();
+                   pools_.bytes_name + "[] = {\n" + pools_.bytes + "};\n\n";
+        const auto add_list = [&](auto tag) {
+            const ListPool &pool = pools_.lists[static_cast<std::size_t>(tag.kItem)];
+            if (pool.count != 0)
+                out.append("constinit const ").append(tag.kElement).append(" ") +=
+                    ConstantName(tag.kName) + "[] = {\n" + pool.rows + "};\n\n";
+        };
+        EachList(add_list);
         out += "} // namespace\n";
         if (rule_count_ > 0)
             out += "\nconstinit RuleSlot " + RulesName() + "[] = {\n" + rules_ + "};\n";
@@ -214,62 +238,8 @@ public:
     std::size_t rule_count() const { return rule_count_; }
 
 private:
-    std::string BytesName() const { return "g_bytes_" + Number(number_); }
-
-    std::string Name(const std::string &text) { return texts_.Pointer(text); }
-
-    std::string StringFields(const StringFeature &e) {
-        uint8_t mask[kMaskBytes] = {};
-        for (std::size_t position = 0; position < e.bytes.size(); ++position) {
-            if (e.mask[position])
-                mask[position / 8] = static_cast<uint8_t>(mask[position / 8] | 1 << (position % 8));
-        }
-        std::string section = "nullptr";
-        if (!e.section_name.empty()) {
-            std::string bytes = e.section_name + e.section_tail;
-            bytes.resize(kSectionNameBytes, '\0');
-            section = Name(bytes);
-        }
-        std::string fields =
-            Join(e.mask.any() ? Bytes(mask) : std::string("{}"), BytesName() + " + " + Number(byte_count_),
-                 Number(e.bytes.size()), Number(e.anchor), Number(e.window_start), Number(e.window_length),
-                 Number(e.kind), Number(e.index), std::string("0"), section, Number(e.section_name.size()),
-                 Number(e.options), std::string("0"), Number(e.drift));
-        bytes_ += "   ";
-        for (const char c : e.bytes)
-            bytes_ += " " + Number(static_cast<uint8_t>(static_cast<uint8_t>(c) + kStoredShift)) + ",";
-        bytes_ += "\n";
-        byte_count_ += e.bytes.size();
-        return fields;
-    }
-
-    static std::string MeasureFields(const MeasureCondition &e) {
-        uint8_t value[8];
-        for (std::size_t byte = 0; byte < sizeof value; ++byte)
-            value[byte] = static_cast<uint8_t>(e.bits >> (8 * byte));
-        return Join(Number(e.region), Number(static_cast<uint8_t>(e.measure)), Number(e.length), Number(e.index),
-                    Op(e.op), Bytes(value));
-    }
-
     std::size_t number_;
-    TextPool &texts_;
-    ListPool header_{"HeaderCondition", "kHeaderConditions"};
-    ListPool sections_{"SectionCondition", "kSectionConditions"};
-    ListPool section_names_{"SectionNameCondition", "kSectionNames"};
-    ListPool strings_{"StringFeature", "kStrings"};
-    ListPool import_table_{"IndexedCondition", "kIndexedConditions"};
-    ListPool import_modules_{"ImportModule", "kImportModules"};
-    ListPool import_functions_{"ImportFunction", "kImportFunctions"};
-    ListPool export_names_{"ExportName", "kExportNames"};
-    ListPool resources_{"ResourceEntry", "kResourceEntries"};
-    ListPool resource_types_{"ResourceTypeEntry", "kResourceTypeEntries"};
-    ListPool resource_strings_{"ResourceString", "kResourceStrings"};
-    ListPool measures_{"MeasureCondition", "kMeasureConditions"};
-    ListPool object_fields_{"SecondaryCondition", "kSecondaryConditions"};
-    ListPool object_names_{"ObjectName", "kObjectNames"};
-    ListPool member_names_{"MemberName", "kMemberNames"};
-    std::string bytes_;
-    std::size_t byte_count_ = 0;
+    FilePools pools_;
     std::string rules_;
     std::size_t rule_count_ = 0;
 };

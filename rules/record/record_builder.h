@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <memory>
 #include <span>
-#include <string_view>
 #include <vector>
 
 #include "rules/model.h"
@@ -23,14 +22,6 @@ public:
     std::span<HeuristicRule *const> rules() const { return table_; }
 
 private:
-    HeuristicRule Build(const Rule &rule);
-    template <typename List, typename Element, typename Convert>
-    void BuildList(List &list, const std::vector<Element> &elements, Convert convert);
-    template <typename T>
-    T *Allocate(std::size_t count);
-    char *Keep(std::string_view text);
-    ::StringFeature BuildString(const StringFeature &string);
-
     std::vector<std::unique_ptr<std::byte[]>> blocks_;
     std::vector<HeuristicRule> records_;
     std::vector<HeuristicRule *> table_;

@@ -5,6 +5,7 @@
 #include <limits>
 #include <random>
 
+#include "rules/lists.h"
 #include "rules/model.h"
 
 namespace tavrik::tests {
@@ -15,69 +16,36 @@ public:
     explicit RandomRule(uint64_t seed) : random_(seed) {}
 
     rules::Rule Make() {
-        using namespace rules;
-        Rule rule;
+        using rules::Item;
+        rules::Rule rule;
         rule.rule_id = Any<uint32_t>();
-        rule.detection_name = Text(kMaxDetectionName);
+        rule.detection_name = Text(rules::kMaxDetectionName);
         rule.stored_flags = Any<uint8_t>();
         rule.attribute_a = Any<uint32_t>();
         rule.attribute_b = Any<uint32_t>();
         rule.reserved = Any<uint64_t>();
-        Fill(rule.header_conditions, [&] { return HeaderCondition{Small<uint16_t>(), Op(), Any<uint32_t>()}; });
+        const auto fill = [&](auto tag, auto &list) {
+            constexpr std::size_t kUsual = 6;
+            const std::size_t most = tag.kItem == Item::Strings        ? rules::kMaxStrings
+                                     : tag.kItem == Item::ExportModule ? rules::kMaxExportModuleNames
+                                                                       : kUsual;
+            if (tag.kItem == Item::MemberNames && rule.object_names.empty())
+                return;
+            list.resize(Below(2) == 0 ? 0 : Below(most + 1));
+            for (auto &element : list)
+                FillIn(element, rule);
+        };
+        rules::EachList(fill, rule);
         rule.header_conditions.push_back({}); // no rule asks nothing
-        Fill(rule.section_conditions, [&] {
-            const auto section = static_cast<uint16_t>(600 + Below(20));
-            return SectionCondition{Below(2) == 0 ? section : Small<uint16_t>(), Small<uint8_t>(), Op(),
-                                    Any<uint32_t>()};
-        });
-        Fill(rule.section_names, [&] {
-            const auto section = static_cast<uint16_t>((Below(2) == 0 ? 504 : 600) + Below(6));
-            return SectionNameCondition{section, Op(), Text(kMaxSectionName)};
-        });
-        Fill(
-            rule.strings, [&] { return String(); }, kMaxStrings);
         if (!rule.strings.empty() && Below(4) != 0)
             rule.expression = Blanks() + Expression(1 + Below(rule.strings.size())) + Blanks();
-        const auto index = [&] { return Small<uint8_t>(); };
-        Fill(rule.indexed_conditions, [&] { return IndexedCondition{index(), index(), Op(), Any<uint32_t>()}; });
-        Fill(rule.import_modules, [&] {
-            const auto position = static_cast<int16_t>(static_cast<int>(Any<uint16_t>() % 0x8001) - 1);
-            return ImportModule{position, Any<uint8_t>(), Op(), Text(40)};
-        });
-        Fill(rule.import_functions, [&] { return ImportFunction{Any<uint16_t>(), Op(), Text(40)}; });
-        Fill(
-            rule.export_module_names,
-            [&] {
-                return ExportName{Op(), Text(40)};
-            },
-            kMaxExportModuleNames);
-        Fill(rule.export_functions, [&] { return ExportName{Op(), Text(40)}; });
-        const auto number = [&] { return Below(2) == 0 ? Small<uint32_t>() : Any<uint32_t>(); };
-        Fill(rule.resource_entries, [&] {
-            return ResourceEntry{number(), number(), Text(kMaxResourceName), Any<uint16_t>(), Any<uint32_t>()};
-        });
-        Fill(rule.resource_type_entries, [&] {
-            return ResourceTypeEntry{number(), Text(kMaxResourceName), Any<uint16_t>(), number(), number()};
-        });
-        Fill(rule.resource_strings, [&] {
-            const uint32_t type = Below(2) == 0 ? 16 + 8 * static_cast<uint32_t>(Below(2)) : number();
-            return ResourceString{type, number(), Text(kMaxResourceName), Any<uint16_t>(), number(), Text(60)};
-        });
-        Fill(rule.measure_conditions, [&] { return MeasureOf(); });
-        Fill(rule.secondary_conditions, [&] { return SecondaryCondition{index(), index(), Op(), Any<uint32_t>()}; });
-        Fill(rule.object_names, [&] { return ObjectName{Any<uint16_t>(), Any<uint8_t>(), Op(), Text(40)}; });
-        if (!rule.object_names.empty())
-            Fill(rule.member_names, [&] {
-                return MemberName{static_cast<uint16_t>(Below(rule.object_names.size())), Any<uint8_t>(), Op(),
-                                  Text(40)};
-            });
         return rule;
     }
 
 private:
     std::size_t Below(std::size_t end) { return random_() % end; }
 
-    // Ends of the range more often than what lies between.
+    // The ends of the range more often than the values between them.
     template <typename Integer>
     Integer Any() {
         constexpr Integer kLast = std::numeric_limits<Integer>::max();
@@ -122,8 +90,21 @@ private:
                Expression(count - left, static_cast<char>(first + static_cast<int>(left))) + Blanks() + ")";
     }
 
-    rules::StringFeature String() {
-        rules::StringFeature e;
+    // A type, id, key or mode of resources.
+    uint32_t Number() { return Below(2) == 0 ? Small<uint32_t>() : Any<uint32_t>(); }
+
+    void FillIn(rules::HeaderCondition &e, const rules::Rule &) { e = {Small<uint16_t>(), Op(), Any<uint32_t>()}; }
+
+    void FillIn(rules::SectionCondition &e, const rules::Rule &) {
+        const auto role = static_cast<uint16_t>(600 + Below(20));
+        e = {Below(2) == 0 ? role : Small<uint16_t>(), Small<uint8_t>(), Op(), Any<uint32_t>()};
+    }
+
+    void FillIn(rules::SectionNameCondition &e, const rules::Rule &) {
+        e = {static_cast<uint16_t>((Below(2) == 0 ? 504 : 600) + Below(6)), Op(), Text(rules::kMaxSectionName)};
+    }
+
+    void FillIn(rules::StringFeature &e, const rules::Rule &) {
         e.bytes = Bytes(Below(3) == 0 ? rules::kMaxStringLength - Below(2) : 1 + Below(40));
         for (std::size_t i = Below(2) == 0 ? 0 : e.bytes.size(); i < e.bytes.size(); ++i) {
             e.mask[i] = Below(3) == 0;
@@ -143,11 +124,36 @@ private:
         }
         e.options = static_cast<uint8_t>(Below(4));
         e.drift = Any<uint16_t>();
-        return e;
     }
 
-    rules::MeasureCondition MeasureOf() {
-        rules::MeasureCondition e;
+    // Import descriptors and objects.
+    template <typename Condition>
+    void FillIn(Condition &e, const rules::Rule &) {
+        e = {Small<uint8_t>(), Small<uint8_t>(), Op(), Any<uint32_t>()};
+    }
+
+    void FillIn(rules::ImportModule &e, const rules::Rule &) {
+        const int position = static_cast<int>(Any<uint16_t>() % 0x8001) - 1;
+        e = {static_cast<int16_t>(position), Any<uint8_t>(), Op(), Text(40)};
+    }
+
+    void FillIn(rules::ImportFunction &e, const rules::Rule &) { e = {Any<uint16_t>(), Op(), Text(40)}; }
+    void FillIn(rules::ExportName &e, const rules::Rule &) { e = {Op(), Text(40)}; }
+
+    void FillIn(rules::ResourceEntry &e, const rules::Rule &) {
+        e = {Number(), Number(), Text(rules::kMaxResourceName), Any<uint16_t>(), Any<uint32_t>()};
+    }
+
+    void FillIn(rules::ResourceTypeEntry &e, const rules::Rule &) {
+        e = {Number(), Text(rules::kMaxResourceName), Any<uint16_t>(), Number(), Number()};
+    }
+
+    void FillIn(rules::ResourceString &e, const rules::Rule &) {
+        const uint32_t type = Below(2) == 0 ? 16 + 8 * static_cast<uint32_t>(Below(2)) : Number();
+        e = {type, Number(), Text(rules::kMaxResourceName), Any<uint16_t>(), Number(), Text(60)};
+    }
+
+    void FillIn(rules::MeasureCondition &e, const rules::Rule &) {
         e.region = static_cast<uint8_t>(Below(2) == 0 ? 59 + Below(21) : Any<uint8_t>());
         e.length = Any<uint32_t>();
         e.index = Any<uint8_t>();
@@ -156,14 +162,13 @@ private:
         constexpr uint64_t kExponent = uint64_t{0x7FF} << 52;
         e.bits = e.measure == rules::Measure::Crc32 ? Any<uint32_t>() : random_();
         if (e.measure == rules::Measure::Entropy && (e.bits & kExponent) == kExponent)
-            e.bits = rules::MeasureBits(7.25); // neither infinity nor what is no number can be written
-        return e;
+            e.bits = rules::MeasureBits(7.25); // neither infinity nor NaN can be written
     }
 
-    template <typename Element, typename MakeElement>
-    void Fill(std::vector<Element> &list, MakeElement make, std::size_t most = 6) {
-        for (std::size_t count = Below(2) == 0 ? 0 : Below(most + 1); count > 0; --count)
-            list.push_back(make());
+    void FillIn(rules::ObjectName &e, const rules::Rule &) { e = {Any<uint16_t>(), Any<uint8_t>(), Op(), Text(40)}; }
+
+    void FillIn(rules::MemberName &e, const rules::Rule &rule) {
+        e = {static_cast<uint16_t>(Below(rule.object_names.size())), Any<uint8_t>(), Op(), Text(40)};
     }
 
     std::mt19937_64 random_;
