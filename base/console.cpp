@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "base/characters.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -32,13 +33,9 @@ const char *Escape(Colour colour) {
     }
 }
 
-constexpr bool ContinuesCharacter(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
 // Characters from U+0800 on may be shown two columns wide.
 constexpr std::size_t ColumnsOf(char first_byte) {
-    return ContinuesCharacter(first_byte) ? 0 : static_cast<unsigned char>(first_byte) >= 0xE0 ? 2 : 1;
+    return IsUtf8Continuation(first_byte) ? 0 : static_cast<unsigned char>(first_byte) >= 0xE0 ? 2 : 1;
 }
 
 } // namespace
@@ -79,7 +76,7 @@ std::string ShortenLeft(std::string_view text, std::size_t columns) {
         width += ColumnsOf(byte);
     if (width <= columns)
         return std::string(text);
-    while (!text.empty() && (width + kCut.size() > columns || ContinuesCharacter(text.front()))) {
+    while (!text.empty() && (width + kCut.size() > columns || IsUtf8Continuation(text.front()))) {
         width -= ColumnsOf(text.front());
         text.remove_prefix(1);
     }

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "base/characters.h"
+
 namespace tavrik::base {
 
 namespace {
@@ -26,7 +28,7 @@ bool InSet(std::string_view set, char byte) {
 // The length of the character that begins the text, in bytes.
 std::size_t CharacterLength(std::string_view text) {
     std::size_t length = 1;
-    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+    while (length < text.size() && IsUtf8Continuation(text[length]))
         ++length;
     return length;
 }

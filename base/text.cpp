@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include "base/characters.h"
+
 namespace tavrik::base {
 
 namespace {
@@ -30,10 +32,9 @@ Character Decode(std::string_view text) {
         return kInvalid;
     uint32_t code = lead & (0x7Fu >> length);
     for (std::size_t index = 1; index < length; ++index) {
-        const auto byte = static_cast<uint8_t>(text[index]);
-        if ((byte & 0xC0) != 0x80)
+        if (!IsUtf8Continuation(text[index]))
             return kInvalid;
-        code = code << 6 | (byte & 0x3Fu);
+        code = code << 6 | (static_cast<uint8_t>(text[index]) & 0x3Fu);
     }
     const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
     return code < kSmallestOfLength[length] || code > 0x10FFFF || surrogate ? kInvalid : Character{code, length};

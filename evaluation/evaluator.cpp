@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/characters.h"
 #include "evaluation/string_search.h"
 #include "rules/expression.h"
 #include "rules/lists.h"
@@ -130,20 +131,11 @@ bool MeetsMeasures(std::span<const MeasureCondition> elements, Features &feature
 
 // ---- Names ---------------------------------------------------------------------------------------------------------
 
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool AreEqualInEitherCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return Lower(a) == Lower(b); });
-}
-
 // Whether the file's name meets the rule's under the bits of `option`.
 bool IsNamed(std::string_view name, std::string_view wanted, uint8_t option) {
     if ((option & rules::kNamePrefix) != 0)
         name = name.substr(0, wanted.size());
-    return (option & rules::kNameCased) != 0 ? name == wanted : AreEqualInEitherCase(name, wanted);
+    return (option & rules::kNameCased) != 0 ? name == wanted : base::IsEqualIgnoringCase(name, wanted);
 }
 
 // For a name in a list: whether the list has it as the operator wants.
@@ -228,7 +220,7 @@ bool MeetsImportFunction(const ImportFunction &e, std::span<const ImportModule> 
 
 bool MeetsExportModule(const ExportName &e, Features &features) {
     const std::optional<std::string> &module = features.Exports().module();
-    return MeetsPresence(e.op, module && AreEqualInEitherCase(*module, e.name));
+    return MeetsPresence(e.op, module && base::IsEqualIgnoringCase(*module, e.name));
 }
 
 // ---- Visual Basic --------------------------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/characters.h"
 #include "pe/manifest.h"
 #include "rules/names.h"
 
@@ -24,15 +25,6 @@ enum Key : uint32_t {
 
 constexpr uint32_t kStringsOfBlock = 16;
 
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool AreEqualInEitherCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return Lower(a) == Lower(b); });
-}
-
 bool IsNumberSelected(uint32_t wanted, uint32_t number) {
     return wanted == rules::kAnyResource || wanted == number;
 }
@@ -42,7 +34,7 @@ template <std::size_t size>
 bool IsNameSelected(const char (&wanted)[size], const std::u16string &name) {
     const std::size_t length = strnlen(wanted, size);
     return length == 0 || std::equal(wanted, wanted + length, name.begin(), name.end(), [](char byte, char16_t unit) {
-               return unit < 0x100 && Lower(byte) == Lower(static_cast<char>(unit));
+               return unit < 0x100 && base::LowerAscii(byte) == base::LowerAscii(static_cast<char>(unit));
            });
 }
 
@@ -141,7 +133,7 @@ bool ResourceStrings::AnyVersionText(std::size_t resource, uint32_t key, Visit v
     const std::string_view name =
         key == kAssemblyVersion ? "Assembly Version" : rules::NameOf(rules::ResourceKeys(), key);
     return std::any_of(version.strings.begin(), version.strings.end(), [&](const auto &string) {
-        return (key == kAnyKey || AreEqualInEitherCase(string.first, name)) && visit(string.second, false);
+        return (key == kAnyKey || base::IsEqualIgnoringCase(string.first, name)) && visit(string.second, false);
     });
 }
 

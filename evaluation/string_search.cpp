@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/characters.h"
 #include "evaluation/string_pattern.h"
 
 namespace tavrik::evaluation {
@@ -94,7 +95,7 @@ private:
 };
 
 bool StandsPlainlyAt(base::FileBytes &bytes, uint64_t offset, const StringFeature &string) {
-    const auto lower = [](uint8_t byte) { return byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : byte; };
+    const auto lower = [](uint8_t byte) { return base::LowerAscii(static_cast<char>(byte)); };
     const bool ignores_case = (string.param_e & rules::kStringNoCase) != 0;
     const bool is_wide = (string.param_e & rules::kStringWide) != 0;
     for (std::size_t i = 0; i < string.length; ++i) {

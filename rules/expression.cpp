@@ -6,18 +6,14 @@ namespace tavrik::rules {
 
 namespace {
 
-constexpr bool IsLetter(char c) {
-    return c >= 'A' && c <= 'Z';
-}
-
 // Walks an expression with a count of open parentheses instead of recursion, so that no text is too deep.
 class Walker {
 public:
     explicit Walker(std::string_view text) : text_(text) {}
 
     std::optional<ExpressionError> Walk() {
-        // Per open parenthesis one bit would do, but its operand count is all that is needed: 1 behind the first
-        // operand, 2 behind the operator.
+        // Per open parenthesis one bit would do, but its operand count is all that is needed: 1 after the first
+        // operand, 2 after the operator.
         std::string states;
         bool needs_operand = true;
         while (true) {
@@ -28,7 +24,7 @@ public:
             const char c = text_[position_];
             if (needs_operand && c == '(') {
                 states.push_back('1');
-            } else if (needs_operand && IsLetter(c)) {
+            } else if (needs_operand && IsStringLetter(c)) {
                 needs_operand = false;
             } else if (!needs_operand && (c == '&' || c == '|')) {
                 if (states.empty())
@@ -69,7 +65,7 @@ private:
 LetterSet LettersOf(std::string_view expression) {
     LetterSet letters = 0;
     for (const char c : expression) {
-        if (IsLetter(c))
+        if (IsStringLetter(c))
             letters |= LetterSet{1} << (c - 'A');
     }
     return letters;

@@ -19,6 +19,12 @@ struct ExpressionError {
 /** The letters of an expression as a set of bits, A the lowest. */
 using LetterSet = uint32_t;
 
+/** Whether a character of an expression is the letter of a string. */
+constexpr bool IsStringLetter(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+
+/** The letters that occur in a text. */
 LetterSet LettersOf(std::string_view expression);
 
 /** Checks that an expression is a letter or a pair in parentheses joined by & or |, blanks between tokens allowed, that

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "base/characters.h"
 #include "base/system.h"
 #include "base/text.h"
 #include "tavrik2/payload_locator.h"
@@ -91,7 +92,7 @@ std::string SafeName(const fs::path &file) {
     if (name.size() > kLongestName) {
         // Not within a character.
         std::size_t end = kLongestName;
-        while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80)
+        while (end > 0 && base::IsUtf8Continuation(name[end]))
             --end;
         name.resize(end);
     }

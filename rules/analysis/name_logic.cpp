@@ -2,15 +2,13 @@
 
 #include <algorithm>
 
+#include "base/characters.h"
+
 namespace tavrik::rules::analysis {
 
 namespace {
 
 constexpr uint16_t kAnySection = static_cast<uint16_t>(SectionRole::Any);
-
-bool IsSameFolded(std::string_view left, std::string_view right) {
-    return std::ranges::equal(left, right, {}, Folded, Folded);
-}
 
 template <typename Element>
 bool Asks(const Element &element) {
@@ -34,7 +32,7 @@ bool NameImplies(const Element &left, const Element &right) {
     std::string_view name = left.name;
     if (is_prefix)
         name = name.substr(0, right.name.size());
-    return is_cased ? name == right.name : IsSameFolded(name, right.name);
+    return is_cased ? name == right.name : base::IsEqualIgnoringCase(name, right.name);
 }
 
 // No name is accepted by both.
@@ -47,7 +45,7 @@ bool AreDisjoint(const Element &left, const Element &right) {
     if ((right.option & kNamePrefix) != 0)
         l = l.substr(0, r.size());
     const bool is_cased = (left.option & right.option & kNameCased) != 0;
-    return is_cased ? l != r : !IsSameFolded(l, r);
+    return is_cased ? l != r : !base::IsEqualIgnoringCase(l, r);
 }
 
 // Of two elements that ask about names at positions of the file (-1: any): `left` being met, so is `right`.
@@ -106,7 +104,7 @@ bool FunctionsConflict(const Rule &rule, const ImportFunction &asked, const Impo
 // A number, name and language, of which some may be any: what `left` accepts, `right` accepts.
 bool IsWithin(uint32_t left_number, std::string_view left_name, uint32_t right_number, std::string_view right_name) {
     return (right_number == kAnyResource || left_number == right_number) &&
-           (right_name.empty() || IsSameFolded(left_name, right_name));
+           (right_name.empty() || base::IsEqualIgnoringCase(left_name, right_name));
 }
 
 bool IsLanguageWithin(uint16_t left, uint16_t right) {
@@ -149,8 +147,8 @@ bool IsRuledOut(const Element &resource, const ResourceTypeEntry &absent) {
 
 bool ExportModuleImplies(const ExportName &left, const ExportName &right) {
     if (left.op == right.op)
-        return IsSameFolded(left.name, right.name);
-    return Asks(left) && RulesOut(right) && !IsSameFolded(left.name, right.name);
+        return base::IsEqualIgnoringCase(left.name, right.name);
+    return Asks(left) && RulesOut(right) && !base::IsEqualIgnoringCase(left.name, right.name);
 }
 
 // The position of the object that a member's row means; nothing without such a row.
@@ -294,16 +292,6 @@ private:
 
 } // namespace
 
-char Folded(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string FoldedText(std::string_view text) {
-    std::string folded(text);
-    std::ranges::transform(folded, folded.begin(), Folded);
-    return folded;
-}
-
 std::vector<NameConflict> FindNameConflicts(const Rule &rule) {
     return ConflictFinder(rule).Find();
 }
@@ -325,7 +313,7 @@ bool NamesImply(const Rule &left, const Rule &right) {
 
 std::vector<NameMark> NameMarks(const Rule &rule) {
     std::vector<NameMark> marks;
-    const auto add = [&marks](Item item, std::string_view text) { marks.push_back({item, FoldedText(text)}); };
+    const auto add = [&marks](Item item, std::string_view text) { marks.push_back({item, base::LowerAscii(text)}); };
     const auto add_names = [&](Item item, const auto &list) {
         for (const auto &element : list)
             if (Asks(element) && (element.option & kNamePrefix) == 0)

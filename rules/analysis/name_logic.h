@@ -39,10 +39,6 @@ struct NameMark {
 
 std::vector<NameMark> NameMarks(const Rule &rule);
 
-/** ASCII letters in lower case. */
-char Folded(char c);
-std::string FoldedText(std::string_view text);
-
 } // namespace tavrik::rules::analysis
 
 #endif

@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 
+#include "base/characters.h"
 #include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
@@ -113,8 +114,8 @@ bool StringImplies(const StringFeature &left, const StringFeature &right) {
     for (std::size_t i = 0; i < left.bytes.size(); ++i) {
         if (right.mask[i])
             continue;
-        const char l = right_folds ? Folded(left.bytes[i]) : left.bytes[i];
-        const char r = right_folds ? Folded(right.bytes[i]) : right.bytes[i];
+        const char l = right_folds ? base::LowerAscii(left.bytes[i]) : left.bytes[i];
+        const char r = right_folds ? base::LowerAscii(right.bytes[i]) : right.bytes[i];
         if (left.mask[i] || l != r)
             return false;
     }
@@ -132,7 +133,7 @@ std::optional<std::vector<LetterSet>> WaysOf(std::string_view expression) {
     std::vector<Ways> operands;
     std::string operators;
     for (const char c : expression) {
-        if (c >= 'A' && c <= 'Z') {
+        if (IsStringLetter(c)) {
             operands.push_back({LetterSet{1} << (c - 'A')});
         } else if (c == '&' || c == '|') {
             operators.push_back(c);
@@ -450,7 +451,7 @@ void RuleLogic::CollectMarks() {
     for (std::size_t i = 0; i < rule_.strings.size(); ++i) {
         const StringFeature &string = rule_.strings[i];
         if (string.mask.none())
-            add(MarkOf(KeyOf(Item::Strings, 0), FoldedText(string.bytes)), needs_all || (all >> i & 1) == 0);
+            add(MarkOf(KeyOf(Item::Strings, 0), base::LowerAscii(string.bytes)), needs_all || (all >> i & 1) == 0);
     }
     for (const NameMark &name : NameMarks(rule_))
         add(MarkOf(KeyOf(name.item, 0), name.text), true);

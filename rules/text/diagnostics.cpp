@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/characters.h"
+
 namespace tavrik::rules::text {
 
 namespace {
@@ -32,8 +34,7 @@ std::string Shown(std::string_view piece) {
 
 // Columns on the screen: bytes of a UTF-8 sequence behind its first do not count.
 std::size_t Width(std::string_view shown) {
-    return static_cast<std::size_t>(
-        std::ranges::count_if(shown, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return static_cast<std::size_t>(std::ranges::count_if(shown, [](char c) { return !base::IsUtf8Continuation(c); }));
 }
 
 } // namespace
