@@ -34,11 +34,6 @@ constexpr uint32_t AsOffset(int32_t value) {
     return static_cast<uint32_t>(value);
 }
 
-/** lowest <= value <= highest */
-constexpr bool IsInRange(uint32_t value, uint32_t lowest, uint32_t highest) {
-    return lowest <= value && value <= highest;
-}
-
 /** The sum of two signed values, wrapping modulo 2^32. */
 constexpr int32_t WrappingAdd(int32_t left, int32_t right) {
     return AsSigned(AsOffset(left) + AsOffset(right));

@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/resource_data_entries.h"
 #include "tavrik2/pe/byte_pattern.h"
 
@@ -58,25 +59,23 @@ constexpr auto kRows38 = gate(
             name(last_section::Name, ".reloc"))));
 // clang-format on
 
-constexpr uint32_t kSearchLength = 1024; // bytes of the resource
-
 } // namespace
 
 constinit const GateView kGate38 = kRows38;
 
 int Locate38(const TargetFile &file, Finding *finding) {
-    ResourceDataEntry resources[5];
+    ResourceDataEntry resources[kEntry38Capacity];
     uint32_t count;
-    if (FindResourceDataEntries(file, file.resource_rva(), kRawDataResource, resources, &count) != 1)
+    if (FindResourceDataEntries(file, file.resource_rva(), kEntry38ResourceType, resources, &count) != 1)
         return kDeclined;
     const uint32_t start = file.OffsetOf(resources[0].OffsetToData);
     if (!file.SeekExactly(start))
         return kDeclined;
-    uint8_t block[kSearchLength];
+    uint8_t block[kEntry38Read];
     const uint32_t read = file.ReadCleared(block);
     if (read < sizeof CabinetMarker)
         return kDeclined;
-    const uint32_t length = read < kSearchLength ? read : kSearchLength;
+    const uint32_t length = read < sizeof block ? read : static_cast<uint32_t>(sizeof block);
     const int32_t place = FindBytePattern(block, static_cast<int32_t>(length), CabinetMarker);
     if (place < 0)
         return kDeclined;

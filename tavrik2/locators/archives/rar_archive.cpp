@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/pe/byte_pattern.h"
 #include "tavrik2/pe/section_flags.h"
 
@@ -44,8 +45,6 @@ constexpr auto kRows39 = gate(
             in(ExportSize, 0x20, 0x50))));
 // clang-format on
 
-constexpr int32_t kMaxBlocks = 5;
-
 } // namespace
 
 constinit const GateView kGate39 = kRows39;
@@ -55,7 +54,7 @@ int Locate39(const TargetFile &file, Finding *finding) {
     // Only the first block is compared with the file's size; later ones end where the stream does.
     if (!file.IsInFile(position, 1))
         return kDeclined;
-    for (int32_t count = 0; count < kMaxBlocks; ++count, position += kBlockSize) {
+    for (uint32_t count = 0; count < kEntry39Blocks; ++count, position += kBlockSize) {
         uint8_t block[kBlockSize];
         if (!file.ReadBlockAt(position, block))
             return kDeclined;

@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/autoit/header.h"
 #include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/altered_autoit_scan.h"
 #include "tavrik2/locators/scans/autoit_ea06_scan.h"
 #include "tavrik2/locators/scans/resource_data_entries.h"
@@ -89,12 +90,6 @@ constexpr auto kRows45 = gate(
     all(first_section::Characteristics, kMemReadExecute | kCntCode));
 // clang-format on
 
-// Resource sizes in bytes.
-constexpr uint32_t kEntry45LargestVersion = 0x200;
-constexpr uint32_t kEntry48ScriptSize = 0x5000; // a first resource of this size or more is not the script
-constexpr uint32_t kEntry49NotAbove = 0x25000;  // a resource of this size or less is not the script
-constexpr int32_t kEntry49LastType = 17;
-
 } // namespace
 
 constinit const GateView kGate34 = kRows34;
@@ -112,20 +107,21 @@ int Locate46(const TargetFile &file, Finding *finding) {
 }
 
 int Locate48(const TargetFile &file, Finding *finding) {
-    ResourceDataEntry resources[2];
+    ResourceDataEntry resources[kEntry48Capacity];
     uint32_t count;
-    if (FindResourceDataEntries(file, file.resource_rva(), kMessageTableResource, resources, &count) != 1 || count != 2)
+    if (FindResourceDataEntries(file, file.resource_rva(), kEntry48ResourceType, resources, &count) != 1 ||
+        count != kEntry48ResourceCount)
         return kDeclined;
-    const ResourceDataEntry &script = resources[0].Size < kEntry48ScriptSize ? resources[0] : resources[1];
+    const ResourceDataEntry &script = resources[0].Size < kEntry48FirstSizeBelow ? resources[0] : resources[1];
     return ReportHeader(file, FindAutoItEA06Header, script.OffsetToData, finding);
 }
 
 int Locate49(const TargetFile &file, Finding *finding) {
-    for (int32_t type = 1; type <= kEntry49LastType; ++type) {
+    for (const uint32_t type : kEntry49ResourceType) {
         ResourceDataEntry resource[1];
         uint32_t count;
         if (FindResourceDataEntries(file, file.resource_rva(), type, resource, &count) == 1 &&
-            resource[0].Size > kEntry49NotAbove)
+            resource[0].Size >= kEntry49ResourceSize)
             return ReportHeader(file, FindAutoItEA06Header, resource[0].OffsetToData, finding);
     }
     return kDeclined;
@@ -134,8 +130,8 @@ int Locate49(const TargetFile &file, Finding *finding) {
 int Locate45(const TargetFile &file, Finding *finding) {
     ResourceDataEntry version[1];
     uint32_t count;
-    if (FindResourceDataEntries(file, file.resource_rva(), kVersionResource, version, &count) != 1 ||
-        version[0].Size > kEntry45LargestVersion)
+    if (FindResourceDataEntries(file, file.resource_rva(), kEntry45ResourceType, version, &count) != 1 ||
+        version[0].Size > kEntry45ResourceSize)
         return kDeclined;
     return ReportHeader(file, FindAutoItEA06Header, version[0].OffsetToData, finding);
 }

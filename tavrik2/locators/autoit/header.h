@@ -9,9 +9,6 @@
 
 namespace tavrik2 {
 
-/** A script header's walk: blocks shorter than this end it, and so do the file's last 80 bytes. */
-inline constexpr BlockWalk kHeaderWalk = {80, 2560};
-
 /** The verdict on a header at `place` of the block at `position`: one that begins before `start` ends the search. */
 inline BlockVerdict HeaderAt(int32_t position, int32_t place, int32_t start) {
     const int32_t header = WrappingAdd(position, place);

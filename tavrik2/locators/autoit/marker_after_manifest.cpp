@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/resource_data_entries.h"
 #include "tavrik2/pe/byte_pattern.h"
 
@@ -53,36 +54,18 @@ constexpr auto kRows26 = gate(
     is(entry_code(9), 0xFF));
 // clang-format on
 
-constexpr uint32_t kScanLength = 24576;
 constexpr int32_t kMarkerWordSize = 4;
 
-// What the manifest's text must contain; no terminator.
-constexpr char kEntry25Text[] = "level=\"requireAdministrator\"";
-constexpr char kEntry26Text[] = "name=\"AutoIt3\"";
-
-// How far behind the manifest entry 25's script lies depends on the file's size; the first row that fits decides.
-struct SizeRow {
-    int32_t lowest_size;
-    int32_t highest_size;
-    uint32_t distance;
-};
-constexpr SizeRow kEntry25Distances[] = {
-    {0x1800001, 0x28FFFFF, 0x26000},
-    {0x3F0001, 0x40FFFF, 0x5F000},
-    {0x300001, 0x4FFFFF, 0x16B000},
-};
-
-// The places behind the manifest at which entry 26 looks for the script, in this order.
-constexpr uint32_t kEntry26Distances[] = {0, 0x5B000};
-
-using ScanBlock = uint8_t[kScanLength];
+using ScanBlock = uint8_t[kEntry25Read];
+constexpr uint32_t kScanLength = sizeof(ScanBlock);
 
 // Finds the only manifest of the resource directory at `resource_rva` and moves the stream to its text. Returns false
 // unless there is exactly one; else its file offset and the file offset just past it.
 bool FindManifest(const TargetFile &file, uint32_t resource_rva, uint32_t *start, uint32_t *end) {
-    ResourceDataEntry manifests[5];
+    ResourceDataEntry manifests[kEntry25Capacity];
     uint32_t count;
-    if (FindResourceDataEntries(file, resource_rva, kManifestResource, manifests, &count) != 1 || count != 1)
+    if (FindResourceDataEntries(file, resource_rva, kEntry25ResourceType, manifests, &count) != 1 ||
+        count != kEntry25ResourceCount)
         return false;
     *start = file.OffsetOf(manifests[0].OffsetToData);
     *end = *start + manifests[0].Size;
@@ -92,10 +75,8 @@ bool FindManifest(const TargetFile &file, uint32_t resource_rva, uint32_t *start
 
 // Reads a whole block from where the stream stands and looks for the text in it.
 template <uint32_t Size>
-bool ReadsText(const TargetFile &file, ScanBlock &block, const char (&text)[Size]) {
-    return file.ReadCleared(block) == kScanLength &&
-           FindBytePattern(block, kScanLength, reinterpret_cast<const uint8_t *>(text),
-                           static_cast<int32_t>(Size - 1)) >= 0;
+bool ReadsText(const TargetFile &file, ScanBlock &block, const uint8_t (&text)[Size]) {
+    return file.ReadCleared(block) == kScanLength && FindBytePattern(block, kScanLength, text) >= 0;
 }
 
 // The marker word's first position among `length` bytes, or -1; the last possible position is not looked at.
@@ -123,9 +104,9 @@ int Locate25(const TargetFile &file, Finding *finding) {
     uint32_t manifest_end;
     ScanBlock block;
     if (!FindManifest(file, file.last_section->VirtualAddress, &manifest, &manifest_end) ||
-        !ReadsText(file, block, kEntry25Text))
+        !ReadsText(file, block, Entry25ManifestText))
         return kDeclined;
-    for (const SizeRow &row : kEntry25Distances) {
+    for (const DistanceBySize &row : kEntry25DistanceBySize) {
         if (file.file_size < row.lowest_size || file.file_size > row.highest_size)
             continue;
         const uint32_t base = manifest_end + row.distance;
@@ -140,9 +121,10 @@ int Locate26(const TargetFile &file, Finding *finding) {
     uint32_t manifest;
     uint32_t manifest_end;
     ScanBlock block;
-    if (!FindManifest(file, file.resource_rva(), &manifest, &manifest_end) || !ReadsText(file, block, kEntry26Text))
+    if (!FindManifest(file, file.resource_rva(), &manifest, &manifest_end) ||
+        !ReadsText(file, block, Entry26ManifestText))
         return kDeclined;
-    for (const uint32_t distance : kEntry26Distances) {
+    for (const uint32_t distance : kEntry26Distance) {
         const uint32_t base = manifest_end + distance;
         if (!file.IsInFile(base, 1) || !file.SeekExactly(base))
             return kDeclined;

@@ -4,6 +4,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 
 namespace tavrik2 {
 
@@ -77,18 +78,10 @@ constexpr auto kRows5 = gate(
     is(CertificateSize, 0));
 // clang-format on
 
-// Markers of altered builds.
-constexpr uint8_t kEntry0Marker[16] = {0xA3, 0x48, 0x4B, 0xBE, 0x98, 0x6C, 0x4A, 0xA9,
-                                       0x82, 0x29, 0x92, 0x76, 0x82, 0x85, 0x19, 0x65};
-constexpr uint8_t kEntry5Marker[16] = {0x38, 0x71, 0x13, 0x28, 0x95, 0x12, 0x58, 0x71,
-                                       0x63, 0x23, 0x47, 0x52, 0x32, 0x12, 0x83, 0x79};
-
-constexpr uint32_t kEntry23Distances[] = {0x14A00, 0x5CA00}; // into section 4
-constexpr uint32_t kEntry12Offsets[] = {0xF2000, 0xFF200, 0x1CD200};
-constexpr uint32_t kEntry5Offset = 0xA7C1F;
-
+// Reads `Length` bytes at `offset` and reports the marker that they begin with.
+template <uint32_t Length>
 int ReadMarker(const TargetFile &file, uint32_t offset, const uint8_t (&marker)[16], Finding *finding) {
-    uint8_t block[32];
+    uint8_t block[Length];
     if (!file.ReadBlockAt(offset, block) || std::memcmp(block, marker, sizeof marker) != 0)
         return kDeclined;
     return Report(finding, offset, kHeaderSize);
@@ -103,11 +96,11 @@ constinit const GateView kGate23 = kRows23;
 
 int Locate23(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
-    if (!file.ReadSectionHeader(4, &section4))
+    if (!file.ReadSectionHeader(kEntry23SectionIndex, &section4))
         return kDeclined;
-    for (const uint32_t distance : kEntry23Distances) {
+    for (const uint32_t distance : kEntry23Distance) {
         const uint32_t offset = section4.PointerToRawData + distance;
-        uint8_t block[1024];
+        uint8_t block[kEntry23Read];
         // A candidate that cannot be read ends the search.
         if (!file.IsInFile(offset, 1) || !file.ReadBlockAt(offset, block))
             return kDeclined;
@@ -118,8 +111,8 @@ int Locate23(const TargetFile &file, Finding *finding) {
 }
 
 int Locate12(const TargetFile &file, Finding *finding) {
-    for (const uint32_t offset : kEntry12Offsets) {
-        uint8_t block[100];
+    for (const uint32_t offset : kEntry12Start) {
+        uint8_t block[kEntry12Read];
         // An offset at the very end passes here, and a short block is looked at: only its marker word counts.
         if (AsSigned(offset) > file.file_size || !file.SeekExactly(offset))
             return kDeclined;
@@ -132,16 +125,16 @@ int Locate12(const TargetFile &file, Finding *finding) {
 
 int Locate0(const TargetFile &file, Finding *finding) {
     SectionHeader section3;
-    if (!file.ReadSectionHeader(3, &section3))
+    if (!file.ReadSectionHeader(kEntry0SectionIndex, &section3))
         return kDeclined;
     const uint32_t offset = RawDataEnd(section3);
     if (!file.IsInFile(offset, 1))
         return kDeclined;
-    return ReadMarker(file, offset, kEntry0Marker, finding);
+    return ReadMarker<kEntry0Read>(file, offset, Entry0Marker, finding);
 }
 
 int Locate5(const TargetFile &file, Finding *finding) {
-    return ReadMarker(file, kEntry5Offset, kEntry5Marker, finding);
+    return ReadMarker<kEntry5Read>(file, kEntry5Start, Entry5Marker, finding);
 }
 
 } // namespace tavrik2

@@ -1,6 +1,7 @@
 // AutoIt wrappers whose script's marker lies somewhere behind a known start (entries 13, 14 and 15).
 
 #include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/chunk_search.h"
 
 namespace tavrik2 {
@@ -86,13 +87,10 @@ constexpr auto kRows15 = gate(
     all(DllCharacteristics, 0x8000));
 // clang-format on
 
-constexpr int32_t kEntry14Start = 0x49800;
-constexpr int32_t kMaxChunks = 100;
-constexpr int32_t kEntry15MaxChunks = 30;
-
 // What entry 15 demands of section 0 as it stands in the file.
 bool IsExpectedSection0(const SectionHeader &section) {
-    return IsInRange(section.VirtualSize, 0x65000, 0x67000) && IsInRange(section.SizeOfRawData, 0x30000, 0x67000);
+    return kEntry15SectionVirtualSize.Contains(section.VirtualSize) &&
+           kEntry15SectionSizeOfRawData.Contains(section.SizeOfRawData);
 }
 
 } // namespace
@@ -103,19 +101,19 @@ constinit const GateView kGate15 = kRows15;
 
 int Locate13(const TargetFile &file, Finding *finding) {
     const int32_t start = AsSigned(file.OffsetOf(file.resource_rva()));
-    return SearchChunks(file, {start, file.file_size, kMaxChunks}, finding);
+    return SearchChunks(file, {start, file.file_size, kEntry13Blocks}, finding);
 }
 
 int Locate14(const TargetFile &file, Finding *finding) {
-    return SearchChunks(file, {kEntry14Start, file.file_size, kMaxChunks}, finding);
+    return SearchChunks(file, {AsSigned(kEntry14Start), file.file_size, kEntry14Blocks}, finding);
 }
 
 int Locate15(const TargetFile &file, Finding *finding) {
     SectionHeader section0;
-    if (!file.ReadSectionHeader(uint32_t{0}, &section0) || !IsExpectedSection0(section0))
+    if (!file.ReadSectionHeader(kEntry15SectionIndex, &section0) || !IsExpectedSection0(section0))
         return kDeclined;
     const int32_t start = AsSigned(section0.PointerToRawData);
-    return SearchChunks(file, {start, AsSigned(RawDataEnd(section0)), kEntry15MaxChunks}, finding);
+    return SearchChunks(file, {start, AsSigned(RawDataEnd(section0)), kEntry15Blocks}, finding);
 }
 
 } // namespace tavrik2

@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/offset_table_probe.h"
 
 namespace tavrik2 {
@@ -10,9 +11,6 @@ using namespace fields;
 using namespace gates;
 
 namespace {
-
-// The directory count of a build that hides its resource directory's address.
-constexpr uint32_t kMarkedDirectoryCount = 0x90000010;
 
 // clang-format off
 constexpr auto kRows28 = gate(
@@ -93,7 +91,7 @@ constexpr auto kRows28 = gate(
         variant(8,
             is(BaseOfData, 0x98000),
             is(BaseOfCode, 0x60000),
-            is(NumberOfRvaAndSizes, kMarkedDirectoryCount)),
+            is(NumberOfRvaAndSizes, kEntry28IgnoreResourceRva)),
         variant(9,
             is(BaseOfData, 0xB3000),
             is(BaseOfCode, 0x5D000),
@@ -245,14 +243,15 @@ constexpr OffsetProbeRow kOffsets[] = {
 // clang-format on
 
 // AutoItMarker, and the first word of an altered build's header.
-constexpr uint32_t kMarkers[] = {kAutoItMarkerWord, 0x3750DFC6};
+constexpr uint32_t kMarkers[] = {kAutoItMarkerWord, MarkerWord(AlteredAutoItHeaders[3])};
 
 } // namespace
 
 constinit const GateView kGate28 = kRows28;
 
 int Locate28(const TargetFile &file, Finding *finding) {
-    const bool ignore_resource_rva = file.opt_header->NumberOfRvaAndSizes == kMarkedDirectoryCount;
+    // The directory count of a build that hides its resource directory's address.
+    const bool ignore_resource_rva = file.opt_header->NumberOfRvaAndSizes == kEntry28IgnoreResourceRva;
     return ProbeOffsetTable(file, finding, kOffsets, ignore_resource_rva, kMarkers);
 }
 

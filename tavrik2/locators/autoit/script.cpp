@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/autoit/header.h"
 #include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/autoit_script_scan.h"
 #include "tavrik2/locators/scans/resource_data_entries.h"
 #include "tavrik2/pe/section_flags.h"
@@ -133,17 +134,12 @@ constexpr auto kRows33 = gate(
             in(first_section::SizeOfRawData, 0x54000, 0x90000))));
 // clang-format on
 
-// A raw-data resource smaller than this holds no script, in bytes.
-constexpr uint32_t kEntry32SmallestResource = 0xBD00;
-constexpr uint32_t kEntry33SmallestResource = 0x300;
-constexpr uint32_t kEntry47SmallestResource = 0x300;
-
 // Scans from the first raw-data resource or, in a file without one, from the end of the resource directory. A resource
 // that is too small declines the file.
 int ScanFromRawDataResource(const TargetFile &file, uint32_t smallest, Finding *finding) {
     ResourceDataEntry resource[1];
     uint32_t count;
-    if (FindResourceDataEntries(file, file.resource_rva(), kRawDataResource, resource, &count) == 0)
+    if (FindResourceDataEntries(file, file.resource_rva(), kEntry32ResourceType, resource, &count) == 0)
         return ReportHeader(file, FindAutoItScript, file.resource_rva() + file.resource_size(), finding);
     if (resource[0].Size < smallest)
         return kDeclined;
@@ -159,11 +155,11 @@ constinit const GateView kGate43 = kRows43;
 constinit const GateView kGate47 = kRows47;
 
 int Locate32(const TargetFile &file, Finding *finding) {
-    return ScanFromRawDataResource(file, kEntry32SmallestResource, finding);
+    return ScanFromRawDataResource(file, kEntry32ResourceSize, finding);
 }
 
 int Locate33(const TargetFile &file, Finding *finding) {
-    return ScanFromRawDataResource(file, kEntry33SmallestResource, finding);
+    return ScanFromRawDataResource(file, kEntry33ResourceSize, finding);
 }
 
 int Locate37(const TargetFile &file, Finding *finding) {
@@ -178,7 +174,7 @@ int Locate43(const TargetFile &file, Finding *finding) {
 }
 
 int Locate47(const TargetFile &file, Finding *finding) {
-    return ScanFromRawDataResource(file, kEntry47SmallestResource, finding);
+    return ScanFromRawDataResource(file, kEntry47ResourceSize, finding);
 }
 
 } // namespace tavrik2

@@ -1,6 +1,7 @@
 // AutoIt wrappers whose script's signature is scanned for (entries 16, 19, 20, 21 and 24).
 
 #include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
 #include "tavrik2/pe/section_flags.h"
 
@@ -138,12 +139,6 @@ constexpr auto kRows21 = gate(
     any(is(first_section::Characteristics, 0), all(first_section::Characteristics, kMemReadExecute)));
 // clang-format on
 
-// Where the scans start, as file offsets.
-constexpr uint32_t kStart16 = 0x400;
-constexpr uint32_t kStart19 = 0x6C7000;
-constexpr uint32_t kStart20 = 0x40000;
-constexpr uint32_t kStart21 = 0x5B000;
-
 } // namespace
 
 constinit const GateView kGate16 = kRows16;
@@ -153,24 +148,24 @@ constinit const GateView kGate21 = kRows21;
 constinit const GateView kGate24 = kRows24;
 
 int Locate16(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart16, finding);
+    return ReportAutoItSignature(file, kEntry16Start, finding);
 }
 
 int Locate19(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart19, finding);
+    return ReportAutoItSignature(file, kEntry19Start, finding);
 }
 
 int Locate20(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart20, finding);
+    return ReportAutoItSignature(file, kEntry20Start, finding);
 }
 
 int Locate21(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart21, finding);
+    return ReportAutoItSignature(file, kEntry21Start, finding);
 }
 
 int Locate24(const TargetFile &file, Finding *finding) {
     SectionHeader section0;
-    if (!file.ReadSectionHeader(uint32_t{0}, &section0))
+    if (!file.ReadSectionHeader(kEntry24SectionIndex, &section0))
         return kDeclined;
     return ReportAutoItSignature(file, section0.PointerToRawData, finding);
 }

@@ -1,6 +1,7 @@
 // AutoIt wrappers whose script's signature is scanned for (entries 1, 17, 18, 22 and 30).
 
 #include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
 #include "tavrik2/pe/section_flags.h"
 
@@ -182,20 +183,10 @@ constexpr auto kRows30 = gate(
     in(last_section::SizeOfRawData, 0x29000, 0x38000));
 // clang-format on
 
-// Where the scans start, as file offsets or distances into a section's raw data.
-constexpr uint32_t kStart17 = 0xBB000;
-constexpr uint32_t kStart18 = 0xA0000;
-constexpr uint32_t kEntry22IntoLastSection = 0x35000;
-constexpr uint32_t kEntry22IntoRrdata = 0x3B000;
-
-// The ".rrdata" section that entry 22 demands of files with seven sections: each value at most kSlack above its lowest.
-constexpr uint32_t kRrdataLowestSize = 0xE500;
-constexpr uint32_t kRrdataLowestPointer = 0x7E000;
-constexpr uint32_t kSlack = 0x1000;
-
+// The ".rrdata" section that entry 22 demands of files with seven sections.
 bool IsExpectedRrdata(const SectionHeader &section) {
-    return section.SizeOfRawData - kRrdataLowestSize <= kSlack &&
-           section.PointerToRawData - kRrdataLowestPointer <= kSlack;
+    return kEntry22SectionSizeOfRawData.Contains(section.SizeOfRawData) &&
+           kEntry22SectionPointerToRawData.Contains(section.PointerToRawData);
 }
 
 } // namespace
@@ -211,20 +202,20 @@ int Locate1(const TargetFile &file, Finding *finding) {
 }
 
 int Locate17(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart17, finding);
+    return ReportAutoItSignature(file, kEntry17Start, finding);
 }
 
 int Locate18(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart18, finding);
+    return ReportAutoItSignature(file, kEntry18Start, finding);
 }
 
 int Locate22(const TargetFile &file, Finding *finding) {
     if (file.file_header->NumberOfSections != 7)
-        return ReportAutoItSignature(file, file.last_section->PointerToRawData + kEntry22IntoLastSection, finding);
+        return ReportAutoItSignature(file, file.last_section->PointerToRawData + kEntry22DistanceOther, finding);
     SectionHeader rrdata;
     if (!file.ReadSectionHeader(".rrdata", &rrdata) || !IsExpectedRrdata(rrdata))
         return kDeclined;
-    return ReportAutoItSignature(file, rrdata.PointerToRawData + kEntry22IntoRrdata, finding);
+    return ReportAutoItSignature(file, rrdata.PointerToRawData + kEntry22DistanceSections7, finding);
 }
 
 int Locate30(const TargetFile &file, Finding *finding) {

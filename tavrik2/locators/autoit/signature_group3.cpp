@@ -1,6 +1,7 @@
 // AutoIt wrappers whose script's signature is scanned for (entries 2, 3, 4, 6 and 31).
 
 #include "tavrik2/locators/locators.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
 #include "tavrik2/pe/section_flags.h"
 
@@ -99,18 +100,16 @@ constexpr auto kRows31 = gate(
     all(first_section::Characteristics, kMemReadWriteExecute | kCntCode));
 // clang-format on
 
-// Where the scans start, as file offsets.
-constexpr uint32_t kStart2 = 0x40000;
-constexpr uint32_t kStart3 = 0xC0000;
-
 uint32_t Start6(uint16_t section_count) {
     switch (section_count) {
     case 3:
-        return 0x56000;
+        return kEntry6StartSections3;
+    case 5:
+        return kEntry6StartSections5;
     case 8:
-        return 0xB0000;
+        return kEntry6StartSections8;
     default:
-        return 0xC0000;
+        return kEntry6StartSections12;
     }
 }
 
@@ -123,11 +122,11 @@ constinit const GateView kGate6 = kRows6;
 constinit const GateView kGate31 = kRows31;
 
 int Locate2(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart2, finding);
+    return ReportAutoItSignature(file, kEntry2Start, finding);
 }
 
 int Locate3(const TargetFile &file, Finding *finding) {
-    return ReportAutoItSignature(file, kStart3, finding);
+    return ReportAutoItSignature(file, kEntry3Start, finding);
 }
 
 int Locate4(const TargetFile &file, Finding *finding) {

@@ -4,6 +4,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
@@ -74,16 +75,6 @@ constexpr auto kRows10 = gate(
     all(last_section::Characteristics, kMemReadWriteExecute | kCntInitializedData));
 // clang-format on
 
-// The header's first words: 0xDEADBEEF and "Nullsoft".
-constexpr uint32_t kHeaderWords[3] = {0xDEADBEEF, 0x6C6C754E, 0x74666F73};
-
-// Distances in bytes.
-constexpr uint32_t kEntry7AfterSection4 = 4;
-constexpr uint32_t kEntry8AfterSection4 = 0xF004;
-constexpr uint32_t kEntry8IntoLastSection = 0x22404;
-constexpr uint32_t kEntry9BeforeEnd = 0x13359C;
-constexpr uint32_t kEntry10IntoLastSection = 0xA04;
-
 constexpr uint32_t kReadableData = kMemRead | kCntInitializedData;
 
 bool IsResourceSection(const SectionHeader &section) {
@@ -94,7 +85,7 @@ bool IsResourceSection(const SectionHeader &section) {
 // Reads the header at `offset` and reports it if it opens with the header's words.
 int ReadHeader(const TargetFile &file, uint32_t offset, Finding *finding) {
     uint8_t header[kHeaderSize];
-    if (!file.ReadBlockAt(offset, header) || std::memcmp(header, kHeaderWords, sizeof kHeaderWords) != 0)
+    if (!file.ReadBlockAt(offset, header) || std::memcmp(header, NullsoftMarker, kNullsoftWordsLength) != 0)
         return kDeclined;
     return Report(finding, offset, kHeaderSize);
 }
@@ -108,9 +99,9 @@ constinit const GateView kGate10 = kRows10;
 
 int Locate7(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
-    if (!file.ReadSectionHeader(4, &section4))
+    if (!file.ReadSectionHeader(kEntry7SectionIndex, &section4))
         return kDeclined;
-    const uint32_t offset = RawDataEnd(section4) + kEntry7AfterSection4;
+    const uint32_t offset = RawDataEnd(section4) + kEntry7Distance;
     if (!file.IsInFile(offset, 1))
         return kDeclined;
     return ReadHeader(file, offset, finding);
@@ -118,7 +109,7 @@ int Locate7(const TargetFile &file, Finding *finding) {
 
 int Locate8(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
-    if (!file.ReadSectionHeader(4, &section4))
+    if (!file.ReadSectionHeader(kEntry8SectionIndex, &section4))
         return kDeclined;
     if (!IsResourceSection(section4) && (section4.Characteristics & kReadableData) != kReadableData)
         return kDeclined;
@@ -126,22 +117,22 @@ int Locate8(const TargetFile &file, Finding *finding) {
     if (!file.IsInFile(section4_end, 1))
         return kDeclined;
     SectionHeader section5;
-    if (!file.ReadSectionHeader(5, &section5))
+    if (!file.ReadSectionHeader(kEntry8NextSectionIndex, &section5))
         return kDeclined;
     const bool adjoining = section4_end == section5.PointerToRawData;
-    const uint32_t offset =
-        adjoining ? section4_end + kEntry8AfterSection4 : file.last_section->PointerToRawData + kEntry8IntoLastSection;
+    const uint32_t offset = adjoining ? section4_end + kEntry8DistanceAdjoining
+                                      : file.last_section->PointerToRawData + kEntry8DistanceOther;
     if (AsSigned(offset) >= file.file_size)
         return kDeclined;
     return ReadHeader(file, offset, finding);
 }
 
 int Locate9(const TargetFile &file, Finding *finding) {
-    return ReadHeader(file, AsOffset(file.file_size) - kEntry9BeforeEnd, finding);
+    return ReadHeader(file, AsOffset(file.file_size) + kEntry9Distance, finding);
 }
 
 int Locate10(const TargetFile &file, Finding *finding) {
-    const uint32_t offset = file.last_section->PointerToRawData + kEntry10IntoLastSection;
+    const uint32_t offset = file.last_section->PointerToRawData + kEntry10Distance;
     if (AsSigned(offset) >= file.file_size)
         return kDeclined;
     return ReadHeader(file, offset, finding);

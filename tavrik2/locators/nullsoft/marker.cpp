@@ -3,6 +3,7 @@
 #include "tavrik2/lifecycle/platform.h"
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/nullsoft/marker_block.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
@@ -101,16 +102,6 @@ constexpr auto kRows44 = gate(
     name(last_section::Name, ".reloc"));
 // clang-format on
 
-// Distances in bytes.
-constexpr uint32_t kEntry11IntoLastSection = 0x3500;
-constexpr uint32_t kEntry36Beyond = 0x11000;
-constexpr uint32_t kEntry41BeforeEnd = 0x1000;
-constexpr uint32_t kEntry44AfterLastSection = 0x1A000;
-
-constexpr uint32_t kEntry11BlockLength = 8192;
-constexpr uint32_t kEntry35BlockLength = 24576;
-constexpr uint32_t kEntry36BlockLength = 8192;
-
 // A block borrowed from the platform module for one call.
 class BorrowedBlock {
 public:
@@ -150,15 +141,15 @@ constinit const GateView kGate42 = kRows42;
 constinit const GateView kGate44 = kRows44;
 
 int Locate11(const TargetFile &file, Finding *finding) {
-    const uint32_t block_start = file.last_section->PointerToRawData + kEntry11IntoLastSection;
+    const uint32_t block_start = file.last_section->PointerToRawData + kEntry11Distance;
     if (!file.IsInFile(block_start, 0) || !file.SeekExactly(block_start))
         return kDeclined;
-    return SearchBorrowedBlock(file, block_start, kEntry11BlockLength, finding);
+    return SearchBorrowedBlock(file, block_start, kEntry11Read, finding);
 }
 
 int Locate35(const TargetFile &file, Finding *finding) {
     SectionHeader section2;
-    if (!file.ReadSectionHeader(2, &section2))
+    if (!file.ReadSectionHeader(kEntry35SectionIndex, &section2))
         return kDeclined;
     const uint32_t block_start = file.last_section->SizeOfRawData + RawDataEnd(section2);
     if (!file.IsInFile(block_start, 0))
@@ -166,43 +157,43 @@ int Locate35(const TargetFile &file, Finding *finding) {
     // This build takes its block before it moves the stream.
     int32_t place;
     {
-        const BorrowedBlock block(kEntry35BlockLength);
+        const BorrowedBlock block(kEntry35Read);
         if (block.bytes() == nullptr || !file.SeekExactly(block_start))
             return kDeclined;
-        place = FindMarker(file, block.bytes(), kEntry35BlockLength);
+        place = FindMarker(file, block.bytes(), kEntry35Read);
     }
     return ReportMarker(block_start, place, finding);
 }
 
 int Locate36(const TargetFile &file, Finding *finding) {
     SectionHeader section2;
-    if (!file.ReadSectionHeader(2, &section2))
+    if (!file.ReadSectionHeader(kEntry36SectionIndex, &section2))
         return kDeclined;
-    const uint32_t block_start = file.last_section->SizeOfRawData + RawDataEnd(section2) + kEntry36Beyond;
+    const uint32_t block_start = file.last_section->SizeOfRawData + RawDataEnd(section2) + kEntry36Distance;
     if (!file.IsInFile(block_start, 1) || !file.SeekExactly(block_start))
         return kDeclined;
-    return SearchBorrowedBlock(file, block_start, kEntry36BlockLength, finding);
+    return SearchBorrowedBlock(file, block_start, kEntry36Read, finding);
 }
 
 int Locate41(const TargetFile &file, Finding *finding) {
     // The block lies inside the last section; it is not compared with the file's size.
-    const uint32_t block_start = RawDataEnd(*file.last_section) - kEntry41BeforeEnd;
+    const uint32_t block_start = RawDataEnd(*file.last_section) + kEntry41Distance;
     if (AsSigned(block_start) < AsSigned(file.last_section->PointerToRawData))
         return kDeclined;
-    return SearchOwnBlock<4096>(file, block_start, finding);
+    return SearchOwnBlock<kEntry41Read>(file, block_start, finding);
 }
 
 int Locate42(const TargetFile &file, Finding *finding) {
     SectionHeader section4;
-    if (!file.ReadSectionHeader(4, &section4))
+    if (!file.ReadSectionHeader(kEntry42SectionIndex, &section4))
         return kDeclined;
     const uint32_t block_start = file.last_section->SizeOfRawData + RawDataEnd(section4);
-    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, finding) : kDeclined;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<kEntry42Read>(file, block_start, finding) : kDeclined;
 }
 
 int Locate44(const TargetFile &file, Finding *finding) {
-    const uint32_t block_start = RawDataEnd(*file.last_section) + kEntry44AfterLastSection;
-    return file.IsInFile(block_start, 0) ? SearchOwnBlock<1280>(file, block_start, finding) : kDeclined;
+    const uint32_t block_start = RawDataEnd(*file.last_section) + kEntry44Distance;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<kEntry44Read>(file, block_start, finding) : kDeclined;
 }
 
 } // namespace tavrik2

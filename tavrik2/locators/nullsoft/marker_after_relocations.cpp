@@ -2,6 +2,7 @@
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/nullsoft/marker_block.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/pe/section_flags.h"
 
 namespace tavrik2 {
@@ -30,15 +31,13 @@ constexpr auto kRows40 = gate(
     name(last_section::Name, ".reloc"));
 // clang-format on
 
-constexpr uint32_t kAfterLastSection = 0x3000; // bytes
-
 } // namespace
 
 constinit const GateView kGate40 = kRows40;
 
 int Locate40(const TargetFile &file, Finding *finding) {
-    const uint32_t block_start = RawDataEnd(*file.last_section) + kAfterLastSection;
-    return file.IsInFile(block_start, 0) ? SearchOwnBlock<256>(file, block_start, finding) : kDeclined;
+    const uint32_t block_start = RawDataEnd(*file.last_section) + kEntry40Distance;
+    return file.IsInFile(block_start, 0) ? SearchOwnBlock<kEntry40Read>(file, block_start, finding) : kDeclined;
 }
 
 } // namespace tavrik2

@@ -1,17 +1,15 @@
 #include "tavrik2/locators/scans/autoit_script_scan.h"
 
 #include "tavrik2/locators/autoit/header.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/pe/byte_pattern.h"
 
 namespace tavrik2 {
 namespace {
 
-constexpr uint8_t kTagEA05[8] = {'A', 'U', '3', '!', 'E', 'A', '0', '5'};
-constexpr uint8_t kTagEA06[8] = {'A', 'U', '3', '!', 'E', 'A', '0', '6'};
-
 // Byte distances: of the tag from the header, and of an EA06 pattern from the tag.
-constexpr int32_t kTagDistance = 16;
-constexpr int32_t kPatternDistance = 24;
+constexpr int32_t kTagDistance = kFindAutoItScriptTagInHeader[0];
+constexpr int32_t kPatternDistance = kFindAutoItScriptEa06Distance[0];
 
 // True when the first occurrence of `mark` in the block is at `place`.
 template <uint32_t Size>
@@ -25,18 +23,19 @@ int FindAutoItScript(uint32_t handle, int32_t file_size, int32_t start, uint32_t
     const auto examine = [start](const uint8_t *block, int32_t length, int32_t position) -> BlockVerdict {
         constexpr BlockVerdict kGoOn = {BlockVerdict::GoOn, 0};
         // A block with the EA05 tag is not examined for the EA06 form.
-        int32_t tag = FindBytePattern(block, length, kTagEA05);
+        int32_t tag = FindBytePattern(block, length, AutoItTagEA05);
         if (tag >= 0)
             return IsFirstAt(block, length, AutoItMarker, tag - kTagDistance)
                        ? HeaderAt(position, tag - kTagDistance, start)
                        : kGoOn;
-        tag = FindBytePattern(block, length, kTagEA06);
+        tag = FindBytePattern(block, length, AutoItTagEA06);
         if (tag >= 0 && (IsFirstAt(block, length, AutoItEA06PatternA, tag + kPatternDistance) ||
                          IsFirstAt(block, length, AutoItEA06PatternB, tag + kPatternDistance)))
             return HeaderAt(position, tag - kTagDistance, start);
         return kGoOn;
     };
-    return WalkBlocks(handle, file_size, start, out, stream, kHeaderWalk, examine);
+    return WalkBlocks(handle, file_size, start, out, stream, {kFindAutoItScriptEndMargin, kFindAutoItScriptReadCount},
+                      examine);
 }
 
 } // namespace tavrik2

@@ -1,20 +1,21 @@
 #include "tavrik2/locators/scans/chunk_search.h"
 
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 #include "tavrik2/pe/byte_pattern.h"
 
 namespace tavrik2 {
 namespace {
 
-constexpr uint32_t kChunkSize = 16384;
-constexpr int32_t kChunkStep = kChunkSize - sizeof AutoItMarker;
+constexpr uint32_t kChunkSize = kSearchChunksRead;
+constexpr int32_t kChunkStep = kSearchChunksRead[0] - kSearchChunksOverlap[0];
 
 } // namespace
 
 int SearchChunks(const TargetFile &file, ChunkRange range, Finding *finding) {
     uint8_t chunk[kChunkSize];
     int32_t position = range.start;
-    for (int32_t count = 0; count < range.max_chunks; ++count) {
+    for (uint32_t count = 0; count < range.max_chunks; ++count) {
         if (position < 0 || position >= range.limit || !file.SeekExactly(AsOffset(position)))
             return kDeclined;
         const uint32_t read = file.ReadCleared(chunk);

@@ -11,8 +11,8 @@ namespace tavrik2 {
 /** Where a chunk search runs, as signed file offsets. */
 struct ChunkRange {
     int32_t start;
-    int32_t limit;      // no chunk begins here or later
-    int32_t max_chunks; // and no more than these are read
+    int32_t limit;       // no chunk begins here or later
+    uint32_t max_chunks; // and no more than these are read
 };
 
 /** Searches forward for the whole AutoItMarker in 16 KB chunks that overlap by its length, so that a marker across two

@@ -3,11 +3,10 @@
 #include <cstring>
 
 #include "tavrik2/locators/markers.h"
+#include "tavrik2/locators/places.h"
 
 namespace tavrik2 {
 namespace {
-
-constexpr uint32_t kResourceRvaWord = 4; // of data_dirs
 
 bool Matches(uint32_t wanted, uint32_t value) {
     return wanted == 0 || wanted == value;
@@ -38,7 +37,7 @@ int ProbeOffsetTable(FileStream *stream, uint32_t handle, int32_t file_size, con
         const OffsetProbeRow &row = rows[index];
         if (!Matches(row.code_size, opt_header->SizeOfCode) ||
             !Matches(row.init_data_size, opt_header->SizeOfInitializedData) ||
-            !(ignore_resource_rva || Matches(row.resource_rva, LoadU32(data_dirs + kResourceRvaWord))))
+            !(ignore_resource_rva || Matches(row.resource_rva, LoadU32(data_dirs + kProbeOffsetTableResourceWord))))
             continue;
 
         uint32_t base;

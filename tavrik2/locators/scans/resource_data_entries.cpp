@@ -2,16 +2,17 @@
 
 #include <cstring>
 
+#include "tavrik2/locators/places.h"
+
 namespace tavrik2 {
 namespace {
 
-constexpr uint32_t kBlockLength = 4096;
-constexpr uint32_t kDirectoryHeaderSize = 16;
-constexpr uint32_t kNamedEntriesByte = 12; // of a directory header
-constexpr uint32_t kIdEntriesByte = 14;
-constexpr uint32_t kSubdirectoryBit = 0x80000000;
-constexpr uint32_t kMaxTypeEntries = 15;
-constexpr int32_t kMaxSteps = 10; // two for every nested directory
+constexpr uint32_t kBlockLength = kFindResourceDataEntriesRead;
+constexpr uint32_t kDirectoryHeaderSize = kFindResourceDataEntriesHeaderSize;
+constexpr uint32_t kNamedEntriesByte = kFindResourceDataEntriesNamedCountAt; // of a directory header
+constexpr uint32_t kIdEntriesByte = kFindResourceDataEntriesIdCountAt;
+constexpr uint32_t kSubdirectoryBit = 1u << kFindResourceDataEntriesSubdirectoryBit;
+constexpr uint32_t kMaxSteps = kFindResourceDataEntriesSteps; // two for every nested directory
 
 struct TAVRIK_PACKED DirectoryEntry {
     uint32_t Name;
@@ -61,7 +62,7 @@ enum class Descent { Data, Nothing, TooDeep };
 
 // Follows the first entry of every nested directory down to a data entry.
 Descent FindData(const Block &block, DirectoryEntry entry, ResourceDataEntry *data) {
-    int32_t steps = 0;
+    uint32_t steps = 0;
     while (entry.IsSubdirectory()) {
         const uint32_t directory = entry.Target();
         if (!Block::Holds(directory, kDirectoryHeaderSize))
@@ -95,7 +96,7 @@ int FindResourceDataEntries(uint32_t handle, uint32_t resource_rva, int32_t file
     if (!Block::Holds(directory, kDirectoryHeaderSize))
         return 0;
     const uint32_t type_entries = block.EntryCount(directory);
-    if (type_entries < 1 || type_entries > kMaxTypeEntries)
+    if (!kFindResourceDataEntriesTypeEntries.Contains(type_entries))
         return 0;
 
     int32_t found = 0;

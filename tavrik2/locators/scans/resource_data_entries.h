@@ -31,9 +31,9 @@ int FindResourceDataEntries(uint32_t handle, uint32_t resource_rva, int32_t file
 
 /** The same for a locator's file, with the capacity told by the array. */
 template <uint32_t Capacity>
-int FindResourceDataEntries(const TargetFile &file, uint32_t resource_rva, int32_t type_id,
+int FindResourceDataEntries(const TargetFile &file, uint32_t resource_rva, uint32_t type_id,
                             ResourceDataEntry (&entries)[Capacity], uint32_t *count) {
-    return FindResourceDataEntries(file.handle, resource_rva, file.file_size, type_id, entries,
+    return FindResourceDataEntries(file.handle, resource_rva, file.file_size, AsSigned(type_id), entries,
                                    static_cast<int32_t>(Capacity), count, file.stream);
 }
 
