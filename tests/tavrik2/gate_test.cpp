@@ -1,13 +1,15 @@
-// The gates' vocabulary and, over all fifty gates, that a locator does nothing before its gate is passed.
+// The gates' vocabulary and all gates beside those that were typed apart: row by row, and in what they let through.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <map>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "samples/gate_values.h"
 #include "tavrik2/locators/locators.h"
+#include "tests/support/golden.h"
 #include "tests/support/recording_stream.h"
 
 namespace tavrik::tests {
@@ -100,41 +102,53 @@ TEST(GateVocabulary, ColumnsAreTriedInOrderAndInFull) {
     EXPECT_FALSE(passes(9, 0, 3, 1));
 }
 
-TEST(GateVocabulary, EveryFieldReadsItsOwnPlace) {
-    for (size_t number = 0; number < kFieldCount; ++number) {
-        const auto field = static_cast<Field>(number);
-        const uint32_t width = samples::WidthOf(field);
-        if (field == Stream || width == 0)
-            continue;
-        HostRecords records = {};
-        const uint64_t value = 0xF1E2D3C4B5A69788 >> (64 - 8 * width);
-        Fill(records, {{field, value}});
-        for (size_t other = 1; other < kFieldCount; ++other)
-            EXPECT_EQ(FieldValue(static_cast<Field>(other), records.View(nullptr, kHandle)),
-                      other == number ? value : 0)
-                << number << " seen as " << other;
-    }
+// "mask lo hi" and what the row is, for comparison and as a message. A bound beyond the field's width counts as none.
+std::string RowText(const GateRow &row) {
+    const uint32_t width = samples::WidthOf(row.field);
+    const uint64_t most = row.field == FileSize ? INT32_MAX
+                          : width < 8           ? (uint64_t{1} << (8 * width)) - 1
+                                                : ~uint64_t{0};
+    return fmt::format("kind {} heading {} {}: field {} mask {:#x} from {:#x} to {:#x}", static_cast<int>(row.kind),
+                       static_cast<int>(row.heading), row.heading == Heading::None ? 0 : row.span,
+                       static_cast<int>(row.field), row.mask, row.lo, std::min(row.lo + row.span, most));
+}
+
+std::vector<std::string> RowTexts(GateView gate) {
+    std::vector<std::string> texts;
+    std::transform(gate.rows, gate.rows + gate.count, std::back_inserter(texts), RowText);
+    return texts;
 }
 
 class Gates : public testing::TestWithParam<uint32_t> {
 protected:
-    // A locator must decline these values without looking at the file.
-    static void ExpectRefused(const FieldValues &values) {
+    const std::vector<GateRow> rows_ = GoldenGate(GetParam());
+    const GateView golden_ = {rows_.data(), static_cast<uint32_t>(rows_.size())};
+    const std::vector<GatePath> paths_ = samples::PathsOf(golden_);
+
+    // The answer of the entry's locator to these values in a file without bytes, and whether it looked at the file.
+    static std::pair<int, bool> Ask(const FieldValues &values) {
         HostRecords records = {};
+        records.file_size = 0x40000000;
+        records.data_dirs[4] = 0x80000;
+        records.last_section.VirtualAddress = 0x80000;
+        records.last_section.PointerToRawData = 0x1000;
         Fill(records, values);
         RecordingStream stream;
         LocatorResult result = {1, 2, 3};
         const LocatorTableEntry *table = nullptr;
         uint32_t count = 0;
-        ASSERT_EQ(HeurGetLocatorTable(&table, &count), 1u);
-        EXPECT_EQ(table[GetParam()].locator(&stream, kHandle, records.file_size, records.data_dirs,
-                                            &records.file_header, &records.opt_header, &records.first_section,
-                                            &records.last_section, records.entry_code, &result),
-                  0);
-        EXPECT_EQ(stream.TakeCalls(), "");
+        EXPECT_EQ(HeurGetLocatorTable(&table, &count), 1u);
+        const int answer = table[GetParam()].locator(&stream, kHandle, records.file_size, records.data_dirs,
+                                                     &records.file_header, &records.opt_header, &records.first_section,
+                                                     &records.last_section, records.entry_code, &result);
         EXPECT_EQ(Bytes(result), Bytes(LocatorResult{1, 2, 3}));
+        return {answer, stream.WasCalled()};
     }
 };
+
+TEST_P(Gates, AreAsTyped) {
+    EXPECT_EQ(RowTexts(GateOf(GetParam())), RowTexts(golden_));
+}
 
 // Values pass a gate when they pass some way through it, row by row; that needs no knowledge of how rows are walked.
 bool PassesSomePath(const std::vector<GatePath> &paths, FieldValues values) {
@@ -144,33 +158,35 @@ bool PassesSomePath(const std::vector<GatePath> &paths, FieldValues values) {
     });
 }
 
-TEST_P(Gates, OneBeyondEachBoundIsRefusedWithoutReading) {
-    const GateView gate = GateOf(GetParam());
-    const std::vector<GatePath> paths = samples::PathsOf(gate);
-    ASSERT_FALSE(paths.empty());
+TEST_P(Gates, TakeBothEndsOfEachRangeAndRefuseOneBeyondWithoutReading) {
+    ASSERT_FALSE(paths_.empty());
     int refused = 0;
     // Some gates have a thousand paths, which differ in few rows: a row is tried with the lowest and the highest values
     // of eight.
     std::map<const GateRow *, int> trials;
-    for (const GatePath &path : paths) {
+    for (const GatePath &path : paths_) {
         for (const auto choice : {GatePath::Choice::Lowest, GatePath::Choice::Highest}) {
             const FieldValues passing = path.Pick(choice);
+            // At the lowest file size that a gate lets through, a search may begin beyond the file, and the two offset
+            // tables have no row for most files.
+            if (!path.fields.contains(FileSize) && GetParam() != 28 && GetParam() != 29) {
+                ASSERT_TRUE(Ask(passing).second) << path.label;
+            }
             HostRecords records = {};
             Fill(records, passing);
             RecordingStream stream;
-            ASSERT_TRUE(tavrik2::Passes(gate, records.View(&stream, kHandle))) << path.label;
+            ASSERT_TRUE(tavrik2::Passes(GateOf(GetParam()), records.View(&stream, kHandle))) << path.label;
             for (const GateRow *row : path.rows) {
                 if (row->field == Stream || ++trials[row] > 16)
                     continue;
                 for (const uint64_t value : samples::RefusedNeighbours(*row)) {
                     FieldValues values = passing;
                     values[row->field] = value;
-                    if (PassesSomePath(paths, values))
+                    if (PassesSomePath(paths_, values))
                         continue; // by another alternative
                     ++refused;
-                    ExpectRefused(values);
-                    ASSERT_FALSE(HasFailure())
-                        << path.label << " field " << static_cast<int>(row->field) << " value " << value;
+                    ASSERT_EQ(Ask(values), std::pair(0, false))
+                        << path.label << ": " << RowText(*row) << " value " << value;
                 }
             }
         }

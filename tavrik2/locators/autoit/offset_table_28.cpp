@@ -1,9 +1,9 @@
 // AutoIt wrappers known build by build: twelve layouts, 117 offsets (entry 28).
 
+#include "tavrik2/locators/autoit/offset_tables.h"
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
 #include "tavrik2/locators/places.h"
-#include "tavrik2/locators/scans/offset_table_probe.h"
 
 namespace tavrik2 {
 
@@ -120,8 +120,18 @@ constexpr auto kRows28 = gate(
             is(ResourceVirtualAddress, 0x94000),
             is(NumberOfRvaAndSizes, 16))));
 
+// clang-format on
+
+// AutoItMarker, and the first word of an altered build's header.
+constexpr uint32_t kMarkers[] = {kAutoItMarkerWord, MarkerWord(AlteredAutoItHeaders[3])};
+
+} // namespace
+
+constinit const GateView kGate28 = kRows28;
+
+// clang-format off
 // SizeOfCode, SizeOfInitializedData, resource directory, anchor, direction, distance, section. The order decides.
-constexpr OffsetProbeRow kOffsets[] = {
+constinit const OffsetProbeRow kOffsets28[117] = {
     {0x3F000, 0xA000, 0xB0000, NamedSectionStart, After, 0x48A00, "UPX0"},
     {0, 0x3A000, 0x94000, NamedSectionStart, After, 0x4D000, "UPX0"},
     {0x34000, 0x40000, 0xB0000, NamedSectionStart, After, 0x7C00, ".rsrc"},
@@ -242,17 +252,10 @@ constexpr OffsetProbeRow kOffsets[] = {
 };
 // clang-format on
 
-// AutoItMarker, and the first word of an altered build's header.
-constexpr uint32_t kMarkers[] = {kAutoItMarkerWord, MarkerWord(AlteredAutoItHeaders[3])};
-
-} // namespace
-
-constinit const GateView kGate28 = kRows28;
-
 int Locate28(const TargetFile &file, Finding *finding) {
     // The directory count of a build that hides its resource directory's address.
     const bool ignore_resource_rva = file.opt_header->NumberOfRvaAndSizes == kEntry28IgnoreResourceRva;
-    return ProbeOffsetTable(file, finding, kOffsets, ignore_resource_rva, kMarkers);
+    return ProbeOffsetTable(file, finding, kOffsets28, ignore_resource_rva, kMarkers);
 }
 
 } // namespace tavrik2

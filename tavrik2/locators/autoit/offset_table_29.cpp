@@ -1,8 +1,8 @@
 // AutoIt wrappers known build by build: four layouts, 76 offsets (entry 29).
 
+#include "tavrik2/locators/autoit/offset_tables.h"
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
-#include "tavrik2/locators/scans/offset_table_probe.h"
 
 namespace tavrik2 {
 
@@ -67,8 +67,17 @@ constexpr auto kRows29 = gate(
             one_of(ImportVirtualAddress, {0x72BBC, 0x72EFC}),
             is(ImportSize, 0x118))));
 
+// clang-format on
+
+constexpr uint32_t kMarkers[] = {kAutoItMarkerWord};
+
+} // namespace
+
+constinit const GateView kGate29 = kRows29;
+
+// clang-format off
 // SizeOfCode, SizeOfInitializedData, resource directory, anchor, direction, distance, section. The order decides.
-constexpr OffsetProbeRow kOffsets[] = {
+constinit const OffsetProbeRow kOffsets29[76] = {
     {0x75000, 0x38000, 0x9C000, NamedSectionStart, After, 0xCA00, ".rsrc"},
     {0x74800, 0x3FC00, 0x9F000, NamedSectionStart, After, 0x210C00, ".rsrc"},
     {0x74800, 0x3FC00, 0x9F000, NamedSectionStart, After, 0x21FC00, ".rsrc"},
@@ -148,14 +157,8 @@ constexpr OffsetProbeRow kOffsets[] = {
 };
 // clang-format on
 
-constexpr uint32_t kMarkers[] = {kAutoItMarkerWord};
-
-} // namespace
-
-constinit const GateView kGate29 = kRows29;
-
 int Locate29(const TargetFile &file, Finding *finding) {
-    return ProbeOffsetTable(file, finding, kOffsets, false, kMarkers);
+    return ProbeOffsetTable(file, finding, kOffsets29, false, kMarkers);
 }
 
 } // namespace tavrik2
