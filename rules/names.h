@@ -1,4 +1,4 @@
-/* The names of everything that a rule can number, held once: the rule language, the host's explanations and the
+/* The names of everything that a rule can number, written once: the rule language, the host's explanations and the
  * generator all take them from here. Constant data; lookups allocate nothing. */
 #ifndef TAVRIK_RULES_NAMES_H
 #define TAVRIK_RULES_NAMES_H
@@ -62,7 +62,7 @@ struct Region {
     uint8_t measure_code; // 0 where measures have none
 };
 
-/** The tables, each in ascending order of its numbers (the regions in the order of the document). */
+/** The tables, each in ascending order of its numbers (the regions in the order of the documentation). */
 std::span<const Field> HeaderFields();      // 0..263, no gap
 std::span<const Field> SectionFields();     // 1..9
 std::span<const Field> ImportTableFields(); // 0..4

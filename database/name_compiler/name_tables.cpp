@@ -33,7 +33,7 @@ public:
     Builder(const std::vector<Section> &sections, Sources &sources) : sources_(sources) {
         for (const Section &section : sections) {
             if (!sections_.emplace(section.name, &section).second)
-                sources_.Report(section.place, fmt::format("section {} stands twice", section.name));
+                sources_.Report(section.place, fmt::format("section [{}] occurs twice", section.name));
         }
     }
 
@@ -68,8 +68,8 @@ const std::vector<Entry> &Builder::Take(std::string_view section, uint32_t count
     const Section &taken = *found->second;
     sections_.erase(found);
     if (taken.entries.size() != count) {
-        sources_.Report(taken.place, fmt::format("section {} has {} entries, but the module carries {} "
-                                                 "(the sizes stand in tavrik2/rules/name_tables.h)",
+        sources_.Report(taken.place, fmt::format("section [{}] has {} entries, but the module carries {} "
+                                                 "(the sizes are in tavrik2/rules/name_tables.h)",
                                                  section, taken.entries.size(), count));
     }
     return taken.entries;
@@ -126,9 +126,10 @@ void Builder::ReadList(const ListRule &rule) {
         if (!HasFields(entry, 1, 1, "one text") || !ReadText(entry.fields[0], rule.longest, text))
             continue;
         if (!seen.insert(text).second)
-            sources_.Report(entry.fields[0].place, fmt::format("{} has this text already", rule.section));
+            sources_.Report(entry.fields[0].place, fmt::format("[{}] has this text already", rule.section));
         if (rule.stored && text.find(kStoredAsZero) != text.npos)
-            sources_.Report(entry.fields[0].place, "a name cannot hold the byte 253: its stored form is 0, the end");
+            sources_.Report(entry.fields[0].place,
+                            "a name cannot hold the byte 253: its stored form is 0, which ends the name");
         rule.words.push_back(std::move(text));
     }
 }
@@ -219,7 +220,7 @@ NameTables Builder::Build() {
     to.second_detections = ReadDetections("SecondNameDetectionMap", kSecondNameDetections);
     ReadPairs();
     for (const auto &[name, section] : sections_)
-        sources_.Report(section->place, fmt::format("the database has no section {}", name));
+        sources_.Report(section->place, fmt::format("the database has no section [{}]", name));
     return std::move(tables_);
 }
 

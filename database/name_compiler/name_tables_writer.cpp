@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "base/cpp_literal.h"
 #include "database/name_compiler/name_tables.h"
 #include "tavrik2/rules/name_tables.h"
 
@@ -12,20 +13,6 @@ using namespace tavrik2;
 
 constexpr size_t kPointerSize = 8;
 
-std::string Quote(std::string_view text) {
-    std::string out = "\"";
-    for (const char character : text) {
-        const auto byte = static_cast<uint8_t>(character);
-        if (character == '"' || character == '\\' || character == '?')
-            out += fmt::format("\\{}", character);
-        else if (byte < ' ' || byte > '~')
-            out += fmt::format("\\{:03o}", byte); // always three digits: a digit may follow
-        else
-            out += character;
-    }
-    return out + '"';
-}
-
 std::string Store(std::string text) {
     for (char &byte : text)
         byte = static_cast<char>(byte + kStoredShift);
@@ -35,7 +22,7 @@ std::string Store(std::string text) {
 // A text of a section name slot; one that fills its slot has no terminator, and so cannot be written as a literal.
 std::string QuoteSlot(const std::string &text) {
     if (text.size() < kSectionNameSlot)
-        return Quote(text);
+        return base::CppLiteral(text);
     std::string out;
     for (const char byte : text)
         out += fmt::format("{}0x{:02X}", out.empty() ? "{" : ", ", static_cast<uint8_t>(byte));
@@ -65,13 +52,14 @@ std::string Counted(std::string_view name, std::string_view row, size_t row_size
 std::string NameTable(size_t number, const Words &names) {
     return fmt::format("constinit NameEntry NameTable{0}[] = {{\n{1}}};\n"
                        "constinit const uint32_t NameTable{0}Count = {2};\n\n",
-                       number, Lines(names, [](const std::string &name) { return Quote(Store(name)); }), names.size());
+                       number, Lines(names, [](const std::string &name) { return base::CppLiteral(Store(name)); }),
+                       names.size());
 }
 
 std::string DetectionMap(std::string_view name, const std::vector<DetectionRow> &rows) {
     const auto write = [](const DetectionRow &row) {
         return fmt::format("{{NameTable1[{}], NameTable2[{}], {}, {}}}", row.first, row.second, row.gen ? 1 : 0,
-                           Quote(row.detection));
+                           base::CppLiteral(row.detection));
     };
     return Counted(name, "NameDetection", sizeof(NameDetection), rows.size(), Lines(rows, write));
 }
@@ -84,7 +72,7 @@ std::string PairTable(const std::vector<PairRow> &rows) {
 }
 
 std::string CountedWords(std::string_view name, const Words &words) {
-    return Counted(name, "const char *", kPointerSize, words.size(), Lines(words, Quote));
+    return Counted(name, "const char *", kPointerSize, words.size(), Lines(words, base::CppLiteral));
 }
 
 // One object holds patterns, records and the array of pointers to the records.
@@ -98,8 +86,9 @@ std::string PackerTable(const std::vector<PackerRow> &packers) {
         std::string bytes;
         for (const uint8_t byte : row.pattern)
             bytes += fmt::format("{}0x{:02X}", bytes.empty() ? "" : ", ", byte);
-        values += fmt::format("    {{{{{}}}, {{{}, PackerSignaturesImage.packer_{}.pattern, {}, {}, {}, {}, 1}}}},\n",
-                              bytes, row.id, row.id, row.pattern.size(), row.param, row.kind, Quote(row.packer));
+        values +=
+            fmt::format("    {{{{{}}}, {{{}, PackerSignaturesImage.packer_{}.pattern, {}, {}, {}, {}, 1}}}},\n", bytes,
+                        row.id, row.id, row.pattern.size(), row.param, row.kind, base::CppLiteral(row.packer));
         pointers += fmt::format("    &PackerSignaturesImage.packer_{}.record,\n", row.id);
         size += row.pattern.size() + sizeof(PackerSignature);
     }
@@ -119,8 +108,8 @@ std::string WordLists(const std::array<Words, 3> &lists) {
     std::string rows;
     for (size_t index = 0; index < lists.size(); ++index) {
         const std::string_view name = kNames[index];
-        arrays +=
-            fmt::format("static constinit const char *const {}[] = {{\n{}}};\n\n", name, Lines(lists[index], Quote));
+        arrays += fmt::format("static constinit const char *const {}[] = {{\n{}}};\n\n", name,
+                              Lines(lists[index], base::CppLiteral));
         rows += fmt::format("    {{{}, {}}},\n", name, lists[index].size());
     }
     return fmt::format("{}TAVRIK_KEEP constinit const WordList WordListTable[] = {{\n{}}};\n\n", arrays, rows);
@@ -140,12 +129,12 @@ std::string WriteNameTables(const NameTables &tables) {
     out += PairTable(tables.pairs);
     out += PackerTable(tables.packers);
     out += fmt::format("TAVRIK_KEEP constinit const char *const ModuleNames[] = {{\n{}}};\n\n",
-                       Lines(tables.module_names, Quote));
+                       Lines(tables.module_names, base::CppLiteral));
     out += CountedWords("Keywords", tables.keywords);
     out += CountedWords("ProductWords", tables.product_words);
     out += WordLists(tables.word_lists);
     out += fmt::format("TAVRIK_KEEP constinit const char FunctionNames[][kFunctionNameSlot] = {{\n{}}};\n\n",
-                       Lines(tables.function_names, Quote));
+                       Lines(tables.function_names, base::CppLiteral));
     out += fmt::format("TAVRIK_KEEP constinit const char SectionNames[][kSectionNameSlot] = {{\n{}}};\n\n",
                        Lines(tables.section_names, QuoteSlot));
     return out + "} // extern \"C\"\n\n} // namespace tavrik2\n";

@@ -1,6 +1,7 @@
 #include "database/name_compiler/text_source.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fstream>
 #include <tuple>
 
@@ -12,18 +13,8 @@ namespace {
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kEndsWord = " \t\"#";
 
-int HexDigit(char digit) {
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    return -1;
-}
-
-// Takes an escape whose backslash stands at `at` and moves `at` behind it. Returns false, and does not move, when it is
-// none that we know.
+// Takes an escape whose backslash is at `at` and moves `at` past it. Returns false, and does not move, when it is not a
+// known escape.
 bool TakeEscape(std::string_view line, size_t &at, char &byte) {
     const std::string_view rest = line.substr(at + 1);
     if (!rest.empty() && (rest[0] == '"' || rest[0] == '\\')) {
@@ -31,8 +22,9 @@ bool TakeEscape(std::string_view line, size_t &at, char &byte) {
         at += 2;
         return true;
     }
-    if (rest.size() >= 3 && rest[0] == 'x' && HexDigit(rest[1]) >= 0 && HexDigit(rest[2]) >= 0) {
-        byte = static_cast<char>(HexDigit(rest[1]) * 16 + HexDigit(rest[2]));
+    uint8_t value = 0;
+    if (rest.size() >= 3 && rest[0] == 'x' && std::from_chars(&rest[1], &rest[1] + 2, value, 16).ptr == &rest[1] + 2) {
+        byte = static_cast<char>(value);
         at += 4;
         return true;
     }
@@ -112,7 +104,7 @@ std::vector<Section> Sources::Read(const std::string &path) {
         } else if (!continues) {
             sections.back().entries.push_back({std::move(fields)});
         } else if (sections.back().entries.empty()) {
-            Report(first.place, "a line that begins with a blank continues an entry, but none stands before it");
+            Report(first.place, "a line that begins with a blank continues an entry, but there is none before it");
         } else {
             auto &entry = sections.back().entries.back().fields;
             std::move(fields.begin(), fields.end(), std::back_inserter(entry));

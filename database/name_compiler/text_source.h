@@ -18,7 +18,7 @@ struct Place {
     size_t column = 1;
 };
 
-/** A quoted text without its quotes and escapes, or a bare word as it stands. */
+/** A quoted text without its quotes and escapes, or a bare word as written. */
 struct Field {
     bool quoted = false;
     std::string value;

@@ -10,12 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "rules/items.h"
 #include "rules/model.h"
 
 namespace tavrik::profile {
 
 /** One of the sixteen lists of a rule, with what the profile publishes about it. */
 struct ListProfile {
+    rules::Item item;
     std::string_view name;                    // of the record's field
     std::size_t (*size)(const rules::Rule &); // elements of this list in a rule
     std::size_t rules;                        // rules that use the list
@@ -25,6 +27,9 @@ struct ListProfile {
 
 /** The sixteen lists in the order of the record. */
 std::span<const ListProfile> ListProfiles();
+
+/** That of one list. */
+const ListProfile &ProfileOf(rules::Item item);
 
 /** Counts that the generator has to meet element by element; the facts below hold them too. */
 inline constexpr std::size_t kRules = 6528;
@@ -57,6 +62,7 @@ inline constexpr std::size_t kAnyResourceTypes = 77; // of resource_type_entries
 inline constexpr std::size_t kNamedStringKeys = 1953;
 inline constexpr uint32_t kNamedStringKeyLimit = 36;
 inline constexpr std::size_t kIndexedSectionMeasures = 6796;
+
 /** A fact and what a rule set says of it. */
 struct FactResult {
     std::string_view name;

@@ -6,6 +6,9 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <type_traits>
+
+#include "rules/lists.h"
 
 namespace tavrik::profile {
 
@@ -13,7 +16,13 @@ namespace {
 
 constexpr std::uintptr_t kRecordAlignment = 16;
 
-// Where each text that records name stands: one address for every distinct text, when they are shared.
+// Whether elements point to their name, instead of holding it.
+template <typename Element>
+constexpr bool HasNamePointer = requires(Element element) {
+    requires std::is_pointer_v<std::remove_reference_t<decltype(element.name)>>;
+};
+
+// Where each text that records name is: one address for every distinct text, when they are shared.
 class NameAddresses {
 public:
     void Add(const char *name) { addresses_[name].insert(name); }
@@ -34,13 +43,6 @@ private:
     std::map<std::string_view, std::set<const char *>> addresses_;
 };
 
-// Lists whose pointer does not agree with their count: null exactly when it is 0.
-template <typename... Lists>
-std::size_t WrongPointers(const Lists &...lists) {
-    return (std::size_t{0} + ... +
-            ((lists.elements == nullptr) == (lists.count == 0) ? std::size_t{0} : std::size_t{1}));
-}
-
 } // namespace
 
 std::vector<FactResult> CheckRecords(std::span<HeuristicRule *const> table) {
@@ -51,23 +53,18 @@ std::vector<FactResult> CheckRecords(std::span<HeuristicRule *const> table) {
     for (const HeuristicRule *rule : table) {
         misaligned += reinterpret_cast<std::uintptr_t>(rule) % kRecordAlignment == 0 ? std::size_t{0} : std::size_t{1};
         null_expressions += rule->expression == nullptr ? std::size_t{1} : std::size_t{0};
-        wrong_pointers += WrongPointers(
-            rule->header_conditions, rule->section_conditions, rule->section_names, rule->strings,
-            rule->indexed_conditions, rule->import_modules, rule->import_functions, rule->export_module_names,
-            rule->export_functions, rule->resource_entries, rule->resource_type_entries, rule->resource_strings,
-            rule->measure_conditions, rule->secondary_conditions, rule->object_names, rule->member_names);
-        const auto add = [&names](const auto &list) {
-            for (std::uint32_t index = 0; index < list.count; ++index)
-                names.Add(list.elements[index].name);
+        const auto check_list = [&](auto, const auto &list) {
+            // Null exactly when it is empty.
+            wrong_pointers += (list.elements == nullptr) == (list.count == 0) ? std::size_t{0} : std::size_t{1};
+            for (std::uint32_t index = 0; index < list.count; ++index) {
+                const auto &element = list.elements[index];
+                if constexpr (requires { element.text; })
+                    names.Add(element.text);
+                else if constexpr (HasNamePointer<decltype(element)>)
+                    names.Add(element.name);
+            }
         };
-        add(rule->import_modules);
-        add(rule->import_functions);
-        add(rule->export_module_names);
-        add(rule->export_functions);
-        add(rule->object_names);
-        add(rule->member_names);
-        for (std::uint32_t index = 0; index < rule->resource_strings.count; ++index)
-            names.Add(rule->resource_strings.elements[index].text);
+        rules::EachList(check_list, *rule);
     }
     return {
         {"records that stand off a 16-byte boundary", "0", std::to_string(misaligned)},

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "base/cpp_literal.h"
 #include "rules/record/encoding.h"
 
 namespace tavrik::rules::record {
@@ -19,25 +20,6 @@ constexpr std::string_view kClose = "\n} // namespace tavrik2\n";
 
 std::string Number(uint64_t value) {
     return std::to_string(value);
-}
-
-// The inside of a C++ string literal. A question mark is escaped because of trigraphs; octal escapes have three digits,
-// so that no digit behind one joins it.
-std::string Escaped(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        const auto byte = static_cast<uint8_t>(c);
-        if (c == '"' || c == '\\' || c == '?') {
-            out.append({'\\', c});
-        } else if (byte >= 0x20 && byte <= 0x7E) {
-            out += c;
-        } else {
-            out += '\\';
-            for (const int shift : {6, 3, 0})
-                out += static_cast<char>('0' + (byte >> shift & 7));
-        }
-    }
-    return out;
 }
 
 // Every text that the records point to, once. A text's place is its offset in one array.
@@ -53,8 +35,8 @@ public:
         return "kRuleTexts + " + Number(found->second);
     }
 
-    // With its size: some compilers take no address in an array of unknown size for a constant. Known when all texts
-    // are in the pool.
+    // With its size, since for some compilers an address in an array of unknown size is not a constant. Complete when
+    // all texts are in the pool.
     std::string Declaration() const {
         constexpr std::size_t kEnd = 1; // of the last literal
         return "extern const char kRuleTexts[" + Number(size_ + kEnd) + "];\n\n";
@@ -63,10 +45,10 @@ public:
     std::string Source() const {
         std::string out(kNotice);
         out.append("#include \"tavrik2/rules/generated.h\"\n\n").append(kOpen).append(Declaration());
-        out += "// Texts, each with a NUL behind it; the numbers are their places.\n";
+        out += "// Texts, each followed by a NUL; the numbers are their offsets.\n";
         out += "constinit const char kRuleTexts[] =\n";
         for (const std::string *text : order_)
-            out += "    /* " + Number(offsets_.at(*text)) + " */ \"" + Escaped(*text) + "\\000\"\n";
+            out += "    /* " + Number(offsets_.at(*text)) + " */ \"" + base::CppEscaped(*text) + "\\000\"\n";
         return out.append("    \"\";\n").append(kClose);
     }
 
@@ -130,7 +112,7 @@ public:
     template <std::size_t kWidth>
     void FixedText(std::string_view text) {
         CheckWidth(text, kWidth);
-        Add("\"" + Escaped(text) + "\"");
+        Add(base::CppLiteral(text));
     }
 
     template <std::size_t kWidth>
