@@ -1,6 +1,6 @@
+#include <windows.h>
 #include <algorithm>
 #include <bit>
-#include <windows.h>
 
 #include "base/regular_file.h"
 

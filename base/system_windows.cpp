@@ -1,4 +1,5 @@
 // The operating system on Windows.
+#include <windows.h>
 #include <algorithm>
 #include <atomic>
 #include <bit>
@@ -11,7 +12,6 @@
 #include <stdexcept>
 #include <sys/stat.h>
 #include <system_error>
-#include <windows.h>
 
 #include "base/system.h"
 
