@@ -4,13 +4,15 @@
 #include <cstring>
 #include <system_error>
 
+#include "base/error.h"
+
 namespace tavrik::base {
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kNoRegularFile[] = "is a device, pipe or socket; only regular files can be scanned";
+constexpr char kNotRegular[] = "is a device, pipe or socket; only regular files can be scanned";
 
 constexpr char kNoSuchFile[] = "no such file; check the name, or whether it has gone";
 
@@ -24,7 +26,7 @@ std::string Advice(const std::error_code &error) {
     return error.message();
 }
 
-// Opening a device may do anything, so the kind is looked at first.
+// Opening a device may have side effects, so the type is checked first.
 void RequireRegularFile(const fs::path &path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
@@ -32,13 +34,13 @@ void RequireRegularFile(const fs::path &path) {
     case fs::file_type::regular:
         return;
     case fs::file_type::directory:
-        throw OpenError("is a folder; name a file");
+        throw Error(path, "is a folder; name a file");
     case fs::file_type::none:
-        throw OpenError(Advice(error));
+        throw Error(path, Advice(error));
     case fs::file_type::not_found:
-        throw OpenError(kNoSuchFile);
+        throw Error(path, kNoSuchFile);
     default:
-        throw OpenError(kNoRegularFile);
+        throw Error(path, kNotRegular);
     }
 }
 
@@ -47,7 +49,7 @@ RegularFile Open(const fs::path &path, bool for_writing) {
     try {
         return RegularFile(path, for_writing);
     } catch (const std::system_error &error) {
-        throw OpenError(error.code() == std::errc::not_supported ? kNoRegularFile : Advice(error.code()));
+        throw Error(path, error.code() == std::errc::not_supported ? kNotRegular : Advice(error.code()));
     }
 }
 

@@ -7,10 +7,9 @@
 #include <filesystem>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 
-#include "base/regular_file.h"
+#include "base/system.h"
 
 namespace tavrik::base {
 
@@ -26,26 +25,19 @@ public:
      * the end, 0 beyond it and after a failure. */
     virtual std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) = 0;
 
-    /** All the bytes, when they are in memory and stay there for the life of the source; otherwise nothing. */
+    /** All the bytes, when they are in memory for the life of the source; otherwise nothing. */
     virtual std::span<const uint8_t> InMemory() const { return {}; }
 
     /** The reason of the first read that failed; "" while none has. */
     virtual const std::string &error() const = 0;
 };
 
-/** A file could not be opened; the text says why and what to do, without the file's name. */
-class OpenError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-/** A regular file of any size. Small reads near each other cost the system one. */
+/** A regular file of any size. Small reads close to each other cost one system call. */
 class FileSource final : public ByteSource {
 public:
     enum class Access { Read, ReadWrite };
 
-    /** Opens the file; throws OpenError when it is no regular file or may not be opened. Never creates or changes it.
-     */
+    /** Opens the file; throws Error when it is not a regular file or may not be opened. Never creates or changes it. */
     explicit FileSource(const std::filesystem::path &path, Access access = Access::Read);
 
     uint64_t size() const override { return file_.size(); }
@@ -58,7 +50,7 @@ private:
     std::size_t ReadFromFile(uint64_t offset, void *buffer, std::size_t length);
 
     RegularFile file_;
-    std::unique_ptr<uint8_t[]> page_; // the one that was read last
+    std::unique_ptr<uint8_t[]> page_; // the page that was read last
     uint64_t page_offset_ = 0;        // in the file; a multiple of its size
     std::size_t page_length_ = 0;     // 0 while there is none
     std::string error_;

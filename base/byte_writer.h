@@ -12,7 +12,7 @@
 
 namespace tavrik::base {
 
-static_assert(std::endian::native == std::endian::little, "records are copied as they stand in memory");
+static_assert(std::endian::native == std::endian::little, "records are copied as they are in memory");
 
 using Bytes = std::vector<uint8_t>;
 
@@ -62,7 +62,8 @@ public:
     /** Fills up with zeros to a multiple of `alignment`. */
     void Align(uint32_t alignment) { bytes_.resize(AlignUp(size(), alignment)); }
 
-    /** Fills up with zeros to `position`, which must not lie behind the end already written. */
+    /** Fills up with zeros to `position`, which must not be before the current end; otherwise throws
+     * std::invalid_argument. */
     void FillTo(uint32_t position) {
         if (position < size())
             throw std::invalid_argument("a part is placed upon the one before it");

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "base/characters.h"
+#include "base/error.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -40,15 +41,15 @@ constexpr std::size_t ColumnsOf(char first_byte) {
 
 } // namespace
 
-// Line by line, so that a reader at the other end of a pipe sees what stands and lines of both streams keep their
-// order.
+// Flushed at once, so that a reader at the other end of a pipe sees each line as it comes and the lines of both streams
+// keep their order.
 void Print(const std::string &text) {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (written && std::fflush(stdout) == 0)
         return;
     if (MeansClosedPipe(errno))
         throw ClosedPipe("nobody reads standard output");
-    throw std::runtime_error("standard output cannot be written: " + std::generic_category().message(errno));
+    throw Error("standard output cannot be written: " + std::generic_category().message(errno));
 }
 
 void PrintError(const std::string &text) {
@@ -96,7 +97,7 @@ Console::~Console() {
 void Console::Draw(std::stop_token stop) {
     std::condition_variable_any stopped;
     std::unique_lock lock(mutex_);
-    // The first wait comes first: a run that ends at once shows no line.
+    // Waits before it draws: a run that ends at once shows no line.
     while (!stopped.wait_for(lock, stop, kRedraw, [&stop] { return stop.stop_requested(); })) {
         base::PrintError(kEraseLine + progress_(TerminalWidth() - 1));
         is_drawn_ = true;

@@ -1,4 +1,4 @@
-/* Standard output and standard error of a long run: lines, and below them one that shows how far it is. */
+/* Standard output and standard error of a long run: lines, and a progress line below them. */
 #ifndef TAVRIK_BASE_CONSOLE_H
 #define TAVRIK_BASE_CONSOLE_H
 
@@ -12,20 +12,21 @@
 
 namespace tavrik::base {
 
-/** Nobody reads standard output any more. */
+/** The pipe on standard output has no reader any more. Not an error but the request to end: only main handles it, which
+ * is why it is not an Error. */
 class ClosedPipe : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/** Writes a text, complete lines or "", to standard output, at once. Throws ClosedPipe, and std::runtime_error when
- * that fails otherwise. */
+/** Writes a text, complete lines or "", to standard output and flushes it. Throws ClosedPipe, and Error when writing
+ * fails for another reason. */
 void Print(const std::string &text);
 
-/** Writes a text to standard error, at once; that nobody can read it is no reason to stop. */
+/** Writes a text to standard error and flushes it. Failures are ignored. */
 void PrintError(const std::string &text);
 
-/** When something is done that only a terminal shows well. */
+/** When to use what only a terminal can show, such as colours. */
 enum class When { Auto, Always, Never };
 
 /** Colours for parts of a line. */
@@ -37,24 +38,24 @@ std::string Paint(bool in_colour, Colour colour, std::string_view text);
 /** Whether colours are wanted on `stream`. Auto: on terminals that know them, unless the environment has NO_COLOR. */
 bool WantsColour(When when, std::FILE *stream);
 
-/** Cuts a text that is safe to show to so many columns; what is missing at its beginning is shown by "...". */
+/** Cuts the beginning of a printable text so that it fits `columns`; "..." replaces what is cut. */
 std::string ShortenLeft(std::string_view text, std::size_t columns);
 
-/** A line at the bottom of the terminal that tells how far the run is, and the lines above it. Any thread may write. */
+/** A progress line at the bottom of the terminal and the lines above it. Any thread may write. */
 class Console {
 public:
-    /** `progress` makes the line's text for so many columns; it is called often, by a thread of the console. None:
-     * there is no such line. */
+    /** `progress` returns the line's text for a number of columns; a thread of the console calls it often. Empty: there
+     * is no progress line. */
     explicit Console(std::function<std::string(std::size_t columns)> progress);
     ~Console();
     Console(const Console &) = delete;
     Console &operator=(const Console &) = delete;
 
-    /** As the functions of the same name. */
+    /** As the functions of the same names. */
     void Print(const std::string &text);
     void PrintError(const std::string &text);
 
-    /** Takes the line away for good. */
+    /** Removes the progress line for good. */
     void EndProgress();
 
 private:

@@ -1,5 +1,5 @@
-/* The bytes of one file for those who read here and there: few system calls, bounded memory, no view that a shrinking
- * file could pull away. */
+/* Random access to the bytes of one file: few system calls, bounded memory, and no mapping that becomes invalid when
+ * the file shrinks. */
 #ifndef TAVRIK_BASE_FILE_BYTES_H
 #define TAVRIK_BASE_FILE_BYTES_H
 
@@ -18,7 +18,7 @@
 
 namespace tavrik::base {
 
-/** A stretch of the file, in bytes. Absent when its length is 0; otherwise it lies wholly in the file. */
+/** A range of bytes of the file. Absent when its length is 0; otherwise it is completely within the file. */
 struct Region {
     uint64_t offset = 0;
     uint64_t length = 0;
@@ -28,11 +28,11 @@ struct Region {
     bool operator==(const Region &) const = default;
 };
 
-/** The longest name that counts, in bytes without its NUL. */
+/** The longest name that is read, in bytes without its NUL. */
 inline constexpr std::size_t kLongestName = 255;
 
 /** Random access to a source that is in memory, or through a small cache of pages to one that is not. What cannot be
- * read counts as not there; the source keeps the reason. */
+ * read is treated as absent; the source keeps the reason. */
 class FileBytes {
 public:
     /** The source must outlive the object. */
@@ -43,7 +43,7 @@ public:
     /** Reads `length` bytes at `offset`, all or none. */
     bool Read(uint64_t offset, void *to, std::size_t length);
 
-    /** The little-endian number at `offset`; nothing when it does not lie wholly in the file. */
+    /** The little-endian number at `offset`; nothing when it is not completely within the file. */
     template <std::unsigned_integral Number>
     std::optional<Number> Get(uint64_t offset) {
         uint8_t bytes[sizeof(Number)];
@@ -55,15 +55,16 @@ public:
         return value;
     }
 
-    /** The text at `offset` up to its NUL; nothing when that does not come within the file or after `longest` bytes. */
+    /** The text at `offset` up to its NUL; nothing when there is none in the file or in the first `longest` + 1
+     * bytes. */
     std::optional<std::string> Text(uint64_t offset, std::size_t longest = kLongestName);
 
     /** The bytes of a region as one block; nothing when it is absent or cannot be read. For regions of bounded size. */
     std::optional<std::vector<uint8_t>> Copy(Region region);
 
-    /** Hands a region over piece by piece, in order: each piece after the first begins with the last `overlap` bytes of
-     * the one before. A piece is longer than `overlap` and is valid during the call. `visit` gets the piece and its
-     * file offset and returns whether to go on. Returns false when a read failed. */
+    /** Passes a region to `visit` piece by piece, in order: each piece after the first begins with the last `overlap`
+     * bytes of the one before. A piece is longer than `overlap` and is valid during the call. `visit` gets the piece
+     * and its file offset and returns whether to go on. Returns false when a read failed. */
     using Visitor = std::function<bool(std::span<const uint8_t> piece, uint64_t offset)>;
     bool ForPieces(Region region, std::size_t overlap, const Visitor &visit);
 

@@ -8,7 +8,7 @@ namespace tavrik::base {
 
 namespace {
 
-// Whether the byte is in the set between the brackets, `set` being what stands there.
+// Whether the byte is in the set; `set` is the text between the brackets.
 bool InSet(std::string_view set, char byte) {
     const bool wanted = set.front() != '!';
     if (!wanted)
@@ -33,7 +33,7 @@ std::size_t CharacterLength(std::string_view text) {
     return length;
 }
 
-// Where one element of a pattern and what it takes of a text end; both 0 when it does not meet the text's beginning.
+// The lengths of one element of a pattern and of what it matches; both 0 when it does not match the text's beginning.
 struct Taken {
     std::size_t pattern = 0;
     std::size_t text = 0;
@@ -45,7 +45,7 @@ Taken TakeOne(std::string_view pattern, std::string_view text) {
     if (pattern[0] == '?')
         return {1, CharacterLength(text)};
     if (pattern[0] == '[') {
-        // A bracket right at the beginning belongs to the set.
+        // A "]" at the beginning belongs to the set.
         const std::size_t begin = pattern.size() > 1 && pattern[1] == '!' ? 2 : 1;
         const std::size_t end = pattern.find(']', begin + 1);
         if (end != std::string_view::npos)
@@ -57,9 +57,9 @@ Taken TakeOne(std::string_view pattern, std::string_view text) {
 } // namespace
 
 bool MatchesGlob(std::string_view pattern, std::string_view text) {
-    // Of several "*" only the last met can be asked to take more: what the ones before took is as good as any.
-    std::string_view star_pattern; // behind the last "*"
-    std::string_view star_text;    // behind what it has taken
+    // Backtracking to the last "*" is enough: an earlier one that takes more cannot make a match possible.
+    std::string_view star_pattern; // after the last "*"
+    std::string_view star_text;    // after what it has matched
     bool has_star = false;
     while (!text.empty()) {
         if (!pattern.empty() && pattern[0] == '*') {

@@ -1,4 +1,4 @@
-/* Work in several threads whose results come out in the order of the jobs. */
+/* Work in several threads whose results are delivered in the order of the jobs. */
 #ifndef TAVRIK_BASE_ORDERED_POOL_H
 #define TAVRIK_BASE_ORDERED_POOL_H
 
@@ -16,11 +16,11 @@
 
 namespace tavrik::base {
 
-/** Does work on jobs and hands the results on, in the order in which the jobs came, whichever is done first. At most
- * kJobsPerThread jobs for each thread are under way, so memory does not grow with their number.
+/** Works on jobs in parallel and delivers the results in the order in which the jobs were submitted. At most
+ * kJobsPerThread jobs for each thread are under way, so memory is bounded.
  *
- * With one thread everything happens on the caller's. Otherwise results are handed on by the thread that made the one
- * which the others were waiting behind. */
+ * With one thread everything happens on the caller's. Otherwise the thread that completes the oldest result delivers it
+ * and the completed ones after it. */
 template <typename Job, typename Result>
 class OrderedPool {
 public:
@@ -35,17 +35,17 @@ public:
             for (unsigned thread = 0; threads > 1 && thread < threads; ++thread)
                 threads_.emplace_back([this, thread] { Run(thread); });
         } catch (const std::system_error &) {
-            // The system gives no more threads; those that there are do the work.
+            // The system grants no more threads; those that were created do the work.
         }
     }
 
-    /** Gives up the jobs that nobody has begun. */
+    /** Drops the jobs that have not been started and waits for the others. */
     ~OrderedPool() { Stop(nullptr); }
 
     OrderedPool(const OrderedPool &) = delete;
     OrderedPool &operator=(const OrderedPool &) = delete;
 
-    /** Waits for room and takes a job. Throws what work or delivery threw. */
+    /** Waits until there is room and queues a job. Throws what work or delivery threw. */
     void Submit(Job job) {
         if (threads_.empty()) {
             Result result = work_(job, 0);
@@ -54,7 +54,7 @@ public:
         }
         std::unique_lock lock(mutex_);
         if (slots_.size() >= window_)
-            // Some room at once, so that the threads do not wake the caller for each job.
+            // Wait for half of the room, so that the threads do not wake the caller for each job.
             room_.wait(lock, [this] { return slots_.size() <= window_ / 2 || failure_ != nullptr; });
         if (failure_ != nullptr)
             std::rethrow_exception(failure_);
@@ -63,7 +63,7 @@ public:
             jobs_.notify_one();
     }
 
-    /** Waits until every result has been handed on. Throws what work or delivery threw. */
+    /** Waits until every result has been delivered. Throws what work or delivery threw. */
     void Finish() {
         std::unique_lock lock(mutex_);
         room_.wait(lock, [this] { return (slots_.empty() && !delivering_) || failure_ != nullptr; });
@@ -87,7 +87,7 @@ private:
                 --idle_;
                 if (stopped_)
                     return;
-                Slot &slot = slots_[next_++]; // stays where it is while others come and go
+                Slot &slot = slots_[next_++]; // the reference stays valid while others are added and removed
                 lock.unlock();
                 Result result = work_(slot.job, thread);
                 lock.lock();
@@ -117,7 +117,7 @@ private:
             room_.notify_one();
     }
 
-    // Called by a thread that failed, and at the end by the owner, who then waits for all.
+    // Called by a thread that failed and by the destructor, which then waits for all threads.
     void Stop(std::exception_ptr failure) {
         {
             const std::lock_guard lock(mutex_);
@@ -136,11 +136,11 @@ private:
     const Deliver deliver_;
     const std::size_t window_;
 
-    std::mutex mutex_; // guards all below but the threads
+    std::mutex mutex_; // guards all below except threads_
     std::condition_variable jobs_;
     std::condition_variable room_;
-    std::deque<Slot> slots_; // jobs under way, oldest first; references stay valid at both ends' changes
-    std::size_t next_ = 0;   // the first of slots_ that nobody has begun
+    std::deque<Slot> slots_; // jobs under way, oldest first; a deque keeps references valid
+    std::size_t next_ = 0;   // the first of slots_ that has not been started
     std::size_t idle_ = 0;   // threads that wait for a job
     bool delivering_ = false;
     bool stopped_ = false;

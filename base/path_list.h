@@ -2,23 +2,39 @@
 #ifndef TAVRIK_BASE_PATH_LIST_H
 #define TAVRIK_BASE_PATH_LIST_H
 
+#include <array>
+#include <cstddef>
 #include <filesystem>
-#include <functional>
-#include <stdexcept>
+#include <optional>
 #include <string>
+#include <string_view>
+
+#include "base/system.h"
 
 namespace tavrik::base {
 
-/** A list cannot be read; the text names it, the reason and the remedy. */
-class PathListError : public std::runtime_error {
+/** Reads the paths of a list one by one, while the list may still be growing. Serves one thread. */
+class PathList {
 public:
-    using std::runtime_error::runtime_error;
-};
+    /** Opens `list`, "-" being standard input, whose entries end with `separator` or the end of the list. Throws Error.
+     */
+    PathList(const std::filesystem::path &list, char separator);
 
-/** Reads the paths of `list`, "-" being standard input, each ended by `separator` or the end; empty ones are passed
- * over. Hands each on as it comes. Returns false when `visit` returned false and so ended it. Throws PathListError. */
-bool ReadPathList(const std::filesystem::path &list, char separator,
-                  const std::function<bool(const std::filesystem::path &path)> &visit);
+    /** Waits for the next path that is not empty; nothing at the end and once Interruption is not 0. Throws Error when
+     * the list cannot be read on. */
+    std::optional<std::filesystem::path> Next();
+
+private:
+    std::size_t ReadPiece();
+    std::optional<std::filesystem::path> TakeEntry();
+
+    std::filesystem::path list_;
+    char separator_;
+    InputStream input_;
+    std::array<char, 64 * 1024> buffer_;
+    std::string_view piece_; // of the buffer: what has been read and not yet taken
+    std::string entry_;      // the beginning of the next entry
+};
 
 } // namespace tavrik::base
 

@@ -1,4 +1,4 @@
-/* SHA-256, for naming files by their content. */
+/* SHA-256, which identifies files by their content. */
 #ifndef TAVRIK_BASE_SHA256_H
 #define TAVRIK_BASE_SHA256_H
 
@@ -12,7 +12,7 @@
 
 namespace tavrik::base {
 
-/** Takes the SHA-256 of bytes that come piece by piece. */
+/** Computes the SHA-256 of bytes that come piece by piece. */
 class Sha256 {
 public:
     using Digest = std::array<uint8_t, 32>;

@@ -1,12 +1,15 @@
-/* What the host needs of the operating system: dynamic libraries, the program's place, its arguments and its console,
- * requests to end, input that may come slowly, and files that are new. */
+/* What the libraries and tools need of the operating system: dynamic libraries, the program's folder, its arguments and
+ * its console, requests to end, slow input, files read by position, and new files. Only this component includes the
+ * system's headers. */
 #ifndef TAVRIK_BASE_SYSTEM_H
 #define TAVRIK_BASE_SYSTEM_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace tavrik::base {
@@ -14,7 +17,7 @@ namespace tavrik::base {
 /** A loaded dynamic library; unloaded at the end of the object's life. */
 class DynamicLibrary {
 public:
-    /** Loads the library of that absolute path. Throws std::runtime_error with the system's reason. */
+    /** Loads the library of that absolute path. Throws Error with the system's reason. */
     explicit DynamicLibrary(const std::filesystem::path &path);
     ~DynamicLibrary();
     DynamicLibrary(const DynamicLibrary &) = delete;
@@ -27,7 +30,7 @@ private:
     void *handle_;
 };
 
-/** The folder that the running program stands in, absolute. */
+/** The folder of the running program, absolute. */
 std::filesystem::path ProgramFolder();
 
 /** A path in the 8-bit form that the system's own functions take; "" when it has none. */
@@ -36,20 +39,21 @@ std::string SystemPath(const std::filesystem::path &path);
 /** The command line's arguments, the program's name included, in UTF-8 where the system knows their encoding. */
 std::vector<std::string> Arguments(int argc, char **argv);
 
-/** Makes standard output carry UTF-8 and line feeds as they are written. Writing to a pipe that nobody reads any more
- * then fails instead of ending the program. */
+/** Makes standard output carry UTF-8 and unchanged line feeds. Writing to a pipe without a reader then fails instead of
+ * ending the program. */
 void PrepareConsole();
 
-/** Whether the error number of a write that failed means that nobody reads the pipe any more. */
+/** Whether the error number of a write that failed means that the pipe has no reader any more. */
 bool MeansClosedPipe(int error);
 
 /** Whether the stream (stdout, stderr) is a terminal. */
 bool IsTerminal(std::FILE *stream);
 
-/** Whether the stream is a terminal that understands escape sequences; asks the terminal to, where it must be asked. */
+/** Whether the stream is a terminal that understands escape sequences; switches that on where it
+ * must be. */
 bool EnableEscapes(std::FILE *stream);
 
-/** The columns of the terminal behind standard error; a usual number when they are not known. */
+/** The columns of the terminal on standard error; a usual number when they are not known. */
 std::size_t TerminalWidth();
 
 /** From now on the first request to end (Ctrl-C, SIGINT, SIGTERM) is only noted, for Interruption. A second one ends
@@ -59,7 +63,7 @@ void NoteInterruptions();
 /** The number of the signal that asked the program to end; 0 while none has. Cheap; from any thread. */
 int Interruption();
 
-/** A file, pipe or device that is read from its start to its end, however slowly it comes. */
+/** A file, pipe or device that is read from its start to its end and may deliver slowly. */
 class InputStream {
 public:
     /** Opens the path, or standard input. Throws std::system_error. */
@@ -79,8 +83,30 @@ private:
     int descriptor_ = 0; // standard input, which is not closed
 };
 
-/** Creates a file for writing, open to its user as others are but never executable. Null, with errno set, when that
- * fails; EEXIST when there is something of that name, which stays as it is. The caller closes it. */
+/** An open regular file that is read by position. */
+class RegularFile {
+public:
+    /** Opens a file that exists, without waiting for anything and without changing it. Throws std::system_error; its
+     * code is std::errc::not_supported when the path is not (or no longer) a regular file. */
+    RegularFile(const std::filesystem::path &path, bool for_writing);
+    ~RegularFile();
+    RegularFile(const RegularFile &) = delete;
+    RegularFile &operator=(const RegularFile &) = delete;
+
+    /** In bytes, when the file was opened. */
+    uint64_t size() const { return size_; }
+
+    /** Reads up to `length` bytes at `offset`. Returns how many were read: fewer at the end and after an error, which
+     * is then set. */
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length, std::error_code &error);
+
+private:
+    intptr_t handle_; // the system's
+    uint64_t size_ = 0;
+};
+
+/** Creates a file for writing with the user's usual permissions, never executable. Null, with errno set, when that
+ * fails; EEXIST when the name is taken; the existing file stays as it is. The caller closes it. */
 std::FILE *CreateNewFile(const std::filesystem::path &path);
 
 } // namespace tavrik::base

@@ -1,4 +1,4 @@
-// The operating system on Linux and its like.
+// The operating system on Linux and other POSIX systems.
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -6,12 +6,13 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdexcept>
 #include <string_view>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "base/error.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -22,7 +23,7 @@ namespace {
 
 constexpr std::size_t kUsualWidth = 80;
 
-// How often a wait for input looks for a request to end.
+// How often a wait for input checks for a request to end.
 constexpr int kPollMilliseconds = 100;
 
 std::atomic<int> interruption = 0;
@@ -32,11 +33,15 @@ static_assert(std::atomic<int>::is_always_lock_free, "a signal handler sets it")
     throw std::system_error(errno, std::generic_category());
 }
 
+int Descriptor(intptr_t handle) {
+    return static_cast<int>(handle);
+}
+
 } // namespace
 
 DynamicLibrary::DynamicLibrary(const fs::path &path) : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
     if (handle_ == nullptr)
-        throw std::runtime_error(dlerror());
+        throw Error(dlerror());
 }
 
 DynamicLibrary::~DynamicLibrary() {
@@ -87,7 +92,7 @@ void NoteInterruptions() {
     action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
     for (const int signal : {SIGINT, SIGTERM}) {
         struct sigaction before = {};
-        // Who started the program may have set it free of a signal.
+        // The parent process may have made the program ignore a signal, as nohup does.
         if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
             sigaction(signal, &action, nullptr);
     }
@@ -120,6 +125,43 @@ std::size_t InputStream::Read(char *buffer, std::size_t length) {
             ThrowLastError();
     }
     return 0;
+}
+
+// If a pipe has replaced the file since its type was checked, opening it does not wait for the other end.
+RegularFile::RegularFile(const std::filesystem::path &path, bool for_writing)
+    : handle_(open(path.c_str(), (for_writing ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
+    if (handle_ < 0)
+        throw std::system_error(errno, std::generic_category());
+    struct stat status = {};
+    int error = fstat(Descriptor(handle_), &status) == 0 ? 0 : errno;
+    if (error == 0 && !S_ISREG(status.st_mode))
+        error = ENOTSUP;
+    if (error != 0) {
+        close(Descriptor(handle_));
+        throw std::system_error(error, std::generic_category());
+    }
+    size_ = static_cast<uint64_t>(status.st_size);
+}
+
+RegularFile::~RegularFile() {
+    close(Descriptor(handle_));
+}
+
+std::size_t RegularFile::ReadAt(uint64_t offset, void *buffer, std::size_t length, std::error_code &error) {
+    auto *to = static_cast<uint8_t *>(buffer);
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t count = pread(Descriptor(handle_), to + done, length - done, static_cast<off_t>(offset + done));
+        if (count > 0)
+            done += static_cast<std::size_t>(count);
+        else if (count == 0)
+            break;
+        else if (errno != EINTR) {
+            error.assign(errno, std::generic_category());
+            break;
+        }
+    }
+    return done;
 }
 
 std::FILE *CreateNewFile(const fs::path &path) {

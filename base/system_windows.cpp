@@ -9,10 +9,10 @@
 #include <fcntl.h>
 #include <io.h>
 #include <shellapi.h>
-#include <stdexcept>
 #include <sys/stat.h>
 #include <system_error>
 
+#include "base/error.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kUsualWidth = 80;
+constexpr std::size_t kLongestRead = 1u << 30; // the system counts in 32 bits
 
 std::atomic<int> interruption = 0;
 
@@ -41,7 +42,7 @@ HANDLE ConsoleOf(std::FILE *stream) {
 
 std::string Narrow(const wchar_t *text, UINT code_page, bool *lossy = nullptr) {
     BOOL replaced = FALSE;
-    // UTF-8 has every character, and the system wants no such flag with it.
+    // UTF-8 has every character, and the system does not accept the flag with it.
     BOOL *flag = code_page == CP_UTF8 ? nullptr : &replaced;
     const int length = WideCharToMultiByte(code_page, 0, text, -1, nullptr, 0, nullptr, nullptr);
     if (length <= 0)
@@ -54,18 +55,26 @@ std::string Narrow(const wchar_t *text, UINT code_page, bool *lossy = nullptr) {
     return narrow;
 }
 
+std::error_code LastError() {
+    return {static_cast<int>(GetLastError()), std::system_category()};
+}
+
 std::string LastErrorText() {
-    const auto error = static_cast<int>(GetLastError());
-    return std::system_category().message(error) + " (error " + std::to_string(error) + ")";
+    const std::error_code error = LastError();
+    return error.message() + " (error " + std::to_string(error.value()) + ")";
+}
+
+HANDLE Handle(intptr_t handle) {
+    return std::bit_cast<HANDLE>(handle);
 }
 
 } // namespace
 
-// The altered search path lets the library's own folder supply what the library needs.
+// The altered search path finds the library's dependencies in its own folder.
 DynamicLibrary::DynamicLibrary(const fs::path &path)
     : handle_(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH)) {
     if (handle_ == nullptr)
-        throw std::runtime_error(LastErrorText());
+        throw Error(LastErrorText());
 }
 
 DynamicLibrary::~DynamicLibrary() {
@@ -157,6 +166,50 @@ std::size_t InputStream::Read(char *buffer, std::size_t length) {
     if (count < 0)
         ThrowLastError();
     return Interruption() != 0 ? 0 : static_cast<std::size_t>(count);
+}
+
+// Other programs may go on reading, writing and deleting the file.
+RegularFile::RegularFile(const std::filesystem::path &path, bool for_writing)
+    : handle_(std::bit_cast<intptr_t>(
+          CreateFileW(path.c_str(), for_writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ,
+                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, 0, nullptr))) {
+    if (Handle(handle_) == INVALID_HANDLE_VALUE)
+        throw std::system_error(LastError());
+    std::error_code error;
+    LARGE_INTEGER size = {};
+    if (GetFileType(Handle(handle_)) != FILE_TYPE_DISK)
+        error = std::make_error_code(std::errc::not_supported);
+    else if (GetFileSizeEx(Handle(handle_), &size) == 0)
+        error = LastError();
+    if (error) {
+        CloseHandle(Handle(handle_));
+        throw std::system_error(error);
+    }
+    size_ = static_cast<uint64_t>(size.QuadPart);
+}
+
+RegularFile::~RegularFile() {
+    CloseHandle(Handle(handle_));
+}
+
+std::size_t RegularFile::ReadAt(uint64_t offset, void *buffer, std::size_t length, std::error_code &error) {
+    auto *to = static_cast<uint8_t *>(buffer);
+    std::size_t done = 0;
+    while (done < length) {
+        OVERLAPPED place = {};
+        place.Offset = static_cast<DWORD>(offset + done);
+        place.OffsetHigh = static_cast<DWORD>((offset + done) >> 32);
+        DWORD count = 0;
+        const auto wanted = static_cast<DWORD>(std::min(length - done, kLongestRead));
+        if (ReadFile(Handle(handle_), to + done, wanted, &count, &place) == 0 && GetLastError() != ERROR_HANDLE_EOF) {
+            error = LastError();
+            break;
+        }
+        if (count == 0)
+            break;
+        done += count;
+    }
+    return done;
 }
 
 std::FILE *CreateNewFile(const fs::path &path) {

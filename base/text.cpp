@@ -15,12 +15,12 @@ namespace {
 // A character of a UTF-8 text.
 struct Character {
     uint32_t code;
-    std::size_t length; // in bytes; 0 when the bytes are no UTF-8
+    std::size_t length; // in bytes; 0 when the bytes are not valid UTF-8
 };
 
 constexpr Character kInvalid = {0, 0};
 
-// The smallest code that needs so many bytes: longer forms than needed are invalid.
+// By length in bytes, the smallest code that needs it: overlong forms are invalid.
 constexpr uint32_t kSmallestOfLength[] = {0, 0, 0x80, 0x800, 0x10000};
 
 Character Decode(std::string_view text) {
@@ -55,7 +55,7 @@ std::string PathText(const std::filesystem::path &path) {
         const std::u8string text = path.u8string();
         return {text.begin(), text.end()};
     } catch (const std::system_error &) {
-        // A name that the system accepts and UTF-8 cannot hold.
+        // A name that the system accepts and UTF-8 cannot represent.
         std::string text;
         for (const auto unit : path.native())
             text += static_cast<uint32_t>(unit) < 0x80 ? static_cast<char>(unit) : '?';

@@ -1,4 +1,4 @@
-/* Names and bytes of files, and numbers of them, as text that is safe to show. */
+/* File names, bytes and counts as text that is safe to print. */
 #ifndef TAVRIK_BASE_TEXT_H
 #define TAVRIK_BASE_TEXT_H
 
@@ -9,18 +9,18 @@
 
 namespace tavrik::base {
 
-/** A path as it is: UTF-8 on Windows, elsewhere its own bytes. */
+/** The text of a path: UTF-8 on Windows, elsewhere its bytes. */
 std::string PathText(const std::filesystem::path &path);
 
 /** The path of that text: UTF-8 on Windows, elsewhere any bytes. */
 std::filesystem::path PathOf(const std::string &text);
 
 /** A text for a terminal or a log: control characters, characters that change the direction of writing and bytes that
- * are no UTF-8 become \xNN for each of their bytes. */
+ * are not valid UTF-8 become \xNN for each of their bytes. */
 std::string Printable(std::string_view text);
 std::string PrintablePath(const std::filesystem::path &path);
 
-/** A number of things: "1 file", "2 files". */
+/** A count with its noun, of which `one` is the singular: "1 file", "2 files". */
 std::string CountText(uint64_t count, std::string_view one);
 
 } // namespace tavrik::base

@@ -17,7 +17,7 @@ public:
     Walker(const WalkSettings &settings, const WalkVisitor &visitor) : settings_(settings), visitor_(visitor) {}
 
     bool IsExcluded(const fs::path &path) const {
-        // A folder may be named with a separator at its end.
+        // A folder's path may end with a separator.
         const fs::path name = path.has_filename() ? path.filename() : path.parent_path().filename();
         return std::any_of(settings_.exclude.begin(), settings_.exclude.end(), [&](const std::string &pattern) {
             const bool by_path = pattern.find('/') != std::string::npos;
@@ -43,14 +43,14 @@ private:
         fs::file_type type;
     };
 
-    // With "/" between the folders, whatever the system writes there.
+    // With "/" as the separator on every system.
     static std::string GenericText(const fs::path &path) {
         std::string text = PathText(path);
         std::replace(text.begin(), text.end(), static_cast<char>(fs::path::preferred_separator), '/');
         return text;
     }
 
-    // Asks the entry, which mostly knows from the folder, rather than the file.
+    // The entry mostly has the type from the folder, so the file itself is not asked.
     static fs::file_type TypeOf(const fs::directory_entry &entry) {
         std::error_code error;
         if (entry.is_symlink(error))

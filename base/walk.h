@@ -9,26 +9,26 @@
 
 namespace tavrik::base {
 
-/** What a walk passes over and how far it goes. */
+/** What a walk visits and what it leaves out. */
 struct WalkSettings {
     bool recursive = false;
 
-    /** Patterns of files and folders that are passed over (see glob.h). One without "/" is held against the name, one
-     * with it against the whole path, with "/" between the folders. */
+    /** Patterns of files and folders that are left out (see glob.h). One without "/" is matched with the name, one with
+     * it with the whole path, "/" being the separator on every system. */
     std::vector<std::string> exclude;
 };
 
-/** Who is told of what a walk meets, in its order. */
+/** The callbacks of a walk, called in its order. */
 struct WalkVisitor {
     /** Both return whether to go on. */
     std::function<bool(const std::filesystem::path &file)> file;
     std::function<bool(const std::filesystem::path &folder, const std::string &reason)> error;
 };
 
-/** Visits `path` itself or, when it is a folder and `recursive`, the regular files in and below it, by name. Inside
- * folders symbolic links, devices, pipes and sockets are passed over; a path named by the user is visited whatever it
- * is. Folders that cannot be read are errors, and so is a folder without `recursive`; the walk goes on. Holds the names
- * in the folders on the way down. Returns false when the visitor ended the walk. */
+/** Visits `path` itself or, when it is a folder and `recursive`, the regular files in and below it, in the order of
+ * their names. Inside folders symbolic links, devices, pipes and sockets are left out; a path named by the user is
+ * visited whatever its type. A folder that cannot be read is an error, and so is a folder without `recursive`; the walk
+ * goes on. Memory holds the names in the folders on the way down. Returns false when the visitor ended the walk. */
 bool Walk(const std::filesystem::path &path, const WalkSettings &settings, const WalkVisitor &visitor);
 
 } // namespace tavrik::base

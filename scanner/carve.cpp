@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "base/characters.h"
+#include "base/error.h"
 #include "base/system.h"
 #include "base/text.h"
 #include "tavrik2/payload_locator.h"
@@ -23,10 +24,10 @@ namespace {
 
 constexpr std::size_t kBlockSize = 256 * 1024;
 
-// File systems take names of 255 bytes; the offset, a number and the extension want some of them.
+// File systems allow names of 255 bytes; the offset, a number and the extension need some of them.
 constexpr std::size_t kLongestName = 200;
 
-// Names that are tried before something must be wrong.
+// Names that are tried before giving up.
 constexpr unsigned kMostNames = 1'000'000;
 
 struct FileCloser {
@@ -34,7 +35,8 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// Archives are whole from their signature on, so their own tools open them; the others are parts of a program.
+// A RAR or cabinet archive is complete from its signature on, so archive tools open it; the others are parts of a
+// program.
 const char *ExtensionOf(uint32_t kind) {
     switch (kind) {
     case PAYLOAD_RAR:
@@ -50,7 +52,7 @@ std::string SystemError() {
     return std::generic_category().message(errno);
 }
 
-// Creates the first of the names that is free, from `number` on, which becomes its number.
+// Creates the first file from `number` on whose name is free; `number` becomes its number.
 std::pair<File, fs::path> CreateFile(const fs::path &folder, const std::string &beginning, const char *extension,
                                      unsigned &number) {
     for (; number <= kMostNames; ++number) {
@@ -59,24 +61,26 @@ std::pair<File, fs::path> CreateFile(const fs::path &folder, const std::string &
         if (File file(base::CreateNewFile(path)); file != nullptr)
             return {std::move(file), std::move(path)};
         if (errno != EEXIST)
-            throw CarveError(fmt::format("{} cannot be created: {}", base::PrintablePath(path), SystemError()));
+            throw base::Error(fmt::format("{} cannot be created: {}", base::PrintablePath(path), SystemError()));
     }
-    throw CarveError(fmt::format("{} has too many files called {}; name an empty folder", base::PrintablePath(folder),
-                                 base::Printable(beginning)));
+    throw base::Error(fmt::format("{} has too many files called {}; name an empty folder", base::PrintablePath(folder),
+                                  base::Printable(beginning)));
 }
 
-void Copy(base::ByteSource &source, uint64_t offset, std::FILE *to) {
+// Copies the source from `offset` to its end and closes the file. Returns what failed; "" when nothing has.
+std::string Copy(base::ByteSource &source, uint64_t offset, File to) {
     std::vector<uint8_t> block(kBlockSize);
     while (offset < source.size()) {
         const std::size_t count = source.ReadAt(offset, block.data(), block.size());
         if (!source.error().empty())
-            throw CarveError(source.error());
+            return source.error();
         if (count == 0)
-            throw CarveError("the file has become shorter");
-        if (std::fwrite(block.data(), 1, count, to) != count)
-            throw CarveError("cannot be written: " + SystemError());
+            return "the file has become shorter";
+        if (std::fwrite(block.data(), 1, count, to.get()) != count)
+            return "cannot be written: " + SystemError();
         offset += count;
     }
+    return std::fclose(to.release()) == 0 ? "" : "cannot be written: " + SystemError();
 }
 
 } // namespace
@@ -103,8 +107,8 @@ Carver::Carver(fs::path folder) : folder_(std::move(folder)) {
     std::error_code error;
     fs::create_directories(folder_, error);
     if (!fs::is_directory(folder_, error))
-        throw CarveError(fmt::format("payloads cannot be written to {}: {}; name a folder with --carve",
-                                     base::PrintablePath(folder_), error ? error.message() : "it is no folder"));
+        throw base::Error(fmt::format("payloads cannot be written to {}: {}; name a folder with --carve",
+                                      base::PrintablePath(folder_), error ? error.message() : "it is no folder"));
 }
 
 fs::path Carver::Carve(base::ByteSource &source, const fs::path &file, uint64_t offset, uint32_t kind) {
@@ -115,15 +119,11 @@ fs::path Carver::Carve(base::ByteSource &source, const fs::path &file, uint64_t 
     auto [output, path] = CreateFile(folder_, beginning, extension, number);
     if (number > 1)
         next_numbers_[beginning] = number + 1;
-    try {
-        Copy(source, offset, output.get());
-        if (std::fclose(output.release()) != 0)
-            throw CarveError("cannot be written: " + SystemError());
-    } catch (const CarveError &error) {
-        output.reset();
+    const std::string failure = Copy(source, offset, std::move(output));
+    if (!failure.empty()) {
         std::error_code ignored;
         fs::remove(path, ignored);
-        throw CarveError(fmt::format("{}: {}", base::PrintablePath(path), error.what()));
+        throw base::Error(fmt::format("{}: {}", base::PrintablePath(path), failure));
     }
     return path;
 }

@@ -6,7 +6,7 @@ namespace tavrik::scanner {
 
 namespace {
 
-// The module hands out codes; what they mean is this host's decision.
+// The module returns codes; each host decides what they mean.
 struct Action {
     uint32_t code;
     std::string_view name;

@@ -1,4 +1,4 @@
-/* What the module's clean actions mean to this host. */
+/* The names and meanings that this host gives to the module's clean actions. */
 #ifndef TAVRIK_SCANNER_CLEAN_ACTION_H
 #define TAVRIK_SCANNER_CLEAN_ACTION_H
 
@@ -15,7 +15,7 @@ inline constexpr uint32_t kCleanableFinding = 7422;
  * this host does not know. */
 std::string ActionName(uint32_t action);
 
-/** What to do, in a sentence's part. */
+/** What to do, as a part of a sentence. */
 std::string_view ActionMeaning(uint32_t action);
 
 } // namespace tavrik::scanner

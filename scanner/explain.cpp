@@ -23,7 +23,7 @@ using tavrik2::Field;
 
 constexpr std::size_t kIndent = 2;
 
-// Writes a judged gate, one condition a line.
+// Writes an evaluated gate, one condition per line.
 class Printer {
 public:
     explicit Printer(std::string &text) : text_(text) {}
@@ -46,7 +46,7 @@ private:
                          ValueText(node.field, node.value), kValueWidth, WantedText(node)));
     }
 
-    // Where one alternative holds, what the others ask for does not matter.
+    // Where one alternative holds, the conditions of the others are left out.
     void WriteAlternatives(const GateNode &group, std::size_t indent) {
         Line("", indent, "one of these must hold:");
         const std::size_t nearest = CountFailed(group);

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "base/error.h"
 #include "base/text.h"
 #include "scanner/unused.h"
 
@@ -32,7 +33,7 @@ void DestroyLock(void *lock) {
 }
 
 constexpr std::size_t kFirstUnused = sizeof HostServices::unused_0 / sizeof(UnusedService);
-constexpr std::size_t kSecondStart = kFirstUnused + 1; // behind the service at position 114
+constexpr std::size_t kSecondStart = kFirstUnused + 1; // after the service at position 114
 constexpr std::size_t kSecondUnused = sizeof HostServices::unused_115 / sizeof(UnusedService);
 
 template <std::size_t Start, std::size_t... Index>
@@ -50,7 +51,7 @@ HostServices MakeServices() {
     return services;
 }
 
-// The module keeps what it is given here and never uses it.
+// The module stores this function's pointer and never calls it.
 void *GetNoInterface(uint32_t, uint32_t) {
     return nullptr;
 }
@@ -66,15 +67,15 @@ fs::path Absolute(const fs::path &path) {
 }
 
 base::DynamicLibrary Load(const fs::path &path) {
-    // The system's own text for a missing file is less clear.
+    // The loader's text for a missing file is less clear.
     std::error_code error;
     if (!fs::exists(path, error))
-        throw ModuleError(fmt::format("cannot load {}: {}; {}", base::PrintablePath(path),
+        throw base::Error(fmt::format("cannot load {}: {}; {}", base::PrintablePath(path),
                                       error ? error.message() : "no such file", kRemedy));
     try {
         return base::DynamicLibrary(path);
-    } catch (const std::runtime_error &reason) {
-        throw ModuleError(
+    } catch (const base::Error &reason) {
+        throw base::Error(
             fmt::format("cannot load {}: {}; {}", base::PrintablePath(path), base::Printable(reason.what()), kRemedy));
     }
 }
@@ -89,7 +90,7 @@ template <typename Function>
 Function Module::Export(const char *name) const {
     void *address = library_.Symbol(name);
     if (address == nullptr)
-        throw ModuleError(fmt::format("cannot use {}: it does not export {}; name a {} with --module",
+        throw base::Error(fmt::format("cannot use {}: it does not export {}; name a {} with --module",
                                       base::PrintablePath(path_), name, kModuleFileName));
     return std::bit_cast<Function>(address);
 }
@@ -106,7 +107,7 @@ Module::Module(const fs::path &path)
     uint32_t rule_count = 0;
     uint32_t locator_count = 0;
     if (get_rules(&rules, &rule_count) == 0 || get_locators(&locators, &locator_count) == 0)
-        throw ModuleError(
+        throw base::Error(
             fmt::format("cannot use {}: it hands out no rules or no locators", base::PrintablePath(path_)));
     rules_ = {rules, rule_count};
     locators_ = {locators, locator_count};
@@ -118,12 +119,12 @@ Module::Module(const fs::path &path)
     const fs::path folder = path_.parent_path();
     const std::string directory = base::SystemPath(folder);
     if (directory.empty() || directory.size() >= sizeof config.decoder_directory)
-        throw ModuleError(fmt::format("cannot use {}: the name of its folder is too long or has characters that the "
+        throw base::Error(fmt::format("cannot use {}: the name of its folder is too long or has characters that the "
                                       "module cannot take; move the modules to another folder",
                                       base::PrintablePath(path_)));
     directory.copy(config.decoder_directory, directory.size());
     if (init(nullptr, &config, GetNoInterface, nullptr) == 0)
-        throw ModuleError(fmt::format("cannot start {}: it needs disasm.hbx in its folder, {}",
+        throw base::Error(fmt::format("cannot start {}: it needs disasm.hbx in its folder, {}",
                                       base::PrintablePath(path_), base::PrintablePath(folder)));
 }
 

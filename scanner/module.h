@@ -1,11 +1,10 @@
-/* The loaded module: tavrik2.hbx with its host's side of the bargain. */
+/* The loaded module, tavrik2.hbx, and the services that the host supplies to it. */
 #ifndef TAVRIK_SCANNER_MODULE_H
 #define TAVRIK_SCANNER_MODULE_H
 
 #include <cstdint>
 #include <filesystem>
 #include <span>
-#include <stdexcept>
 
 #include "base/system.h"
 #include "scanner/module_stream.h"
@@ -13,29 +12,23 @@
 
 namespace tavrik::scanner {
 
-/** The module cannot be used; the text names the file, the reason and the remedy. */
-class ModuleError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /** What the module says about cleaning a file. */
 struct CleanDecision {
     bool applies;    // an action applies
     uint32_t action; // a CleanAction or CLEAN_ACTION_NONE
 };
 
-/** The module, loaded and initialised for the life of the object. Construction and destruction happen on one thread;
- * in between every member may be called from any. */
+/** The module, loaded and initialised for the life of the object. Construct and destroy it on one thread; in between
+ * any thread may call any member. */
 class Module {
 public:
-    /** Loads and initialises the module. Throws ModuleError. */
+    /** Loads and initialises the module. Throws base::Error when it cannot be used. */
     explicit Module(const std::filesystem::path &path = DefaultPath());
     ~Module();
     Module(const Module &) = delete;
     Module &operator=(const Module &) = delete;
 
-    /** tavrik2.hbx beside the running program. */
+    /** tavrik2.hbx in the folder of the running program. */
     static std::filesystem::path DefaultPath();
 
     /** The payload locators, in place: valid as long as this object. */
@@ -48,8 +41,8 @@ public:
      * found. The module opens the file for reading and writing, and closes it. */
     CleanDecision AskCleanAction(const std::filesystem::path &file, uint32_t code, uint32_t rule_id) const;
 
-    /** The same, but the file is opened for reading only, so that files that may not be written get the answer too and
-     * nothing is touched: for those who want to know and not to clean. */
+    /** The same for callers that only show the action: the file is opened for reading only, so that files that may not
+     * be written get an answer too and none is touched. */
     CleanDecision PreviewCleanAction(const std::filesystem::path &file, uint32_t code, uint32_t rule_id) const;
 
 private:

@@ -42,7 +42,7 @@ uint32_t ModuleStream::Open(FileStream *stream, const void *file_name, uint32_t 
             return FILE_NOT_OPENED;
         self.opened_ = std::move(opened);
     } catch (const std::exception &) {
-        // No exception crosses the boundary, and the module knows one failure only.
+        // No exception may cross the C ABI, which has one code for all failures.
         return FILE_NOT_OPENED;
     }
     self.source_ = self.opened_.get();
@@ -58,7 +58,7 @@ uint32_t ModuleStream::Read(FileStream *stream, uint32_t, void *buffer, uint32_t
     ModuleStream &self = Owner(stream);
     if (self.source_ == nullptr)
         return 0;
-    // The source is smaller than 2^31 bytes, so neither the count nor the new position can pass 2^32.
+    // The source is smaller than 2^31 bytes, so neither the count nor the new position reaches 2^32.
     const auto count = static_cast<uint32_t>(self.source_->ReadAt(self.position_, buffer, length));
     self.position_ += count;
     return count;

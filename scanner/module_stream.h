@@ -1,4 +1,4 @@
-/* The stream object that the module reads a file through. */
+/* The stream object through which the module reads a file. */
 #ifndef TAVRIK_SCANNER_MODULE_STREAM_H
 #define TAVRIK_SCANNER_MODULE_STREAM_H
 
@@ -11,10 +11,11 @@
 
 namespace tavrik::scanner {
 
-/** The largest file that the module can be shown: it compares offsets with the size as signed 32-bit values. */
+/** The largest file that the module can work on, in bytes: it compares offsets with the size as signed 32-bit values.
+ */
 inline constexpr uint64_t kLargestFile = std::numeric_limits<int32_t>::max();
 
-/** A FileStream of the module's boundary over a ByteSource.
+/** A FileStream of the module's C ABI that reads a ByteSource.
  *
  * Its position may be moved anywhere up to 2^32 - 1; a read at or beyond the end returns 0 bytes. Every stream has its
  * own position and serves one call at a time. Close and destruction forget the source. */
@@ -33,16 +34,16 @@ public:
     ModuleStream(const ModuleStream &) = delete;
     ModuleStream &operator=(const ModuleStream &) = delete;
 
-    /** The object for the module, valid as long as this one. */
+    /** The object for the module, valid for the life of this one. */
     FileStream *stream() { return &object_.stream; }
 
-    /** The handle of the open file, to be handed to the module beside the stream. */
+    /** The handle of the open file, to be passed to the module with the stream. */
     static constexpr uint32_t handle() { return kHandle; }
 
 private:
     static constexpr uint32_t kHandle = 1;
 
-    // What the module holds a pointer to: the boundary's structure first, and the way back.
+    // The module gets a pointer to the first member; Owner finds this object from it.
     struct Object {
         FileStream stream;
         ModuleStream *owner;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kShownRules = 10;
 
-// By the values of Step. Time that is spent outside any file has no line.
+// By the values of Step. Time outside the work on files has no line.
 constexpr std::array<const char *, static_cast<std::size_t>(Step::Count)> kStepNames = {
     nullptr, "open", "sha256", "headers", "rules", "clean actions", "locators", "carve", "output",
 };
@@ -87,15 +87,15 @@ std::string Profile::Text(std::span<HeuristicRule *const> rules) const {
     }
     add_line("reading, within the above", reading_);
 
-    std::vector<std::pair<uint32_t, RuleCost>> dearest(rules_.begin(), rules_.end());
+    std::vector<std::pair<uint32_t, RuleCost>> by_cost(rules_.begin(), rules_.end());
     const auto cost_of = [](const auto &rule) { return rule.second.conditions + rule.second.strings; };
-    std::sort(dearest.begin(), dearest.end(), [&](const auto &one, const auto &other) {
+    std::sort(by_cost.begin(), by_cost.end(), [&](const auto &one, const auto &other) {
         return std::pair(cost_of(other), one.first) < std::pair(cost_of(one), other.first);
     });
-    fmt::format_to(std::back_inserter(text), "{} of {} rules were asked; those that cost most:\n", dearest.size(),
+    fmt::format_to(std::back_inserter(text), "{} of {} rules were asked; those that cost most:\n", by_cost.size(),
                    rules.size());
-    dearest.resize(std::min(dearest.size(), kShownRules));
-    for (const auto &[position, cost] : dearest) {
+    by_cost.resize(std::min(by_cost.size(), kShownRules));
+    for (const auto &[position, cost] : by_cost) {
         const HeuristicRule &rule = *rules[position];
         fmt::format_to(std::back_inserter(text), "  {:>12.3f} ms, asked {:>6} times: rule {} \"{}\"\n",
                        Milliseconds(cost.conditions + cost.strings), cost.asked, uint32_t{rule.rule_id},

@@ -1,4 +1,5 @@
-/* What a scan's steps and rules cost. Each thread measures for itself; at the end the measurements are added up. */
+/* The time that the steps and the rules of a scan take. Each thread has its own measurements; at the end they are added
+ * up. */
 #ifndef TAVRIK_SCANNER_PROFILE_H
 #define TAVRIK_SCANNER_PROFILE_H
 
@@ -14,7 +15,7 @@
 
 namespace tavrik::scanner {
 
-/** The steps of scanning a file, which do not overlap. */
+/** The steps of scanning a file; they do not overlap. */
 enum class Step : uint8_t { Other, Open, Sha256, Headers, Rules, CleanAction, Locators, Carve, Output, Count };
 
 /** Measurements of one thread. */
@@ -26,7 +27,7 @@ public:
     /** Begins with Step::Other. */
     Profile() : since_(Clock::now()) {}
 
-    /** Ends the current step and begins another. Returns the one that ended. */
+    /** Ends the current step and begins another. Returns the step that ended. */
     Step Enter(Step step);
 
     /** Adds to the time of reading, which is part of the steps. */
@@ -35,10 +36,11 @@ public:
     void OnConditions(uint32_t rule, Duration time) override;
     void OnStrings(uint32_t rule, Duration time) override;
 
-    /** Takes the measurements of another thread in. */
+    /** Adds the measurements of another thread. */
     void Add(const Profile &other);
 
-    /** Lines for people, each with its line feed. `rules` is the table whose positions the observed rules are. */
+    /** The measurements as lines of text, each with its line feed. `rules` is the table that the positions of the
+     * observed rules refer to. */
     std::string Text(std::span<HeuristicRule *const> rules) const;
 
 private:
@@ -55,7 +57,7 @@ private:
     Clock::time_point since_;
 };
 
-/** Is a step for the life of the object; without a profile nothing. */
+/** Measures a step for the life of the object; does nothing without a profile. */
 class StepTimer {
 public:
     StepTimer(Profile *profile, Step step) : profile_(profile), before_(profile ? profile->Enter(step) : step) {}
@@ -71,7 +73,7 @@ private:
     Step before_;
 };
 
-/** Adds its life to the time of reading; without a profile nothing. */
+/** Adds the life of the object to the time of reading; does nothing without a profile. */
 class ReadTimer {
 public:
     explicit ReadTimer(Profile *profile) : profile_(profile) {

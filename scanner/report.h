@@ -1,4 +1,4 @@
-/* A file's report in the forms that people and programs read. */
+/* A file's report as text and as JSON. */
 #ifndef TAVRIK_SCANNER_REPORT_H
 #define TAVRIK_SCANNER_REPORT_H
 
@@ -14,7 +14,7 @@ std::string TextLines(const FileReport &report, bool in_colour);
 
 /** One JSON object without line feeds: file, size (null when unknown), sha256 (when it is known), status ("scanned",
  * "not-pe", "skipped" or "error"), reason (of "skipped") or error (of "error"), detections and findings. Bytes of the
- * name that are no UTF-8 are replaced by U+FFFD. */
+ * name that are not valid UTF-8 are replaced by U+FFFD. */
 std::string JsonLine(const FileReport &report);
 
 /** The line for standard error about a file that could not be scanned as a whole, with its line feed. */

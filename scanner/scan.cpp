@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "base/error.h"
 #include "base/sha256.h"
 #include "scanner/clean_action.h"
 #include "scanner/module_stream.h"
@@ -68,8 +69,8 @@ FileReport Scanner::Scan(const std::filesystem::path &file, Profile *profile) co
         Examine(source, report, profile);
         if (source.was_interrupted())
             report.status = ScanStatus::Interrupted;
-    } catch (const base::OpenError &error) {
-        report.error = error.what();
+    } catch (const base::Error &error) {
+        report.error = error.reason();
     } catch (const std::bad_alloc &) {
         report.status = ScanStatus::Failed;
         report.error = "not enough memory; scan fewer files at once (-j)";

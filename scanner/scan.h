@@ -38,8 +38,8 @@ struct Detection {
 /** How the scan of a file ended. */
 enum class ScanStatus {
     Scanned,
-    NotPe,      // nothing to do
-    Skipped,    // as the settings want it; `error` says why
+    NotPe,      // not a PE file, so nothing is scanned
+    Skipped,    // because of the settings; `error` says why
     Failed,     // `error` says why; what was found before is kept
     Interrupted // the user asked the program to end; the report is not complete
 };
@@ -51,7 +51,7 @@ struct CarvedPayload {
     std::filesystem::path file;
 };
 
-/** What a scan learnt about a file. */
+/** The results of scanning a file. */
 struct FileReport {
     std::filesystem::path file;
     std::optional<uint64_t> size; // in bytes, when the file could be opened
@@ -60,14 +60,14 @@ struct FileReport {
     std::string error; // the reason and the remedy, without the file's name
     std::vector<Detection> detections;
     std::vector<Finding> findings;
-    std::vector<CarvedPayload> carved; // by whoever carves
+    std::vector<CarvedPayload> carved; // added by the caller that carves
 };
 
-/** What a scan does beside its purpose, and what bounds it. */
+/** Options and limits of a scan. */
 struct ScanSettings {
     bool sha256 = false;
     std::optional<uint64_t> max_size; // in bytes; larger files are skipped
-    double timeout = 0;               // seconds for a file; 0 is for ever
+    double timeout = 0;               // seconds for a file; 0 is no limit
 };
 
 class Profile;
@@ -78,8 +78,8 @@ public:
     /** The module must outlive the object. */
     explicit Scanner(const Module &module, const ScanSettings &settings = {});
 
-    /** Scans a file, which is only read. Every failure is in the report. `profile`, if not null, is told what the
-     * steps cost. */
+    /** Scans a file, which is only read. Every failure is in the report. `profile`, if not null, measures
+     * the steps. */
     FileReport Scan(const std::filesystem::path &file, Profile *profile = nullptr) const;
 
 private:
@@ -91,18 +91,18 @@ private:
     evaluation::RuleIndex index_;
 };
 
-/** The name that a rule gives its detections. */
+/** The detection name of a rule. */
 std::string_view DetectionName(const HeuristicRule &rule);
 
 /** Calls one locator with `image` and the candidate `first_section`, on a stream of its own over `source`. */
 std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image,
                                   const SectionHeader &first_section);
 
-/** Asks every locator with every candidate for the first section; the distinct findings in the table's order. The
- * source is not larger than kLargestFile. */
+/** Calls every locator with every candidate for the first section. Returns the distinct findings in the table's order.
+ * The source must not be larger than kLargestFile. */
 std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const PeImage &image);
 
-/** What a file that is too large for the module is told. */
+/** The error text for a file of `size` bytes that is too large for the locators. */
 std::string TooLargeText(uint64_t size);
 
 } // namespace tavrik::scanner

@@ -12,7 +12,7 @@ namespace tavrik::scanner {
 namespace {
 
 constexpr double kMegabyte = 1e6;
-constexpr double kShortestRun = 1e-6; // seconds; rates over less mean nothing
+constexpr double kShortestRun = 1e-6; // seconds; avoids a division by 0
 
 double Rate(double count, double seconds) {
     return count / std::max(seconds, kShortestRun);

@@ -1,4 +1,4 @@
-/* Functions for the slots of the boundary's tables that the module never calls. */
+/* Functions for the slots of the C ABI's tables that the module never calls. */
 #ifndef TAVRIK_SCANNER_UNUSED_H
 #define TAVRIK_SCANNER_UNUSED_H
 

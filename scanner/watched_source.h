@@ -1,4 +1,4 @@
-/* A source whose reads can be ended from outside. */
+/* A source whose reads fail after a deadline or an interruption. */
 #ifndef TAVRIK_SCANNER_WATCHED_SOURCE_H
 #define TAVRIK_SCANNER_WATCHED_SOURCE_H
 
@@ -28,11 +28,11 @@ private:
     Clock::time_point end_;
 };
 
-/** Another source until the deadline has passed or the user asks the program to end: from then on every read fails, so
- * that whoever reads comes to an end. */
+/** Reads another source until the deadline has passed or the user asks the program to end; from then on every read
+ * fails, so that the work on the file ends. */
 class WatchedSource final : public base::ByteSource {
 public:
-    /** `source` and `profile` must outlive the object; `profile`, if not null, is told what reading costs. */
+    /** `source` and `profile` must outlive the object; `profile`, if not null, measures the time of reading. */
     WatchedSource(base::ByteSource &source, const Deadline &deadline, Profile *profile = nullptr)
         : source_(source), deadline_(deadline), profile_(profile) {}
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "base/error.h"
 #include "base/text.h"
 #include "base/walk.h"
 #include "evaluation/features.h"
@@ -43,8 +44,8 @@ public:
                 PrintJson(path, features.IsPe(), matches, explanations);
             else
                 PrintText(path, features.IsPe(), matches, explanations);
-        } catch (const base::OpenError &error) {
-            Fail(path, error.what());
+        } catch (const base::Error &error) {
+            Fail(path, error.reason());
         }
     }
 

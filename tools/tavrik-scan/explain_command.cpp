@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "base/error.h"
 #include "base/text.h"
 #include "evaluation/rule_explanation.h"
 #include "scanner/clean_action.h"
@@ -18,12 +19,6 @@ namespace tavrik::scan_tool {
 namespace fs = std::filesystem;
 
 namespace {
-
-/** There is nothing of that name; the text says so. */
-class NothingToExplain : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 // What is to be explained.
 struct Subjects {
@@ -57,8 +52,7 @@ Subjects SubjectsOf(const scanner::Module &module, const std::string &what) {
                                                                                : 0);
     const std::optional<uint32_t> number = NumberOf(digits);
     if (!number && (names_entry || names_rule))
-        throw NothingToExplain(
-            fmt::format("\"{}\" is no number in \"{}\"", base::Printable(digits), base::Printable(what)));
+        throw base::Error(fmt::format("\"{}\" is no number in \"{}\"", base::Printable(digits), base::Printable(what)));
 
     Subjects subjects;
     if (number && *number < module.locators().size() && !names_rule)
@@ -69,7 +63,7 @@ Subjects SubjectsOf(const scanner::Module &module, const std::string &what) {
         subjects.rules =
             RulesThat(module, [&](const HeuristicRule &rule) { return scanner::DetectionName(rule) == what; });
     if (!subjects.entry && subjects.rules.empty())
-        throw NothingToExplain(
+        throw base::Error(
             fmt::format("there is no {} \"{}\"; tavrik-scan locators lists the entries, tavrik-rules list the rules",
                         names_entry  ? "entry"
                         : names_rule ? "rule"
@@ -91,48 +85,55 @@ std::string Verdict(const evaluation::RuleExplanation &explanation, const Heuris
                        explanation.failed == 1 ? " has" : "s have");
 }
 
+struct Answer {
+    std::string text;
+    bool found = false;
+    std::string error; // why the text is missing or incomplete; "" when it is complete
+};
+
+Answer ExplainFile(const scanner::Module &module, const Subjects &subjects, const fs::path &file) {
+    base::FileSource source(file);
+    const scanner::PeResult pe = scanner::ParsePe(source);
+    if (pe.status != scanner::PeStatus::Parsed)
+        throw base::Error(file, pe.status == scanner::PeStatus::NotPe ? pe.text + "; name a PE file" : pe.text);
+    if (source.size() > scanner::kLargestFile && subjects.entry)
+        throw base::Error(file, scanner::TooLargeText(source.size()));
+    Answer answer;
+    answer.text = fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", base::PrintablePath(file),
+                              source.size(), pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
+                              uint16_t{pe.image.file_header.NumberOfSections});
+    if (subjects.entry) {
+        const scanner::Explanation explanation = scanner::Explain(module, *subjects.entry, source, pe.image);
+        answer.text += explanation.text;
+        answer.found = explanation.found;
+    }
+    evaluation::Features features(source);
+    for (const HeuristicRule *rule : subjects.rules) {
+        const evaluation::RuleExplanation explanation = evaluation::ExplainRule(*rule, features);
+        answer.text += '\n' + explanation.text + '\n' + Verdict(explanation, *rule, module, file);
+        answer.found = answer.found || explanation.matches;
+    }
+    answer.error = source.error();
+    return answer;
+}
+
 } // namespace
 
 ExitCode RunExplain(const fs::path &module_path, const std::string &what, const fs::path &file) {
     const scanner::Module module(module_path);
-    const auto fail = [&](const std::string &reason) {
-        ReportError(file, reason);
-        return kErrorHappened;
-    };
+    const Subjects subjects = SubjectsOf(module, what);
+    Answer answer;
     try {
-        const Subjects subjects = SubjectsOf(module, what);
-        base::FileSource source(file);
-        const scanner::PeResult pe = scanner::ParsePe(source);
-        if (pe.status != scanner::PeStatus::Parsed)
-            return fail(pe.status == scanner::PeStatus::NotPe ? pe.text + "; name a PE file" : pe.text);
-        if (source.size() > scanner::kLargestFile && subjects.entry)
-            return fail(scanner::TooLargeText(source.size()));
-        std::string text =
-            fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", base::PrintablePath(file),
-                        source.size(), pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
-                        uint16_t{pe.image.file_header.NumberOfSections});
-        bool found = false;
-        if (subjects.entry) {
-            const scanner::Explanation explanation = scanner::Explain(module, *subjects.entry, source, pe.image);
-            text += explanation.text;
-            found = explanation.found;
-        }
-        evaluation::Features features(source);
-        for (const HeuristicRule *rule : subjects.rules) {
-            const evaluation::RuleExplanation explanation = evaluation::ExplainRule(*rule, features);
-            text += '\n' + explanation.text + '\n' + Verdict(explanation, *rule, module, file);
-            found = found || explanation.matches;
-        }
-        base::Print(text);
-        if (!source.error().empty())
-            return fail(source.error());
-        return found ? kFound : kNothingFound;
-    } catch (const base::OpenError &error) {
-        return fail(error.what());
-    } catch (const NothingToExplain &error) {
-        base::PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
+        answer = ExplainFile(module, subjects, file);
+    } catch (const base::Error &error) {
+        answer.error = error.reason();
+    }
+    base::Print(answer.text);
+    if (!answer.error.empty()) {
+        ReportError(file, answer.error);
         return kErrorHappened;
     }
+    return answer.found ? kFound : kNothingFound;
 }
 
 } // namespace tavrik::scan_tool

@@ -1,4 +1,4 @@
-// tavrik-scan: finds what the module's rules detect and the payloads that its locators know.
+// tavrik-scan: reports the detections of the module's rules and the payloads that its locators find.
 
 #include <exception>
 

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "base/error.h"
 #include "base/ordered_pool.h"
 #include "base/path_list.h"
 #include "base/system.h"
@@ -25,7 +26,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A path that the walk met: a file to scan, or something that cannot be, and why.
+// A path of the walk: a file to scan or, with a reason, something that cannot be scanned.
 struct Job {
     fs::path path;
     std::string error;
@@ -42,7 +43,7 @@ ExitCode CodeOf(const scanner::FileReport &report) {
     return report.findings.empty() && report.detections.empty() ? kNothingFound : kFound;
 }
 
-// One run over all paths. Work happens in many threads; Deliver is called by one at a time, in the files' order.
+// A run over all paths. Work runs in many threads; Deliver is called by one thread at a time, in the files' order.
 class ScanRun {
 public:
     ScanRun(const scanner::Scanner &scanner, const ScanOptions &options)
@@ -54,7 +55,7 @@ public:
             carver_.emplace(*options.carve_folder);
     }
 
-    // Returns when everything has been printed, all of it or what there is when the user interrupts.
+    // Returns when the results have been printed: all, or those up to an interruption.
     void Run() {
         base::OrderedPool<Job, Result> pool(
             options_.threads, [this](Job &job, unsigned thread) { return Work(job, thread); },
@@ -65,17 +66,15 @@ public:
         };
         const base::WalkVisitor visitor = {[&](const fs::path &file) { return submit(file, ""); }, submit};
         const auto walk = [&](const fs::path &path) { return base::Walk(path, options_.walk, visitor); };
-        try {
-            if (std::all_of(options_.paths.begin(), options_.paths.end(), walk) && options_.path_list)
-                base::ReadPathList(*options_.path_list, options_.list_separator, walk);
-        } catch (const base::PathListError &error) {
-            console_.PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
-            list_failed_ = true;
+        if (std::all_of(options_.paths.begin(), options_.paths.end(), walk) && options_.path_list) {
+            std::optional<base::PathList> list;
+            for (auto path = NextPath(list); path && walk(*path); path = NextPath(list)) {
+            }
         }
         pool.Finish();
     }
 
-    // Says how it went. Returns the exit code.
+    // Prints the summary. Returns the exit code.
     int Conclude(std::span<HeuristicRule *const> rules) {
         console_.EndProgress();
         if (!options_.quiet)
@@ -93,6 +92,20 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    // The next path of the list, which the first call opens; nothing at its end and where it cannot be read, which does
+    // not stop the scan of the paths before.
+    std::optional<fs::path> NextPath(std::optional<base::PathList> &list) {
+        try {
+            if (!list)
+                list.emplace(*options_.path_list, options_.list_separator);
+            return list->Next();
+        } catch (const base::Error &error) {
+            console_.PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
+            list_failed_ = true;
+            return std::nullopt;
+        }
+    }
+
     bool ShowsProgress() const {
         if (options_.progress != base::When::Auto)
             return options_.progress == base::When::Always;
@@ -109,7 +122,7 @@ private:
 
     double Seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
 
-    // The last one is the profile of deliveries.
+    // The last profile is that of deliveries.
     scanner::Profile *ProfileOf(std::size_t thread) { return profiles_.empty() ? nullptr : &profiles_[thread]; }
 
     Result Work(Job &job, unsigned thread) {
@@ -129,7 +142,7 @@ private:
             result.report.file = std::move(job.path);
             result.report.error = std::move(job.error);
         }
-        // What will be carved is not known yet.
+        // Lines with carved payloads are made after carving.
         if (!carver_ || result.report.findings.empty()) {
             const scanner::StepTimer timer(profile, scanner::Step::Output);
             result.lines = Lines(result.report);
@@ -163,7 +176,7 @@ private:
         code_ = std::max(code_, CodeOf(report));
     }
 
-    // In the files' order, so that the same names come out of the same input.
+    // Called in the files' order, so that the same input gives the same names.
     void CarveFindings(scanner::FileReport &report) {
         try {
             base::FileSource opened(report.file);
@@ -177,13 +190,13 @@ private:
                 const fs::path file = carver_->Carve(source, report.file, finding.offset, finding.kind);
                 report.carved.push_back({finding.offset, source.size() - finding.offset, file});
             }
-        } catch (const std::runtime_error &error) { // OpenError, CarveError
+        } catch (const base::Error &error) {
             if (base::Interruption() != 0) {
                 report.status = scanner::ScanStatus::Interrupted;
                 return;
             }
             report.status = scanner::ScanStatus::Failed;
-            report.error += std::string(report.error.empty() ? "" : "; ") + "not carved: " + error.what();
+            report.error += std::string(report.error.empty() ? "" : "; ") + "not carved: " + error.reason();
         }
     }
 
@@ -198,10 +211,10 @@ private:
     bool list_failed_ = false;
 
     const bool shows_progress_;
-    std::mutex progress_mutex_; // guards the two below against the progress line
+    std::mutex progress_mutex_; // guards the next two, which the progress line reads
     scanner::Totals totals_;
     fs::path current_file_;
-    base::Console console_; // its thread looks at the above
+    base::Console console_; // its thread reads the members above
 };
 
 } // namespace
