@@ -1,6 +1,13 @@
 // The real platform.hbx: strings within their bounds, the log, and modules with their folders and symbols.
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <ctime>
+#include <thread>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
 
 #include <gtest/gtest.h>
 
@@ -28,6 +35,13 @@ TEST(Platform, CopiesWhatFits) {
     EXPECT_EQ(copy(3, "abc"), "");
     EXPECT_EQ(copy(1, ""), "");
     EXPECT_EQ(copy(9, nullptr), "");
+    char untouched = '#';
+    PlatformCopyString(&untouched, 0, "abc");
+    EXPECT_EQ(untouched, '#');
+    PlatformCopyString(nullptr, 9, "abc");
+    char overlapping[] = "abcdef";
+    PlatformCopyString(overlapping, sizeof overlapping, overlapping + 1);
+    EXPECT_STREQ(overlapping, "bcdef");
 }
 
 TEST(Platform, AppendsWhatFits) {
@@ -41,12 +55,27 @@ TEST(Platform, AppendsWhatFits) {
     EXPECT_EQ(append(10, "abc" + separator, "d.hbx"), "abc" + separator + "d.hbx");
     EXPECT_EQ(append(10, "", "d.hbx"), "d.hbx");
     EXPECT_EQ(append(10, "abc", nullptr), "");
+    EXPECT_EQ(append(9, "abc" + separator, "d.hbx"), "");
+    EXPECT_EQ(append(5, "", "d.hbx"), "");
+    EXPECT_EQ(append(6, "", "d.hbx"), "d.hbx");
+    EXPECT_EQ(append(5, "abc", ""), "abc" + separator);
+    EXPECT_EQ(append(4, "abc", ""), "");
+    PlatformAppendPath(nullptr, 9, "d.hbx");
+    std::string unterminated(8, 'a'); // in a capacity of 4
+    PlatformAppendPath(unterminated.data(), 4, "");
+    EXPECT_EQ(unterminated, std::string("\0aaaaaaa", 8));
+    PlatformAppendPath(unterminated.data() + 1, 0, "");
+    EXPECT_EQ(unterminated, std::string("\0aaaaaaa", 8));
 }
 
 TEST(Platform, HandlesAndBlocks) {
     void *handle = nullptr;
     EXPECT_NE(PlatformCreateHandle(&handle), 0u);
     EXPECT_NE(handle, nullptr);
+    void *other = nullptr;
+    EXPECT_NE(PlatformCreateHandle(&other), 0u);
+    EXPECT_NE(other, handle);
+    PlatformReleaseHandle(other);
     PlatformReleaseHandle(handle);
     PlatformReleaseHandle(nullptr);
     EXPECT_EQ(PlatformCreateHandle(nullptr), 0u);
@@ -70,6 +99,71 @@ TEST(Platform, LogLinesAreAppendedWithTheirTime) {
     EXPECT_EQ(text, stamp + "one  two\n" + stamp + "three\n");
 }
 
+// "2024-01-31T23:59:59.999" of now, in UTC.
+std::string Now() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", std::gmtime(&seconds));
+    const std::string fraction = std::to_string(1000 + milliseconds % 1000).substr(1);
+    return std::string(text, length) + "." + fraction;
+}
+
+TEST(Platform, LogLinesTellTheTimeInUtc) {
+    const FreshFolder folder;
+    for (int line = 0; line < 20; ++line) {
+        const std::string before = Now();
+        PlatformWriteLog("time.log", "");
+        const std::string after = Now();
+        const std::string text = ReadFile("time.log");
+        ASSERT_GE(text.size(), before.size() + 3);
+        const std::string stamp = text.substr(text.size() - before.size() - 3);
+        EXPECT_LE(before, stamp.substr(0, before.size()));
+        EXPECT_GE(after, stamp.substr(0, before.size()));
+        EXPECT_EQ(stamp.substr(before.size()), "Z \n");
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
+}
+
+#ifndef _WIN32
+TEST(Platform, LogPathsWithADriveMeanTheCurrentFolder) {
+    const FreshFolder folder;
+    std::filesystem::create_directory("folder");
+    for (const auto &[path, file] : {std::pair("c:\\yndebug.log", "yndebug.log"),
+                                     {"Z:\\folder\\deep.log", "deep.log"},
+                                     {"a:/folder/slash.log", "slash.log"},
+                                     {"d:bare.log", "bare.log"},
+                                     {"folder/own.log", "folder/own.log"},
+                                     {"[:odd.log", "[:odd.log"},
+                                     {"@:odd.log", "@:odd.log"},
+                                     {"{:odd.log", "{:odd.log"}}) {
+        PlatformWriteLog(path, "line");
+        EXPECT_TRUE(ReadFile(file).ends_with("Z line\n")) << path;
+    }
+    PlatformWriteLog("none/line.log", "line"); // cannot be made
+    EXPECT_FALSE(std::filesystem::exists("none"));
+}
+
+TEST(Platform, LogFilesAreNeitherLinksNorWaitedFor) {
+    const FreshFolder folder;
+    std::ofstream("target.log") << "before";
+    std::filesystem::create_symlink("target.log", "link.log");
+    PlatformWriteLog("link.log", "line");
+    EXPECT_EQ(ReadFile("target.log"), "before");
+    ASSERT_EQ(mkfifo("pipe.log", 0600), 0);
+    PlatformWriteLog("pipe.log", "line"); // nobody reads it
+    const mode_t mask = umask(0);
+    PlatformWriteLog("new.log", "line");
+    umask(mask);
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status("new.log").permissions(),
+              perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
+    PlatformWriteLog("target.log", "after");
+    EXPECT_TRUE(ReadFile("target.log").starts_with("before2"));
+}
+#endif
+
 TEST(Platform, ModulesAreLoadedFromTheirFolder) {
     const std::string path = ModulePath("disasm.hbx");
     char directory[1024] = "?";
@@ -80,7 +174,22 @@ TEST(Platform, ModulesAreLoadedFromTheirFolder) {
     ASSERT_NE(module, nullptr);
     ASSERT_NE(PlatformGetModuleDirectory("disasm.hbx", directory, sizeof directory), 0u);
     EXPECT_TRUE(std::filesystem::equivalent(directory, std::filesystem::path(path).parent_path())) << directory;
-    EXPECT_EQ(PlatformGetModuleDirectory("disasm.hbx", directory, 3), 0u);
+    // A folder that does not fit is none.
+    const std::string whole = directory;
+    const auto length = static_cast<uint32_t>(whole.size());
+    EXPECT_NE(PlatformGetModuleDirectory("disasm.hbx", directory, length + 1), 0u);
+    EXPECT_EQ(directory, whole);
+    EXPECT_EQ(PlatformGetModuleDirectory("disasm.hbx", directory, length), 0u);
+    EXPECT_STREQ(directory, "");
+    EXPECT_EQ(PlatformGetModuleDirectory("disasm.hbx", directory, 0), 0u);
+    EXPECT_EQ(PlatformGetModuleDirectory("disasm.hbx", nullptr, sizeof directory), 0u);
+    std::strcpy(directory, "?");
+    EXPECT_EQ(PlatformGetModuleDirectory("disasm", directory, sizeof directory), 0u);
+    EXPECT_STREQ(directory, "");
+    EXPECT_EQ(PlatformGetModuleDirectory(nullptr, directory, sizeof directory), 0u);
+    EXPECT_EQ(PlatformLoadModule(nullptr), nullptr);
+    EXPECT_EQ(PlatformGetSymbol(module, nullptr), nullptr);
+    EXPECT_EQ(PlatformGetSymbol(nullptr, "GetUdiInstructionsEx"), nullptr);
     EXPECT_NE(PlatformGetSymbol(module, "GetUdiInstructionsEx"), nullptr);
     EXPECT_EQ(PlatformGetSymbol(module, "GetIScanFunctionsPtr"), nullptr);
     EXPECT_EQ(PlatformGetSymbol(module, "malloc"), nullptr); // of another module

@@ -1,8 +1,5 @@
-// What the locators find behind their gates, and what they leave alone when the file or the platform fails them.
-//
-// One layout serves all: section i has 4096 bytes of raw data at 0x1000 * (i + 1), one behind the other, and begins at
-// the address 0x10000 * (i + 4). Section 4, ".rsrc", reaches far beyond its raw data, so that its addresses from
-// 0x80000 on lie in the file from 0x5000 on; its resource directory stands at its start.
+// What the locators find once their gates are passed, and what they leave alone when the file or the platform fails
+// them.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -10,233 +7,13 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "samples/gate_values.h"
-#include "tavrik2/locators/locators.h"
-#include "tests/support/payloads.h"
+#include "tests/support/locator_scenes.h"
 #include "tests/support/platform_double.h"
-#include "tests/support/resource_tree.h"
 
 namespace tavrik::tests {
 namespace {
 
-using namespace tavrik2;
-using samples::FieldValues;
-using enum tavrik2::Field;
-
-constexpr uint32_t kResources = 0x5000; // file offset of section 4
-constexpr uint32_t kResourceRva = 0x80000;
-constexpr uint32_t kLastPointer = 0x6000;
-
-// A file that passes an entry's gate on the first path that allows the wanted values.
-struct Scene {
-    uint32_t entry;
-    samples::HostRecords records = {};
-    PeFile file;
-    RecordingStream stream;
-    ResourceTree tree{stream, kResources};
-
-    explicit Scene(uint32_t entry_number, const FieldValues &wanted = {}) : entry(entry_number) {
-        FieldValues values;
-        for (const samples::GatePath &path : samples::PathsOf(GateOf(entry))) {
-            if (path.Accepts(wanted)) {
-                values = path.Pick(samples::GatePath::Choice::Lowest, wanted);
-                break;
-            }
-        }
-        EXPECT_FALSE(values.empty() && entry != 27) << "no path of entry " << entry << " allows these values";
-        records.first_section.PointerToRawData = 0x1000;
-        records.last_section.PointerToRawData = kLastPointer;
-        records.last_section.SizeOfRawData = 0x1000;
-        records.last_section.VirtualAddress = kResourceRva;
-        records.data_dirs[4] = kResourceRva;
-        Fill(records, values);
-        const char *names[] = {".text", ".rdata", ".data", ".idata", ".rsrc", ".reloc", ".rrdata"};
-        for (uint32_t index = 0; index < 7; ++index)
-            file.sections.push_back(Section(names[index], 0x10000 * (index + 4), 0x1000, 0x1000 * (index + 1), 0x1000));
-        file.sections[4].VirtualSize = 0x80000;
-        file.sections[5].VirtualAddress = 0x200000;
-        file.sections[6].VirtualAddress = 0x300000;
-    }
-
-    /** Writes the headers; a file without a size of its own ends `behind` bytes after what was put into it. */
-    void Finish(uint32_t behind) {
-        file.PutInto(stream);
-        stream.Resize(std::max(stream.size() + behind, static_cast<uint32_t>(records.file_size)));
-        records.file_size = static_cast<int32_t>(stream.size());
-    }
-
-    /** One resource of a type: its data entry says (rva, size). More may follow. */
-    void Resource(uint32_t type, std::initializer_list<std::pair<uint32_t, uint32_t>> data) {
-        tree.Directory(0, {{3, kSub | 0x700}, {type, kSub | 0x40}});
-        uint32_t index = 0;
-        for (const auto &[rva, size] : data) {
-            tree.Directory(0x40, {{1, 0x100}, {2, 0x110}, {3, 0x120}});
-            tree.Data(0x100 + 0x10 * index++, rva, size);
-        }
-        tree.Count(0x40, 0, static_cast<uint16_t>(index));
-    }
-
-    int Call(LocatorResult *result, Fault fault = {}) {
-        stream.Restart(0, fault);
-        return CallWith(&stream, result);
-    }
-
-    int CallWith(FileStream *any_stream, LocatorResult *result) {
-        const LocatorTableEntry *table = nullptr;
-        uint32_t count = 0;
-        HeurGetLocatorTable(&table, &count);
-        return table[entry].locator(any_stream, kHandle, records.file_size, records.data_dirs, &records.file_header,
-                                    &records.opt_header, &records.first_section, &records.last_section,
-                                    records.entry_code, result);
-    }
-};
-
-// What a locator reports of a payload besides its offset.
-struct Payload {
-    std::string bytes;
-    uint32_t kind;
-    uint32_t size;
-};
-
-// A payload at a place, and what makes the entry look there.
-struct Find {
-    uint32_t entry;
-    const char *what;
-    uint32_t offset;
-    Payload payload;
-    FieldValues wanted = {};
-    std::function<void(Scene &)> prepare = [](Scene &) {};
-    uint32_t behind = 0x7000; // bytes of the file behind the payload
-};
-
-// A resource whose data begins at 0x6800 of the file.
-std::function<void(Scene &)> WithResource(uint32_t type, uint32_t size) {
-    return [=](Scene &scene) { scene.Resource(type, {{0x81800, size}}); };
-}
-
-// The same with a manifest whose text ends with its block.
-std::function<void(Scene &)> WithManifest(const char *text, uint32_t size, int32_t file_size = 0) {
-    return [=](Scene &scene) {
-        scene.Resource(24, {{0x81800, size}});
-        scene.stream.Put(0x6800 + 24576 - static_cast<uint32_t>(std::strlen(text)), text);
-        scene.records.file_size = file_size;
-    };
-}
-
-std::function<void(Scene &)> WithSection(size_t index, const SectionHeader &section) {
-    return [=](Scene &scene) { scene.file.sections[index] = section; };
-}
-
-std::function<void(Scene &)> Entry25(int32_t file_size) {
-    return WithManifest("level=\"requireAdministrator\"", 0x10, file_size);
-}
-
-std::function<void(Scene &)> Entry26() {
-    return WithManifest("name=\"AutoIt3\"", 0x7800);
-}
-
-const Payload kWord = {kMarker.substr(0, 4), 82, 256};
-const Payload kWhole = {kMarker, 82, 256};
-const Payload kEntry0 = {kMarker.substr(0, 8) + Hex("8229927682851965"), 82, 256};
-const Payload kEntry5 = {Hex("38711328951258716323475232128379"), 82, 256};
-const Payload kOtherWord = {Hex("C6DF5037"), 82, 256};
-const Payload kSigned = {kSignature, 82, 4096};
-const Payload k5 = {kScript5, 82, 4096};
-const Payload k6A = {kScript6A, 82, 4096};
-const Payload k6B = {kScript6B, 82, 4096};
-const Payload kTagged = {kEA06, 82, 4096};
-const Payload kAltered = {kAlteredHeaders[3], 82, 4096};
-const Payload kInstaller = {kNullsoft, 81, 256};
-const Payload kWords = {kNullsoft.substr(0, 12), 81, 256};
-const Payload kArchive = {kRar, 111, 4096};
-const Payload kCab = {kCabinet, 113, 4096};
-
 // clang-format off
-const Find kFinds[] = {
-    {0, "section 3's end", 0x5000, kEntry0},
-    {1, "first section", 0x1000, kSigned},
-    {2, "fixed start", 0x40000, kSigned},
-    {3, "fixed start", 0xC0000, kSigned},
-    {4, "last section", kLastPointer, kSigned},
-    {5, "fixed offset", 0xA7C1F, kEntry5},
-    {6, "3 sections", 0x56000, kSigned, {{NumberOfSections, 3}}},
-    {6, "5 sections", 0xC0000, kSigned, {{NumberOfSections, 5}}},
-    {6, "8 sections", 0xB0000, kSigned, {{NumberOfSections, 8}}},
-    {6, "12 sections", 0xC0000, kSigned, {{NumberOfSections, 12}}},
-    {7, "behind section 4", 0x6004, kWords},
-    {8, "adjoining", 0x15004, kWords},
-    {8, "apart", kLastPointer + 0x22404, kWords, {}, WithSection(5, Section(".reloc", 0, 0, 0x6200, 0x200))},
-    {8, "by characteristics", 0x15004, kWords, {}, WithSection(4, Section("other", 0, 0, 0x5000, 0x1000, 0xC0000040))},
-    {9, "before the end", 0x64, kWords, {{FileSize, 0x133600}}, [](Scene &) {}, 0},
-    {10, "last section", kLastPointer + 0xA04, kWords},
-    {11, "last section", kLastPointer + 0x3500 + 8176, kInstaller},
-    {12, "first offset", 0xF2000, kWord},
-    {12, "second offset", 0xFF200, kWord},
-    {12, "third offset, short block", 0x1CD200, kWord, {}, [](Scene &) {}, 0},
-    {13, "resources", kResources + 0x3FF8, kWhole},
-    {14, "fixed start", 0x49800 + 0x9000, kWhole},
-    {15, "section 0", 0x1000 + 0x2FFF0, kWhole, {}, WithSection(0, Section(".text", 0x40000, 0x65000, 0x1000, 0x30000))},
-    {16, "fixed start", 0x400, kSigned},
-    {17, "fixed start", 0xBB000, kSigned},
-    {18, "fixed start", 0xA0000, kSigned},
-    {19, "fixed start", 0x6C7000, kSigned},
-    {20, "fixed start", 0x40000, kSigned},
-    {21, "fixed start", 0x5B000, kSigned},
-    {22, "last section", kLastPointer + 0x35000, kSigned},
-    {22, "seven sections", 0x7E000 + 0x3B000, kSigned, {{NumberOfSections, 7}},
-     WithSection(6, Section(".rrdata", 0x300000, 0, 0x7E000, 0xF500))},
-    {23, "first candidate", kResources + 0x14A00, kWord},
-    {23, "second candidate", kResources + 0x5CA00, kWord},
-    {24, "section 0", 0x1000, kSigned},
-    {25, "small file", 0x6810 + 0x16B000 + 24571, kWord, {}, Entry25(0x3F0000), 0},
-    {25, "middle file, lower end", 0x6810 + 0x5F000, kWord, {}, Entry25(0x3F0001), 0},
-    {25, "middle file, upper end", 0x6810 + 0x5F000, kWord, {}, Entry25(0x40FFFF), 0},
-    {25, "larger file", 0x6810 + 0x16B000, kWord, {}, Entry25(0x4FFFFF), 0},
-    {25, "large file", 0x6810 + 0x26000, kWord, {}, Entry25(0x1800001), 0},
-    {26, "behind the manifest", 0xE000, kWord, {}, Entry26()},
-    {26, "short block", 0xE000 + 100, kWord, {}, Entry26(), 1},
-    {26, "second block", 0xE000 + 0x5B000 + 7, kWord, {}, Entry26()},
-    {28, "last row", kLastPointer + 0x35000, kWord, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
-    {28, "altered marker", kLastPointer + 0x35000, kOtherWord, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
-    {28, "hidden resource directory", kResources + 0x9600, kWord,
-     {{SizeOfCode, 0x38000}, {SizeOfInitializedData, 0x6000}, {NumberOfRvaAndSizes, 0x90000010}, {ResourceVirtualAddress, 1}}},
-    {29, "a row", kLastPointer + 0x9DC00, kWord,
-     {{SizeOfCode, 0x5E200}, {SizeOfInitializedData, 0x22A00}, {ResourceVirtualAddress, 0x8F000}}},
-    {30, "last section", kLastPointer, kSigned},
-    {31, "the address as an offset", 0x80000, kSigned},
-    {32, "resource", 0x6800, k5, {}, WithResource(10, 0xBD00)},
-    {32, "end of the resources", kResources + 0x24000, k6A},
-    {33, "resource", 0x6800, k6B, {}, WithResource(10, 0x300)},
-    {33, "end of the resources", kResources + 0x11000, k6A},
-    {34, "resources", kResources, kAltered},
-    {35, "behind section 2", 0x4400 + 24560, kInstaller},
-    {36, "behind section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kInstaller},
-    {37, ".rsrc", kResources, k5},
-    {38, "resource", 0x6800 + 1016, kCab, {}, WithResource(10, 9)},
-    {38, "short resource", 0x6800, kCab, {}, WithResource(10, 9), 0},
-    {39, "four sections", 0x7000 + 4096 - 7, kArchive, {{NumberOfSections, 4}}},
-    {39, "fifth block", 0x7000 + 4 * 4096, kArchive, {{NumberOfSections, 5}}},
-    {40, "behind the last section", 0x7000 + 0x3000 + 240, kInstaller},
-    {41, "end of the last section", kLastPointer + 4080, kInstaller},
-    {42, "behind section 4", 0x6000 + 0xA00 + 240, kInstaller},
-    {43, "resources", kResources, k5},
-    {44, "behind the last section", 0x7000 + 0x1A000 + 1264, kInstaller},
-    {45, "version resource", 0x6800, kTagged, {}, WithResource(16, 0x200)},
-    {46, "end of the resources", kResources + 0x13000, kTagged},
-    {47, "resource", 0x6800, k5, {}, WithResource(10, 0x300)},
-    {47, "end of the resources", kResources + 0x17000, k5},
-    {48, "first message table", 0x6800, kTagged, {}, [](Scene &s) { s.Resource(11, {{0x81800, 0x4FFF}, {0x90000, 1}}); }},
-    {48, "second message table", 0x6800, kTagged, {}, [](Scene &s) { s.Resource(11, {{0x90000, 0x5000}, {0x81800, 1}}); }},
-    {49, "first type", 0x6800, kTagged, {}, WithResource(1, 0x25001)},
-    {49, "last type", 0x6800, kTagged, {}, WithResource(17, 0x25001)},
-};
-
-// How many bytes each entry reads where it finds its payload.
-const uint32_t kReadLengths[LOCATOR_COUNT] = {
-    32, 4096, 4096, 4096, 4096, 32, 4096, 256, 256, 256, 256, 8192, 100, 16384, 16384, 16384, 4096, 4096, 4096, 4096,
-    4096, 4096, 4096, 1024, 4096, 24576, 24576, 0, 256, 256, 4096, 4096, 4096, 4096, 4096, 24576, 8192, 4096, 1024, 4096,
-    256, 4096, 256, 4096, 1280, 4096, 4096, 4096, 4096, 4096};
-
 // The find of that name with one change, for which it is declined behind its gate.
 struct Miss {
     uint32_t entry;
@@ -254,7 +31,7 @@ const Miss kMisses[] = {
     {22, "seven sections", "it begins too early", [](Scene &s) { s.file.sections[6].PointerToRawData = 0x7DFFF; }},
     {22, "seven sections", "no such section", [](Scene &s) { s.file.sections[6].Name[0] = '-'; }},
     {25, "small file", "a smaller file", [](Scene &s) { s.records.file_size = 0x300000; }},
-    {25, "small file", "a second manifest", [](Scene &s) { s.Resource(24, {{0x81800, 0x10}, {0x81800, 0x10}}); }},
+    {25, "small file", "a second manifest", [](Scene &s) { s.Resource(24, {{kPayloadRva, 0x10}, {kPayloadRva, 0x10}}); }},
     {25, "small file", "a text half outside", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
     {25, "small file", "the last position", [](Scene &s) { s.stream.Put(0x6810 + 0x16B000 + 24571, '-' + kWord.bytes); }},
     {26, "second block", "another text", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
@@ -272,20 +49,6 @@ const Miss kMisses[] = {
     {49, "last type", "one type on", WithResource(18, 0x25001)},
 };
 // clang-format on
-
-const LocatorResult kUntouched = {1, 2, 3};
-
-void Build(Scene &scene, const Find &find) {
-    find.prepare(scene);
-    scene.stream.Put(find.offset, find.payload.bytes);
-    scene.Finish(find.behind);
-}
-
-// The find of that name, or the entry's first.
-const Find &FindOf(uint32_t entry, std::string_view what = {}) {
-    return *std::find_if(std::begin(kFinds), std::end(kFinds),
-                         [&](const Find &find) { return find.entry == entry && (what.empty() || what == find.what); });
-}
 
 class Locators : public testing::TestWithParam<uint32_t> {
 protected:
@@ -313,16 +76,19 @@ TEST_P(Locators, FindTheirPayload) {
         LocatorResult result = kUntouched;
         EXPECT_EQ(scene.Call(&result), 1);
         EXPECT_EQ(Bytes(result), Bytes(LocatorResult{find.payload.kind, find.offset, find.payload.size}));
-        const std::string calls = scene.stream.TakeCalls();
-        EXPECT_EQ(calls.find('!'), std::string::npos);
-        const uint32_t length = kReadLengths[find.entry];
-        EXPECT_TRUE(calls.ends_with(fmt::format(fmt::runtime(length < 4096 ? " R{}" : " R0x{:X}"), length))) << calls;
-        // One byte of the payload decides.
-        scene.stream.Put(find.offset + static_cast<uint32_t>(find.payload.bytes.size()) - 1, "\x5A");
-        result = kUntouched;
-        EXPECT_EQ(scene.Call(&result), 0);
-        EXPECT_EQ(Bytes(result), Bytes(kUntouched));
+        EXPECT_EQ(scene.stream.TakeCalls().find('!'), std::string::npos);
         EXPECT_EQ(Platform().live_blocks, 0);
+        // Each byte of the payload decides, but for those that may be anything.
+        for (uint32_t byte = 0; byte < find.payload.bytes.size(); ++byte) {
+            const char right = find.payload.bytes[byte];
+            if (right == '?')
+                continue;
+            scene.stream.Put(find.offset + byte, std::string(1, static_cast<char>(right ^ 1)));
+            result = kUntouched;
+            EXPECT_EQ(scene.Call(&result), 0) << "byte " << byte;
+            EXPECT_EQ(Bytes(result), Bytes(kUntouched));
+            scene.stream.Put(find.offset + byte, std::string(1, right));
+        }
     });
 }
 

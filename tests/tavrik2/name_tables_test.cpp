@@ -1,13 +1,16 @@
 // The name tables and word lists after the preparation: texts, references between tables, and their order in the image.
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <set>
 #include <string_view>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "tavrik2/rules/name_tables.h"
 #include "tavrik2/rules/preparation.h"
+#include "tests/support/golden.h"
 
 namespace tavrik::tests {
 namespace {
@@ -36,6 +39,11 @@ TEST(NameTables, EveryEntryIsATextFollowedByZeros) {
         }
         EXPECT_EQ(*lengths.rbegin(), table.longest);
         EXPECT_EQ(*lengths.begin(), table.shortest);
+        // Stored, blanks are '#', which no name holds.
+        const auto *bytes = table.entries[0];
+        const auto *end = bytes + table.count * sizeof(NameEntry);
+        EXPECT_EQ(std::count(bytes, end, '#'), 0);
+        EXPECT_GT(std::count(bytes, end, ' '), 0);
     }
 }
 
@@ -76,6 +84,109 @@ TEST(PackerSignatures, StandInOrderEachBehindItsPattern) {
         EXPECT_EQ(reinterpret_cast<const uint8_t *>(&record), record.pattern + record.pattern_length);
         at = reinterpret_cast<const uint8_t *>(&record + 1);
     }
+}
+
+// The typed lines "thing property value" of one thing.
+std::map<std::string, std::string> Typed(const std::string &thing) {
+    std::map<std::string, std::string> values;
+    for (const GoldenLine &line : ReadGolden("name_tables.txt"))
+        if (line.words[0] == thing && line.words.size() == 3)
+            values[line.words[1]] = line.words[2];
+    return values;
+}
+
+std::string Quoted(std::string_view text) {
+    return '"' + std::string(text) + '"';
+}
+
+TEST(PackerSignatures, AreAsTyped) {
+    std::map<std::string, int> packers;
+    std::set<int> parameters;
+    std::set<int> kinds;
+    int longest = 0;
+    for (const PackerSignature *record : PackerSignatures) {
+        ++packers[Quoted(record->packer)];
+        parameters.insert(record->pattern_param);
+        kinds.insert(record->pattern_kind);
+        longest = std::max<int>(longest, record->pattern_length);
+        EXPECT_EQ(record->one, 1);
+    }
+    const std::map<std::string, std::string> typed = Typed("PackerSignature");
+    EXPECT_EQ(std::size(PackerSignatures), GoldenNumber(typed.at("records")));
+    EXPECT_EQ(packers.size(), GoldenNumber(typed.at("distinct_packers")));
+    EXPECT_EQ(fmt::format("..{}", longest), typed.at("pattern_length"));
+    EXPECT_EQ(fmt::format("{}..{}", *parameters.begin(), *parameters.rbegin()), typed.at("pattern_param"));
+    EXPECT_EQ(kinds, (std::set<int>{0, 2}));
+    for (const auto &[packer, count] : Typed("packer"))
+        EXPECT_TRUE(count == "1.." ? packers[packer] >= 1 : packers[packer] == GoldenNumber(count)) << packer;
+}
+
+// The lines of the source that begin a record: number, packer, jumps to follow, kind.
+TEST(PackerSignatures, SayWhatTheirSourceSays) {
+    uint32_t found = 0;
+    for (const GoldenLine &line : ReadGolden("packers.txt")) {
+        if (line.indent != 0 || !IsGoldenNumber(line.words[0]))
+            continue;
+        const PackerSignature &record = *PackerSignatures[found++];
+        EXPECT_EQ(record.id + 0, GoldenNumber(line.words[0]));
+        EXPECT_EQ(record.packer, GoldenText(line.words[1]));
+        EXPECT_EQ(record.pattern_param, GoldenNumber(line.words[2])) << record.id;
+        EXPECT_EQ(record.pattern_kind, GoldenNumber(line.words[3])) << record.id;
+    }
+    EXPECT_EQ(found, kPackerSignatures);
+}
+
+// Lists of texts at their positions, "last" being the last one.
+template <typename Text>
+void ExpectTexts(const std::string &thing, uint32_t count, Text text) {
+    const std::map<std::string, std::string> typed = Typed(thing);
+    EXPECT_FALSE(typed.empty()) << thing;
+    for (const auto &[position, wanted] : typed) {
+        if (position != "last" && !IsGoldenNumber(position))
+            continue;
+        const auto index = position == "last" ? count - 1 : static_cast<uint32_t>(GoldenNumber(position));
+        EXPECT_EQ(Quoted(text(index)), wanted) << thing << " " << index;
+    }
+}
+
+TEST(WordLists, AreAsTyped) {
+    ExpectTexts("module_name", kModuleNames, [](uint32_t index) { return ModuleNames[index]; });
+    ExpectTexts("product_word", kProductWords, [](uint32_t index) { return ProductWords[index]; });
+    for (uint32_t list = 0; list < kWordLists; ++list) {
+        const std::string thing = fmt::format("list_{}", list + 1);
+        EXPECT_EQ(WordListTable[list].count + 0, GoldenNumber(Typed(thing).at("pointers")));
+        ExpectTexts(thing, WordListTable[list].count, [&](uint32_t index) { return WordListTable[list].words[index]; });
+    }
+    for (const GoldenLine &line : ReadGolden("name_tables.txt"))
+        if (line.words[0] == "keywords" && line.words[1] == "holds") {
+            EXPECT_TRUE(std::any_of(std::begin(Keywords), std::end(Keywords), [&](const char *word) {
+                return Quoted(word) == line.words[2];
+            })) << line.words[2];
+        }
+    for (const GoldenLine &line : ReadGolden("name_tables.txt"))
+        if (line.words[0] == "pair") {
+            const NamePair &pair = NamePairTable[GoldenNumber(line.words[1])];
+            EXPECT_EQ(pair.first_name, NameTable3[GoldenNumber(line.words[2])]) << line.words[1];
+            EXPECT_EQ(pair.second_name, NameTable4[GoldenNumber(line.words[3])]) << line.words[1];
+        }
+}
+
+TEST(NameSlots, AreAsTyped) {
+    const auto *functions = reinterpret_cast<const char *>(FunctionNames);
+    const auto *sections = reinterpret_cast<const char *>(SectionNames);
+    const std::map<std::string, std::string> function_slots = Typed("function_slots");
+    const std::map<std::string, std::string> section_slots = Typed("section_slots");
+    const auto function_slot = static_cast<uint32_t>(GoldenNumber(function_slots.at("slot_size")));
+    const auto section_slot = static_cast<uint32_t>(GoldenNumber(section_slots.at("slot_size")));
+    EXPECT_EQ(sizeof FunctionNames, function_slot * GoldenNumber(function_slots.at("slots")));
+    EXPECT_EQ(sizeof SectionNames, section_slot * GoldenNumber(section_slots.at("slots")));
+    ExpectTexts("function_slot", kFunctionNames, [&](uint32_t index) {
+        return std::string(functions + index * function_slot,
+                           strnlen(functions + index * function_slot, function_slot));
+    });
+    ExpectTexts("section_slot", kSectionNames, [&](uint32_t index) {
+        return std::string(sections + index * section_slot, strnlen(sections + index * section_slot, section_slot));
+    });
 }
 
 } // namespace

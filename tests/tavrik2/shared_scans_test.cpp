@@ -153,6 +153,11 @@ TEST_F(Scans, ScriptForms) {
     EXPECT_EQ(Run(FindAutoItScript, 2 * kBlock, {{0, kScript6A.substr(1)}, {kBlock, kScript5}}), kNotFound);
     EXPECT_EQ(stream_.TakeCalls(), "S256 R0x1000");
     EXPECT_EQ(Run(FindAutoItScript, 2 * kBlock, {{kBlock, kScript6A.substr(1)}}), kBlock - 1);
+    // So may a tag at a block's first byte; the marker of an EA05 header would be in another block.
+    EXPECT_EQ(Run(FindAutoItScript, 2 * kBlock, {{kBlock, kScript6A.substr(16)}}), kBlock - 16);
+    EXPECT_EQ(Run(FindAutoItScript, 2 * kBlock, {{kBlock - 16, kScript5}}), kNotFound);
+    EXPECT_EQ(Run(FindAutoItScript, 2 * kBlock, {{kBlock, tag5}}), kNotFound);
+    EXPECT_EQ(Run(FindAutoItScript, 2 * kBlock, {{0, tag5}, {kBlock, kScript5}}), kBlock);
 }
 
 TEST_F(Scans, EA06Forms) {
@@ -163,6 +168,8 @@ TEST_F(Scans, EA06Forms) {
     EXPECT_EQ(Run(FindAutoItEA06Header, kBlock, {{100, "EA06"}, {121, kPatternA}}), kNotFound);
     EXPECT_EQ(Run(FindAutoItEA06Header, 2 * kBlock, {{0, kEA06.substr(1)}, {kBlock, kEA06}}), kNotFound);
     EXPECT_EQ(Run(FindAutoItEA06Header, 2 * kBlock, {{kBlock, kEA06.substr(1)}}), kBlock - 1);
+    EXPECT_EQ(Run(FindAutoItEA06Header, 2 * kBlock, {{kBlock, kEA06.substr(20)}}), kBlock - 20);
+    EXPECT_EQ(Run(FindAutoItEA06Header, 2 * kBlock, {{0, kPatternA.substr(4)}, {kBlock, kEA06}}), kBlock);
 }
 
 TEST_F(Scans, AlteredHeadersInTheirOrder) {
