@@ -108,7 +108,7 @@ Carver::Carver(fs::path folder) : folder_(std::move(folder)) {
     fs::create_directories(folder_, error);
     if (!fs::is_directory(folder_, error))
         throw base::Error(fmt::format("payloads cannot be written to {}: {}; name a folder with --carve",
-                                      base::PrintablePath(folder_), error ? error.message() : "it is no folder"));
+                                      base::PrintablePath(folder_), error ? error.message() : "it is not a folder"));
 }
 
 fs::path Carver::Carve(base::ByteSource &source, const fs::path &file, uint64_t offset, uint32_t kind) {

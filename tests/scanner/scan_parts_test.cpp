@@ -1,15 +1,22 @@
 // Parts of the scanner that its command line shows only roughly.
-#include <atomic>
-#include <stdexcept>
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <regex>
+#include <set>
 
 #include <gtest/gtest.h>
 
-#include "base/glob.h"
-#include "base/ordered_pool.h"
-#include "base/sha256.h"
+#include "base/error.h"
 #include "scanner/carve.h"
+#include "scanner/clean_action.h"
+#include "scanner/module_stream.h"
+#include "scanner/profile.h"
+#include "scanner/report.h"
 #include "scanner/totals.h"
 #include "scanner/watched_source.h"
+#include "tavrik2/heur_clean.h"
+#include "tests/support/fresh_folder.h"
 
 namespace tavrik::tests {
 namespace {
@@ -18,138 +25,186 @@ std::span<const uint8_t> BytesOf(const std::string &text) {
     return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
 }
 
-// The vectors that were published with the function.
-TEST(Sha256, GivesThePublishedDigestsHoweverTheBytesCome) {
-    const std::pair<std::string, const char *> rows[] = {
-        {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
-        {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
-         "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
-        {std::string(1'000'000, 'a'), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"}};
-    for (const auto &[text, digest] : rows) {
-        base::MemorySource source(BytesOf(text));
-        EXPECT_EQ(base::Sha256Of(source), digest);
+// ---- Sources and carving --------------------------------------------------------------------------------------------
+
+/** A source that says it is longer than it is, as a file that has been cut. */
+class CutSource final : public base::ByteSource {
+public:
+    explicit CutSource(std::string bytes) : bytes_(std::move(bytes)) {}
+    uint64_t size() const override { return bytes_.size() + 1; }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override {
+        return base::MemorySource(BytesOf(bytes_)).ReadAt(offset, buffer, length);
     }
-    // Every length around the ends of blocks, in two pieces.
-    for (std::size_t length = 0; length < 200; ++length) {
-        const std::string text(length, 'x');
-        base::Sha256 whole;
-        whole.Update(BytesOf(text));
-        const base::Sha256::Digest digest = whole.Finish();
-        for (std::size_t cut = 0; cut <= length; cut += 7) {
-            base::Sha256 pieces;
-            pieces.Update(BytesOf(text).first(cut));
-            pieces.Update(BytesOf(text).subspan(cut));
-            EXPECT_EQ(pieces.Finish(), digest) << length << " cut at " << cut;
-        }
-    }
-}
+    const std::string &error() const override { return error_; }
 
-TEST(Glob, MatchesWholeTexts) {
-    const struct {
-        const char *pattern;
-        const char *text;
-        bool matches;
-    } rows[] = {{"*", "", true},
-                {"", "", true},
-                {"", "a", false},
-                {"a*b*c", "aXbYbZc", true},
-                {"a*b*c", "aXbYbZ", false},
-                {"?", "\xC3\xA4", true},
-                {"??", "\xC3\xA4", false},
-                {"[a-c]x", "bx", true},
-                {"[!a-c]x", "bx", false},
-                {"[]]", "]", true},
-                {"[!]]", "]", false},
-                {"[a", "[a", true},
-                {"[a-]", "-", true},
-                {"*.exe", "a.exe.b", false},
-                {"a/*", "a/b/c", true},
-                {"?", "", false}};
-    for (const auto &row : rows)
-        EXPECT_EQ(base::MatchesGlob(row.pattern, row.text), row.matches) << row.pattern << " on " << row.text;
-    // Hopeless patterns come to an end.
-    std::string stars;
-    for (int i = 0; i < 50; ++i)
-        stars += "*a";
-    EXPECT_FALSE(base::MatchesGlob(stars, std::string(1000, 'a') + 'b'));
-}
-
-using Pool = base::OrderedPool<int, int>;
-
-TEST(OrderedPool, HandsResultsOnInOrderAndBoundsWhatIsUnderWay) {
-    for (const unsigned threads : {1u, 2u, 7u}) {
-        std::atomic<std::size_t> under_way = 0;
-        std::atomic<std::size_t> most = 0;
-        std::vector<int> results;
-        Pool pool(
-            threads,
-            [&](int &job, unsigned) {
-                if (job % 100 == 0)
-                    std::this_thread::yield();
-                return job;
-            },
-            [&](int &result) {
-                results.push_back(result);
-                --under_way;
-            });
-        for (int job = 0; job < 5000; ++job) {
-            most = std::max<std::size_t>(most, ++under_way);
-            pool.Submit(job);
-        }
-        pool.Finish();
-        ASSERT_EQ(results.size(), 5000u);
-        EXPECT_TRUE(std::is_sorted(results.begin(), results.end()));
-        // The one that is handed on is no longer counted, and the one that waits for room not yet.
-        EXPECT_LE(most, threads * Pool::kJobsPerThread + 2);
-    }
-}
-
-TEST(OrderedPool, ThrowsWhatWorkAndDeliveryThrow) {
-    for (const unsigned threads : {1u, 3u})
-        for (const bool in_work : {false, true}) {
-            const auto run = [&] {
-                Pool pool(
-                    threads,
-                    [&](int &job, unsigned) { return in_work && job == 500 ? throw std::runtime_error("work") : job; },
-                    [&](int &result) {
-                        if (!in_work && result == 500)
-                            throw std::runtime_error("delivery");
-                    });
-                for (int job = 0; job < 100'000; ++job)
-                    pool.Submit(job);
-                pool.Finish();
-            };
-            EXPECT_THROW(run(), std::runtime_error) << threads << in_work;
-        }
-}
+private:
+    std::string bytes_;
+    std::string error_;
+};
 
 TEST(WatchedSource, FailsOnceItsTimeIsOver) {
     const std::string text = "text";
     base::MemorySource memory(BytesOf(text));
     char byte = 0;
     scanner::WatchedSource patient(memory, scanner::Deadline(0));
-    EXPECT_EQ(patient.ReadAt(0, &byte, 1), 1u);
+    EXPECT_EQ(patient.ReadAt(1, &byte, 1), 1u);
+    EXPECT_EQ(byte, 'e');
+    EXPECT_EQ(patient.size(), 4u);
     EXPECT_EQ(patient.error(), "");
+    EXPECT_FALSE(scanner::Deadline(3600).HasPassed());
     const scanner::Deadline short_one(1e-9);
     while (!short_one.HasPassed()) {
     }
     scanner::WatchedSource late(memory, short_one);
-    EXPECT_EQ(late.ReadAt(0, &byte, 1), 0u);
-    EXPECT_NE(late.error(), "");
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_EQ(late.ReadAt(0, &byte, 1), 0u);
+        EXPECT_EQ(late.error(), "took longer than 1e-09 seconds");
+    }
     EXPECT_FALSE(late.was_interrupted());
+    CutSource cut("x");
+    EXPECT_EQ(scanner::WatchedSource(cut, scanner::Deadline(0)).error(), "");
 }
 
-TEST(SafeName, LeavesNothingThatASystemCouldTakeAmiss) {
+TEST(SafeName, LeavesNoCharacterThatIsSpecialToASystem) {
     EXPECT_EQ(scanner::SafeName("a/setup.exe"), "setup.exe");
     EXPECT_EQ(scanner::SafeName("-rf"), "_-rf");
     EXPECT_EQ(scanner::SafeName(".hidden"), "_.hidden");
-    EXPECT_EQ(scanner::SafeName("a|b*c?"), "a_b_c_");
+    EXPECT_EQ(scanner::SafeName(""), "_");
+#ifndef _WIN32
+    EXPECT_EQ(scanner::SafeName("a|b*c?d<e>f:g\"h\\i"), "a_b_c_d_e_f_g_h_i");
+#endif
+    EXPECT_EQ(scanner::SafeName(std::string(200, 'x')), std::string(200, 'x'));
+    EXPECT_EQ(scanner::SafeName(std::string(201, 'x')), std::string(200, 'x'));
     std::string name = "x";
     for (int i = 0; i < 120; ++i)
         name += "\xC3\xA4";
     EXPECT_EQ(scanner::SafeName(std::u8string(name.begin(), name.end())), name.substr(0, 199))
         << "cut within a character";
+}
+
+TEST(Carver, WritesFromTheOffsetToTheEndIntoNewFiles) {
+    const FreshFolder folder;
+    const std::string bytes = std::string(600'000, 'a') + "end";
+    base::MemorySource source(BytesOf(bytes));
+    scanner::Carver carver("new/deep");
+    const auto carve = [&](const char *file, uint64_t offset, uint32_t kind) {
+        return carver.Carve(source, file, offset, kind).generic_string();
+    };
+    EXPECT_EQ(carve("b/setup.exe", 7, PAYLOAD_RAR), "new/deep/setup.exe.0x7.rar");
+    EXPECT_EQ(ReadFile("new/deep/setup.exe.0x7.rar"), bytes.substr(7));
+    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_CABINET), "new/deep/setup.exe.0x1a.cab");
+    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_NULLSOFT), "new/deep/setup.exe.0x1a.bin");
+    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_AUTOIT), "new/deep/setup.exe.0x1a.2.bin");
+    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_AUTOIT), "new/deep/setup.exe.0x1a.3.bin");
+    EXPECT_EQ(carve("setup.exe", bytes.size(), PAYLOAD_AUTOIT), "new/deep/setup.exe.0x927c3.bin");
+    EXPECT_EQ(ReadFile("new/deep/setup.exe.0x927c3.bin"), "");
+    Write("new/deep/other.0x0.bin", "kept");
+    EXPECT_EQ(carve("other", 0, 0), "new/deep/other.0x0.2.bin");
+    EXPECT_EQ(ReadFile("new/deep/other.0x0.bin"), "kept");
+
+    const auto failure = [](const auto &run) -> std::string {
+        try {
+            run();
+        } catch (const base::Error &error) {
+            return error.reason();
+        }
+        return "";
+    };
+    CutSource cut("text");
+    const auto shown = (std::filesystem::path("new/deep") / "cut.0x1.bin").string();
+    EXPECT_EQ(failure([&] { carver.Carve(cut, "cut", 1, 0); }), shown + ": the file has become shorter");
+    EXPECT_FALSE(std::filesystem::exists(shown)) << "part of a payload is left";
+    Write("file", "text");
+    const std::string refused = failure([] { scanner::Carver("file"); });
+    EXPECT_EQ(refused.find("payloads cannot be written to file: "), 0u) << refused;
+    EXPECT_TRUE(refused.ends_with("; name a folder with --carve")) << refused;
+}
+
+// ---- Reports -------------------------------------------------------------------------------------------------------
+
+scanner::FileReport Report(scanner::ScanStatus status, std::string error = "") {
+    scanner::FileReport report;
+    report.file = "a.exe";
+    report.size = 1'000'000;
+    report.status = status;
+    report.error = std::move(error);
+    return report;
+}
+
+scanner::FileReport FullReport() {
+    scanner::FileReport report = Report(scanner::ScanStatus::Scanned);
+    report.detections = {{173, "Worm.A", CLEAN_ACTION_4021}, {9, "B\n", CLEAN_ACTION_NONE}};
+    report.findings = {{7, PAYLOAD_NULLSOFT, 0x1A00, 256}, {3, PAYLOAD_CABINET, 0x20, 1}};
+    report.carved = {{0x1A00, 77, "out/a.bin"}};
+    return report;
+}
+
+TEST(Report, HasALineForEachResult) {
+    EXPECT_EQ(scanner::TextLines(Report(scanner::ScanStatus::Scanned), false), "");
+    EXPECT_EQ(scanner::TextLines(FullReport(), false), "a.exe: rule 173 \"Worm.A\", action quarantine\n"
+                                                       "a.exe: rule 9 \"B\\x0a\", action none\n"
+                                                       "a.exe: entry 7, Nullsoft installer, offset 0x1a00, size 256\n"
+                                                       "a.exe: entry 3, cabinet, offset 0x20, size 1\n"
+                                                       "a.exe: carved offset 0x1a00, size 77, to out/a.bin\n");
+    const std::string painted = scanner::TextLines(FullReport(), true);
+    EXPECT_EQ(painted.find("a.exe: \x1b[1;31mrule 173 \"Worm.A\", action quarantine\x1b[0m\n"), 0u) << painted;
+    EXPECT_NE(painted.find("a.exe: \x1b[33mentry 3, "), std::string::npos) << painted;
+    EXPECT_EQ(scanner::ErrorLine("a\n", "is a \x1b", false), "tavrik-scan: a\\x0a: is a \\x1b\n");
+    EXPECT_EQ(scanner::ErrorLine("a", "late", true), "tavrik-scan: a: \x1b[31mlate\x1b[0m\n");
+}
+
+TEST(Report, IsAnObjectForEachFile) {
+    EXPECT_EQ(
+        scanner::JsonLine(FullReport()),
+        R"({"file":"a.exe","size":1000000,"status":"scanned","detections":[{"rule":173,"name":"Worm.A",)"
+        R"("action":"quarantine"},{"rule":9,"name":"B\n","action":"none"}],"findings":[{"entry":7,"kind":81,)"
+        R"("kind_name":"Nullsoft installer","offset":6656,"size":256,"carved":"out/a.bin"},{"entry":3,"kind":113,)"
+        R"("kind_name":"cabinet","offset":32,"size":1}]})");
+    const std::string end = R"(,"detections":[],"findings":[]})";
+    EXPECT_EQ(scanner::JsonLine(Report(scanner::ScanStatus::NotPe)),
+              R"({"file":"a.exe","size":1000000,"status":"not-pe")" + end);
+    EXPECT_EQ(scanner::JsonLine(Report(scanner::ScanStatus::Skipped, "large")),
+              R"({"file":"a.exe","size":1000000,"status":"skipped","reason":"large")" + end);
+    scanner::FileReport failed = Report(scanner::ScanStatus::Failed, "gone");
+    failed.size.reset();
+    failed.sha256 = "00ff";
+    EXPECT_EQ(scanner::JsonLine(failed),
+              R"({"file":"a.exe","size":null,"sha256":"00ff","status":"error","error":"gone")" + end);
+}
+
+TEST(CleanAction, HasANameAndAMeaning) {
+    const std::pair<uint32_t, const char *> rows[] = {{CLEAN_ACTION_NONE, "none"},
+                                                      {CLEAN_ACTION_CANNOT_OPEN, "cannot-open"},
+                                                      {CLEAN_ACTION_4021, "quarantine"},
+                                                      {CLEAN_ACTION_4024, "quarantine-and-trace"},
+                                                      {4022, "action-4022"}};
+    std::set<std::string_view> meanings;
+    for (const auto &[action, name] : rows) {
+        EXPECT_EQ(scanner::ActionName(action), name);
+        EXPECT_TRUE(meanings.insert(scanner::ActionMeaning(action)).second) << name;
+    }
+}
+
+TEST(Totals, CountEachReportOnce) {
+    scanner::Totals totals;
+    EXPECT_EQ(scanner::SummaryLine(totals, 0, false),
+              "tavrik-scan: 0 files, 0.0 MB in 0.00 s (0 files/s, 0.0 MB/s): 0 detections, 0 findings, 0 skipped, 0 "
+              "errors\n");
+    totals.Add(FullReport());
+    totals.Add(Report(scanner::ScanStatus::Scanned));
+    EXPECT_EQ(scanner::SummaryLine(totals, 0.5, false),
+              "tavrik-scan: 2 files, 2.0 MB in 0.50 s (4 files/s, 4.0 MB/s): 2 detections, 2 findings, 0 skipped, 0 "
+              "errors\n");
+    totals.Add(Report(scanner::ScanStatus::NotPe));
+    totals.Add(Report(scanner::ScanStatus::Skipped));
+    totals.Add(Report(scanner::ScanStatus::Skipped));
+    scanner::FileReport failed = Report(scanner::ScanStatus::Failed);
+    failed.size.reset();
+    failed.findings = {{7, PAYLOAD_NULLSOFT, 1, 1}};
+    totals.Add(failed);
+    EXPECT_EQ(scanner::SummaryLine(totals, 2, true),
+              "tavrik-scan: interrupted: 4 files, 3.0 MB in 2.00 s (2 files/s, 1.5 MB/s): 2 detections, 3 findings, 2 "
+              "skipped, 1 error, 1 not PE\n");
 }
 
 TEST(Progress, FitsTheTerminal) {
@@ -158,7 +213,89 @@ TEST(Progress, FitsTheTerminal) {
     EXPECT_EQ(whole, "12 files, 3 found, 6 files/s  folder/file.exe");
     for (std::size_t columns = 0; columns < whole.size(); ++columns)
         EXPECT_LE(scanner::ProgressLine(totals, 2, "folder/file.exe", columns).size(), columns);
-    EXPECT_TRUE(scanner::ProgressLine(totals, 2, "folder/file.exe", 41).ends_with("  ...file.exe"));
+    EXPECT_EQ(scanner::ProgressLine(totals, 2, "folder/file.exe", whole.size()), whole);
+    EXPECT_EQ(scanner::ProgressLine(totals, 2, "folder/file.exe", 41), "12 files, 3 found, 6 files/s  ...file.exe");
+    EXPECT_EQ(scanner::ProgressLine(totals, 2, "f", 30), "12 files, 3 found, 6 files/s  ");
+    EXPECT_EQ(scanner::ProgressLine(totals, 2, "f", 29), "");
+}
+
+// ---- Measurements --------------------------------------------------------------------------------------------------
+
+/** The milliseconds of the line that begins with `name`; -1 when there is none. */
+double TimeIn(const std::string &text, const std::string &name) {
+    std::smatch found;
+    return std::regex_search(text, found, std::regex("\n  " + name + " +([0-9.]+) ms +[0-9.]+ %\n"))
+               ? std::stod(found[1])
+               : -1;
+}
+
+TEST(Profile, AddsUpStepsAndRulesOfAllThreads) {
+    using std::chrono::milliseconds;
+    const auto pass = [](int count) {
+        for (const auto end = scanner::Profile::Clock::now() + milliseconds(count);
+             scanner::Profile::Clock::now() < end;) {
+        }
+    };
+    std::vector<HeuristicRule> records(14);
+    std::vector<HeuristicRule *> rules;
+    for (HeuristicRule &record : records) {
+        record.rule_id = static_cast<uint32_t>(100 + rules.size());
+        std::strcpy(record.detection_name, "Name");
+        rules.push_back(&record);
+    }
+    scanner::Profile first;
+    scanner::Profile second;
+    EXPECT_EQ(first.Enter(scanner::Step::Open), scanner::Step::Other);
+    pass(2);
+    {
+        const scanner::StepTimer timer(&first, scanner::Step::Rules);
+        pass(8);
+    }
+    EXPECT_EQ(first.Enter(scanner::Step::Other), scanner::Step::Open);
+    {
+        const scanner::StepTimer timer(&second, scanner::Step::Carve);
+        const scanner::StepTimer nothing(nullptr, scanner::Step::Output);
+        const scanner::ReadTimer none(nullptr);
+        const scanner::ReadTimer reading(&second);
+        pass(4);
+    }
+    for (uint32_t rule = 0; rule < 12; ++rule)
+        first.OnConditions(rule, std::chrono::microseconds(10 + rule));
+    first.OnConditions(5, milliseconds(1));
+    first.OnStrings(5, milliseconds(2));
+    second.OnStrings(5, milliseconds(2));
+    second.OnConditions(13, std::chrono::microseconds(500));
+    second.AddReading(milliseconds(3));
+    first.Add(second);
+    const std::string text = first.Text(rules);
+
+    EXPECT_TRUE(text.starts_with("Time in all threads together:\n")) << text;
+    const double open = TimeIn(text, "open");
+    const double all_rules = TimeIn(text, "rules");
+    const double carve = TimeIn(text, "carve");
+    EXPECT_GE(open, 2) << text;
+    EXPECT_GE(all_rules, 8) << text;
+    EXPECT_GE(carve, 4) << text;
+    EXPECT_GE(TimeIn(text, "reading, within the above"), 7) << text;
+    EXPECT_EQ(TimeIn(text, "sha256"), -1) << "a step without time has no line";
+    EXPECT_EQ(TimeIn(text, "output"), -1) << text;
+    EXPECT_NEAR(TimeIn(text, "  structure of rules asked"), 1.686, 0.002) << text;
+    EXPECT_NEAR(TimeIn(text, "  strings of rules left"), 4, 0.002) << text;
+    EXPECT_NEAR(TimeIn(text, "  index"), all_rules - 5.686, 0.002) << text;
+    std::smatch share;
+    ASSERT_TRUE(std::regex_search(text, share, std::regex("\n  carve +[0-9.]+ ms +([0-9.]+) %\n"))) << text;
+    EXPECT_NEAR(std::stod(share[1]), 100 * carve / (open + all_rules + carve), 0.06) << text;
+
+    const std::size_t list = text.find("13 of 14 rules were asked; those that cost most:\n");
+    ASSERT_NE(list, std::string::npos) << text;
+    const std::string listed = text.substr(list);
+    EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), 11) << "the ten that cost most";
+    const std::size_t dearest = listed.find("         5.015 ms, asked      2 times: rule 105 \"Name\"\n");
+    const std::size_t next = listed.find("         0.500 ms, asked      1 times: rule 113 \"Name\"\n");
+    const std::size_t third = listed.find("         0.021 ms, asked      1 times: rule 111 \"Name\"\n");
+    EXPECT_TRUE(dearest < next && next < third && third < listed.size()) << listed;
+    EXPECT_EQ(listed.find("rule 100 "), std::string::npos) << listed;
+    EXPECT_EQ(scanner::Profile().Text(rules).find("nan"), std::string::npos);
 }
 
 } // namespace

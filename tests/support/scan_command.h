@@ -53,11 +53,6 @@ inline std::vector<std::string> Lines(const std::string &text) {
     return lines;
 }
 
-inline void Write(const fs::path &path, std::string_view bytes) {
-    fs::create_directories(fs::absolute(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
-
 /** Writes the sample of that file name and returns its planned line. */
 inline std::string WriteSample(const std::string &beginning, const fs::path &path) {
     for (std::size_t index = 0; index < samples::SampleCount(); ++index) {

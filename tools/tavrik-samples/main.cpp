@@ -1,4 +1,4 @@
-// tavrik-samples: writes the sample set.
+// tavrik-samples: writes the sample set to a folder.
 
 #include <filesystem>
 #include <fstream>
@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "base/error.h"
 #include "samples/samples.h"
 
 namespace {
@@ -14,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using tavrik::base::Bytes;
 
-// Another process sees the old file or the new one, never a part of it.
+// Another process sees the old file or the new one, never an incomplete one.
 void Replace(const fs::path &path, const Bytes &bytes) {
     fs::path unfinished = path;
     unfinished += ".part";
@@ -22,8 +23,7 @@ void Replace(const fs::path &path, const Bytes &bytes) {
     file.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     file.close();
     if (!file)
-        throw std::runtime_error(
-            fmt::format("{}: cannot be written; check the folder's permissions and free space", unfinished.string()));
+        throw tavrik::base::Error(unfinished, "cannot be written; check the folder's permissions and free space");
     fs::rename(unfinished, path);
 }
 
@@ -46,10 +46,10 @@ int main(int argc, char **argv) {
     CLI::App app{"Writes the sample set: harmless PE files, one for each locator that can find something, clean ones\n"
                  "(clean-*) and near misses (near-miss-*). Files of the same names are replaced.",
                  "tavrik-samples"};
-    // A folder such as /var/tmp is no option, whatever the system.
+    // A path such as /var/tmp is not an option on any system.
     app.allow_windows_style_options(false);
     std::string folder;
-    app.add_option("DIR", folder, "folder to write to; made when missing")->required();
+    app.add_option("DIR", folder, "folder to write to; created if missing")->required();
     CLI11_PARSE(app, argc, argv);
     try {
         WriteAll(folder);

@@ -21,27 +21,26 @@ namespace tavrik::scan_tool {
 namespace {
 
 constexpr unsigned kMostThreads = 256;
-constexpr double kLongestTime = 1e9; // seconds, which clocks can still count
+constexpr double kLongestTime = 1e9; // seconds; clocks count no more than 2^63 nanoseconds
 
-// The parser would take a file called "[a,b]" for a list of two. A NUL at its end, which no argument can have, keeps
-// the name together.
-std::string KeepTogether(std::string argument) {
+// The parser would split a file name "[a,b]" into two. A NUL at its end, which no argument can contain, prevents that.
+std::string MarkWhole(std::string argument) {
     if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']')
         argument += '\0';
     return argument;
 }
 
-std::string TakeApart(std::string argument) {
+std::string WithoutMark(std::string argument) {
     if (!argument.empty() && argument.back() == '\0')
         argument.pop_back();
     return argument;
 }
 
 std::filesystem::path PathOfArgument(const std::string &argument) {
-    return base::PathOf(TakeApart(argument));
+    return base::PathOf(WithoutMark(argument));
 }
 
-// What the parser says, and what is found wrong later.
+// The line on standard error about a wrong command line.
 std::string Refusal(const std::string &reason) {
     return fmt::format("tavrik-scan: {}; run with --help for more information\n", reason);
 }
@@ -52,7 +51,7 @@ std::string CheckTime(const std::string &text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
     if (error == std::errc() && end == text.data() + text.size() && seconds > 0 && seconds <= kLongestTime)
         return "";
-    return fmt::format("\"{}\" is no time; write a number of seconds like 30 or 0.5, at most 1e9",
+    return fmt::format("\"{}\" is not a valid time; write a number of seconds such as 30 or 0.5, at most 1e9",
                        base::Printable(text));
 }
 
@@ -65,7 +64,7 @@ class Formatter : public CLI::Formatter {
 class CommandLine {
 public:
     CommandLine() {
-        // A path such as /var/tmp is no option, whatever the system.
+        // A path such as /var/tmp is not an option on any system.
         app_.allow_windows_style_options(false);
         app_.formatter(std::make_shared<Formatter>());
         app_.footer(kHelpFooter);
@@ -83,7 +82,7 @@ public:
         // The parser takes them last first, without the program's name.
         arguments.erase(arguments.begin());
         std::reverse(arguments.begin(), arguments.end());
-        std::transform(arguments.begin(), arguments.end(), arguments.begin(), KeepTogether);
+        std::transform(arguments.begin(), arguments.end(), arguments.begin(), MarkWhole);
         try {
             app_.parse(std::move(arguments));
         } catch (const CLI::ParseError &error) {
@@ -91,30 +90,29 @@ public:
         }
         const bool has_command = !app_.get_subcommands().empty();
         if (has_command && !paths_.empty())
-            return Refuse(fmt::format("\"{0}\" is the name of a command; name a file that is called so as ./{0}",
+            return Refuse(fmt::format("\"{0}\" is the name of a command; write a file of that name as ./{0}",
                                       app_.get_subcommands().front()->get_name()));
         if (!has_command && paths_.empty() && path_list_.empty())
             return Refuse("name the files to scan");
         if (is_null_separated_ && path_list_.empty())
-            return Refuse("-0 is about the list of --files-from; name one");
+            return Refuse("-0 needs the list of --files-from");
         if (scan_.settings.sha256 && !scan_.json)
-            return Refuse("--sha256 is shown in JSON only; add --json");
+            return Refuse("--sha256 is in JSON only; add --json");
         return Dispatch();
     }
 
 private:
     void AddInputOptions() {
         const char *group = "Which files";
-        app_.add_flag("-r,--recursive", scan_.walk.recursive, "scan the files in folders and in the folders below")
+        app_.add_flag("-r,--recursive", scan_.walk.recursive, "scan the files in folders and their subfolders")
             ->group(group);
-        app_.add_option("--files-from", path_list_,
-                        "scan the paths that stand in LIST, one a line; - is standard input")
+        app_.add_option("--files-from", path_list_, "scan the paths in LIST, one per line; - is standard input")
             ->type_name("LIST")
             ->group(group);
-        app_.add_flag("-0,--null", is_null_separated_, "paths of the list end with NUL (find -print0)")->group(group);
+        app_.add_flag("-0,--null", is_null_separated_, "the paths in LIST end with NUL (find -print0)")->group(group);
         app_.add_option("--exclude", exclude_,
-                        "pass over files and folders of that name, with / in it of that path; *, ? and [a-z] "
-                        "stand for others; repeatable")
+                        "leave out files and folders whose name, or path if PATTERN contains /, matches; *, ? and "
+                        "[a-z] are wildcards; repeatable")
             ->type_name("PATTERN")
             ->allow_extra_args(false)
             ->group(group);
@@ -123,10 +121,11 @@ private:
                 [this](const std::string &text) {
                     scan_.settings.max_size = ParseSize(text);
                     if (!scan_.settings.max_size)
-                        throw CLI::ValidationError("--max-size", "\"" + base::Printable(text) +
-                                                                     "\" is no size; write it like 500K, 10M or 2G");
+                        throw CLI::ValidationError("--max-size",
+                                                   "\"" + base::Printable(text) +
+                                                       "\" is not a valid size; write it like 500K, 10M or 2G");
                 },
-                "skip larger files; bytes, or with K, M, G")
+                "skip larger files; in bytes, or with K, M or G")
             ->type_name("SIZE")
             ->group(group);
     }
@@ -134,11 +133,12 @@ private:
     void AddWorkOptions() {
         const char *group = "What is done";
         scan_.threads = std::clamp(std::thread::hardware_concurrency(), 1u, kMostThreads);
-        app_.add_option("-j,--jobs", scan_.threads, "files that are scanned at once (default: one for each processor)")
+        app_.add_option("-j,--jobs", scan_.threads,
+                        "number of files that are scanned at once (default: one for each processor)")
             ->check(CLI::Range(1u, kMostThreads).description(""))
             ->type_name("N")
             ->group(group);
-        app_.add_option("--timeout", scan_.settings.timeout, "give a file up after so many seconds, which is an error")
+        app_.add_option("--timeout", scan_.settings.timeout, "stop scanning a file after this time, which is an error")
             ->check(CLI::Validator(CheckTime, ""))
             ->type_name("SECONDS")
             ->group(group);
@@ -146,7 +146,7 @@ private:
         app_.add_option("--carve", carve_folder_, "write located payloads to new files in the folder DIR")
             ->type_name("DIR")
             ->group(group);
-        app_.add_option("--module", module_, "the module to load (default: tavrik2.hbx beside this program)")
+        app_.add_option("--module", module_, "the module to load (default: tavrik2.hbx in this program's folder)")
             ->type_name("FILE")
             ->group(group);
     }
@@ -155,22 +155,23 @@ private:
         const char *group = "What is shown";
         const std::map<std::string, base::When> words = {
             {"auto", base::When::Auto}, {"always", base::When::Always}, {"never", base::When::Never}};
-        const auto add_when = [&](const char *name, base::When &value, const char *words_about) {
-            app_.add_option(name, value, words_about)
+        const auto add_when = [&](const char *name, base::When &value, const char *about) {
+            app_.add_option(name, value, about)
                 ->transform(CLI::CheckedTransformer(words).description(""))
                 ->type_name("auto|always|never")
                 ->group(group);
         };
-        app_.add_flag("--json", scan_.json, "print one JSON object for each file, errors included")->group(group);
-        app_.add_flag("-q,--quiet", scan_.quiet, "no progress and no summary at the end")->group(group);
-        app_.add_flag("--profile", scan_.profile, "tell at the end which steps and which rules cost the time")
+        app_.add_flag("--json", scan_.json, "print one JSON object for each file, including errors")->group(group);
+        app_.add_flag("-q,--quiet", scan_.quiet, "no progress line and no summary")->group(group);
+        app_.add_flag("--profile", scan_.profile, "print at the end how much time the steps and the rules took")
             ->group(group);
         add_when("--color", scan_.colour, "colours (auto: on terminals, unless NO_COLOR is set)");
-        add_when("--progress", scan_.progress, "a line about how far the scan is (auto: on terminals)");
+        add_when("--progress", scan_.progress, "a line that shows the progress (auto: on terminals)");
     }
 
     void AddCommands() {
-        explain_ = app_.add_subcommand("explain", "show what a rule or an entry asks for beside a file's values");
+        explain_ =
+            app_.add_subcommand("explain", "show the conditions of a rule or an entry next to the values of a file");
         explain_
             ->add_option(
                 "WHAT", what_,
@@ -179,9 +180,9 @@ private:
             ->type_name("");
         explain_->add_option("FILE", file_, "PE file")->required()->type_name("");
 
-        locators_ = app_.add_subcommand("locators", "list the entries of the locator table in words");
+        locators_ = app_.add_subcommand("locators", "list the entries of the locator table");
 
-        clean_ = app_.add_subcommand("clean-action", "ask how to clean a file that a rule detected; changes nothing");
+        clean_ = app_.add_subcommand("clean-action", "show how to clean a file that a rule detected; changes nothing");
         clean_->add_option("RULE", rule_id_, "number of the rule; 147, 173 and 175 have actions")
             ->required()
             ->type_name("");
@@ -203,7 +204,7 @@ private:
         const std::filesystem::path module = module_.empty() ? scanner::Module::DefaultPath() : PathOfArgument(module_);
         const std::filesystem::path file = PathOfArgument(file_);
         if (*explain_)
-            return RunExplain(module, TakeApart(what_), file);
+            return RunExplain(module, WithoutMark(what_), file);
         if (*locators_)
             return RunLocators();
         if (*clean_)
@@ -211,7 +212,7 @@ private:
         for (const std::string &path : paths_)
             scan_.paths.push_back(PathOfArgument(path));
         for (const std::string &pattern : exclude_)
-            scan_.walk.exclude.push_back(TakeApart(pattern));
+            scan_.walk.exclude.push_back(WithoutMark(pattern));
         if (!path_list_.empty())
             scan_.path_list = PathOfArgument(path_list_);
         if (is_null_separated_)

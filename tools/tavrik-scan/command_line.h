@@ -9,10 +9,10 @@
 
 namespace tavrik::scan_tool {
 
-/** Runs the command that the arguments, the program's name first, ask for. Returns the program's exit code. */
+/** Runs the command that the arguments, the program's name first, specify. Returns the program's exit code. */
 int RunCommandLine(std::vector<std::string> arguments);
 
-/** A number of bytes such as "4096", "64K", "10M", "2G"; nothing when the text is none. */
+/** Parses a number of bytes such as "4096", "64K", "10M" or "2G"; nothing when the text is not one. */
 std::optional<uint64_t> ParseSize(const std::string &text);
 
 } // namespace tavrik::scan_tool

@@ -14,13 +14,13 @@
 
 namespace tavrik::scan_tool {
 
-/** How the program ends; of several, the greatest. */
+/** The program's exit codes; if several apply, the greatest. */
 enum ExitCode {
     kNothingFound = 0,
     kFound = 1,
     kErrorHappened = 2,
-    kSignalled = 128,   // and the number of the signal that asked the program to end
-    kOutputClosed = 141 // as if the signal for it had ended the program
+    kSignalled = 128,   // plus the number of the signal that asked the program to end
+    kOutputClosed = 141 // the same as if SIGPIPE had ended the program
 };
 
 struct ScanOptions {
@@ -40,14 +40,14 @@ struct ScanOptions {
     base::When progress = base::When::Auto;
 };
 
-/** Scans files and, if so asked, folders. Returns an ExitCode. */
+/** Scans files and folders as the options say. Returns an ExitCode, or kSignalled plus a signal's number. */
 int RunScan(const std::filesystem::path &module, const ScanOptions &options);
 
-/** Explains the answers of an entry and of rules about one file. `what` is "entry:N", "rule:ID", a number for both, or
+/** Explains why an entry and rules do or do not match one file. `what` is "entry:N", "rule:ID", a number for both, or
  * a detection name. */
 ExitCode RunExplain(const std::filesystem::path &module, const std::string &what, const std::filesystem::path &file);
 
-/** Lists the locator table in words. */
+/** Lists the entries of the locator table. */
 ExitCode RunLocators();
 
 /** Asks the module for the clean action of a rule; kFound when one applies. */

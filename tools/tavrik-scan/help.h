@@ -1,4 +1,4 @@
-/* What tavrik-scan --help says around the lists of options. */
+/* The texts of tavrik-scan --help around the lists of options. */
 #ifndef TAVRIK_TOOLS_TAVRIK_SCAN_HELP_H
 #define TAVRIK_TOOLS_TAVRIK_SCAN_HELP_H
 
