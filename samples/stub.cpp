@@ -22,7 +22,7 @@ constexpr uint32_t kUninitializedSection = 0xC0000080;
 constexpr uint8_t kEntryCode[ENTRY_CODE_BYTES] = {0x33, 0xC0, 0xC3, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC,
                                                   0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC};
 
-// What stands between the first and the resource section, for as many sections as a gate asks for.
+// What is between the first and the resource section, for as many sections as a gate asks for.
 constexpr const char *kMiddleNames[] = {".rdata", ".data",  ".idata", ".tls",   ".CRT",
                                         ".edata", ".didat", ".sdata", ".pdata", ".gfids"};
 
@@ -87,7 +87,7 @@ private:
         return name;
     }
 
-    // Code that begins behind the first section's place is a packer's.
+    // Code that begins after the first section's place is a packer's.
     bool is_packed() const { return Get(Field::BaseOfCode).value_or(0) > kFirstAddress; }
     std::size_t code_index() const { return is_packed() ? 1 : 0; }
     std::size_t last_index() const { return image_.sections.size() - 1; }
@@ -235,7 +235,7 @@ private:
             table.resources.push_back(
                 {.type = pe::builder::kVersionType,
                  .data = pe::builder::VersionInfo{.strings = {{u"FileDescription", u"Sample"}}}.Lay()});
-        // In front of imports that share the section, for the directory stands at its start.
+        // In front of imports that share the section, for the directory is at its start.
         const auto length = static_cast<uint32_t>(pe::builder::LayOut(table, 0).bytes.size());
         section.pieces.insert(section.pieces.begin(), pe::builder::Piece{.content = std::move(table), .offset = 0});
         section.SizeOfRawData.reset();

@@ -21,7 +21,7 @@ struct StubWishes {
 };
 
 /** The image: headers from the gate (ends of ranges, preferably even multiples), sections, imports, resources and
- * directories where the headers say that they are. Images whose code begins behind the first section are laid out as
+ * directories where the headers say that they are. Images whose code begins after the first section are laid out as
  * packers do it: a hole, the packed code, the resources. Throws std::invalid_argument when the wishes and the gate
  * contradict each other. */
 pe::builder::PeImage MakeStub(uint32_t entry, const StubWishes &wishes);

@@ -14,7 +14,7 @@ namespace tavrik::scanner {
 /** What one entry of the table recognises. */
 struct LocatorInfo {
     PayloadKind kind;             // of its findings
-    std::string_view description; // one line: the program, and where its payload stands
+    std::string_view description; // one line: the program, and where its payload is
 };
 
 /** The entries in the table's order. Entry 27 finds nothing; its kind has no meaning. */

@@ -1,6 +1,6 @@
 /* Common ground of every header whose types cross the module boundary. C11 and C++20.
  *
- * Everything that crosses is little-endian and packed; fields may stand at odd byte positions, so read them by value.
+ * Everything that crosses is little-endian and packed; fields may be at odd byte positions, so read them by value.
  * Pointers are 8 bytes wide: the format exists on 64-bit systems only. */
 #ifndef TAVRIK2_ABI_H
 #define TAVRIK2_ABI_H

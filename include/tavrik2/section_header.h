@@ -1,4 +1,4 @@
-/* The PE section header, as it stands in the file and as the host hands it over. */
+/* The PE section header, as it is in the file and as the host hands it over. */
 #ifndef TAVRIK2_SECTION_HEADER_H
 #define TAVRIK2_SECTION_HEADER_H
 

@@ -36,7 +36,7 @@ struct TargetFile {
     /** Moves the stream to `offset`; false when it lands elsewhere. */
     bool SeekExactly(uint32_t offset) const { return tavrik2::SeekExactly(stream, handle, offset); }
 
-    /** Clears `block` and reads its length from where the stream stands; returns the count the stream reports. */
+    /** Clears `block` and reads its length from the stream's position; returns the count the stream reports. */
     template <uint32_t Length>
     uint32_t ReadCleared(uint8_t (&block)[Length]) const {
         return tavrik2::ReadCleared(stream, handle, block);

@@ -12,7 +12,7 @@ namespace {
 constexpr uint32_t kDosHeaderSize = 64;
 constexpr uint32_t kLfanewByte = 60; // of the DOS header
 
-// Distances from e_lfanew, where the PE signature stands.
+// Distances from e_lfanew, where the PE signature is.
 constexpr uint32_t kFileHeaderDistance = 4;
 constexpr uint32_t kOptionalHeaderDistance = 24;
 
@@ -45,7 +45,7 @@ uint32_t ReadLfanew(FileStream *stream, uint32_t handle) {
     return LoadU32(dos_header + kLfanewByte);
 }
 
-// Reads the header that stands `distance` bytes past the PE signature and restores the position.
+// Reads the header that is `distance` bytes past the PE signature and restores the position.
 template <uint32_t Length>
 void ReadHeaderAt(FileStream *stream, uint32_t handle, uint32_t distance, uint8_t (&header)[Length]) {
     const uint32_t position = Tell(stream, handle);

@@ -6,7 +6,7 @@
 
 namespace tavrik2 {
 
-/** A record in storage: they stand on 16-byte boundaries. */
+/** A record in storage: they are on 16-byte boundaries. */
 struct alignas(16) RuleSlot {
     HeuristicRule rule;
 };

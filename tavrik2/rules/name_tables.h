@@ -59,7 +59,7 @@ struct NamePair {
 /** The entry code by which a packer or protector is known. */
 struct TAVRIK_PACKED PackerSignature {
     uint32_t id;            /* 1.. in table order */
-    const uint8_t *pattern; /* stands right before the record */
+    const uint8_t *pattern; /* is right before the record */
     uint8_t pattern_length; /* at most kLongestPackerPattern */
     uint8_t pattern_param;  /* at most kLargestPackerParam: near jumps to follow from the entry point */
     uint8_t pattern_kind;   /* a PackerPatternKind */
@@ -68,8 +68,8 @@ struct TAVRIK_PACKED PackerSignature {
 };
 
 enum PackerPatternKind : uint8_t {
-    PACKER_PATTERN_AT = 0,    /* the bytes stand where the jumps lead */
-    PACKER_PATTERN_BEHIND = 2 /* ... or anywhere behind that place in its section */
+    PACKER_PATTERN_AT = 0,    /* the bytes are where the jumps lead */
+    PACKER_PATTERN_BEHIND = 2 /* ... or anywhere after that place in its section */
 };
 
 constexpr uint32_t kLongestPackerPattern = 201;
@@ -82,7 +82,7 @@ struct TAVRIK_PACKED PackerSignatureImage {
     PackerSignature record;
 };
 
-/** An array with its count right behind it. */
+/** An array with its count right after it. */
 template <typename Row, uint32_t Count>
 struct CountedArray {
     Row rows[Count];
@@ -107,7 +107,7 @@ extern const uint32_t NameTable3Count;
 extern NameEntry NameTable4[kNameTable4Entries];
 extern const uint32_t NameTable4Count;
 
-/** Each of these counts stands right behind its array. */
+/** Each of these counts follows its array. */
 extern const NameDetection NameDetectionMap[kNameDetections];
 extern const uint32_t NameDetectionMapCount;
 extern const NameDetection SecondNameDetectionMap[kSecondNameDetections];

@@ -17,7 +17,7 @@
 namespace tavrik::tests {
 namespace {
 
-// What a string operation leaves in a buffer whose byte behind the capacity must stay as it is.
+// What a string operation leaves in a buffer whose byte after the capacity must stay as it is.
 template <typename Operation>
 std::string Within(uint32_t capacity, const char *before, Operation operation) {
     std::string buffer(64, '#');

@@ -40,7 +40,7 @@ public:
     void Resize(uint32_t size) { bytes_.resize(size); }
     uint32_t size() const { return static_cast<uint32_t>(bytes_.size()); }
 
-    /** Forgets the calls and faults so far and stands at `position`. */
+    /** Forgets the calls and faults so far and moves to `position`. */
     void Restart(uint32_t position = 0, Fault fault = {});
     /** The calls so far, and forgets them. */
     std::string TakeCalls();

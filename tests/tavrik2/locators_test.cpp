@@ -14,7 +14,7 @@ namespace tavrik::tests {
 namespace {
 
 // clang-format off
-// The find of that name with one change, for which it is declined behind its gate.
+// The find of that name with one change, for which it is declined once its gate is passed.
 struct Miss {
     uint32_t entry;
     const char *find;

@@ -30,7 +30,7 @@ protected:
         Start();
     }
 
-    // Writes the headers anew; the stream stands at position 12.
+    // Writes the headers anew; the stream is at position 12.
     void Start(Fault fault = {}) {
         file_.PutInto(stream_);
         stream_.Restart(12, fault);
@@ -83,7 +83,7 @@ TEST_F(SectionTable, HeaderByIndexIsReadTwiceSoughtAndLeftAtItsStart) {
     EXPECT_EQ(GetSectionHeader(&stream_, kHandle, 1, &header), 1);
     EXPECT_EQ(stream_.TakeCalls(), Calls({kTableOffset.c_str(), "S416 T S416 R40 S416"}));
     EXPECT_EQ(header.VirtualAddress, 0x2000u);
-    // An index past the table reads what stands there.
+    // An index past the table reads what is there.
     stream_.Put(0x178 + 40 * 9, Bytes(Section("beyond", 9, 9, 9, 9)));
     EXPECT_EQ(GetSectionHeader(&stream_, kHandle, 9, &header), 1);
     EXPECT_EQ(header.VirtualAddress, 9u);
@@ -98,7 +98,7 @@ TEST_F(SectionTable, HeaderByIndexFailsOnlyWhenTheSeekDoes) {
     EXPECT_EQ(stream_.TakeCalls(), Calls({kTableOffset.c_str(), "S416"}));
     // The offset -1 is refused even though the stream goes there: index * 40 wraps round to it.
     file_.lfanew = 0xFF;
-    file_.optional_header_size = 0x40; // the table stands at 0x157
+    file_.optional_header_size = 0x40; // the table is at 0x157
     Start();
     constexpr uint32_t kIndex = 0x19999991;
     static_assert(0x157 + 40 * kIndex == 0xFFFFFFFF);

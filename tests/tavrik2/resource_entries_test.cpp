@@ -14,7 +14,7 @@ using namespace tavrik2;
 constexpr uint32_t kBase = 0x1000; // of the directory; without sections its RVA and its file offset are the same
 constexpr uint32_t kUntouched = 99;
 
-// Type 24 with three resources in one language each; every data entry's address says where the entry stands.
+// Type 24 with three resources in one language each; every data entry's address says where the entry is.
 void Ordinary(ResourceTree &tree) {
     tree.Directory(0, {{16, 0x300}, {24, 0x280}, {24, kSub | 0x40}, {24, kSub | 0x800}});
     tree.Directory(0x40, {{1, kSub | 0x80}, {2, kSub | 0xA0}, {3, kSub | 0xC0}}, 1);

@@ -26,7 +26,7 @@ struct Placed {
 
 class Scans : public testing::Test {
 protected:
-    // The offset that a scan of `size` bytes behind the start finds, from the start; kNotFound when it fails.
+    // The offset that a scan of `size` bytes after the start finds, from the start; kNotFound when it fails.
     uint32_t Run(HeaderScan scan, uint32_t size, const std::vector<Placed> &contents, Fault fault = {}) {
         stream_.Resize(0);
         stream_.Resize(kStart + size);

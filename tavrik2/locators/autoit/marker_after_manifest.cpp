@@ -1,4 +1,4 @@
-// AutoIt wrappers whose script lies behind the application manifest (entries 25 and 26).
+// AutoIt wrappers whose script is after the application manifest (entries 25 and 26).
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/markers.h"
@@ -73,7 +73,7 @@ bool FindManifest(const TargetFile &file, uint32_t resource_rva, uint32_t *start
     return AsSigned(*start) >= 1 && AsSigned(*start) <= file.file_size && file.SeekExactly(*start);
 }
 
-// Reads a whole block from where the stream stands and looks for the text in it.
+// Reads a whole block from the stream's position and looks for the text in it.
 template <uint32_t Size>
 bool ReadsText(const TargetFile &file, ScanBlock &block, const uint8_t (&text)[Size]) {
     return file.ReadCleared(block) == kScanLength && FindBytePattern(block, kScanLength, text) >= 0;

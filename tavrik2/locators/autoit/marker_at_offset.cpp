@@ -1,4 +1,4 @@
-// AutoIt wrappers whose script's marker stands at one of a few offsets (entries 0, 5, 12 and 23).
+// AutoIt wrappers whose script's marker is at one of a few offsets (entries 0, 5, 12 and 23).
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-// AutoIt wrappers whose script's marker lies somewhere behind a known start (entries 13, 14 and 15).
+// AutoIt wrappers whose script's marker is somewhere after a known start (entries 13, 14 and 15).
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/places.h"
@@ -87,7 +87,7 @@ constexpr auto kRows15 = gate(
     all(DllCharacteristics, 0x8000));
 // clang-format on
 
-// What entry 15 demands of section 0 as it stands in the file.
+// What entry 15 demands of section 0 as it is in the file.
 bool IsExpectedSection0(const SectionHeader &section) {
     return kEntry15SectionVirtualSize.Contains(section.VirtualSize) &&
            kEntry15SectionSizeOfRawData.Contains(section.SizeOfRawData);

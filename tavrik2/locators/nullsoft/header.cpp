@@ -1,4 +1,4 @@
-// Nullsoft installers whose header stands at one computed offset (entries 7, 8, 9 and 10).
+// Nullsoft installers whose header is at one computed offset (entries 7, 8, 9 and 10).
 
 #include <cstring>
 

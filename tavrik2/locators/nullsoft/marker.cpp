@@ -119,7 +119,7 @@ private:
     uint8_t *bytes_;
 };
 
-// For a stream that stands at `block_start`: the block is given back before the finding is written.
+// For a stream at `block_start`: the block is given back before the finding is written.
 int SearchBorrowedBlock(const TargetFile &file, uint32_t block_start, uint32_t length, Finding *finding) {
     int32_t place;
     {

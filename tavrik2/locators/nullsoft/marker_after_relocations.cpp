@@ -1,4 +1,4 @@
-// Installer stubs with NullsoftMarker behind the relocation section (entry 40).
+// Installer stubs with NullsoftMarker after the relocation section (entry 40).
 
 #include "tavrik2/locators/locators.h"
 #include "tavrik2/locators/nullsoft/marker_block.h"

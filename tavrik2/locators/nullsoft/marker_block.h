@@ -13,7 +13,7 @@ namespace tavrik2 {
 
 inline constexpr int32_t kNoMarker = -1;
 
-/** Clears the block, fills it from where the stream stands and returns the marker's position in it, or kNoMarker. */
+/** Clears the block, fills it from the stream's position and returns the marker's position in it, or kNoMarker. */
 inline int32_t FindMarker(const TargetFile &file, uint8_t *block, uint32_t length) {
     std::memset(block, 0, length);
     if (Read(file.stream, file.handle, block, length) != length)

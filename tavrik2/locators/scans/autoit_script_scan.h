@@ -9,7 +9,7 @@
 namespace tavrik2 {
 
 /** Scans the file from `start` in 4096-byte blocks for a script header in either form: AutoItMarker with "AU3!EA05"
- * behind it, or "AU3!EA06" with one of two patterns 24 bytes on. Of each mark only a block's first occurrence counts; a
+ * after it, or "AU3!EA06" with one of two patterns 24 bytes on. Of each mark only a block's first occurrence counts; a
  * header across two blocks is not found; a header before `start` ends the search.
  *
  * Returns 1 with the header's file offset in `out`. Returns 0 otherwise and leaves 0 in `out`, or returns 0 and leaves
