@@ -69,7 +69,8 @@ TEST(GateVocabulary, FileSizesAreSigned) {
 TEST(GateVocabulary, NamesEndAtTheirNul) {
     constexpr Field kName = first_section::Name;
     const Values names = {Name(".text\0\0\0"),  Name(".text\0xx"),      Name(".textx\0\0"),  Name(".TExt\0\0\0"),
-                          Name(".tex\0\0\0\0"), Name("\016text\0\0\0"), Name(".te8t\0\0\0"), Name(".te8T\0\0\0")};
+                          Name(".tex\0\0\0\0"), Name("\016text\0\0\0"), Name(".te8t\0\0\0"), Name(".te8T\0\0\0"),
+                          Name("AZaz@[\0\0"),   Name("azAZ@[\0\0"),     Name("AZaz`{\0\0")};
     const auto accepted = [&](const auto &row) {
         std::vector<size_t> indices;
         for (size_t index = 0; index < names.size(); ++index)
@@ -80,6 +81,8 @@ TEST(GateVocabulary, NamesEndAtTheirNul) {
     EXPECT_EQ(accepted(name(kName, ".text")), (std::vector<size_t>{0, 1}));
     EXPECT_EQ(accepted(name_ignoring_case(kName, ".text")), (std::vector<size_t>{0, 1, 3}));
     EXPECT_EQ(accepted(name_ignoring_case(kName, ".te8t")), (std::vector<size_t>{6, 7}));
+    EXPECT_EQ(accepted(name_ignoring_case(kName, "AZaz@[")), (std::vector<size_t>{8, 9}));
+    EXPECT_EQ(accepted(name_ignoring_case(kName, "azAZ`{")), (std::vector<size_t>{10}));
 }
 
 TEST(GateVocabulary, ColumnsAreTriedInOrderAndInFull) {

@@ -171,6 +171,19 @@ TEST(Locator, OffsetsAreSigned) {
     }
 }
 
+// A manifest's text may be anywhere in its block, from the first byte on.
+TEST(Locator, ManifestTextsAtTheStartOfTheBlock) {
+    for (const auto &[entry, text] : {std::pair(25u, "level=\"requireAdministrator\""), {26u, "name=\"AutoIt3\""}}) {
+        Scene scene(entry);
+        Build(scene, FindOf(entry));
+        scene.stream.Put(0x6800 + 24576 - 1, "'");
+        LocatorResult result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 0) << entry;
+        scene.stream.Put(0x6800, text);
+        EXPECT_EQ(scene.Call(&result), 1) << entry;
+    }
+}
+
 TEST(Locator, Entry5NeedsAStream) {
     Scene scene(5);
     Build(scene, FindOf(5));
