@@ -28,8 +28,7 @@ namespace {
 constexpr auto kEqual = static_cast<uint8_t>(Operator::Equal);
 constexpr auto kNotEqual = static_cast<uint8_t>(Operator::NotEqual);
 
-constexpr uint32_t kExecutable = 0x20000000; // characteristics of a section
-constexpr uint32_t kWritable = 0x80000000;
+namespace section_flag = pe::section_flag;
 
 template <typename List>
 auto ElementsOf(const List &list) {
@@ -90,7 +89,7 @@ bool MeetsImportTable(std::span<const IndexedCondition> elements, Features &feat
         [](const auto &left, const auto &right) { return left.index == right.index && left.field == right.field; },
         [&](const IndexedCondition &e) {
             const auto descriptors = features.Imports().descriptors();
-            return e.index < descriptors.size() && e.field < pe::ImportTable::kFieldCount &&
+            return e.index < descriptors.size() && e.field < pe::import_descriptor::kFieldCount &&
                    MeetsNumber(e.op, descriptors[e.index].fields[e.field], e.value);
         });
 }
@@ -154,7 +153,7 @@ bool IsAnySectionSelector(uint16_t selector) {
 }
 
 bool IsOfClass(const SectionHeader &section, uint16_t selector) {
-    const bool is_code = (section.Characteristics & kExecutable) != 0;
+    const bool is_code = (section.Characteristics & section_flag::kExecute) != 0;
     switch (static_cast<rules::SectionRole>(selector)) {
     case rules::SectionRole::AnyCode:
         return is_code;
@@ -268,9 +267,9 @@ bool HasTrait(uint32_t trait, Features &features) {
         return entry && *entry + 1 == features.sections().size();
     }
     case trait::kWritableEntry:
-        return section_has(rules::SectionRole::Entry, kWritable);
+        return section_has(rules::SectionRole::Entry, section_flag::kWrite);
     case trait::kExecutableLast:
-        return section_has(rules::SectionRole::Last, kExecutable);
+        return section_has(rules::SectionRole::Last, section_flag::kExecute);
     case trait::kFewImports:
         return features.Header(field::kImportFunctionCount).value_or(0) <= rules::kFewImports;
     case trait::kVirtualSection:

@@ -21,12 +21,8 @@ namespace field = rules::header_field;
 // Selectors from this one on name no position of the section table.
 constexpr uint16_t kSelectablePositions = 500;
 
-constexpr uint32_t kDosHeaderSize = 0x40;
-constexpr uint32_t kClrFlagsOffset = 16;
-constexpr uint32_t kRich = 0x68636952;   // "Rich"
-constexpr uint32_t kDanS = 0x536E6144;   // "DanS"
-constexpr uint32_t kRichHeaderSize = 16; // of "DanS" and its padding
-constexpr uint32_t kRichEntrySize = 8;
+using pe::kDosHeaderSize;
+namespace rich = pe::rich;
 
 // The DOS stub that is searched for the linker's product list.
 constexpr uint32_t kLongestStub = 64 * 1024;
@@ -117,7 +113,7 @@ std::optional<uint32_t> Features::DerivedValue(uint16_t field) {
     case field::kClrFlags: {
         const std::optional<uint32_t> rva = image_.DirectoryRva(pe::kClrDirectory);
         const std::optional<uint64_t> header = rva ? image_.OffsetOfRva(*rva) : std::nullopt;
-        return header ? bytes_.Get<uint32_t>(*header + kClrFlagsOffset) : std::nullopt;
+        return header ? bytes_.Get<uint32_t>(*header + pe::kClrFlagsOffset) : std::nullopt;
     }
     case field::kVbHeaderOffset:
         return Narrow(Vb().header());
@@ -133,28 +129,28 @@ void Features::FindRichValues() {
     for (uint16_t field = field::kRichOffset; field <= field::kRichLastBuild; ++field)
         Set(field, std::nullopt);
     const uint32_t end = std::min(image_.e_lfanew(), kLongestStub);
-    if (end < kDosHeaderSize + 2 * sizeof(uint32_t))
+    if (end < kDosHeaderSize + rich::kEndSize)
         return;
     const std::optional<std::vector<uint8_t>> stub = bytes_.Copy({0, end});
     if (!stub)
         return;
-    uint32_t rich = (end - 8) & ~uint32_t{3};
-    while (rich >= kDosHeaderSize && WordAt(*stub, rich) != kRich)
-        rich -= 4;
-    if (rich < kDosHeaderSize)
+    uint32_t end_mark = (end - rich::kEndSize) & ~uint32_t{3};
+    while (end_mark >= kDosHeaderSize && WordAt(*stub, end_mark) != rich::kEndMark)
+        end_mark -= 4;
+    if (end_mark < kDosHeaderSize)
         return;
-    const uint32_t key = WordAt(*stub, rich + 4);
-    Set(field::kRichOffset, rich);
+    const uint32_t key = WordAt(*stub, end_mark + 4);
+    Set(field::kRichOffset, end_mark);
     Set(field::kRichKey, key);
-    uint32_t start = rich - 4;
-    while (start >= kDosHeaderSize && WordAt(*stub, start) != (kDanS ^ key))
+    uint32_t start = end_mark - 4;
+    while (start >= kDosHeaderSize && WordAt(*stub, start) != (rich::kStartMark ^ key))
         start -= 4;
-    if (start < kDosHeaderSize || rich - start < kRichHeaderSize || (rich - start) % kRichEntrySize != 0)
+    if (start < kDosHeaderSize || end_mark - start < rich::kHeaderSize || (end_mark - start) % rich::kEntrySize != 0)
         return;
-    const uint32_t count = (rich - start - kRichHeaderSize) / kRichEntrySize;
+    const uint32_t count = (end_mark - start - rich::kHeaderSize) / rich::kEntrySize;
     Set(field::kRichCount, count);
     if (count > 0)
-        Set(field::kRichLastBuild, WordAt(*stub, rich - kRichEntrySize) ^ key);
+        Set(field::kRichLastBuild, WordAt(*stub, end_mark - rich::kEntrySize) ^ key);
 }
 
 uint64_t Features::OverlayOffset() const {

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kMostBytes = 65536; // of one version or manifest resource
 
-enum ResourceType : uint32_t { kStringType = 6, kVersionType = 16, kManifestType = 24 };
+namespace resource_type = pe::resource_type;
 
 enum Key : uint32_t {
     kAnyKey = 0,
@@ -22,8 +22,6 @@ enum Key : uint32_t {
     kFixedFileVersion = 28,
     kFixedProductVersion = 29,
 };
-
-constexpr uint32_t kStringsOfBlock = 16;
 
 bool IsNumberSelected(uint32_t wanted, uint32_t number) {
     return wanted == rules::kAnyResource || wanted == number;
@@ -72,9 +70,9 @@ ResourceStrings::ResourceStrings(base::FileBytes &bytes, const pe::ResourceTree 
     std::size_t blocks = 0;
     for (std::size_t i = 0; i < tree.resources.size(); ++i) {
         const uint32_t type = tree.resources[i].type.number;
-        if ((type == kVersionType && versions++ < kMostVersions) ||
-            (type == kManifestType && manifests++ < kMostManifests) ||
-            (type == kStringType && blocks++ < kMostStringBlocks))
+        if ((type == resource_type::kVersion && versions++ < kMostVersions) ||
+            (type == resource_type::kManifest && manifests++ < kMostManifests) ||
+            (type == resource_type::kString && blocks++ < kMostStringBlocks))
             readable_.push_back(i);
     }
 }
@@ -104,11 +102,11 @@ bool ResourceStrings::AnyText(const ResourceString &element, std::size_t longest
         if (!IsSelected(element, tree_.resources[resource]))
             continue;
         switch (tree_.resources[resource].type.number) {
-        case kVersionType:
+        case resource_type::kVersion:
             if (AnyVersionText(resource, element.key, visit))
                 return true;
             break;
-        case kManifestType:
+        case resource_type::kManifest:
             if (const auto text = ManifestText(resource, element.key); text && visit(*text, element.key == kAnyKey))
                 return true;
             break;
@@ -147,7 +145,7 @@ std::optional<std::string_view> ResourceStrings::ManifestText(std::size_t resour
 // String number `key`: in the block of that number's sixteen, each string a length in UTF-16 units and the units.
 std::optional<std::string> ResourceStrings::TableText(std::size_t resource, uint32_t key, std::size_t longest) {
     const pe::Resource &block = tree_.resources[resource];
-    if (block.entry.number != key / kStringsOfBlock + 1)
+    if (block.entry.number != key / pe::kStringsOfBlock + 1)
         return std::nullopt;
     uint64_t at = block.data.offset;
     for (uint32_t i = 0;; ++i) {
@@ -155,7 +153,7 @@ std::optional<std::string> ResourceStrings::TableText(std::size_t resource, uint
         const uint64_t end = at + 2 + 2 * uint64_t{length.value_or(0)};
         if (!length || end > block.data.End())
             return std::nullopt;
-        if (i == key % kStringsOfBlock) {
+        if (i == key % pe::kStringsOfBlock) {
             // UTF-8 has no fewer bytes than UTF-16 has units.
             std::u16string text(std::min<std::size_t>(*length, longest + 1), u'\0');
             return bytes_.Read(at + 2, text.data(), 2 * text.size()) ? pe::Utf8Of(text) : std::nullopt;

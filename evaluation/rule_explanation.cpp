@@ -90,7 +90,7 @@ public:
         case Item::ImportTable: {
             const IndexedCondition &e = rule_.indexed_conditions.elements[element];
             const auto descriptors = features_.Imports().descriptors();
-            if (e.index >= descriptors.size() || e.field >= pe::ImportTable::kFieldCount)
+            if (e.index >= descriptors.size() || e.field >= pe::import_descriptor::kFieldCount)
                 return kAbsent;
             return NumberText(descriptors[e.index].fields[e.field], rules::Radix::Hex);
         }

@@ -5,18 +5,12 @@
 
 namespace tavrik::pe {
 
-namespace {
-
-// The export directory as it stands in the file.
-constexpr std::size_t kWords = 10;
-enum Word { kName = 3, kNumberOfNames = 6, kAddressOfNames = 8 };
-
-} // namespace
+using namespace export_directory;
 
 ExportTable::ExportTable(const Image &image) : image_(image) {
     const std::optional<uint32_t> rva = image.DirectoryRva(kExportDirectory);
     const std::optional<uint64_t> offset = rva ? image.OffsetOfRva(*rva) : std::nullopt;
-    std::array<uint32_t, kWords> directory = {};
+    std::array<uint32_t, kFieldCount> directory = {};
     if (!offset || !image.bytes().Read(*offset, directory.data(), sizeof(directory)))
         return;
     name_count_ = directory[kNumberOfNames];

@@ -7,43 +7,9 @@ namespace tavrik::pe {
 
 namespace {
 
-constexpr uint32_t kPeSignature = 0x00004550;
-constexpr uint16_t kDosSignature = 0x5A4D;
-constexpr uint32_t kPe32 = 0x10B;
-constexpr uint32_t kPe32Plus = 0x20B;
+using namespace optional_header;
 
-constexpr std::size_t kELfanew = 0x3C; // in the DOS header
-
-// Offsets in the file header.
-constexpr uint16_t kNumberOfSections = 2;
-constexpr uint16_t kSizeOfOptionalHeader = 16;
-
-// Offsets in a 32-bit optional header.
-constexpr uint16_t kMagic = 0;
 constexpr uint8_t kMagicWidth = 2;
-constexpr uint16_t kAddressOfEntryPoint = 0x10;
-constexpr uint16_t kBaseOfData = 0x18;
-constexpr uint16_t kImageBase = 0x1C;
-constexpr uint16_t kSizeOfHeaders = 0x3C;
-constexpr uint16_t kSizeOfStackReserve = 0x48; // the first of four sizes that are 8 bytes wide in a 64-bit header
-constexpr uint16_t kLoaderFlags = 0x58;        // the first field after them
-constexpr uint16_t kNumberOfRvaAndSizes = 0x5C;
-constexpr uint16_t kDirectories = 0x60;
-constexpr uint16_t kDirectorySize = 8;
-
-// Offset of the high half of ImageBase in a 64-bit optional header.
-constexpr uint16_t kImageBaseHigh = 0x1C;
-
-// Where a 64-bit optional header has the field (or its low half) that a 32-bit one has at `offset`.
-uint16_t PlaceInPe32Plus(uint16_t offset) {
-    if (offset == kImageBase)
-        return 0x18;
-    if (offset >= kLoaderFlags)
-        return static_cast<uint16_t>(offset + 16);
-    if (offset >= kSizeOfStackReserve)
-        return static_cast<uint16_t>(2 * offset - kSizeOfStackReserve);
-    return offset;
-}
 
 uint32_t LittleEndian(const uint8_t *bytes, uint8_t width) {
     uint32_t value = 0;
@@ -62,8 +28,8 @@ uint64_t ExtentOf(const SectionHeader &section) {
 Image::Image(base::FileBytes &bytes) : bytes_(bytes) {
     if (!bytes_.Read(0, dos_header_.data(), dos_header_.size()) || LittleEndian(dos_header_.data(), 2) != kDosSignature)
         return;
-    const uint32_t e_lfanew = LittleEndian(&dos_header_[kELfanew], 4);
-    const uint64_t file_header = uint64_t{e_lfanew} + sizeof(kPeSignature);
+    const uint32_t e_lfanew = LittleEndian(&dos_header_[kLfanewOffset], 4);
+    const uint64_t file_header = uint64_t{e_lfanew} + kFileHeaderOffset;
     if (bytes_.Get<uint32_t>(e_lfanew) != kPeSignature ||
         !bytes_.Read(file_header, file_header_.data(), file_header_.size()))
         return;
@@ -71,12 +37,12 @@ Image::Image(base::FileBytes &bytes) : bytes_(bytes) {
     e_lfanew_ = e_lfanew; // so it never points beyond the file
 
     const uint64_t optional_header = file_header + file_header_.size();
-    const std::size_t optional_size = LittleEndian(&file_header_[kSizeOfOptionalHeader], 2);
+    const std::size_t optional_size = LittleEndian(&file_header_[file_header::kSizeOfOptionalHeader], 2);
     optional_length_ = static_cast<std::size_t>(
         std::min<uint64_t>({optional_size, optional_header_.size(), bytes_.size() - optional_header}));
     if (!bytes_.Read(optional_header, optional_header_.data(), optional_length_))
         optional_length_ = 0;
-    is_plus_ = OptionalField(kMagic, kMagicWidth) == kPe32Plus;
+    is_plus_ = OptionalField(kMagic, kMagicWidth) == kMagicPe32Plus;
     entry_point_ = OptionalField(kAddressOfEntryPoint, 4).value_or(0);
     size_of_headers_ = OptionalField(kSizeOfHeaders, 4).value_or(0);
     image_base_ = OptionalField(kImageBase, 4).value_or(0);
@@ -85,8 +51,8 @@ Image::Image(base::FileBytes &bytes) : bytes_(bytes) {
     if (table >= bytes_.size())
         return;
     const std::size_t count =
-        static_cast<std::size_t>(std::min<uint64_t>({LittleEndian(&file_header_[kNumberOfSections], 2), kMostSections,
-                                                     (bytes_.size() - table) / sizeof(SectionHeader)}));
+        static_cast<std::size_t>(std::min<uint64_t>({LittleEndian(&file_header_[file_header::kNumberOfSections], 2),
+                                                     kMostSections, (bytes_.size() - table) / sizeof(SectionHeader)}));
     sections_.resize(count);
     if (!bytes_.Read(table, sections_.data(), count * sizeof(SectionHeader)))
         sections_.clear();
@@ -113,24 +79,24 @@ std::optional<uint32_t> Image::OptionalField(uint16_t offset, uint8_t width) con
     const std::optional<uint32_t> magic = at(kMagic, kMagicWidth);
     if (offset == kMagic)
         return magic;
-    if (magic != kPe32 && magic != kPe32Plus)
+    if (magic != kMagicPe32 && magic != kMagicPe32Plus)
         return std::nullopt;
     if (offset >= kDirectories) {
         const auto directory = static_cast<uint32_t>(offset - kDirectories) / kDirectorySize;
         if (directory >= OptionalField(kNumberOfRvaAndSizes, 4).value_or(0))
             return std::nullopt;
     }
-    if (magic == kPe32)
+    if (magic == kMagicPe32)
         return at(offset, width);
     if (offset == kBaseOfData)
         return std::nullopt;
-    return at(PlaceInPe32Plus(offset), width);
+    return at(OffsetInPe32Plus(offset), width);
 }
 
 std::optional<uint32_t> Image::ImageBaseHigh() const {
-    if (!is_plus_ || kImageBaseHigh + sizeof(uint32_t) > optional_length_)
+    if (!is_plus_ || kImageBaseHighPlus + sizeof(uint32_t) > optional_length_)
         return std::nullopt;
-    return LittleEndian(&optional_header_[kImageBaseHigh], 4);
+    return LittleEndian(&optional_header_[kImageBaseHighPlus], 4);
 }
 
 std::optional<uint32_t> Image::DirectoryRva(Directory directory) const {

@@ -9,19 +9,10 @@
 #include <vector>
 
 #include "base/file_bytes.h"
+#include "pe/format.h"
 #include "tavrik2/section_header.h"
 
 namespace tavrik::pe {
-
-/** The data directories that rules know by their purpose. */
-enum Directory : unsigned {
-    kExportDirectory = 0,
-    kImportDirectory = 1,
-    kResourceDirectory = 2,
-    kRelocationDirectory = 5,
-    kTlsDirectory = 9,
-    kClrDirectory = 14,
-};
 
 /** Section headers beyond these do not count. */
 inline constexpr std::size_t kMostSections = 512;
@@ -80,9 +71,9 @@ private:
     uint32_t entry_point_ = 0;
     uint32_t size_of_headers_ = 0;
     uint32_t image_base_ = 0;
-    std::array<uint8_t, 64> dos_header_ = {};
-    std::array<uint8_t, 20> file_header_ = {};
-    std::array<uint8_t, 240> optional_header_ = {};
+    std::array<uint8_t, kDosHeaderSize> dos_header_ = {};
+    std::array<uint8_t, kFileHeaderSize> file_header_ = {};
+    std::array<uint8_t, WholeOptionalHeaderSize(true)> optional_header_ = {};
     std::size_t optional_length_ = 0; // bytes of it that count
     std::vector<SectionHeader> sections_;
 };

@@ -4,25 +4,16 @@
 
 namespace tavrik::pe {
 
-namespace {
+using namespace import_descriptor;
 
-constexpr std::size_t kDescriptorSize = 20;
-
-enum DescriptorField { kOriginalFirstThunk = 0, kName = 3, kFirstThunk = 4 };
-
-constexpr uint32_t kRvaBits = 0x7FFFFFFF; // of a thunk
-constexpr std::size_t kHintSize = 2;      // bytes before a function's name
-
-} // namespace
-
-ImportTable::ImportTable(const Image &image) : image_(image), thunk_size_(image.IsPe32Plus() ? 8 : 4) {
+ImportTable::ImportTable(const Image &image) : image_(image), thunk_size_(ThunkSize(image.IsPe32Plus())) {
     const std::optional<uint32_t> rva = image.DirectoryRva(kImportDirectory);
     const std::optional<uint64_t> table = rva ? image.OffsetOfRva(*rva) : std::nullopt;
     if (!table)
         return;
-    for (uint64_t at = *table; descriptors_.size() < kMostDescriptors; at += kDescriptorSize) {
+    for (uint64_t at = *table; descriptors_.size() < kMostDescriptors; at += kSize) {
         Descriptor descriptor;
-        if (!image.bytes().Read(at, descriptor.fields.data(), kDescriptorSize) || descriptor.fields[kName] == 0)
+        if (!image.bytes().Read(at, descriptor.fields.data(), kSize) || descriptor.fields[kName] == 0)
             break;
         if (const std::optional<uint64_t> name = image.OffsetOfRva(descriptor.fields[kName]))
             descriptor.module = image.bytes().Text(*name);
@@ -56,8 +47,8 @@ ImportTable::Thunks ImportTable::FindThunks(const Descriptor &descriptor) const 
 std::optional<std::string> ImportTable::FunctionName(uint64_t thunk) const {
     const unsigned top_bit = thunk_size_ * 8u - 1;
     if (thunk >> top_bit != 0)
-        return '#' + std::to_string(thunk & 0xFFFF);
-    const std::optional<uint64_t> offset = image_.OffsetOfRva(static_cast<uint32_t>(thunk) & kRvaBits);
+        return '#' + std::to_string(thunk & kThunkOrdinalMask);
+    const std::optional<uint64_t> offset = image_.OffsetOfRva(static_cast<uint32_t>(thunk) & kThunkRvaMask);
     return offset ? image_.bytes().Text(*offset + kHintSize) : std::nullopt;
 }
 

@@ -18,7 +18,6 @@ namespace tavrik::pe {
 /** The import table of a file of any content, within fixed bounds. Delay imports do not count. */
 class ImportTable {
 public:
-    static constexpr std::size_t kFieldCount = 5;
     static constexpr std::size_t kMostDescriptors = 1024;
     static constexpr std::size_t kMostFunctions = 4096; // of one descriptor
     static constexpr std::size_t kMostFunctionsInAll = 65536;
@@ -26,8 +25,8 @@ public:
     using Functions = std::unordered_set<std::string>;
 
     struct Descriptor {
-        std::array<uint32_t, kFieldCount> fields = {}; // OriginalFirstThunk to FirstThunk
-        std::optional<std::string> module;             // its name; nothing when it cannot be read or is too long
+        std::array<uint32_t, import_descriptor::kFieldCount> fields = {}; // OriginalFirstThunk to FirstThunk
+        std::optional<std::string> module; // its name; nothing when it cannot be read or is too long
     };
 
     /** Reads the descriptors and counts their functions; `image` must outlive the object. */

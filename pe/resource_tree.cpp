@@ -8,14 +8,12 @@ namespace tavrik::pe {
 
 namespace {
 
+using namespace resource_directory;
+
 constexpr std::size_t kMostEntries = 4096;       // of one directory
 constexpr std::size_t kMostEntriesInAll = 65536; // looked at in one file
 constexpr std::size_t kMostResources = 16384;
 constexpr std::size_t kLongestLabel = base::kLongestName; // UTF-16 units
-
-constexpr uint32_t kDirectoryHeader = 16;
-constexpr uint32_t kNumberOfNamedEntries = 12; // offset in it; the number of the others follows
-constexpr uint32_t kFlag = 0x80000000;         // of an entry: a name instead of a number, a directory instead of a leaf
 
 struct Entry {
     uint32_t name;
@@ -60,13 +58,13 @@ private:
         std::vector<Entry> entries;
         const uint64_t directory = root_ + place;
         const std::optional<uint16_t> named = image_.bytes().Get<uint16_t>(directory + kNumberOfNamedEntries);
-        const std::optional<uint16_t> numbered = image_.bytes().Get<uint16_t>(directory + kNumberOfNamedEntries + 2);
+        const std::optional<uint16_t> numbered = image_.bytes().Get<uint16_t>(directory + kNumberOfIdEntries);
         if (!named || !numbered)
             return entries;
         const std::size_t count = std::min<std::size_t>({std::size_t{*named} + *numbered, kMostEntries, entries_left_});
         for (std::size_t i = 0; i < count; ++i) {
             Entry entry;
-            if (!image_.bytes().Read(directory + kDirectoryHeader + i * sizeof(entry), &entry, sizeof(entry)))
+            if (!image_.bytes().Read(directory + kHeaderSize + i * sizeof(entry), &entry, sizeof(entry)))
                 break;
             entries.push_back(entry);
         }

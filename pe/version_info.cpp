@@ -2,16 +2,13 @@
 
 #include <algorithm>
 
+#include "pe/format.h"
+
 namespace tavrik::pe {
 
 namespace {
 
-constexpr std::size_t kFixedSize = 52;  // VS_FIXEDFILEINFO
-constexpr std::size_t kFileVersion = 8; // offset in it: the high word's number, then the low one's
-constexpr std::size_t kProductVersion = 16;
-
-constexpr std::size_t kBlockHeader = 6; // length, length of the value, type
-constexpr std::u16string_view kStringFileInfo = u"StringFileInfo";
+using namespace version_resource;
 
 uint16_t WordAt(std::span<const uint8_t> bytes, std::size_t offset) {
     return static_cast<uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
@@ -39,7 +36,7 @@ public:
             return {};
         std::size_t children = root.value;
         if (root.value_length != 0) {
-            if (root.value_length >= kFixedSize && root.value + kFixedSize <= root.end) {
+            if (root.value_length >= kFixedInfoSize && root.value + kFixedInfoSize <= root.end) {
                 info_.file_version = Version(root.value + kFileVersion);
                 info_.product_version = Version(root.value + kProductVersion);
             }
@@ -56,15 +53,15 @@ public:
 
 private:
     bool ReadBlock(std::size_t offset, std::size_t end, Block &block) const {
-        if (offset >= end || end - offset < kBlockHeader)
+        if (offset >= end || end - offset < kBlockHeaderSize)
             return false;
         const std::size_t length = WordAt(bytes_, offset);
-        if (length < kBlockHeader)
+        if (length < kBlockHeaderSize)
             return false;
         block.value_length = WordAt(bytes_, offset + 2);
         block.end = std::min(offset + length, end);
         block.key.clear();
-        std::size_t at = offset + kBlockHeader;
+        std::size_t at = offset + kBlockHeaderSize;
         for (; at + 1 < block.end; at += 2) {
             const auto unit = static_cast<char16_t>(WordAt(bytes_, at));
             if (unit == 0)

@@ -9,11 +9,11 @@ namespace tavrik::samples {
 namespace {
 
 pe::builder::Resource Manifest(std::string_view text) {
-    return {.type = pe::builder::kManifestType, .data = base::Bytes(text.begin(), text.end())};
+    return {.type = pe::resource_type::kManifest, .data = base::Bytes(text.begin(), text.end())};
 }
 
 pe::builder::Resource Version(const pe::builder::VersionInfo &info) {
-    return {.type = pe::builder::kVersionType, .data = info.Lay()};
+    return {.type = pe::resource_type::kVersion, .data = info.Lay()};
 }
 
 constexpr std::string_view kPlainManifest =

@@ -54,13 +54,13 @@ uint32_t ResourcesOf(const pe::builder::PeFile &file) {
 // A resource of zeros, `offset` bytes after the start of the directory.
 constexpr uint32_t kResourceOffset = 0x400;
 
-pe::builder::Resource EmptyResource(pe::builder::ResourceType type, uint32_t size, uint16_t name = 1,
+pe::builder::Resource EmptyResource(uint16_t type, uint32_t size, uint16_t name = 1,
                                     uint32_t offset = kResourceOffset) {
     return {.type = type, .name = name, .data = base::Bytes(size), .offset = offset};
 }
 
 pe::builder::Resource Manifest(std::string_view text) {
-    return {.type = pe::builder::kManifestType, .data = base::Bytes(text.begin(), text.end())};
+    return {.type = pe::resource_type::kManifest, .data = base::Bytes(text.begin(), text.end())};
 }
 
 constexpr std::string_view kAdministratorManifest =
@@ -247,7 +247,7 @@ constexpr Recipe kRecipes[] = {
     {32, "autoit-script-raw-data", "script wrapper, script in a raw-data resource",
      [] {
          pe::builder::PeFile file =
-             Stub(32, {.path = "A", .resources = {EmptyResource(pe::builder::kRawDataType, 0xBD00)}});
+             Stub(32, {.path = "A", .resources = {EmptyResource(pe::resource_type::kRcData, 0xBD00)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
@@ -255,7 +255,7 @@ constexpr Recipe kRecipes[] = {
      [] {
          pe::builder::PeFile file = Stub(33, {.path = "A",
                                               .values = {{Field::BaseOfCode, 0xE4000}},
-                                              .resources = {EmptyResource(pe::builder::kRawDataType, 0x300)}});
+                                              .resources = {EmptyResource(pe::resource_type::kRcData, 0x300)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
@@ -286,7 +286,7 @@ constexpr Recipe kRecipes[] = {
     {38, "cabinet-resource", "self-extractor, cabinet in a raw-data resource",
      [] {
          pe::builder::PeFile file =
-             Stub(38, {.path = "A", .resources = {EmptyResource(pe::builder::kRawDataType, 0x1000)}});
+             Stub(38, {.path = "A", .resources = {EmptyResource(pe::resource_type::kRcData, 0x1000)}});
          const uint32_t offset = ResourcesOf(file) + kResourceOffset;
          return Plant(std::move(file), PAYLOAD_CABINET, offset, kBlock, kCabinet);
      }},
@@ -328,7 +328,7 @@ constexpr Recipe kRecipes[] = {
      }},
     {45, "autoit-header-after-version", "script wrapper, header scanned for from its version resource",
      [] {
-         pe::builder::PeFile file = Stub(45, {.resources = {{.type = pe::builder::kVersionType,
+         pe::builder::PeFile file = Stub(45, {.resources = {{.type = pe::resource_type::kVersion,
                                                              .data = pe::builder::VersionInfo{}.Lay(),
                                                              .offset = kResourceOffset}}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
@@ -342,21 +342,21 @@ constexpr Recipe kRecipes[] = {
      }},
     {47, "autoit-script-large", "large script wrapper, script in a raw-data resource",
      [] {
-         pe::builder::PeFile file = Stub(47, {.resources = {EmptyResource(pe::builder::kRawDataType, 0x300)}});
+         pe::builder::PeFile file = Stub(47, {.resources = {EmptyResource(pe::resource_type::kRcData, 0x300)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
     {48, "autoit-header-message-table", "script wrapper, script in the first of two message-table resources",
      [] {
          pe::builder::PeFile file =
-             Stub(48, {.resources = {EmptyResource(pe::builder::kMessageTableType, 0x1000),
-                                     EmptyResource(pe::builder::kMessageTableType, 0x6000, 2, 0x2000)}});
+             Stub(48, {.resources = {EmptyResource(pe::resource_type::kMessageTable, 0x1000),
+                                     EmptyResource(pe::resource_type::kMessageTable, 0x6000, 2, 0x2000)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},
     {49, "autoit-header-first-large", "script wrapper, script in the first large resource",
      [] {
-         pe::builder::PeFile file = Stub(49, {.resources = {EmptyResource(pe::builder::kRawDataType, 0x26000)}});
+         pe::builder::PeFile file = Stub(49, {.resources = {EmptyResource(pe::resource_type::kRcData, 0x26000)}});
          const uint32_t start = ResourcesOf(file) + kResourceOffset;
          return PlantAtStart(std::move(file), start);
      }},

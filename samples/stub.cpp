@@ -209,7 +209,7 @@ private:
         section.SizeOfRawData.reset();
         if (Get(Field::DebugSize).value_or(0) != 0)
             section.pieces.push_back(
-                {.content = base::Bytes(*Get(Field::DebugSize)), .directory = pe::builder::kDebugDirectory});
+                {.content = base::Bytes(*Get(Field::DebugSize)), .directory = pe::kDebugDirectory});
         if (Get(Field::ExportSize).value_or(0) != 0) {
             const uint32_t code = *image_.sections[code_index()].VirtualAddress;
             section.pieces.push_back({.content = pe::builder::ExportTable{"stub.exe", {{.name = "", .rva = code}}}});
@@ -233,7 +233,7 @@ private:
         pe::builder::ResourceTable table{wishes_.resources};
         if (table.resources.empty())
             table.resources.push_back(
-                {.type = pe::builder::kVersionType,
+                {.type = pe::resource_type::kVersion,
                  .data = pe::builder::VersionInfo{.strings = {{u"FileDescription", u"Sample"}}}.Lay()});
         // In front of imports that share the section, for the directory is at its start.
         const auto length = static_cast<uint32_t>(pe::builder::LayOut(table, 0).bytes.size());
@@ -265,17 +265,17 @@ private:
     }
 
     void SetDirectories() {
-        SetSize(pe::builder::kExportDirectory, Field::ExportSize);
-        SetSize(pe::builder::kImportDirectory, Field::ImportSize);
-        SetSize(pe::builder::kResourceDirectory, Field::ResourceSize);
-        SetSize(pe::builder::kCertificateDirectory, Field::CertificateSize);
-        SetSize(pe::builder::kRelocationDirectory, Field::BaseRelocationSize);
-        SetSize(pe::builder::kImportAddressDirectory, Field::ImportAddressTableSize);
+        SetSize(pe::kExportDirectory, Field::ExportSize);
+        SetSize(pe::kImportDirectory, Field::ImportSize);
+        SetSize(pe::kResourceDirectory, Field::ResourceSize);
+        SetSize(pe::kCertificateDirectory, Field::CertificateSize);
+        SetSize(pe::kRelocationDirectory, Field::BaseRelocationSize);
+        SetSize(pe::kImportAddressDirectory, Field::ImportAddressTableSize);
     }
 
     // A directory that declares no bytes has no address either.
-    void SetSize(pe::builder::Directory directory, Field field) {
-        pe::builder::DirectoryFields &fields = image_.directories[directory];
+    void SetSize(pe::Directory directory, Field field) {
+        pe::DirectoryFields &fields = image_.directories[directory];
         fields.Size = Get(field);
         if (fields.Size == 0u)
             fields.VirtualAddress = 0;

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "database/generator/extract.h"
+#include "pe/format.h"
 #include "rules/numbers.h"
 
 namespace tavrik::generator {
@@ -248,7 +249,6 @@ void AddSectionConditions(const Source &source, std::vector<SectionCondition> &l
 
 void AddSectionNames(const Source &source, std::vector<SectionNameCondition> &list) {
     constexpr uint32_t kRolePercent = 18;
-    constexpr uint32_t kExecutable = 0x20000000;
     Random &random = source.random;
     std::vector<SectionNameCondition> names;
     std::vector<SectionNameCondition> role_names;
@@ -260,7 +260,7 @@ void AddSectionNames(const Source &source, std::vector<SectionNameCondition> &li
             continue;
         }
         names.push_back({selector, Operator::Equal, name});
-        const bool is_code = (source.facts.Sections()[section].Characteristics & kExecutable) != 0;
+        const bool is_code = (source.facts.Sections()[section].Characteristics & pe::section_flag::kExecute) != 0;
         for (const auto role :
              {rules::SectionRole::Any, is_code ? rules::SectionRole::AnyCode : rules::SectionRole::AnyData}) {
             const SectionNameCondition any = {static_cast<uint16_t>(role), Operator::Equal, name};

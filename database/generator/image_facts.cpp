@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "pe/format.h"
 #include "rules/numbers.h"
 
 namespace tavrik::generator {
@@ -16,9 +17,9 @@ using rules::Origin;
 using rules::SectionRole;
 using rules::StringKind;
 
-constexpr uint32_t kFileHeaderFromSignature = 4;
-constexpr uint32_t kOptionalHeaderFromSignature = 24;
-constexpr uint32_t kMagicPe32Plus = 0x20B;
+using pe::kFileHeaderOffset;
+using pe::kOptionalHeaderOffset;
+
 constexpr uint32_t kVbSignature = 0x21354256;
 
 namespace field = rules::header_field;
@@ -31,9 +32,9 @@ constexpr uint32_t kOptionalInfoFlag = 2;
 } // namespace
 
 ImageFacts::ImageFacts(std::span<const uint8_t> file) : file_(file) {
-    headers_ = Read(0x3C, 4).value_or(0);
-    is_plus_ = Read(headers_ + kOptionalHeaderFromSignature, 2) == kMagicPe32Plus;
-    const uint32_t table = headers_ + kOptionalHeaderFromSignature + Header(field::kSizeOfOptionalHeader).value_or(0);
+    headers_ = Read(pe::kLfanewOffset, 4).value_or(0);
+    is_plus_ = Read(headers_ + kOptionalHeaderOffset, 2) == pe::kMagicPe32Plus;
+    const uint32_t table = headers_ + kOptionalHeaderOffset + Header(field::kSizeOfOptionalHeader).value_or(0);
     for (uint32_t i = 0; i < Header(field::kNumberOfSections).value_or(0); ++i) {
         SectionHeader section;
         if (table + (i + 1) * sizeof section > file_.size())
@@ -71,7 +72,7 @@ std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
     case Origin::DosHeader:
         return Read(field.offset, field.width);
     case Origin::FileHeader:
-        return Read(headers_ + kFileHeaderFromSignature + field.offset, field.width);
+        return Read(headers_ + kFileHeaderOffset + field.offset, field.width);
     case Origin::OptionalHeader:
         return OptionalField(field);
     case Origin::Derived:
@@ -91,26 +92,15 @@ std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
 
 // 64-bit images have an ImageBase and four sizes of 8 bytes, and no BaseOfData.
 std::optional<uint32_t> ImageFacts::OptionalField(const rules::Field &field) const {
-    constexpr uint32_t kImageBasePlus = 0x18;
-    constexpr uint32_t kSizesPlus = 0x48;
-    constexpr uint32_t kWiderBy = 16;
-    uint32_t offset = field.offset;
-    if (is_plus_) {
-        if (field.number == field::kBaseOfData)
-            return std::nullopt;
-        if (field.number == field::kImageBase)
-            offset = kImageBasePlus;
-        else if (field.number >= field::kSizeOfStackReserve && field.number < field::kLoaderFlags)
-            offset = kSizesPlus + 8U * (field.number - field::kSizeOfStackReserve);
-        else if (field.number >= field::kLoaderFlags)
-            offset += kWiderBy;
-    }
+    if (is_plus_ && field.number == field::kBaseOfData)
+        return std::nullopt;
+    const uint32_t offset = pe::OptionalFieldOffset(field.offset, is_plus_);
     if (offset + field.width > Header(field::kSizeOfOptionalHeader).value_or(0))
         return std::nullopt;
     if (field.number >= field::kExportTable &&
         (field.number - field::kExportTable) / 2U >= Header(field::kNumberOfRvaAndSizes).value_or(0))
         return std::nullopt;
-    return Read(headers_ + kOptionalHeaderFromSignature + offset, field.width);
+    return Read(headers_ + kOptionalHeaderOffset + offset, field.width);
 }
 
 std::optional<uint32_t> ImageFacts::SectionHolding(std::optional<uint32_t> rva) const {
@@ -184,19 +174,19 @@ std::optional<uint32_t> ImageFacts::Derived(uint32_t number) const {
         return static_cast<uint32_t>(count);
     }
     case field::kExportNameCount: {
-        constexpr uint32_t kNumberOfNames = 24;
+        constexpr uint32_t kNumberOfNames = 4 * pe::export_directory::kNumberOfNames;
         const auto directory = OffsetOfRva(Header(field::kExportTable).value_or(0));
         return Header(field::kExportTable).value_or(0) != 0 && directory ? Read(*directory + kNumberOfNames, 4) : 0;
     }
     case field::kResourceCount:
         return static_cast<uint32_t>(resources_.size());
     case field::kImageBaseHigh:
-        return is_plus_ ? Read(headers_ + kOptionalHeaderFromSignature + 0x1C, 4) : std::nullopt;
+        return is_plus_ ? Read(headers_ + kOptionalHeaderOffset + pe::optional_header::kImageBaseHighPlus, 4)
+                        : std::nullopt;
     case field::kClrFlags: {
-        constexpr uint32_t kFlags = 16;
         const uint32_t rva = Header(field::kClrRuntimeHeader).value_or(0);
         const auto header = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
-        return header ? Read(*header + kFlags, 4) : std::nullopt;
+        return header ? Read(*header + pe::kClrFlagsOffset, 4) : std::nullopt;
     }
     case field::kVbHeaderOffset:
         return vb_header_ != 0 ? std::optional(vb_header_) : std::nullopt;
@@ -206,11 +196,9 @@ std::optional<uint32_t> ImageFacts::Derived(uint32_t number) const {
 }
 
 std::optional<uint32_t> ImageFacts::RichValue(uint32_t number) const {
-    constexpr uint32_t kRich = 0x68636952;
-    constexpr uint32_t kDans = 0x536E6144;
-    constexpr uint32_t kFirst = 0x40;
+    constexpr uint32_t kFirst = pe::kDosHeaderSize;
     uint32_t rich = headers_ >= 8 ? (headers_ - 8) / 4 * 4 : 0;
-    while (rich >= kFirst && Read(rich, 4) != kRich)
+    while (rich >= kFirst && Read(rich, 4) != pe::rich::kEndMark)
         rich -= 4;
     if (rich < kFirst)
         return std::nullopt;
@@ -220,7 +208,7 @@ std::optional<uint32_t> ImageFacts::RichValue(uint32_t number) const {
     if (number == field::kRichKey)
         return key;
     uint32_t dans = rich - 4;
-    while (dans >= kFirst && Read(dans, 4) != (kDans ^ key))
+    while (dans >= kFirst && Read(dans, 4) != (pe::rich::kStartMark ^ key))
         dans -= 4;
     if (dans < kFirst || rich < dans + 16 || (rich - dans - 16) % 8 != 0)
         return std::nullopt;
@@ -378,7 +366,7 @@ Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string
     case StringKind::LargestSection:
         return role(SectionRole::Largest);
     case StringKind::DosStub:
-        return headers_ > 0x40 ? Stretch{0x40, headers_ - 0x40} : Stretch{};
+        return headers_ > pe::kDosHeaderSize ? Stretch{pe::kDosHeaderSize, headers_ - pe::kDosHeaderSize} : Stretch{};
     case StringKind::VisualBasic: {
         if (vb_header_ == 0)
             return {};
@@ -404,18 +392,19 @@ Stretch ImageFacts::MeasureRegion(uint8_t code, uint32_t index) const {
 }
 
 void ImageFacts::ReadImports() {
-    constexpr uint32_t kDescriptorSize = 20;
+    using pe::import_descriptor::kSize;
+    constexpr uint32_t kName = 4 * pe::import_descriptor::kName;
     const uint32_t rva = Header(field::kImportTable).value_or(0);
     auto descriptor = rva != 0 ? OffsetOfRva(rva) : std::nullopt;
-    for (; descriptor && Read(*descriptor + 12, 4).value_or(0) != 0; *descriptor += kDescriptorSize) {
-        ImportFacts import{*descriptor, TextAt(*OffsetOfRva(*Read(*descriptor + 12, 4))), {}};
+    for (; descriptor && Read(*descriptor + kName, 4).value_or(0) != 0; *descriptor += kSize) {
+        ImportFacts import{*descriptor, TextAt(*OffsetOfRva(*Read(*descriptor + kName, 4))), {}};
         uint32_t thunk = OffsetOfRva(Read(*descriptor, 4).value_or(0)).value_or(0);
-        const uint32_t width = is_plus_ ? 8 : 4;
+        const uint32_t width = pe::ThunkSize(is_plus_);
         for (; Read(thunk, 4).value_or(0) != 0 || (is_plus_ && Read(thunk + 4, 4).value_or(0) != 0); thunk += width) {
             const bool by_ordinal = (*Read(thunk + width - 4, 4) & 0x80000000) != 0;
             const uint32_t value = *Read(thunk, 4);
-            import.functions.push_back(by_ordinal ? "#" + std::to_string(value & 0xFFFF)
-                                                  : TextAt(*OffsetOfRva(value) + 2));
+            import.functions.push_back(by_ordinal ? "#" + std::to_string(value & pe::kThunkOrdinalMask)
+                                                  : TextAt(*OffsetOfRva(value) + pe::kHintSize));
         }
         imports_.push_back(std::move(import));
     }
@@ -430,22 +419,22 @@ void ImageFacts::ReadResources() {
 }
 
 void ImageFacts::ReadResourceLevel(uint32_t root, uint32_t directory, uint32_t level, ResourceFacts &path) {
-    constexpr uint32_t kHighBit = 0x80000000;
+    using namespace pe::resource_directory;
     constexpr uint32_t kLanguageLevel = 2;
-    const uint32_t count = *Read(directory + 12, 2) + *Read(directory + 14, 2);
+    const uint32_t count = *Read(directory + kNumberOfNamedEntries, 2) + *Read(directory + kNumberOfIdEntries, 2);
     for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t id = *Read(directory + 16 + 8 * i, 4);
-        const uint32_t target = *Read(directory + 20 + 8 * i, 4);
+        const uint32_t id = *Read(directory + kHeaderSize + kEntrySize * i, 4);
+        const uint32_t target = *Read(directory + kHeaderSize + kEntrySize * i + 4, 4);
         ResourceId read{id, {}};
-        if ((id & kHighBit) != 0) {
+        if ((id & kFlag) != 0) {
             read.number = rules::kAnyResource;
-            const uint32_t text = root + (id & ~kHighBit);
+            const uint32_t text = root + (id & ~kFlag);
             for (uint32_t unit = 0; unit < *Read(text, 2); ++unit)
                 read.name += static_cast<char>(*Read(text + 2 + 2 * unit, 2));
         }
         if (level < kLanguageLevel) {
             (level == 0 ? path.type : path.entry) = read;
-            ReadResourceLevel(root, root + (target & ~kHighBit), level + 1, path);
+            ReadResourceLevel(root, root + (target & ~kFlag), level + 1, path);
             continue;
         }
         path.language = static_cast<uint16_t>(id);

@@ -9,6 +9,7 @@
 #include "database/generator/names.h"
 #include "database/generator/random.h"
 #include "database/profile/profile.h"
+#include "pe/format.h"
 #include "rules/numbers.h"
 
 namespace tavrik::generator {
@@ -57,9 +58,7 @@ constexpr uint16_t kEntryTypes[] = {3, 3, 3, 3, 3, 3,  3,  3,  3,  3,  3, 3, 14,
                                     2, 2, 2, 2, 2, 10, 10, 10, 10, 10, 5, 5, 5,  5,  1,  1,  1,  12, 4,  9};
 constexpr uint32_t kTypeNumbers[] = {1, 101, 777, 101, 2, 10, 5, 102, 1, 777, 3, 100, 14, 129};
 
-constexpr uint32_t kVersionResource = 16;
-constexpr uint32_t kManifestResource = 24;
-constexpr uint32_t kStringResource = 6;
+namespace resource_type = pe::resource_type;
 constexpr uint32_t kVersionKeys[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 15, 16, 20, 23, 25, 26, 28, 29, 0};
 constexpr uint32_t kUsualVersionKeys = 11; // the first ones, which most resources have
 constexpr uint32_t kManifestKeys[] = {30, 34, 33, 32, 31, 35, 0};
@@ -451,15 +450,15 @@ private:
             table_strings -= from_table;
             uint32_t number = profile::kNamedStringKeyLimit + random_.Below(2000U);
             for (uint32_t i = 0; i < from_table; ++i, number += 1 + random_.Below(3U))
-                plan->string_keys.push_back({kStringResource, number});
+                plan->string_keys.push_back({resource_type::kString, number});
             const uint32_t left = count - from_table;
             const uint32_t manifest = random_.Chance(14) ? std::min(left, random_.Between(1, 3)) : 0;
             for (uint32_t i = 0; i < manifest; ++i)
-                plan->string_keys.push_back({kManifestResource, kManifestKeys[i]});
+                plan->string_keys.push_back({resource_type::kManifest, kManifestKeys[i]});
             const uint32_t first =
                 left > kUsualVersionKeys ? 0 : random_.Below(uint32_t{std::size(kVersionKeys)} - left);
             for (uint32_t i = 0; i < left - manifest; ++i)
-                plan->string_keys.push_back({kVersionResource, kVersionKeys[first + i]});
+                plan->string_keys.push_back({resource_type::kVersion, kVersionKeys[first + i]});
         }
         if (table_strings != 0)
             throw std::logic_error("strings of string tables found no rule");

@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "database/generator/names.h"
+#include "pe/format.h"
 #include "rules/names.h"
 
 namespace tavrik::generator {
@@ -14,16 +15,13 @@ namespace {
 using pe::builder::Resource;
 using pe::builder::ResourceId;
 
-constexpr uint16_t kEnglish = 0x409;
-constexpr uint16_t kLanguages[] = {kEnglish, kEnglish, kEnglish, kEnglish, kEnglish, kEnglish, 0x804, 0x419};
-constexpr uint16_t kIcon = 3;
-constexpr uint16_t kStringTable = 6;
-constexpr uint16_t kRawData = 10;
-constexpr uint16_t kIconGroup = 14;
-constexpr uint16_t kVersion = 16;
-constexpr uint16_t kManifest = 24;
+using pe::builder::kEnglish;
 
-constexpr uint32_t kStringsOfBlock = 16;
+constexpr uint16_t kLanguages[] = {kEnglish, kEnglish, kEnglish, kEnglish, kEnglish, kEnglish, 0x804, 0x419};
+
+namespace resource_type = pe::resource_type;
+using pe::kStringsOfBlock;
+
 constexpr uint32_t kFixedFileVersion = 28;
 constexpr uint32_t kFixedProductVersion = 29;
 constexpr uint32_t kAssemblyVersion = 14;
@@ -73,15 +71,15 @@ private:
 
     void AddIcons() {
         for (uint16_t i = 1; i <= 2; ++i)
-            Add(kIcon, i, language_, Data(0x60, 0x128));
-        Add(kIconGroup, uint16_t{101}, language_, Data(0x14, 0x22));
+            Add(resource_type::kIcon, i, language_, Data(0x60, 0x128));
+        Add(resource_type::kGroupIcon, uint16_t{101}, language_, Data(0x14, 0x22));
     }
 
     void AddEntries() {
         for (const uint16_t type : plan_.resource_types) {
-            const bool is_named = type == kRawData ? random_.Chance(40) : random_.Chance(6);
+            const bool is_named = type == resource_type::kRcData ? random_.Chance(40) : random_.Chance(6);
             auto number = static_cast<uint16_t>(
-                type == kIcon ? 1 : random_.Pick(std::initializer_list<uint16_t>{1, 100, 101, 128}));
+                type == resource_type::kIcon ? 1 : random_.Pick(std::initializer_list<uint16_t>{1, 100, 101, 128}));
             ResourceId name = number;
             if (is_named)
                 name = Wide(random_.Pick(ResourceNames()));
@@ -121,7 +119,7 @@ private:
                 if (entry.level == rules::kResourceTypeLevel)
                     Add(id, uint16_t{1}, language_, Data(0x18, 0x50));
                 else
-                    Add(kRawData, id, language_, Data(0x18, 0x50));
+                    Add(resource_type::kRcData, id, language_, Data(0x18, 0x50));
             }
             planned_.types.push_back(std::move(entry));
         }
@@ -183,7 +181,7 @@ private:
             text.type = wanted.type;
             text.key = wanted.key;
             text.language = random_.Chance(60) ? language_ : uint16_t{0};
-            if (wanted.type == kVersion) {
+            if (wanted.type == resource_type::kVersion) {
                 has_version = true;
                 text.id = random_.Chance(70) ? 1 : rules::kAnyResource;
                 if (wanted.key == kFixedFileVersion)
@@ -195,7 +193,7 @@ private:
                         std::string(version.strings.front().second.begin(), version.strings.front().second.end());
                 else
                     text.text = AddVersionString(version, wanted.key == 0 ? 3 : wanted.key);
-            } else if (wanted.type == kManifest) {
+            } else if (wanted.type == resource_type::kManifest) {
                 has_manifest = true;
                 text.id = random_.Chance(70) ? 1 : rules::kAnyResource;
                 text.text = ManifestText(manifest, wanted.key);
@@ -209,10 +207,10 @@ private:
         if (has_version) {
             if (version.strings.empty())
                 AddVersionString(version, 3);
-            Add(kVersion, uint16_t{1}, language_, version.Lay());
+            Add(resource_type::kVersion, uint16_t{1}, language_, version.Lay());
         }
         if (has_manifest)
-            Add(kManifest, uint16_t{1}, language_, LayManifest(manifest));
+            Add(resource_type::kManifest, uint16_t{1}, language_, LayManifest(manifest));
         AddStringTable(table);
     }
 
@@ -268,7 +266,7 @@ private:
                 writer.U16(static_cast<uint32_t>(text.size()));
                 writer.Utf16(text);
             }
-            Add(kStringTable, static_cast<uint16_t>(block + 1), language_, writer.Take());
+            Add(resource_type::kString, static_cast<uint16_t>(block + 1), language_, writer.Take());
         }
     }
 

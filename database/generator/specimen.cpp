@@ -7,6 +7,7 @@
 #include "database/generator/names.h"
 #include "database/generator/resources.h"
 #include "pe/builder/builder.h"
+#include "pe/format.h"
 #include "rules/numbers.h"
 
 namespace tavrik::generator {
@@ -17,10 +18,7 @@ using pe::builder::Section;
 
 constexpr uint32_t kFirstAddress = 0x1000;
 constexpr uint32_t kSelectableSections = 34;
-constexpr uint32_t kWritable = 0x80000000;
 constexpr uint32_t kFarPosition = 65520; // greatest window start
-constexpr uint32_t kTlsDirectory = 9;
-constexpr uint32_t kClrDirectory = 14;
 
 namespace trait = rules::trait;
 
@@ -92,8 +90,6 @@ constexpr Linker kLinkers[] = {
     {Toolchain::Protector, 5, 12, 0x10E, 4}, {Toolchain::Driver, 7, 10, 0x10E, 5},
     {Toolchain::Managed, 8, 0, 0x10E, 4},    {Toolchain::Managed, 11, 0, 0x102, 4},
 };
-constexpr uint16_t kDllFlag = 0x2000;
-constexpr uint16_t kStrippedRelocations = 1;
 
 constexpr uint8_t kStubCode[] = {0x0E, 0x1F, 0xBA, 0x0E, 0x00, 0xB4, 0x09, 0xCD, 0x21, 0xB8, 0x01, 0x4C, 0xCD, 0x21};
 constexpr std::string_view kStubText = "This program cannot be run in DOS mode.\r\r\n$";
@@ -170,12 +166,13 @@ private:
         if (linker.system_version >= 6)
             headers.DllCharacteristics = 0x8140;
         if (plan_.IsLibrary()) {
-            headers.Characteristics =
-                static_cast<uint16_t>((headers.Characteristics & ~kStrippedRelocations) | kDllFlag);
+            headers.Characteristics = static_cast<uint16_t>(
+                (headers.Characteristics & ~pe::file_flag::kRelocsStripped) | pe::file_flag::kDll);
             headers.ImageBase = family_random_.Chance(70) ? 0x10000000 : 0x400000;
         }
         if (image_.is_pe32_plus) {
-            headers.Characteristics = static_cast<uint16_t>((headers.Characteristics & ~0x100) | 0x20);
+            headers.Characteristics = static_cast<uint16_t>((headers.Characteristics & ~pe::file_flag::k32BitMachine) |
+                                                            pe::file_flag::kLargeAddressAware);
             headers.ImageBase = random_.Chance(50) ? 0x180000000 : 0x140000000;
         }
         if (archetype_.toolchain == Toolchain::Driver) {
@@ -197,11 +194,9 @@ private:
         stub.bytes.insert(stub.bytes.end(), text.begin(), text.end());
         stub.bytes.resize(borland ? 0xC0 : 0x40);
         if (!borland && archetype_.toolchain != Toolchain::MinGw && archetype_.toolchain != Toolchain::Managed) {
-            constexpr uint32_t kDans = 0x536E6144;
-            constexpr uint32_t kRich = 0x68636952;
             const uint32_t key = random_.Next32();
             base::ByteWriter rich;
-            rich.U32(kDans ^ key);
+            rich.U32(pe::rich::kStartMark ^ key);
             for (int i = 0; i < 3; ++i)
                 rich.U32(key);
             const uint32_t entries = family_random_.Between(2, 8);
@@ -210,7 +205,7 @@ private:
                 rich.U32((tool << 16 | family_random_.Between(0x1000, 0x7FFF)) ^ key);
                 rich.U32(random_.Between(1, 90) ^ key);
             }
-            rich.U32(kRich);
+            rich.U32(pe::rich::kEndMark);
             rich.U32(key);
             rich.Align(16);
             const Bytes bytes = rich.Take();
@@ -327,7 +322,7 @@ private:
                         .Characteristics = shape.Characteristics,
                         .VirtualAddress = next_address_};
         if (index == EntrySection() && Has(trait::kWritableEntry))
-            section.Characteristics |= kWritable;
+            section.Characteristics |= pe::section_flag::kWrite;
         Content content;
         switch (shape.fill) {
         case Fill::Code:
@@ -380,7 +375,7 @@ private:
         if (!content.bytes.empty()) {
             Piece piece{.content = std::move(content.bytes), .offset = 0};
             if (shape.fill == Fill::Relocations)
-                piece.directory = pe::builder::kRelocationDirectory;
+                piece.directory = pe::kRelocationDirectory;
             section.pieces.push_back(std::move(piece));
         }
         if (index == ImportSection())
@@ -418,14 +413,13 @@ private:
     }
 
     void AddClrHeader(Content &content) {
-        constexpr uint32_t kClrHeaderSize = 72;
         base::ByteWriter header;
-        header.U32(kClrHeaderSize);
+        header.U32(pe::kClrHeaderSize);
         header.U32(random_.Chance(70) ? 0x50002 : 0x20002); // runtime version
         header.U32(next_address_ + 0x200);
         header.U32(random_.Between(0x400, 0xC00));
         header.U32(random_.Chance(70) ? 1 : 3); // flags
-        header.FillTo(kClrHeaderSize);
+        header.FillTo(pe::kClrHeaderSize);
         content.bytes = header.Take();
         clr_header_ = next_address_;
         content.AddCode(random_.Between(0x300, 0x900), image_base_, random_);
@@ -550,20 +544,22 @@ private:
 
     void SetDirectory(uint32_t directory, uint32_t rva, uint32_t size) {
         uint32_t headers = 0;
-        std::memcpy(&headers, specimen_.image.data() + 0x3C, sizeof headers);
-        const uint32_t place = headers + 24 + (image_.is_pe32_plus ? 0x70 : 0x60) + 8 * directory;
+        std::memcpy(&headers, specimen_.image.data() + pe::kLfanewOffset, sizeof headers);
+        const uint32_t place = headers + pe::kOptionalHeaderOffset +
+                               pe::OptionalFieldOffset(pe::optional_header::kDirectories, image_.is_pe32_plus) +
+                               pe::kDirectorySize * directory;
         Patch(place, rva);
         Patch(place + 4, size);
     }
 
     void Finish(const pe::builder::PeFile &file) {
         if (archetype_.toolchain == Toolchain::Delphi) { // this linker's own DOS header
-            constexpr uint16_t kWords[] = {0x5A4D, 0x50, 2, 0, 4, 0xF, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40, 0x1A};
+            constexpr uint16_t kWords[] = {pe::kDosSignature, 0x50, 2, 0, 4, 0xF, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40, 0x1A};
             for (std::size_t i = 0; i < std::size(kWords); ++i)
                 Patch(2 * i, kWords[i]);
         }
         if (clr_header_ != 0)
-            SetDirectory(kClrDirectory, clr_header_, 72);
+            SetDirectory(pe::kClrDirectory, clr_header_, pe::kClrHeaderSize);
         SetTls(file);
         ShrinkSections(file);
         CutShort();
@@ -591,7 +587,6 @@ private:
 
     void SetTls(const pe::builder::PeFile &file) {
         constexpr uint8_t kTlsRegion = 69;
-        constexpr uint32_t kTlsSize = 0x18;
         std::size_t section = file.sections.size();
         for (std::size_t i = 0; i < shapes_.size(); ++i)
             if (shapes_[i].fill == Fill::Tls)
@@ -600,20 +595,21 @@ private:
             section = EntrySection();
         }
         if (section != file.sections.size())
-            SetDirectory(kTlsDirectory, file.sections[section].VirtualAddress + 0x10, kTlsSize);
+            SetDirectory(pe::kTlsDirectory, file.sections[section].VirtualAddress + 0x10, pe::kTlsDirectorySize);
     }
 
     // Linkers write how much of a section is used; the raw size is rounded up.
     void ShrinkSections(const pe::builder::PeFile &file) {
         constexpr uint32_t kSlack = 0x1A0;
         uint32_t headers = 0;
-        std::memcpy(&headers, specimen_.image.data() + 0x3C, sizeof headers);
-        const uint32_t table = headers + 24 + (image_.is_pe32_plus ? 0xF0 : 0xE0);
+        std::memcpy(&headers, specimen_.image.data() + pe::kLfanewOffset, sizeof headers);
+        const uint32_t table = headers + pe::kOptionalHeaderOffset + pe::WholeOptionalHeaderSize(image_.is_pe32_plus);
         for (std::size_t i = 0; i < file.sections.size(); ++i) {
             const uint32_t raw_size = file.sections[i].SizeOfRawData;
             if (raw_size == 0 || archetype_.toolchain == Toolchain::Packer)
                 continue;
-            const uint32_t place = table + 40 * static_cast<uint32_t>(i) + 8;
+            const auto place =
+                table + static_cast<uint32_t>(sizeof(SectionHeader) * i + offsetof(SectionHeader, VirtualSize));
             const uint32_t room = base::AlignUp(raw_size, 0x1000);
             Patch(place,
                   shapes_[i].fill == Fill::Data ? random_.Between(raw_size, room) : raw_size - random_.Below(kSlack));

@@ -11,21 +11,7 @@
 namespace tavrik::pe::builder {
 namespace {
 
-constexpr uint32_t kDosHeaderSize = 64;
-constexpr uint32_t kSignature = 0x4550;
-constexpr uint16_t kMachineI386 = 0x14C;
-constexpr uint16_t kMachineAmd64 = 0x8664;
-constexpr uint16_t kMagicPe32 = 0x10B;
-constexpr uint16_t kMagicPe32Plus = 0x20B;
-constexpr uint32_t kOptionalHeaderSize = 96; // PE32, without the data directories
-constexpr uint32_t kOptionalHeaderSizePlus = 112;
 constexpr uint32_t kPieceAlignment = 16;
-
-// Section characteristics that the header's sums go by.
-constexpr uint32_t kHoldsCode = 0x20;
-constexpr uint32_t kHoldsInitializedData = 0x40;
-constexpr uint32_t kHoldsUninitializedData = 0x80;
-constexpr uint32_t kExecutable = 0x20000000;
 
 // Prints the text behind it and ends with exit code 1.
 constexpr uint8_t kDosStubCode[] = {0x0E, 0x1F, 0xBA, 0x0E, 0x00, 0xB4, 0x09, 0xCD, 0x21, 0xB8, 0x01, 0x4C, 0xCD, 0x21};
@@ -67,10 +53,9 @@ private:
             dos_stub_.insert(dos_stub_.end(), kDosStubText.begin(), kDosStubText.end());
         }
         lfanew_ = base::AlignUp(kDosHeaderSize + static_cast<uint32_t>(dos_stub_.size()), 8);
-        const uint32_t optional_header = image_.is_pe32_plus ? kOptionalHeaderSizePlus : kOptionalHeaderSize;
-        optional_header_size_ = optional_header + 8 * kDirectoryCount;
+        optional_header_size_ = WholeOptionalHeaderSize(image_.is_pe32_plus);
         const auto section_count = static_cast<uint32_t>(image_.sections.size());
-        const uint32_t written = lfanew_ + 4 + static_cast<uint32_t>(sizeof(FileHeader)) + optional_header_size_ +
+        const uint32_t written = lfanew_ + kOptionalHeaderOffset + optional_header_size_ +
                                  static_cast<uint32_t>(sizeof(SectionHeader)) * section_count;
         size_of_headers_ = headers_.SizeOfHeaders.value_or(base::AlignUp(written, headers_.FileAlignment));
         raw_end_ = std::max(written, size_of_headers_);
@@ -169,7 +154,8 @@ private:
 
     const SectionHeader *FirstCodeSection() const {
         const auto found = std::find_if(file_.sections.begin(), file_.sections.end(), [](const SectionHeader &section) {
-            return section.SizeOfRawData != 0 && (section.Characteristics & (kHoldsCode | kExecutable)) != 0;
+            return section.SizeOfRawData != 0 &&
+                   (section.Characteristics & (section_flag::kCode | section_flag::kExecute)) != 0;
         });
         return found != file_.sections.end() ? &*found : nullptr;
     }
@@ -203,14 +189,15 @@ private:
         uint32_t sum = 0;
         for (const SectionHeader &section : file_.sections) {
             if ((section.Characteristics & characteristic) != 0)
-                sum += characteristic == kHoldsUninitializedData ? section.VirtualSize : section.SizeOfRawData;
+                sum += characteristic == section_flag::kUninitializedData ? section.VirtualSize : section.SizeOfRawData;
         }
         return sum;
     }
 
     uint32_t BaseOfData() const {
         for (const SectionHeader &section : file_.sections) {
-            if ((section.Characteristics & (kHoldsInitializedData | kExecutable)) == kHoldsInitializedData)
+            if ((section.Characteristics & (section_flag::kInitializedData | section_flag::kExecute)) ==
+                section_flag::kInitializedData)
                 return section.VirtualAddress;
         }
         return 0;
@@ -222,7 +209,7 @@ private:
         writer.U32(lfanew_);
         writer.Append(dos_stub_);
         writer.FillTo(lfanew_);
-        writer.U32(kSignature);
+        writer.U32(kPeSignature);
         writer.Put(MakeFileHeader());
         WriteOptionalHeader(writer);
         for (uint32_t index = 0; index < kDirectoryCount; ++index) {
@@ -256,9 +243,9 @@ private:
         writer.U16(plus ? kMagicPe32Plus : kMagicPe32);
         writer.Put(headers_.MajorLinkerVersion);
         writer.Put(headers_.MinorLinkerVersion);
-        writer.U32(headers_.SizeOfCode.value_or(SumOfSizes(kHoldsCode)));
-        writer.U32(headers_.SizeOfInitializedData.value_or(SumOfSizes(kHoldsInitializedData)));
-        writer.U32(headers_.SizeOfUninitializedData.value_or(SumOfSizes(kHoldsUninitializedData)));
+        writer.U32(headers_.SizeOfCode.value_or(SumOfSizes(section_flag::kCode)));
+        writer.U32(headers_.SizeOfInitializedData.value_or(SumOfSizes(section_flag::kInitializedData)));
+        writer.U32(headers_.SizeOfUninitializedData.value_or(SumOfSizes(section_flag::kUninitializedData)));
         writer.U32(EntryPoint());
         writer.U32(headers_.BaseOfCode.value_or(code != nullptr ? uint32_t{code->VirtualAddress} : 0));
         if (!plus)

@@ -21,29 +21,19 @@
 
 #include "base/byte_writer.h"
 #include "pe/builder/tables.h"
+#include "pe/format.h"
 #include "tavrik2/section_header.h"
 
 namespace tavrik::pe::builder {
 
 /** Section characteristics as compilers and packers set them. */
-inline constexpr uint32_t kCodeSection = 0x60000020;
-inline constexpr uint32_t kDataSection = 0x40000040;
-inline constexpr uint32_t kWritableSection = 0xC0000040;
-inline constexpr uint32_t kDiscardableSection = 0x42000040;
-inline constexpr uint32_t kPackedHole = 0xE0000080;
-inline constexpr uint32_t kPackedCode = 0xE0000040;
-
-/** Data directories by their index. */
-enum Directory : uint32_t {
-    kExportDirectory = 0,
-    kImportDirectory = 1,
-    kResourceDirectory = 2,
-    kCertificateDirectory = 4,
-    kRelocationDirectory = 5,
-    kDebugDirectory = 6,
-    kImportAddressDirectory = 12,
-};
-inline constexpr uint32_t kDirectoryCount = 16;
+inline constexpr uint32_t kCodeSection = section_flag::kCode | section_flag::kExecute | section_flag::kRead;
+inline constexpr uint32_t kDataSection = section_flag::kInitializedData | section_flag::kRead;
+inline constexpr uint32_t kWritableSection = kDataSection | section_flag::kWrite;
+inline constexpr uint32_t kDiscardableSection = kDataSection | section_flag::kDiscardable;
+inline constexpr uint32_t kPackedHole =
+    section_flag::kUninitializedData | section_flag::kExecute | section_flag::kRead | section_flag::kWrite;
+inline constexpr uint32_t kPackedCode = kWritableSection | section_flag::kExecute;
 
 /** A part of a section's contents. Tables set their data directories; bytes do so when `directory` names one. */
 struct Piece {
@@ -71,7 +61,7 @@ struct Headers {
     uint32_t TimeDateStamp = 0x4D000000;
     uint32_t PointerToSymbolTable = 0;
     uint32_t NumberOfSymbols = 0;
-    uint16_t Characteristics = 0x102;
+    uint16_t Characteristics = file_flag::kExecutableImage | file_flag::k32BitMachine;
     // The optional header. The sizes and bases are by default those of the sections; BaseOfData exists in PE32 only.
     uint8_t MajorLinkerVersion = 14;
     uint8_t MinorLinkerVersion = 29;
@@ -136,7 +126,7 @@ struct PeFile {
 
 /** The DOS header's words before e_lfanew, as linkers write them. */
 using DosHeader = std::array<uint16_t, 30>;
-inline constexpr DosHeader kUsualDosHeader = {0x5A4D, 0x90, 3, 0, 4, 0, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40};
+inline constexpr DosHeader kUsualDosHeader = {kDosSignature, 0x90, 3, 0, 4, 0, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40};
 
 /** The description of an image. */
 struct PeImage {

@@ -5,14 +5,13 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "pe/format.h"
+
 namespace tavrik::pe::builder {
 namespace {
 
-constexpr uint32_t kHighBit = 0x80000000; // marks a name reference or a subdirectory
+using namespace resource_directory;
 
-constexpr uint32_t kDirectorySize = 16;
-constexpr uint32_t kDirectoryEntrySize = 8;
-constexpr uint32_t kDataEntrySize = 16;
 constexpr uint32_t kDataAlignment = 4;
 
 // Texts sort before numbers.
@@ -42,7 +41,7 @@ Types Sort(const ResourceTable &table) {
 
 template <typename Map>
 uint32_t DirectoryLength(const Map &entries) {
-    return kDirectorySize + kDirectoryEntrySize * static_cast<uint32_t>(entries.size());
+    return kHeaderSize + kEntrySize * static_cast<uint32_t>(entries.size());
 }
 
 // Where the texts stand; equal ones stand once.
@@ -71,7 +70,7 @@ public:
 
     uint32_t Reference(const ResourceId &id) const {
         if (const auto *text = std::get_if<std::u16string>(&id))
-            return kHighBit | places_.at(*text);
+            return kFlag | places_.at(*text);
         return std::get<uint16_t>(id);
     }
 
@@ -155,14 +154,14 @@ LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
     WriteDirectoryHeader(writer, CountTexts(types), types.size());
     for (const auto &[type, type_names] : types) {
         writer.U32(names.Reference(type));
-        writer.U32(kHighBit | target);
+        writer.U32(kFlag | target);
         target += DirectoryLength(type_names);
     }
     for (const auto &[type, type_names] : types) {
         WriteDirectoryHeader(writer, CountTexts(type_names), type_names.size());
         for (const auto &[name, languages] : type_names) {
             writer.U32(names.Reference(name));
-            writer.U32(kHighBit | target);
+            writer.U32(kFlag | target);
             target += DirectoryLength(languages);
         }
     }
@@ -192,11 +191,10 @@ LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
 }
 
 LaidTable LayOut(const ImportTable &table, uint32_t rva, bool is_pe32_plus) {
-    constexpr uint32_t kDescriptorSize = 20;
-    const uint32_t thunk_size = is_pe32_plus ? 8 : 4;
-    const uint64_t by_ordinal = is_pe32_plus ? uint64_t{1} << 63 : uint64_t{1} << 31;
+    const uint32_t thunk_size = ThunkSize(is_pe32_plus);
+    const uint64_t by_ordinal = uint64_t{1} << (8 * thunk_size - 1);
 
-    const auto descriptors_size = kDescriptorSize * (static_cast<uint32_t>(table.modules.size()) + 1);
+    const auto descriptors_size = import_descriptor::kSize * (static_cast<uint32_t>(table.modules.size()) + 1);
     const uint32_t lookup_start = base::AlignUp(descriptors_size, 8);
     uint32_t thunks_size = 0;
     for (const ImportedModule &module : table.modules)
@@ -240,7 +238,6 @@ LaidTable LayOut(const ImportTable &table, uint32_t rva, bool is_pe32_plus) {
 }
 
 LaidTable LayOut(const ExportTable &table, uint32_t rva) {
-    constexpr uint32_t kExportDirectorySize = 40;
     std::map<std::string, uint32_t> named; // sorted, as the loader searches them
     for (std::size_t index = 0; index < table.functions.size(); ++index) {
         if (!table.functions[index].name.empty())
@@ -248,7 +245,7 @@ LaidTable LayOut(const ExportTable &table, uint32_t rva) {
     }
     const auto function_count = static_cast<uint32_t>(table.functions.size());
     const auto name_count = static_cast<uint32_t>(named.size());
-    const uint32_t addresses = kExportDirectorySize;
+    const uint32_t addresses = export_directory::kSize;
     const uint32_t name_pointers = addresses + 4 * function_count;
     const uint32_t ordinals = name_pointers + 4 * name_count;
     const uint32_t texts_rva = rva + ordinals + 2 * name_count;
@@ -283,8 +280,7 @@ LaidTable LayOut(const ExportTable &table, uint32_t rva) {
 }
 
 base::Bytes VersionInfo::Lay() const {
-    constexpr uint32_t kFixedInfoSize = 52;
-    constexpr uint32_t kFixedInfoSignature = 0xFEEF04BD;
+    using namespace version_resource;
     constexpr uint32_t kFixedInfoVersion = 0x10000;
     constexpr uint32_t kFlagsMask = 0x3F;
     constexpr uint32_t kWindows32 = 0x40004;
@@ -306,7 +302,7 @@ base::Bytes VersionInfo::Lay() const {
         writer.U32(kApplication);
         writer.U32(0); // subtype
         writer.U64(0); // date
-        WriteVersionBlock(writer, u"StringFileInfo", 0, true, [&] {
+        WriteVersionBlock(writer, kStringFileInfo, 0, true, [&] {
             const std::u16string table = HexDigits(language, 4) + HexDigits(code_page, 4);
             WriteVersionBlock(writer, table, 0, true, [&] {
                 for (const auto &string : strings) {

@@ -18,16 +18,6 @@ namespace tavrik::pe::builder {
 /** A resource's type or name: a number or a text. */
 using ResourceId = std::variant<uint16_t, std::u16string>;
 
-/** The resource types of Windows that samples use. */
-enum ResourceType : uint16_t {
-    kIconType = 3,
-    kStringType = 6,
-    kRawDataType = 10,
-    kMessageTableType = 11,
-    kVersionType = 16,
-    kManifestType = 24,
-};
-
 inline constexpr uint16_t kEnglish = 0x409;
 
 /** One resource in one language. */

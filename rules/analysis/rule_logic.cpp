@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "base/characters.h"
+#include "pe/format.h"
 #include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
@@ -19,8 +20,6 @@ namespace field = header_field;
 constexpr uint8_t kSizeOfRawData = 3; // section fields
 constexpr uint8_t kSectionCharacteristics = 9;
 
-constexpr uint64_t kDosMagic = 0x5A4D;
-constexpr uint64_t kDosHeaderSize = 0x40;
 constexpr uint64_t kLargestWord = std::numeric_limits<uint32_t>::max();
 constexpr uint64_t kLargestEntropy = 8000; // thousandths
 
@@ -47,9 +46,9 @@ constexpr uint64_t SectionKey(uint16_t selector, uint8_t field) {
 constexpr TraitCondition kTraitConditions[] = {
     {trait::kOverlay, HeaderKey(field::kOverlaySize), Operator::AtLeast, 1},
     {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::Entry), kSectionCharacteristics),
-     Operator::HasBits, 0x80000000},
+     Operator::HasBits, pe::section_flag::kWrite},
     {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::Last), kSectionCharacteristics),
-     Operator::HasBits, 0x20000000},
+     Operator::HasBits, pe::section_flag::kExecute},
     {trait::kNativeCode, HeaderKey(field::kVbNativeCode), Operator::AtLeast, 1},
 };
 
@@ -61,7 +60,7 @@ std::optional<uint64_t> LargestOf(std::span<const Field> fields, uint32_t number
 // What every PE file has for a value; nothing when some files do not have it at all.
 std::optional<ValueSet> InEveryFile(uint64_t key) {
     if (key == HeaderKey(field::kDosMagic))
-        return ValueSet(kDosMagic, kDosMagic);
+        return ValueSet(pe::kDosSignature, pe::kDosSignature);
     // Up to the Characteristics come the DOS header and the file header.
     if (key == HeaderKey(field::kFileSize) || key <= HeaderKey(field::kCharacteristics))
         if (key >= HeaderKey(0))
@@ -374,7 +373,7 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
         const auto found = values_.find(HeaderKey(field::kLfanew));
         if (found != values_.end() && !found->second.IsEmpty()) {
             const uint64_t end = found->second.Greatest();
-            largest = std::min(largest.value_or(UINT64_MAX), end < kDosHeaderSize ? 0 : end - kDosHeaderSize);
+            largest = std::min(largest.value_or(UINT64_MAX), end < pe::kDosHeaderSize ? 0 : end - pe::kDosHeaderSize);
         }
         break;
     }

@@ -13,28 +13,14 @@ namespace field = header_field;
 
 // ---- The optional header --------------------------------------------------------------------------------------------
 
-namespace {
-
-constexpr unsigned kOptionalHeader = 24; // from the PE signature
-
-unsigned PlaceInPe32Plus(unsigned offset) {
-    constexpr unsigned kImageBase = 0x1C;
-    constexpr unsigned kSizeOfStackReserve = 0x48;
-    constexpr unsigned kLoaderFlags = 0x58;
-    if (offset == kImageBase)
-        return 0x18;
-    if (offset >= kLoaderFlags)
-        return offset + 16;
-    return offset >= kSizeOfStackReserve ? 2 * offset - kSizeOfStackReserve : offset;
-}
-
-} // namespace
+using pe::kOptionalHeaderOffset;
+using pe::OffsetInPe32Plus;
 
 Need RuleWriter::NeedOf(uint16_t number) const {
     const Field &field = *FindField(HeaderFields(), number);
     Need need;
     need.end_pe32 = field.offset + unsigned{field.width};
-    need.end_pe32_plus = PlaceInPe32Plus(field.offset) + field.width;
+    need.end_pe32_plus = OffsetInPe32Plus(field.offset) + field.width;
     if (number >= field::kExportTable)
         need.directories = (number - field::kExportTable) / 2u + 1;
     return need;
@@ -42,18 +28,19 @@ Need RuleWriter::NeedOf(uint16_t number) const {
 
 // Where the field stands, from the PE signature.
 std::string RuleWriter::Offset(uint16_t number) const {
-    const unsigned narrow = FindField(HeaderFields(), number)->offset;
-    const unsigned wide = PlaceInPe32Plus(narrow);
-    if (narrow == wide || magic_ == kPe32)
-        return format("0x{:X}", kOptionalHeader + narrow);
-    if (magic_ == kPe32Plus)
-        return format("0x{:X}", kOptionalHeader + wide);
+    const uint16_t offset = FindField(HeaderFields(), number)->offset;
+    const unsigned narrow = offset;
+    const unsigned wide = OffsetInPe32Plus(offset);
+    if (narrow == wide || magic_ == kMagicPe32)
+        return format("0x{:X}", kOptionalHeaderOffset + narrow);
+    if (magic_ == kMagicPe32Plus)
+        return format("0x{:X}", kOptionalHeaderOffset + wide);
     // Bit 0x200 of Magic tells the two layouts apart.
     const auto shift = [&] {
         return format("((uint16(uint32(0x3C) + 0x18) & 0x200) >> 9) * {}",
                       wide > narrow ? wide - narrow : narrow - wide);
     };
-    return format("0x{:X} {} {}", kOptionalHeader + narrow, wide > narrow ? '+' : '-', shift());
+    return format("0x{:X} {} {}", kOptionalHeaderOffset + narrow, wide > narrow ? '+' : '-', shift());
 }
 
 // The field's value, in a file that has what it needs.
@@ -81,9 +68,9 @@ std::string RuleWriter::Guard(const Need &need) const {
     if (need.end_pe32 == 2 && magic_ == 0)
         text = "uint16(uint32(0x3C) + 0x14) >= 2"; // Magic alone, which is there whatever it is
     else if (magic_ != 0)
-        text = layout(magic_, magic_ == kPe32 ? need.end_pe32 : need.end_pe32_plus);
+        text = layout(magic_, magic_ == kMagicPe32 ? need.end_pe32 : need.end_pe32_plus);
     else
-        text = format("({} or {})", layout(kPe32, need.end_pe32), layout(kPe32Plus, need.end_pe32_plus));
+        text = format("({} or {})", layout(kMagicPe32, need.end_pe32), layout(kMagicPe32Plus, need.end_pe32_plus));
     if (need.directories > 0)
         text += format(" and {} >= {}", Value(field::kNumberOfRvaAndSizes), need.directories);
     return text;

@@ -40,14 +40,15 @@ void RuleWriter::Write() {
     RefuseLists();
     for (const HeaderCondition &condition : rule_.header_conditions)
         if (condition.field == field::kBaseOfData)
-            magic_ = kPe32;
+            magic_ = kMagicPe32;
         else if (condition.field == field::kImageBaseHigh)
-            magic_ = kPe32Plus;
+            magic_ = kMagicPe32Plus;
     ForRuns(
         rule_.header_conditions, [](const auto &a, const auto &b) { return a.field == b.field; },
         [&](std::size_t first, std::size_t count) {
             const Test test = TestOf(rule_.header_conditions, first, count);
-            if (rule_.header_conditions[first].field == field::kMagic && (test.Asks(kPe32) || test.Asks(kPe32Plus)))
+            if (rule_.header_conditions[first].field == field::kMagic &&
+                (test.Asks(kMagicPe32) || test.Asks(kMagicPe32Plus)))
                 magic_ = test.values[0];
         });
     WriteHeader();

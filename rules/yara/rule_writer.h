@@ -13,14 +13,14 @@
 #include <utility>
 #include <vector>
 
+#include "pe/format.h"
 #include "rules/model.h"
 #include "rules/yara/conditions.h"
 
 namespace tavrik::rules::yara {
 
-// Magic.
-inline constexpr uint32_t kPe32 = 0x10B;
-inline constexpr uint32_t kPe32Plus = 0x20B;
+using pe::kMagicPe32;
+using pe::kMagicPe32Plus;
 
 /** The order of conditions: what is cheap and rarely met comes first. */
 enum Rank { kRareHeader, kWideHeader, kHeader, kPlainString, kFixedSection, kLoop, kRich, kMeasure };

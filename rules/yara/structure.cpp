@@ -14,8 +14,6 @@ namespace field = header_field;
 
 namespace {
 
-constexpr uint32_t kExecutable = 0x20000000;
-constexpr uint32_t kWritable = 0x80000000;
 constexpr uint32_t kMostModules = 1024; // import descriptors that count
 
 constexpr std::string_view kRichEnd = "(math.min(uint32(0x3C), 0x10000) - 8) \\ 4";
@@ -65,7 +63,7 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
                 Add(rank, false, test.On("uint16(uint32(0x3C) + 0x18)"));
             return;
         }
-        if (number == field::kBaseOfData && magic_ == kPe32Plus)
+        if (number == field::kBaseOfData && magic_ == kMagicPe32Plus)
             Refuse("a condition that is never met");
         return Add(rank, false, test.On(Required(number)));
     case Origin::Derived:
@@ -130,7 +128,7 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
     }
     case field::kImageBaseHigh:
         need_.Add({0x1C + 4, 0x1C + 4, 0});
-        if (magic_ != kPe32Plus)
+        if (magic_ != kMagicPe32Plus)
             Refuse("a condition that is never met");
         return Add(rank, false, test.On("uint32(uint32(0x3C) + 0x34)"));
     case field::kImportModuleCount: {
@@ -207,8 +205,9 @@ void RuleWriter::WriteSectionNames() {
             const std::string header = HeaderOf("i");
             std::string which = Named(header, condition.name);
             if (condition.section != static_cast<uint16_t>(SectionRole::Any))
-                which += format(" and {} & 0x{:X} {} 0", SectionField(header, kCharacteristics), kExecutable,
-                                condition.section == static_cast<uint16_t>(SectionRole::AnyCode) ? "!=" : "==");
+                which +=
+                    format(" and {} & 0x{:X} {} 0", SectionField(header, kCharacteristics), pe::section_flag::kExecute,
+                           condition.section == static_cast<uint16_t>(SectionRole::AnyCode) ? "!=" : "==");
             Add(kLoop, true, format("{}for any i in (0..n - 1) : ({})", is_not ? "not " : "", which));
         });
 }
@@ -233,9 +232,9 @@ void RuleWriter::WriteTraits() {
     if ((traits & trait::kEntryInLast) != 0)
         AddAt(entry, kHeader, [](const Scene &scene) { return scene.index + " == n - 1"; });
     if ((traits & trait::kWritableEntry) != 0)
-        AddAt(entry, kHeader, with_bit(kWritable));
+        AddAt(entry, kHeader, with_bit(pe::section_flag::kWrite));
     if ((traits & trait::kExecutableLast) != 0)
-        AddAt(last, kHeader, with_bit(kExecutable));
+        AddAt(last, kHeader, with_bit(pe::section_flag::kExecute));
     if ((traits & trait::kVirtualSection) != 0)
         Add(kLoop, true,
             format("for any i in (0..n - 1) : ({} == 0 and {} > 0)", SectionField(HeaderOf("i"), kSizeOfRawData),

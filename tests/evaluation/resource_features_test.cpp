@@ -26,8 +26,7 @@ public:
     explicit ResourceFile(pe::builder::Piece piece)
         : bytes_(Build(std::move(piece))), source_(bytes_), features(source_) {}
     explicit ResourceFile(pe::builder::ResourceTable table) : ResourceFile(pe::builder::Piece{std::move(table)}) {}
-    explicit ResourceFile(Bytes tree)
-        : ResourceFile(pe::builder::Piece{std::move(tree), {}, pe::builder::kResourceDirectory}) {}
+    explicit ResourceFile(Bytes tree) : ResourceFile(pe::builder::Piece{std::move(tree), {}, pe::kResourceDirectory}) {}
 
     bool HasText(uint32_t type, uint32_t key, const char *text, uint32_t id = kAnyResource) {
         ResourceString element = {};

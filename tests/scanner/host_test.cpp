@@ -167,7 +167,7 @@ struct Raw {
         image.sections = {
             {.name = ".text", .Characteristics = pe::builder::kCodeSection, .pieces = {{Bytes(0x300, 0xCC)}}},
             {.name = ".data", .pieces = {{Bytes(0x100, 0xDD)}}}};
-        for (uint32_t index = 0; index < pe::builder::kDirectoryCount; ++index)
+        for (uint32_t index = 0; index < pe::kDirectoryCount; ++index)
             image.directories[index] = {.VirtualAddress = 0x100 + index, .Size = 0x200 + index};
         bytes = image.Build().bytes;
         optional = LoadU32(&bytes[kLfanew]) + 24;
