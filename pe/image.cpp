@@ -26,36 +26,48 @@ uint64_t ExtentOf(const SectionHeader &section) {
 } // namespace
 
 Image::Image(base::FileBytes &bytes) : bytes_(bytes) {
-    if (!bytes_.Read(0, dos_header_.data(), dos_header_.size()) || LittleEndian(dos_header_.data(), 2) != kDosSignature)
+    has_dos_header_ = bytes_.Read(0, dos_header_.data(), dos_header_.size()) &&
+                      LittleEndian(dos_header_.data(), sizeof(kDosSignature)) == kDosSignature;
+    if (!has_dos_header_)
         return;
     const uint32_t e_lfanew = LittleEndian(&dos_header_[kLfanewOffset], 4);
-    const uint64_t file_header = uint64_t{e_lfanew} + kFileHeaderOffset;
-    if (bytes_.Get<uint32_t>(e_lfanew) != kPeSignature ||
-        !bytes_.Read(file_header, file_header_.data(), file_header_.size()))
+    has_signature_ = bytes_.Get<uint32_t>(e_lfanew) == kPeSignature;
+    if (!has_signature_)
         return;
-    is_pe_ = true;
-    e_lfanew_ = e_lfanew; // so it never points beyond the file
+    signature_offset_ = e_lfanew;
+    is_pe_ = ReadUpTo(uint64_t{e_lfanew} + kFileHeaderOffset, file_header_) == file_header_.size();
+    if (!is_pe_)
+        return;
 
-    const uint64_t optional_header = file_header + file_header_.size();
+    const uint64_t optional_header = uint64_t{e_lfanew} + kOptionalHeaderOffset;
     const std::size_t optional_size = LittleEndian(&file_header_[file_header::kSizeOfOptionalHeader], 2);
-    optional_length_ = static_cast<std::size_t>(
-        std::min<uint64_t>({optional_size, optional_header_.size(), bytes_.size() - optional_header}));
-    if (!bytes_.Read(optional_header, optional_header_.data(), optional_length_))
-        optional_length_ = 0;
+    optional_in_file_ = ReadUpTo(optional_header, optional_header_);
+    optional_length_ = std::min(optional_size, optional_in_file_);
     is_plus_ = OptionalField(kMagic, kMagicWidth) == kMagicPe32Plus;
     entry_point_ = OptionalField(kAddressOfEntryPoint, 4).value_or(0);
     size_of_headers_ = OptionalField(kSizeOfHeaders, 4).value_or(0);
     image_base_ = OptionalField(kImageBase, 4).value_or(0);
 
-    const uint64_t table = optional_header + optional_size;
-    if (table >= bytes_.size())
-        return;
-    const std::size_t count =
-        static_cast<std::size_t>(std::min<uint64_t>({LittleEndian(&file_header_[file_header::kNumberOfSections], 2),
-                                                     kMostSections, (bytes_.size() - table) / sizeof(SectionHeader)}));
-    sections_.resize(count);
-    if (!bytes_.Read(table, sections_.data(), count * sizeof(SectionHeader)))
-        sections_.clear();
+    section_table_ = optional_header + optional_size;
+    sections_ = ReadSectionTable(
+        section_table_,
+        std::min<std::size_t>(LittleEndian(&file_header_[file_header::kNumberOfSections], 2), kMostSections));
+}
+
+// Fills the block as far as the file goes; returns the bytes read.
+std::size_t Image::ReadUpTo(uint64_t offset, std::span<uint8_t> block) const {
+    const uint64_t rest = offset < size() ? size() - offset : 0;
+    const auto length = static_cast<std::size_t>(std::min<uint64_t>(block.size(), rest));
+    return bytes_.Read(offset, block.data(), length) ? length : 0;
+}
+
+std::vector<SectionHeader> Image::ReadSectionTable(uint64_t table, std::size_t most) const {
+    const uint64_t rest = table < size() ? size() - table : 0;
+    std::vector<SectionHeader> sections(
+        static_cast<std::size_t>(std::min<uint64_t>(most, rest / sizeof(SectionHeader))));
+    if (!bytes_.Read(table, sections.data(), sections.size() * sizeof(SectionHeader)))
+        sections.clear();
+    return sections;
 }
 
 std::optional<uint32_t> Image::DosField(uint16_t offset, uint8_t width) const {

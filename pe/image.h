@@ -17,13 +17,14 @@ namespace tavrik::pe {
 /** Section headers beyond these do not count. */
 inline constexpr std::size_t kMostSections = 512;
 
-/** The headers, read once. Nothing is allocated but for the sections. */
+/** The headers, read once for rules and locators. Nothing is allocated but for the sections. */
 class Image {
 public:
     /** Reads the headers of a file of any content; `bytes` must outlive the object. */
     explicit Image(base::FileBytes &bytes);
 
-    /** Whether the file is a PE file with a whole file header. Otherwise everything else is absent. */
+    /** Whether the file is a PE file with a whole file header. Otherwise every field, directory and section is absent.
+     */
     bool IsPe() const { return is_pe_; }
 
     /** Whether the optional header is that of a 64-bit image. */
@@ -42,7 +43,7 @@ public:
     std::optional<uint32_t> ImageBaseHigh() const;
 
     /** Fields that others build on; absent ones are 0. */
-    uint32_t e_lfanew() const { return e_lfanew_; }
+    uint32_t e_lfanew() const { return is_pe_ ? signature_offset_ : 0; } // not beyond the file
     uint32_t AddressOfEntryPoint() const { return entry_point_; }
     uint32_t SizeOfHeaders() const { return size_of_headers_; }
     uint32_t ImageBase() const { return image_base_; }
@@ -63,18 +64,47 @@ public:
     std::optional<uint64_t> OffsetOfRva(uint32_t rva) const;
     std::optional<uint64_t> OffsetOfAddress(uint32_t address) const;
 
+    // What the fields above are cut from, for readers with other bounds.
+
+    /** Whether a whole DOS header with its signature is there, and the PE signature where it points to. */
+    bool HasDosHeader() const { return has_dos_header_; }
+    bool HasSignature() const { return has_signature_; }
+
+    /** The file offset of the PE signature; 0 without one. */
+    uint32_t SignatureOffset() const { return signature_offset_; }
+
+    /** The bytes at the places of the file header and of the optional header, whatever SizeOfOptionalHeader says; zeros
+     * where the file ends. */
+    std::span<const uint8_t, kFileHeaderSize> FileHeaderBytes() const { return file_header_; }
+    std::span<const uint8_t, WholeOptionalHeaderSize(true)> OptionalHeaderBytes() const { return optional_header_; }
+
+    /** How many of OptionalHeaderBytes() are in the file. */
+    std::size_t OptionalBytesInFile() const { return optional_in_file_; }
+
+    /** The file offset after SizeOfOptionalHeader bytes of the optional header; 0 when IsPe() is false. */
+    uint64_t SectionTableOffset() const { return section_table_; }
+
+    /** Reads a section table at a file offset: the headers that lie in the file as a whole, at most `most`. */
+    std::vector<SectionHeader> ReadSectionTable(uint64_t table, std::size_t most) const;
+
 private:
+    std::size_t ReadUpTo(uint64_t offset, std::span<uint8_t> block) const;
+
     base::FileBytes &bytes_;
+    bool has_dos_header_ = false;
+    bool has_signature_ = false;
     bool is_pe_ = false;
     bool is_plus_ = false;
-    uint32_t e_lfanew_ = 0;
+    uint32_t signature_offset_ = 0;
     uint32_t entry_point_ = 0;
     uint32_t size_of_headers_ = 0;
     uint32_t image_base_ = 0;
     std::array<uint8_t, kDosHeaderSize> dos_header_ = {};
     std::array<uint8_t, kFileHeaderSize> file_header_ = {};
     std::array<uint8_t, WholeOptionalHeaderSize(true)> optional_header_ = {};
+    std::size_t optional_in_file_ = 0;
     std::size_t optional_length_ = 0; // bytes of it that count
+    uint64_t section_table_ = 0;
     std::vector<SectionHeader> sections_;
 };
 

@@ -102,7 +102,7 @@ void WriteFinding(std::string &text, const std::optional<Finding> &finding, bool
 
 } // namespace
 
-Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image) {
+Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &source, const HostRecords &records) {
     const LocatorInfo &info = kLocatorInfo[entry];
     Explanation explanation;
     std::string &text = explanation.text;
@@ -112,19 +112,19 @@ Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &sour
         return explanation;
 
     const tavrik2::GateView gate = tavrik2::GateOf(entry);
-    const std::size_t candidates = LooksAtFirstSection(gate) ? image.first_sections.size() : 1;
-    for (const SectionHeader &first_section : std::span(image.first_sections).first(candidates)) {
+    const std::size_t candidates = LooksAtFirstSection(gate) ? records.first_sections.size() : 1;
+    for (const SectionHeader &first_section : std::span(records.first_sections).first(candidates)) {
         ModuleStream stream(source);
         const tavrik2::TargetFile file = {
-            stream.stream(),        ModuleStream::handle(), static_cast<int32_t>(source.size()),
-            image.data_dirs.data(), &image.file_header,     &image.opt_header,
-            &first_section,         &image.last_section,    image.entry_code.data()};
+            stream.stream(),          ModuleStream::handle(), static_cast<int32_t>(source.size()),
+            records.data_dirs.data(), &records.file_header,   &records.opt_header,
+            &first_section,           &records.last_section,  records.entry_code.data()};
         text += '\n';
         if (candidates > 1)
             text += fmt::format("With the first section {}:\n", SectionText(first_section));
         const GateNode judged = JudgeGate(gate, file);
         Printer(text).Write(judged, 0);
-        const std::optional<Finding> finding = RunLocator(module, entry, source, image, first_section);
+        const std::optional<Finding> finding = RunLocator(module, entry, source, records, first_section);
         text += '\n';
         WriteFinding(text, finding, judged.holds);
         explanation.found = explanation.found || finding.has_value();

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "scanner/host_records.h"
 #include "scanner/module.h"
-#include "scanner/pe_image.h"
 
 namespace tavrik::scanner {
 
@@ -16,9 +16,9 @@ struct Explanation {
     bool found = false;
 };
 
-/** Shows the gate of `entry` (below LOCATOR_COUNT) next to the values of `image`, once for each candidate for the first
- * section if the gate depends on it, and what the module's locator then finds in `source`. */
-Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image);
+/** Shows the gate of `entry` (below LOCATOR_COUNT) next to the values of `records`, once for each candidate for the
+ * first section if the gate depends on it, and what the module's locator then finds in `source`. */
+Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &source, const HostRecords &records);
 
 } // namespace tavrik::scanner
 

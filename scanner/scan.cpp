@@ -14,24 +14,24 @@
 
 namespace tavrik::scanner {
 
-std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image,
-                                  const SectionHeader &first_section) {
+std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::ByteSource &source,
+                                  const HostRecords &records, const SectionHeader &first_section) {
     ModuleStream stream(source);
     LocatorResult result = {};
     const PayloadLocator locator = module.locators()[entry].locator;
     const int found = locator(stream.stream(), stream.handle(), static_cast<int32_t>(source.size()),
-                              image.data_dirs.data(), &image.file_header, &image.opt_header, &first_section,
-                              &image.last_section, image.entry_code.data(), &result);
+                              records.data_dirs.data(), &records.file_header, &records.opt_header, &first_section,
+                              &records.last_section, records.entry_code.data(), &result);
     if (found == 0)
         return std::nullopt;
     return Finding{entry, result.kind, result.offset, result.size};
 }
 
-std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const PeImage &image) {
+std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const HostRecords &records) {
     std::vector<Finding> findings;
     for (uint32_t entry = 0; entry < module.locators().size(); ++entry)
-        for (const SectionHeader &first_section : image.first_sections) {
-            const std::optional<Finding> finding = RunLocator(module, entry, source, image, first_section);
+        for (const SectionHeader &first_section : records.first_sections) {
+            const std::optional<Finding> finding = RunLocator(module, entry, source, records, first_section);
             if (finding && std::find(findings.begin(), findings.end(), *finding) == findings.end())
                 findings.push_back(*finding);
         }
@@ -87,30 +87,31 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, Profile *pro
         const StepTimer timer(profile, Step::Sha256);
         report.sha256 = base::Sha256Of(source);
     }
+    std::optional<evaluation::Features> features;
     PeResult pe;
     {
         const StepTimer timer(profile, Step::Headers);
-        pe = ParsePe(source);
+        pe = MakeHostRecords(features.emplace(source).image(), source);
     }
     if (pe.status == PeStatus::ReadFailed)
         return fail(pe.text);
     report.status = pe.status == PeStatus::NotPe ? ScanStatus::NotPe : ScanStatus::Scanned;
     if (pe.status == PeStatus::NotPe)
         return;
-    Detect(source, report, profile);
+    Detect(*features, source, report, profile);
     if (!source.error().empty())
         return fail(source.error());
     if (source.size() > kLargestFile)
         return fail(TooLargeText(source.size()));
     const StepTimer timer(profile, Step::Locators);
-    report.findings = RunLocators(module_, source, pe.image);
+    report.findings = RunLocators(module_, source, pe.records);
     if (!source.error().empty())
         fail(source.error());
 }
 
-void Scanner::Detect(base::ByteSource &source, FileReport &report, Profile *profile) const {
+void Scanner::Detect(evaluation::Features &features, const base::ByteSource &source, FileReport &report,
+                     Profile *profile) const {
     const StepTimer rules_timer(profile, Step::Rules);
-    evaluation::Features features(source);
     const std::vector<uint32_t> matches = index_.Match(features, profile);
     // What could not be read counts as not there, which some rules ask for: such matches mean nothing.
     if (!source.error().empty())

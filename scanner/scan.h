@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "base/byte_source.h"
+#include "evaluation/features.h"
 #include "evaluation/rule_index.h"
+#include "scanner/host_records.h"
 #include "scanner/module.h"
-#include "scanner/pe_image.h"
 
 namespace tavrik::scanner {
 
@@ -84,7 +85,8 @@ public:
 
 private:
     void Examine(base::ByteSource &source, FileReport &report, Profile *profile) const;
-    void Detect(base::ByteSource &source, FileReport &report, Profile *profile) const;
+    void Detect(evaluation::Features &features, const base::ByteSource &source, FileReport &report,
+                Profile *profile) const;
 
     const Module &module_;
     ScanSettings settings_;
@@ -94,13 +96,13 @@ private:
 /** The detection name of a rule. */
 std::string_view DetectionName(const HeuristicRule &rule);
 
-/** Calls one locator with `image` and the candidate `first_section`, on a stream of its own over `source`. */
-std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::ByteSource &source, const PeImage &image,
-                                  const SectionHeader &first_section);
+/** Calls one locator with `records` and the candidate `first_section`, on a stream of its own over `source`. */
+std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::ByteSource &source,
+                                  const HostRecords &records, const SectionHeader &first_section);
 
 /** Calls every locator with every candidate for the first section. Returns the distinct findings in the table's order.
  * The source must not be larger than kLargestFile. */
-std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const PeImage &image);
+std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const HostRecords &records);
 
 /** The error text for a file of `size` bytes that is too large for the locators. */
 std::string TooLargeText(uint64_t size);

@@ -93,21 +93,21 @@ struct Answer {
 
 Answer ExplainFile(const scanner::Module &module, const Subjects &subjects, const fs::path &file) {
     base::FileSource source(file);
-    const scanner::PeResult pe = scanner::ParsePe(source);
+    evaluation::Features features(source);
+    const scanner::PeResult pe = scanner::MakeHostRecords(features.image(), source);
     if (pe.status != scanner::PeStatus::Parsed)
         throw base::Error(file, pe.status == scanner::PeStatus::NotPe ? pe.text + "; name a PE file" : pe.text);
     if (source.size() > scanner::kLargestFile && subjects.entry)
         throw base::Error(file, scanner::TooLargeText(source.size()));
     Answer answer;
     answer.text = fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", base::PrintablePath(file),
-                              source.size(), pe.image.is_pe32_plus ? "PE32+" : "PE32", pe.image.sections.size(),
-                              uint16_t{pe.image.file_header.NumberOfSections});
+                              source.size(), pe.records.is_pe32_plus ? "PE32+" : "PE32", pe.records.sections.size(),
+                              uint16_t{pe.records.file_header.NumberOfSections});
     if (subjects.entry) {
-        const scanner::Explanation explanation = scanner::Explain(module, *subjects.entry, source, pe.image);
+        const scanner::Explanation explanation = scanner::Explain(module, *subjects.entry, source, pe.records);
         answer.text += explanation.text;
         answer.found = explanation.found;
     }
-    evaluation::Features features(source);
     for (const HeuristicRule *rule : subjects.rules) {
         const evaluation::RuleExplanation explanation = evaluation::ExplainRule(*rule, features);
         answer.text += '\n' + explanation.text + '\n' + Verdict(explanation, *rule, module, file);

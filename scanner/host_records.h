@@ -1,6 +1,6 @@
-/* The headers of a PE file, parsed into the records that the module receives. */
-#ifndef TAVRIK_SCANNER_PE_IMAGE_H
-#define TAVRIK_SCANNER_PE_IMAGE_H
+/* The records that the locators receive, made from a file's headers. */
+#ifndef TAVRIK_SCANNER_HOST_RECORDS_H
+#define TAVRIK_SCANNER_HOST_RECORDS_H
 
 #include <array>
 #include <cstdint>
@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "base/byte_source.h"
+#include "pe/image.h"
 #include "tavrik2/payload_locator.h"
 
 namespace tavrik::scanner {
 
-/** A PE file's headers. What a truncated file does not have is zero. */
-struct PeImage {
+/** What a file's headers say to the locators. What a truncated file does not have is zero. */
+struct HostRecords {
     uint64_t file_size = 0;
     bool is_pe32_plus = false;
 
@@ -44,7 +45,7 @@ struct PeImage {
     std::optional<uint32_t> FileOffset(uint32_t rva) const;
 };
 
-/** How parsing ended. */
+/** How making the records ended. */
 enum class PeStatus {
     Parsed,
     NotPe,     // no DOS header, or no PE signature where it points to
@@ -53,14 +54,18 @@ enum class PeStatus {
 
 struct PeResult {
     PeStatus status = PeStatus::NotPe;
-    std::string text; // why there is no image; "" when there is one
-    PeImage image;
+    std::string text; // why there are no records; "" when there are
+    HostRecords records;
 };
 
-/** Parses the headers of a file of any content. A file that begins with a DOS header and has a PE signature is taken as
- * PE, however little of it is there and whatever its fields say; any optional-header magic but that of PE32+ is taken
- * as PE32. */
-PeResult ParsePe(base::ByteSource &source);
+/** The records of a file of any content, from the headers that rules are asked with too. `source` is the one that
+ * `image` reads; its error decides between the failures.
+ *
+ * The locators see a file otherwise than the rules: a file with a PE signature counts as PE, however little of it is
+ * there and whatever its fields say; any optional-header magic but that of PE32+ counts as PE32; the optional header is
+ * read whole whatever its declared size; no bound but the file's end limits the sections; addresses are mapped as the
+ * module maps them. */
+PeResult MakeHostRecords(const pe::Image &image, const base::ByteSource &source);
 
 } // namespace tavrik::scanner
 
