@@ -9,10 +9,9 @@
 
 namespace tavrik::evaluation {
 
-using rules::MeasureRegion;
 using rules::Origin;
+using rules::RegionKind;
 using rules::SectionRole;
-using rules::StringKind;
 
 namespace {
 
@@ -240,73 +239,40 @@ base::Region Features::ResourceData(std::size_t resource) {
 }
 
 base::Region Features::StringRegion(const StringFeature &string) {
-    // Most regions are those of measures too.
-    const auto measured = [this](MeasureRegion region) { return MeasuredRegion(static_cast<uint8_t>(region), 0); };
-    const auto of_role = [this](SectionRole role) { return RawDataOf(SectionOf(static_cast<uint16_t>(role))); };
-    if (string.string_kind == 0 || string.string_kind > rules::kMaxStringKind)
-        return {};
-    switch (static_cast<StringKind>(rules::ForwardKind(string.string_kind))) {
-    case StringKind::File:
-        return measured(MeasureRegion::File);
-    case StringKind::Headers:
-        return measured(MeasureRegion::Headers);
-    case StringKind::Overlay:
-        return measured(MeasureRegion::Overlay);
-    case StringKind::EntryCode:
-        return measured(MeasureRegion::EntryCode);
-    case StringKind::EntrySection:
-        return of_role(SectionRole::Entry);
-    case StringKind::LastSection:
-        return of_role(SectionRole::Last);
-    case StringKind::CodeSection:
-        return of_role(SectionRole::Code);
-    case StringKind::NamedSection:
+    const rules::CodedRegion region = rules::RegionOfString(string.string_kind);
+    if (region.kind == RegionKind::NamedSection)
         return string.string_section == nullptr
                    ? base::Region{}
                    : SectionNamed({string.string_section,
                                    std::min<std::size_t>(string.string_section_length, rules::kMaxSectionName)});
-    case StringKind::IndexedSection:
-        return RawDataOf(string.param_d);
-    case StringKind::ResourceSection:
-        return of_role(SectionRole::Resource);
-    case StringKind::ImportSection:
-        return of_role(SectionRole::Import);
-    case StringKind::ResourceData:
-        return ResourceData(string.param_d);
-    case StringKind::ExportSection:
-        return of_role(SectionRole::Export);
-    case StringKind::LargestSection:
-        return of_role(SectionRole::Largest);
-    case StringKind::DosStub:
-        return measured(MeasureRegion::DosStub);
-    case StringKind::VisualBasic:
-        return measured(MeasureRegion::VisualBasic);
-    default:
-        return {};
-    }
+    return RegionAt(region, string.param_d);
 }
 
 base::Region Features::MeasuredRegion(uint8_t code, uint8_t index) {
-    constexpr auto kFirst = static_cast<uint8_t>(MeasureRegion::FirstRole);
-    if (code >= kFirst && code <= static_cast<uint8_t>(MeasureRegion::LastRole))
-        return RawDataOf(SectionOf(static_cast<uint16_t>(kFirstRole + code - kFirst)));
-    switch (static_cast<MeasureRegion>(code)) {
-    case MeasureRegion::IndexedSection:
-        return RawDataOf(index);
-    case MeasureRegion::File:
+    return RegionAt(rules::RegionOfMeasure(code), index);
+}
+
+// Where a region is; `index` is the position of a section or resource. Named sections are found by SectionNamed().
+base::Region Features::RegionAt(rules::CodedRegion region, uint8_t index) {
+    switch (region.kind) {
+    case RegionKind::File:
         return {0, image_.size()};
-    case MeasureRegion::Headers:
+    case RegionKind::Headers:
         return {0, std::min<uint64_t>(image_.SizeOfHeaders(), image_.size())};
-    case MeasureRegion::Overlay:
+    case RegionKind::Overlay:
         return {OverlayOffset(), image_.size() - OverlayOffset()};
-    case MeasureRegion::EntryCode:
+    case RegionKind::EntryCode:
         return EntryCode();
-    case MeasureRegion::ResourceData:
+    case RegionKind::RoleSection:
+        return RawDataOf(SectionOf(static_cast<uint16_t>(region.role)));
+    case RegionKind::IndexedSection:
+        return RawDataOf(index);
+    case RegionKind::ResourceData:
         return ResourceData(index);
-    case MeasureRegion::DosStub:
+    case RegionKind::DosStub:
         return image_.e_lfanew() > kDosHeaderSize ? base::Region{kDosHeaderSize, image_.e_lfanew() - kDosHeaderSize}
                                                   : base::Region{};
-    case MeasureRegion::VisualBasic:
+    case RegionKind::VisualBasic:
         return Vb().region();
     default:
         return {};

@@ -19,6 +19,7 @@
 #include "pe/image.h"
 #include "pe/import_table.h"
 #include "pe/resource_tree.h"
+#include "rules/regions.h"
 #include "tavrik2/heuristic_rule.h"
 
 namespace tavrik::evaluation {
@@ -94,6 +95,7 @@ private:
     std::optional<std::size_t> FindRole(uint16_t role);
     base::Region RawDataOf(std::optional<std::size_t> section) const;
     base::Region SectionNamed(std::string_view name) const;
+    base::Region RegionAt(rules::CodedRegion region, uint8_t index);
     base::Region EntryCode();
     base::Region ResourceData(std::size_t resource);
     uint64_t OverlayOffset() const;

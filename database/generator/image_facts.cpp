@@ -12,10 +12,9 @@ namespace {
 
 using rules::FindField;
 using rules::HeaderFields;
-using rules::MeasureRegion;
 using rules::Origin;
+using rules::RegionKind;
 using rules::SectionRole;
-using rules::StringKind;
 
 using pe::kFileHeaderOffset;
 using pe::kOptionalHeaderOffset;
@@ -324,71 +323,58 @@ Stretch ImageFacts::RawData(uint32_t section) const {
 }
 
 Stretch ImageFacts::StringRegion(uint8_t kind, uint32_t index, const std::string &name) const {
+    return RegionAt(rules::RegionOfString(kind), index, name);
+}
+
+Stretch ImageFacts::MeasureRegion(uint8_t code, uint32_t index) const {
+    return RegionAt(rules::RegionOfMeasure(code), index, {});
+}
+
+Stretch ImageFacts::RegionAt(rules::CodedRegion region, uint32_t index, const std::string &name) const {
     const auto section = [&](std::optional<uint32_t> position) { return position ? RawData(*position) : Stretch{}; };
-    const auto role = [&](SectionRole selector) { return section(SectionOf(static_cast<uint16_t>(selector))); };
     const auto size = static_cast<uint32_t>(file_.size());
     const Stretch headers = {0, std::min(Header(field::kSizeOfHeaders).value_or(0), size)};
-    switch (static_cast<StringKind>(rules::ForwardKind(kind))) {
-    case StringKind::File:
+    switch (region.kind) {
+    case RegionKind::None:
+        return {};
+    case RegionKind::File:
         return {0, size};
-    case StringKind::Headers:
+    case RegionKind::Headers:
         return headers;
-    case StringKind::Overlay:
+    case RegionKind::Overlay:
         return {OverlayOffset(), size - OverlayOffset()};
-    case StringKind::EntryCode: {
+    case RegionKind::EntryCode: {
         const auto entry = Derived(field::kEntryPointOffset);
-        if (!entry)
-            return {};
-        const Stretch around = Derived(field::kEntryPointSection) ? role(SectionRole::Entry) : headers;
-        return {*entry, around.offset + around.size - *entry};
+        const auto holding = Derived(field::kEntryPointSection);
+        const Stretch around = holding ? RawData(*holding) : headers;
+        return entry ? Stretch{*entry, around.offset + around.size - *entry} : Stretch{};
     }
-    case StringKind::EntrySection:
-        return role(SectionRole::Entry);
-    case StringKind::LastSection:
-        return role(SectionRole::Last);
-    case StringKind::CodeSection:
-        return role(SectionRole::Code);
-    case StringKind::NamedSection:
+    case RegionKind::RoleSection:
+        return section(SectionOf(static_cast<uint16_t>(region.role)));
+    case RegionKind::IndexedSection:
+        return index < sections_.size() ? RawData(index) : Stretch{};
+    case RegionKind::NamedSection:
         for (uint32_t i = 0; i < sections_.size(); ++i)
             if (SectionName(i) == name)
                 return RawData(i);
         return {};
-    case StringKind::IndexedSection:
-        return index < sections_.size() ? RawData(index) : Stretch{};
-    case StringKind::ResourceSection:
-        return role(SectionRole::Resource);
-    case StringKind::ImportSection:
-        return role(SectionRole::Import);
-    case StringKind::ResourceData:
+    case RegionKind::ResourceData:
         return index < resources_.size() ? resources_[index].data : Stretch{};
-    case StringKind::ExportSection:
-        return role(SectionRole::Export);
-    case StringKind::LargestSection:
-        return role(SectionRole::Largest);
-    case StringKind::DosStub:
+    case RegionKind::DosStub:
         return headers_ > pe::kDosHeaderSize ? Stretch{pe::kDosHeaderSize, headers_ - pe::kDosHeaderSize} : Stretch{};
-    case StringKind::VisualBasic: {
-        if (vb_header_ == 0)
-            return {};
-        for (uint32_t i = 0; i < sections_.size(); ++i) {
-            const Stretch raw = RawData(i);
-            if (vb_header_ >= raw.offset && vb_header_ - raw.offset < raw.size)
-                return {vb_header_, raw.offset + raw.size - vb_header_};
-        }
-        return {};
-    }
+    case RegionKind::VisualBasic:
+        return VisualBasicRegion();
     }
     return {};
 }
 
-Stretch ImageFacts::MeasureRegion(uint8_t code, uint32_t index) const {
-    const auto first_role = static_cast<uint8_t>(rules::MeasureRegion::FirstRole);
-    if (code >= first_role && code <= static_cast<uint8_t>(rules::MeasureRegion::LastRole)) {
-        const auto section = SectionOf(static_cast<uint16_t>(rules::kFirstSectionRole + code - first_role));
-        return section ? RawData(*section) : Stretch{};
+Stretch ImageFacts::VisualBasicRegion() const {
+    for (uint32_t i = 0; i < sections_.size() && vb_header_ != 0; ++i) {
+        const Stretch raw = RawData(i);
+        if (vb_header_ >= raw.offset && vb_header_ - raw.offset < raw.size)
+            return {vb_header_, raw.offset + raw.size - vb_header_};
     }
-    const rules::Region *region = rules::FindMeasureRegion(code);
-    return StringRegion(region->string_kind, index, {});
+    return {};
 }
 
 void ImageFacts::ReadImports() {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "rules/names.h"
+#include "rules/regions.h"
 #include "tavrik2/section_header.h"
 
 namespace tavrik::generator {
@@ -91,6 +92,8 @@ private:
     std::optional<uint32_t> OptionalField(const rules::Field &field) const;
     std::optional<uint32_t> SectionHolding(std::optional<uint32_t> rva) const;
     uint32_t OverlayOffset() const;
+    Stretch RegionAt(rules::CodedRegion region, uint32_t index, const std::string &name) const;
+    Stretch VisualBasicRegion() const;
     std::optional<uint32_t> Required(uint32_t field) const { return Header(field); }
     std::string TextAt(uint32_t offset) const;
     void ReadImports();

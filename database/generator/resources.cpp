@@ -8,12 +8,15 @@
 #include "database/generator/names.h"
 #include "pe/format.h"
 #include "rules/names.h"
+#include "rules/regions.h"
 
 namespace tavrik::generator {
 namespace {
 
 using pe::builder::Resource;
 using pe::builder::ResourceId;
+using rules::RegionKind;
+using rules::SectionRole;
 
 using pe::builder::kEnglish;
 
@@ -46,11 +49,11 @@ public:
 
 private:
     bool NeedsSome() {
-        const auto reads_resources = [](uint8_t kind) { return kind == 19 || kind == 20 || kind == 23 || kind == 24; };
-        return std::ranges::any_of(plan_.string_kinds, reads_resources) ||
-               std::ranges::any_of(plan_.measure_regions,
-                                   [](uint8_t region) { return region == 66 || region == 76; }) ||
-               random_.Chance(60);
+        constexpr auto kIsOfResources = [](rules::CodedRegion region) {
+            return region.kind == RegionKind::ResourceData || region.role == SectionRole::Resource;
+        };
+        return std::ranges::any_of(plan_.string_kinds, kIsOfResources, rules::RegionOfString) ||
+               std::ranges::any_of(plan_.measure_regions, kIsOfResources, rules::RegionOfMeasure) || random_.Chance(60);
     }
 
     bool Add(ResourceId type, ResourceId name, uint16_t language, base::Bytes data) {

@@ -1,15 +1,18 @@
 #include "database/generator/vb_project.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string>
+#include <string_view>
 
 #include "database/generator/names.h"
+#include "pe/builder/tables.h"
+#include "rules/names.h"
+#include "rules/numbers.h"
 
 namespace tavrik::generator {
 namespace {
 
 constexpr uint32_t kSignature = 0x21354256;
-constexpr uint32_t kEnglish = 0x409;
 constexpr uint32_t kOtherLanguages[] = {0x804, 0x419, 0x416, 0x407, 0x40C, 0x41F};
 
 constexpr uint32_t kHeaderSize = 0x68;
@@ -23,6 +26,9 @@ constexpr uint32_t kObjectSize = 0x30;
 constexpr uint32_t kObjectInfoSize = 56;
 constexpr uint32_t kObjectOptionalSize = 64;
 
+constexpr uint32_t kEntrySize = 16; // room for the entry code
+
+constexpr uint32_t kReserved = 0xFFFFFFFF;
 constexpr uint32_t kFormType = 0x18083; // has optional information
 constexpr uint32_t kModuleType = 0x18001;
 constexpr uint32_t kMostObjects = 40;
@@ -47,23 +53,35 @@ public:
         return address_ + content_.marks.back().offset;
     }
 
-    void Word(uint32_t structure, uint32_t offset, uint32_t value) {
-        Put(structure + offset, static_cast<uint16_t>(value));
+    // Writes a field of the structure at `structure`, by its name in the header conditions or in the object fields.
+    void Set(uint32_t structure, std::string_view name, uint32_t value) {
+        SetField(structure, rules::FindField(rules::HeaderFields(), name), value);
     }
-    void Long(uint32_t structure, uint32_t offset, uint32_t value) { Put(structure + offset, value); }
+    void SetOfObject(uint32_t structure, std::string_view name, uint32_t value) {
+        SetField(structure, rules::FindField(rules::ObjectFields(), name), value);
+    }
 
-    void Uuid(uint32_t structure, uint32_t offset) {
-        for (uint32_t i = 0; i < 16; i += 4)
-            Long(structure, offset + i, random_.Next32());
+    // The four words of an identifier: `name` and an index.
+    void SetUuid(uint32_t structure, const std::string &name) {
+        for (uint32_t i = 0; i < 4; ++i)
+            Set(structure, name + '[' + std::to_string(i) + ']', random_.Next32());
     }
+
+    // What no condition can ask for.
+    void SetLong(uint32_t address, uint32_t value) { Put(address, value, sizeof value); }
+    void SetByte(uint32_t address, uint8_t value) { Put(address, value, sizeof value); }
 
     // Some address in the project's own code or data.
     uint32_t Somewhere() { return address_ + random_.Below(0x2000U); }
 
 private:
-    template <typename Value>
-    void Put(uint32_t address, Value value) {
-        std::memcpy(content_.bytes.data() + (address - address_), &value, sizeof value);
+    void SetField(uint32_t structure, const rules::Field *field, uint32_t value) {
+        Put(structure + field->offset, value, field->width);
+    }
+
+    void Put(uint32_t address, uint32_t value, std::size_t width) {
+        for (std::size_t i = 0; i < width; ++i)
+            content_.bytes.at(address - address_ + i) = static_cast<uint8_t>(value >> 8 * i);
     }
 
     Content &content_;
@@ -95,187 +113,260 @@ std::vector<VbObject> ChooseObjects(const RulePlan &plan, Random &random) {
     return objects;
 }
 
+class Maker {
+public:
+    Maker(const RulePlan &plan, const std::string &family, uint32_t address, Random &random)
+        : plan_(plan), family_(family), address_(address), random_(random), layout_(project_.content, address, random) {
+    }
+
+    VbProject Make() {
+        const uint32_t thunks = random_.Between(6, 24);
+        project_.objects = ChooseObjects(plan_, random_);
+        object_count_ = static_cast<uint32_t>(project_.objects.size());
+        forms_ = static_cast<uint32_t>(std::ranges::count_if(project_.objects, &VbObject::is_form));
+        externals_ = random_.Chance(25) ? random_.Between(24, kMostExternals) : random_.Below(9U);
+        is_native_ = (plan_.traits & rules::trait::kNativeCode) != 0 || random_.Chance(50);
+        WriteJumps(thunks);
+        const uint32_t entry = layout_.Reserve(kEntrySize);
+        ReserveStructures();
+        language_ = random_.Chance(85) ? pe::builder::kEnglish : random_.Pick(kOtherLanguages);
+        WriteEntry(entry);
+        WriteHeader();
+        WriteProject();
+        WriteObjectTable();
+        WriteComData();
+        WriteProject2();
+        for (uint32_t i = 0; i < forms_; ++i)
+            WriteForm(form_table_ + kFormSize * i, i);
+        for (uint32_t i = 0; i < externals_; ++i)
+            WriteExternal(i);
+        for (uint32_t i = 0; i < object_count_; ++i)
+            WriteObject(i);
+        return std::move(project_);
+    }
+
+private:
+    // Jumps to the runtime, through the import addresses at the section's start.
+    void WriteJumps(uint32_t count) {
+        Bytes &bytes = project_.content.bytes;
+        for (uint32_t i = 0; i < count; ++i) {
+            bytes.insert(bytes.end(), {0xFF, 0x25});
+            const uint32_t thunk = address_ + 4 * i;
+            for (uint32_t shift = 0; shift < 32; shift += 8)
+                bytes.push_back(static_cast<uint8_t>(thunk >> shift));
+        }
+    }
+
+    void ReserveStructures() {
+        header_ = layout_.Reserve(kHeaderSize);
+        info_ = layout_.Reserve(kProjectSize);
+        table_ = layout_.Reserve(kObjectTableSize);
+        com_ = layout_.Reserve(kComDataSize);
+        project2_ = layout_.Reserve(kProject2Size);
+        form_table_ = layout_.Reserve(kFormSize * forms_);
+        external_table_ = layout_.Reserve(kExternalSize * std::max(externals_, 1U));
+        objects_ = layout_.Reserve(kObjectSize * object_count_);
+    }
+
+    // Push the header's address, call the runtime by the first jump.
+    void WriteEntry(uint32_t entry) {
+        constexpr uint8_t kPush = 0x68;
+        constexpr uint8_t kCall = 0xE8;
+        constexpr uint32_t kEnd = 10; // of both instructions
+        project_.entry = entry - address_;
+        layout_.SetByte(entry, kPush);
+        layout_.SetLong(entry + 1, header_);
+        layout_.SetByte(entry + 5, kCall);
+        layout_.SetLong(entry + 6, 0 - (project_.entry + kEnd));
+    }
+
+    void WriteHeader() {
+        constexpr uint32_t kLanguageLibrary = 6; // offset of a text: "*" for none
+        layout_.Set(header_, "VB.Signature", kSignature);
+        layout_.Set(header_, "VB.RuntimeBuild", 0x1000 + random_.Below(0x600U));
+        layout_.SetByte(header_ + kLanguageLibrary, '*');
+        layout_.Set(header_, "VB.RuntimeRevision", random_.Below(16U));
+        layout_.Set(header_, "VB.LCID", language_);
+        layout_.Set(header_, "VB.SecondLCID", random_.Chance(70) ? 0U : pe::builder::kEnglish);
+        layout_.Set(header_, "VB.SubMain", random_.Chance(50) ? layout_.Somewhere() : 0);
+        layout_.Set(header_, "VB.ProjectData", info_);
+        layout_.Set(header_, "VB.IntrinsicControls", 0x30F000 | random_.Below(0x1000U));
+        layout_.Set(header_, "VB.IntrinsicControls2", 0xFFFFFF00);
+        layout_.Set(header_, "VB.ThreadFlags", 8);
+        layout_.Set(header_, "VB.ThreadCount", plan_.vb_thread_count == CountedTest::Other ? random_.Between(2, 6) : 1);
+        layout_.Set(header_, "VB.FormCount", forms_);
+        layout_.Set(header_, "VB.ExternalCount", externals_);
+        layout_.Set(header_, "VB.ThunkCount", random_.Between(0xE0, 0x1F0));
+        layout_.Set(header_, "VB.FormTable", form_table_);
+        layout_.Set(header_, "VB.ExternalTable", external_table_);
+        layout_.Set(header_, "VB.ComRegisterData", com_);
+        constexpr uint32_t kDescription = 0x78; // into the header, as the runtime writes it
+        layout_.Set(header_, "VB.ProjectDescription", kDescription);
+        layout_.Set(header_, "VB.ProjectExeName", kDescription + random_.Between(6, 20));
+        layout_.Set(header_, "VB.ProjectHelpFile", kDescription + random_.Between(21, 40));
+        layout_.Set(header_, "VB.ProjectName", kDescription + random_.Between(41, 60));
+    }
+
+    void WriteProject() {
+        layout_.Set(info_, "VB.Project.Version",
+                    plan_.vb_version == CountedTest::Other ? random_.Between(501, 504) : 500);
+        layout_.Set(info_, "VB.Project.ObjectTable", table_);
+        layout_.Set(info_, "VB.Project.CodeStart", address_ + random_.Below(0x800U));
+        layout_.Set(info_, "VB.Project.CodeEnd", address_ + 0x800 + random_.Below(0x1800U));
+        layout_.Set(info_, "VB.Project.DataSize", random_.Between(4, 0x200) * 4);
+        layout_.Set(info_, "VB.Project.ThreadSpace", layout_.Somewhere());
+        layout_.Set(info_, "VB.Project.ExceptionHandler", layout_.Somewhere());
+        layout_.Set(info_, "VB.Project.NativeCode", is_native_ ? layout_.Somewhere() : 0);
+        layout_.Set(info_, "VB.Project.ExternalTable", external_table_);
+        layout_.Set(info_, "VB.Project.ExternalCount", externals_);
+    }
+
+    void WriteObjectTable() {
+        layout_.Set(table_, "VB.ObjectTable.ExecProject", layout_.Somewhere());
+        layout_.Set(table_, "VB.ObjectTable.Project2", project2_);
+        layout_.Set(table_, "VB.ObjectTable.Reserved", kReserved);
+        layout_.Set(table_, "VB.ObjectTable.ProjectObject", layout_.Somewhere());
+        layout_.SetUuid(table_, "VB.ObjectTable.Uuid");
+        layout_.Set(table_, "VB.ObjectTable.CompileState", random_.Between(2, 0x33));
+        layout_.Set(table_, "VB.ObjectTable.TotalObjects", object_count_);
+        layout_.Set(table_, "VB.ObjectTable.CompiledObjects", object_count_);
+        layout_.Set(table_, "VB.ObjectTable.ObjectsInUse", object_count_);
+        layout_.Set(table_, "VB.ObjectTable.ObjectArray", objects_);
+        layout_.Set(table_, "VB.ObjectTable.ProjectName", layout_.Text(family_ + SmallWord(random_)));
+        layout_.Set(table_, "VB.ObjectTable.LCID", language_);
+        layout_.Set(table_, "VB.ObjectTable.SecondLCID", language_);
+        layout_.Set(table_, "VB.ObjectTable.Identifier", random_.Between(1, 4));
+    }
+
+    void WriteComData() {
+        layout_.Set(com_, "VB.Com.RegInfo", random_.Chance(50) ? 0 : 0x30);
+        layout_.Set(com_, "VB.Com.ProjectName", 0x30 + random_.Below(0x20U));
+        layout_.Set(com_, "VB.Com.HelpDirectory", 0x50 + random_.Below(0x20U));
+        layout_.SetUuid(com_, "VB.Com.Uuid");
+        layout_.Set(com_, "VB.Com.TypeLibLCID", language_);
+        layout_.Set(com_, "VB.Com.Unknown", random_.Below(3U));
+        layout_.Set(com_, "VB.Com.TypeLibMajor", random_.Between(1, 9));
+        layout_.Set(com_, "VB.Com.TypeLibMinor", random_.Below(10U));
+    }
+
+    void WriteProject2() {
+        layout_.Set(project2_, "VB.Project2.ObjectTable", table_);
+        layout_.Set(project2_, "VB.Project2.Reserved", kReserved);
+        layout_.Set(project2_, "VB.Project2.ObjectList", layout_.Somewhere());
+        layout_.Set(project2_, "VB.Project2.ProjectDescription", layout_.Somewhere());
+        layout_.Set(project2_, "VB.Project2.ProjectHelpFile", layout_.Somewhere());
+        layout_.Set(project2_, "VB.Project2.Reserved2", kReserved);
+        layout_.Set(project2_, "VB.Project2.HelpContextId", random_.Below(5U));
+    }
+
+    void WriteForm(uint32_t form, uint32_t index) {
+        layout_.Set(form, "VB.Form.StructureSize", kFormSize);
+        layout_.SetUuid(form, "VB.Form.ObjectUuid");
+        layout_.Set(form, "VB.Form.ObjectId", index + 1);
+        layout_.Set(form, "VB.Form.OleMisc", 0x10000 | random_.Below(0x1000U));
+        layout_.SetUuid(form, "VB.Form.Uuid");
+        layout_.Set(form, "VB.Form.Unknown[6]", random_.Between(0x90, 0x400));
+        layout_.Set(form, "VB.Form.FormPointer", layout_.Somewhere());
+        layout_.Set(form, "VB.Form.Unknown[7]", random_.Between(0x4C, 0x120));
+    }
+
+    // An entry of the table, and its descriptor: the addresses of a module's and a function's name.
+    void WriteExternal(uint32_t index) {
+        constexpr uint32_t kDeclaredFunction = 7;
+        constexpr uint32_t kTypeLibrary = 6;
+        constexpr uint32_t kCommonModules = 5;
+        const uint32_t entry = external_table_ + kExternalSize * index; // the fields' names end before the table may
+        layout_.Set(entry, "VB.External[0].Kind", random_.Chance(90) ? kDeclaredFunction : kTypeLibrary);
+        const uint32_t descriptor = layout_.Reserve(8);
+        layout_.Set(entry, "VB.External[0].Descriptor", descriptor);
+        const ModuleFunctions &module = Modules()[index % kCommonModules];
+        layout_.SetLong(descriptor, layout_.Text(module.name));
+        layout_.SetLong(descriptor + 4, layout_.Text(random_.Pick(module.functions)));
+    }
+
+    void WriteObject(uint32_t index) {
+        const VbObject &object = project_.objects[index];
+        const uint32_t descriptor = objects_ + kObjectSize * index;
+        const uint32_t info = layout_.Reserve(kObjectInfoSize + (object.is_form ? kObjectOptionalSize : 0));
+        const auto methods = static_cast<uint32_t>(object.methods.size());
+        const uint32_t method_names = layout_.Reserve(4 * methods);
+
+        layout_.SetOfObject(descriptor, "ObjectInfo", info);
+        layout_.SetOfObject(descriptor, "Reserved", kReserved);
+        layout_.SetOfObject(descriptor, "PublicBytes", layout_.Somewhere());
+        layout_.SetOfObject(descriptor, "StaticBytes", random_.Chance(50) ? 0 : layout_.Somewhere());
+        layout_.SetOfObject(descriptor, "ModulePublic", layout_.Somewhere());
+        layout_.SetOfObject(descriptor, "ModuleStatic", random_.Chance(50) ? 0 : layout_.Somewhere());
+        layout_.SetOfObject(descriptor, "ObjectName", layout_.Text(object.name));
+        layout_.SetOfObject(descriptor, "MethodCount", methods);
+        layout_.SetOfObject(descriptor, "MethodNames", method_names);
+        layout_.SetOfObject(descriptor, "StaticVars", random_.Below(0x80U));
+        layout_.SetOfObject(descriptor, "ObjectType", object.is_form ? kFormType : kModuleType);
+        for (uint32_t k = 0; k < methods; ++k)
+            layout_.SetLong(method_names + 4 * k, layout_.Text(object.methods[k]));
+        WriteObjectInfo(info, index, descriptor, methods);
+        if (object.is_form)
+            WriteOptionalInfo(info + kObjectInfoSize, methods);
+    }
+
+    void WriteObjectInfo(uint32_t info, uint32_t index, uint32_t descriptor, uint32_t methods) {
+        layout_.SetOfObject(info, "Info.RefCount", 1);
+        layout_.SetOfObject(info, "Info.ObjectIndex", index);
+        layout_.SetOfObject(info, "Info.ObjectTable", table_);
+        layout_.SetOfObject(info, "Info.PrivateObject", random_.Chance(50) ? kReserved : layout_.Somewhere());
+        layout_.SetOfObject(info, "Info.Reserved", kReserved);
+        layout_.SetOfObject(info, "Info.Object", descriptor);
+        layout_.SetOfObject(info, "Info.ProjectData", layout_.Somewhere());
+        layout_.SetOfObject(info, "Info.MethodCount", methods);
+        layout_.SetOfObject(info, "Info.MethodCount2", methods);
+        layout_.SetOfObject(info, "Info.Methods", layout_.Somewhere());
+        layout_.SetOfObject(info, "Info.Constants", random_.Between(3, 60));
+        layout_.SetOfObject(info, "Info.MaxConstants", random_.Between(60, 90));
+        layout_.SetOfObject(info, "Info.ConstantPool", layout_.Somewhere());
+    }
+
+    void WriteOptionalInfo(uint32_t optional, uint32_t methods) {
+        layout_.SetOfObject(optional, "Optional.GuidCount", random_.Between(1, 3));
+        layout_.SetOfObject(optional, "Optional.ObjectClsid", layout_.Somewhere());
+        layout_.SetOfObject(optional, "Optional.GuidTypes", layout_.Somewhere());
+        layout_.SetOfObject(optional, "Optional.GuidTypeCount", random_.Between(1, 3));
+        layout_.SetOfObject(optional, "Optional.Controls2", layout_.Somewhere());
+        layout_.SetOfObject(optional, "Optional.ObjectGuid2", layout_.Somewhere());
+        layout_.SetOfObject(optional, "Optional.ControlCount", random_.Between(1, 12));
+        layout_.SetOfObject(optional, "Optional.Controls", layout_.Somewhere());
+        layout_.SetOfObject(optional, "Optional.EventCount", random_.Below(8U));
+        layout_.SetOfObject(optional, "Optional.PCodeCount", is_native_ ? 0 : methods);
+        layout_.SetOfObject(optional, "Optional.InitializeEvent", random_.Below(0x60U));
+        layout_.SetOfObject(optional, "Optional.TerminateEvent", random_.Below(0x60U));
+        layout_.SetOfObject(optional, "Optional.EventLinks", layout_.Somewhere());
+    }
+
+    const RulePlan &plan_;
+    const std::string &family_;
+    uint32_t address_; // of the section
+    Random &random_;
+    VbProject project_;
+    Layout layout_;
+    uint32_t object_count_ = 0;
+    uint32_t forms_ = 0;
+    uint32_t externals_ = 0;
+    bool is_native_ = false;
+    uint32_t language_ = 0;
+    // Virtual addresses of the structures.
+    uint32_t header_ = 0;
+    uint32_t info_ = 0;
+    uint32_t table_ = 0;
+    uint32_t com_ = 0;
+    uint32_t project2_ = 0;
+    uint32_t form_table_ = 0;
+    uint32_t external_table_ = 0;
+    uint32_t objects_ = 0;
+};
+
 } // namespace
 
 VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_t address, Random &random) {
-    const uint32_t thunks = random.Between(6, 24);
-    VbProject project;
-    Content &content = project.content;
-    Layout layout(content, address, random);
-    project.objects = ChooseObjects(plan, random);
-    const auto object_count = static_cast<uint32_t>(project.objects.size());
-    const auto forms = static_cast<uint32_t>(std::ranges::count_if(project.objects, &VbObject::is_form));
-    const uint32_t externals = random.Chance(25) ? random.Between(24, kMostExternals) : random.Below(9U);
-    const bool is_native = (plan.traits & 128) != 0 || random.Chance(50);
-
-    // Jumps to the runtime, then the entry: push the header's address, call the runtime.
-    for (uint32_t i = 0; i < thunks; ++i) {
-        content.bytes.insert(content.bytes.end(), {0xFF, 0x25});
-        const uint32_t thunk = address + 4 * i;
-        for (uint32_t shift = 0; shift < 32; shift += 8)
-            content.bytes.push_back(static_cast<uint8_t>(thunk >> shift));
-    }
-    const uint32_t entry = layout.Reserve(16);
-    project.entry = entry - address;
-
-    const uint32_t header = layout.Reserve(kHeaderSize);
-    const uint32_t info = layout.Reserve(kProjectSize);
-    const uint32_t table = layout.Reserve(kObjectTableSize);
-    const uint32_t com = layout.Reserve(kComDataSize);
-    const uint32_t project2 = layout.Reserve(kProject2Size);
-    const uint32_t form_table = layout.Reserve(kFormSize * forms);
-    const uint32_t external_table = layout.Reserve(kExternalSize * std::max(externals, 1U));
-    const uint32_t objects = layout.Reserve(kObjectSize * object_count);
-    const uint32_t language = random.Chance(85) ? kEnglish : random.Pick(kOtherLanguages);
-
-    content.bytes[project.entry] = 0x68;
-    layout.Long(entry, 1, header);
-    content.bytes[project.entry + 5] = 0xE8;
-    layout.Long(entry, 6, 0 - (project.entry + 10)); // to the first jump
-
-    layout.Long(header, 0, kSignature);
-    layout.Word(header, 4, 0x1000 + random.Below(0x600U));
-    content.bytes[header - address + 6] = '*'; // no language library
-    layout.Word(header, 0x22, random.Below(16U));
-    layout.Long(header, 0x24, language);
-    layout.Long(header, 0x28, random.Chance(70) ? 0 : kEnglish);
-    layout.Long(header, 0x2C, random.Chance(50) ? layout.Somewhere() : 0);
-    layout.Long(header, 0x30, info);
-    layout.Long(header, 0x34, 0x30F000 | random.Below(0x1000U));
-    layout.Long(header, 0x38, 0xFFFFFF00);
-    layout.Long(header, 0x3C, 8);
-    layout.Long(header, 0x40, plan.vb_thread_count == CountedTest::Other ? random.Between(2, 6) : 1);
-    layout.Word(header, 0x44, forms);
-    layout.Word(header, 0x46, externals);
-    layout.Long(header, 0x48, random.Between(0xE0, 0x1F0));
-    layout.Long(header, 0x4C, form_table);
-    layout.Long(header, 0x50, external_table);
-    layout.Long(header, 0x54, com);
-    constexpr uint32_t kDescription = 0x78; // into the header, as the runtime writes it
-    layout.Long(header, 0x58, kDescription);
-    layout.Long(header, 0x5C, kDescription + random.Between(6, 20));
-    layout.Long(header, 0x60, kDescription + random.Between(21, 40));
-    layout.Long(header, 0x64, kDescription + random.Between(41, 60));
-
-    layout.Long(info, 0, plan.vb_version == CountedTest::Other ? random.Between(501, 504) : 500);
-    layout.Long(info, 4, table);
-    layout.Long(info, 0xC, address + random.Below(0x800U));
-    layout.Long(info, 0x10, address + 0x800 + random.Below(0x1800U));
-    layout.Long(info, 0x14, random.Between(4, 0x200) * 4);
-    layout.Long(info, 0x18, layout.Somewhere());
-    layout.Long(info, 0x1C, layout.Somewhere());
-    layout.Long(info, 0x20, is_native ? layout.Somewhere() : 0);
-    layout.Long(info, 0x234, external_table);
-    layout.Long(info, 0x238, externals);
-
-    layout.Long(table, 4, layout.Somewhere());
-    layout.Long(table, 8, project2);
-    layout.Long(table, 0xC, 0xFFFFFFFF);
-    layout.Long(table, 0x14, layout.Somewhere());
-    layout.Uuid(table, 0x18);
-    layout.Word(table, 0x28, random.Between(2, 0x33));
-    layout.Word(table, 0x2A, object_count);
-    layout.Word(table, 0x2C, object_count);
-    layout.Word(table, 0x2E, object_count);
-    layout.Long(table, 0x30, objects);
-    layout.Long(table, 0x40, layout.Text(family + SmallWord(random)));
-    layout.Long(table, 0x44, language);
-    layout.Long(table, 0x48, language);
-    layout.Long(table, 0x50, random.Between(1, 4));
-
-    layout.Long(com, 0, random.Chance(50) ? 0 : 0x30);
-    layout.Long(com, 4, 0x30 + random.Below(0x20U));
-    layout.Long(com, 8, 0x50 + random.Below(0x20U));
-    layout.Uuid(com, 0x10);
-    layout.Long(com, 0x20, language);
-    layout.Word(com, 0x24, random.Below(3U));
-    layout.Word(com, 0x26, random.Between(1, 9));
-    layout.Word(com, 0x28, random.Below(10U));
-
-    layout.Long(project2, 4, table);
-    layout.Long(project2, 8, 0xFFFFFFFF);
-    layout.Long(project2, 0x10, layout.Somewhere());
-    layout.Long(project2, 0x18, layout.Somewhere());
-    layout.Long(project2, 0x1C, layout.Somewhere());
-    layout.Long(project2, 0x20, 0xFFFFFFFF);
-    layout.Long(project2, 0x24, random.Below(5U));
-
-    for (uint32_t i = 0; i < forms; ++i) {
-        const uint32_t form = form_table + kFormSize * i;
-        layout.Long(form, 0, kFormSize);
-        layout.Uuid(form, 4);
-        layout.Long(form, 0x24, i + 1);
-        layout.Long(form, 0x2C, 0x10000 | random.Below(0x1000U));
-        layout.Uuid(form, 0x30);
-        layout.Long(form, 0x44, random.Between(0x90, 0x400));
-        layout.Long(form, 0x48, layout.Somewhere());
-        layout.Long(form, 0x4C, random.Between(0x4C, 0x120));
-    }
-
-    for (uint32_t i = 0; i < externals; ++i) {
-        constexpr uint32_t kDeclaredFunction = 7;
-        constexpr uint32_t kTypeLibrary = 6;
-        layout.Long(external_table, kExternalSize * i, random.Chance(90) ? kDeclaredFunction : kTypeLibrary);
-        const uint32_t descriptor = layout.Reserve(8);
-        layout.Long(external_table, kExternalSize * i + 4, descriptor);
-        const ModuleFunctions &module = Modules()[i % 5];
-        const uint32_t module_name = layout.Text(module.name);
-        layout.Long(descriptor, 0, module_name);
-        layout.Long(descriptor, 4, layout.Text(random.Pick(module.functions)));
-    }
-
-    for (uint32_t i = 0; i < object_count; ++i) {
-        const VbObject &object = project.objects[i];
-        const uint32_t descriptor = objects + kObjectSize * i;
-        const uint32_t object_info = layout.Reserve(kObjectInfoSize + (object.is_form ? kObjectOptionalSize : 0));
-        const auto methods = static_cast<uint32_t>(object.methods.size());
-        const uint32_t method_names = layout.Reserve(4 * methods);
-
-        layout.Long(descriptor, 0, object_info);
-        layout.Long(descriptor, 4, 0xFFFFFFFF);
-        layout.Long(descriptor, 8, layout.Somewhere());
-        layout.Long(descriptor, 0xC, random.Chance(50) ? 0 : layout.Somewhere());
-        layout.Long(descriptor, 0x10, layout.Somewhere());
-        layout.Long(descriptor, 0x14, random.Chance(50) ? 0 : layout.Somewhere());
-        layout.Long(descriptor, 0x18, layout.Text(object.name));
-        layout.Long(descriptor, 0x1C, methods);
-        layout.Long(descriptor, 0x20, method_names);
-        layout.Long(descriptor, 0x24, random.Below(0x80U));
-        layout.Long(descriptor, 0x28, object.is_form ? kFormType : kModuleType);
-        for (uint32_t k = 0; k < methods; ++k)
-            layout.Long(method_names, 4 * k, layout.Text(object.methods[k]));
-
-        layout.Word(object_info, 0, 1);
-        layout.Word(object_info, 2, i);
-        layout.Long(object_info, 4, table);
-        layout.Long(object_info, 0xC, random.Chance(50) ? 0xFFFFFFFF : layout.Somewhere());
-        layout.Long(object_info, 0x10, 0xFFFFFFFF);
-        layout.Long(object_info, 0x18, descriptor);
-        layout.Long(object_info, 0x1C, layout.Somewhere());
-        layout.Word(object_info, 0x20, methods);
-        layout.Word(object_info, 0x22, methods);
-        layout.Long(object_info, 0x24, layout.Somewhere());
-        layout.Word(object_info, 0x28, random.Between(3, 60));
-        layout.Word(object_info, 0x2A, random.Between(60, 90));
-        layout.Long(object_info, 0x34, layout.Somewhere());
-        if (!object.is_form)
-            continue;
-        const uint32_t optional = object_info + kObjectInfoSize;
-        layout.Long(optional, 0, random.Between(1, 3));
-        layout.Long(optional, 4, layout.Somewhere());
-        layout.Long(optional, 0xC, layout.Somewhere());
-        layout.Long(optional, 0x10, random.Between(1, 3));
-        layout.Long(optional, 0x14, layout.Somewhere());
-        layout.Long(optional, 0x1C, layout.Somewhere());
-        layout.Long(optional, 0x20, random.Between(1, 12));
-        layout.Long(optional, 0x24, layout.Somewhere());
-        layout.Word(optional, 0x28, random.Below(8U));
-        layout.Word(optional, 0x2A, is_native ? 0 : methods);
-        layout.Word(optional, 0x2C, random.Below(0x60U));
-        layout.Word(optional, 0x2E, random.Below(0x60U));
-        layout.Long(optional, 0x30, layout.Somewhere());
-    }
-    return project;
+    return Maker(plan, family, address, random).Make();
 }
 
 } // namespace tavrik::generator

@@ -10,6 +10,7 @@
 #include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
+#include "rules/regions.h"
 
 namespace tavrik::rules::analysis {
 
@@ -77,8 +78,8 @@ uint64_t NameNumber(std::string_view name) {
 }
 
 bool IsNumbered(uint8_t measure_region) {
-    return measure_region == static_cast<uint8_t>(MeasureRegion::IndexedSection) ||
-           measure_region == static_cast<uint8_t>(MeasureRegion::ResourceData);
+    const RegionKind kind = RegionOfMeasure(measure_region).kind;
+    return kind == RegionKind::IndexedSection || kind == RegionKind::ResourceData;
 }
 
 // ---- Strings -------------------------------------------------------------------------------------------------------
@@ -334,42 +335,22 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
         if (found != values_.end() && !found->second.IsEmpty())
             largest = std::min(largest.value_or(UINT64_MAX), found->second.Greatest());
     };
-    const auto limit_by_role = [&](SectionRole role) {
-        limit(SectionKey(static_cast<uint16_t>(role), kSizeOfRawData));
-    };
     limit(HeaderKey(field::kFileSize));
-    switch (static_cast<StringKind>(ForwardKind(string.kind))) {
-    case StringKind::Headers:
+    const CodedRegion region = RegionOfString(string.kind);
+    switch (region.kind) {
+    case RegionKind::Headers:
         limit(HeaderKey(field::kSizeOfHeaders));
         break;
-    case StringKind::Overlay:
+    case RegionKind::Overlay:
         limit(HeaderKey(field::kOverlaySize));
         break;
-    case StringKind::EntrySection:
-        limit_by_role(SectionRole::Entry);
+    case RegionKind::RoleSection:
+        limit(SectionKey(static_cast<uint16_t>(region.role), kSizeOfRawData));
         break;
-    case StringKind::LastSection:
-        limit_by_role(SectionRole::Last);
-        break;
-    case StringKind::CodeSection:
-        limit_by_role(SectionRole::Code);
-        break;
-    case StringKind::ResourceSection:
-        limit_by_role(SectionRole::Resource);
-        break;
-    case StringKind::ImportSection:
-        limit_by_role(SectionRole::Import);
-        break;
-    case StringKind::ExportSection:
-        limit_by_role(SectionRole::Export);
-        break;
-    case StringKind::LargestSection:
-        limit_by_role(SectionRole::Largest);
-        break;
-    case StringKind::IndexedSection:
+    case RegionKind::IndexedSection:
         limit(SectionKey(string.index, kSizeOfRawData));
         break;
-    case StringKind::DosStub: {
+    case RegionKind::DosStub: {
         const auto found = values_.find(HeaderKey(field::kLfanew));
         if (found != values_.end() && !found->second.IsEmpty()) {
             const uint64_t end = found->second.Greatest();

@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 
 #include "rules/expression.h"
-#include "rules/names.h"
 #include "rules/numbers.h"
+#include "rules/regions.h"
 #include "rules/yara/rule_writer.h"
 #include "rules/yara/strings.h"
 
@@ -16,49 +16,40 @@ namespace field = header_field;
 
 namespace {
 
-// Where a region of strings or measures is; kNowhere for those that need no finding, whose span `span` becomes.
-Place RegionPlace(const Region &region, uint16_t index, std::string_view section_name, std::string_view &plain) {
-    constexpr std::pair<std::string_view, SectionRole> kRoles[] = {
-        {"last", SectionRole::Last},
-        {"entry", SectionRole::Entry},
-        {"code", SectionRole::Code},
-        {"data", SectionRole::Data},
-        {"import", SectionRole::Import},
-        {"resource", SectionRole::Resource},
-        {"export", SectionRole::Export},
-        {"relocation", SectionRole::Relocation},
-        {"tls", SectionRole::Tls},
-        {"largest", SectionRole::Largest},
-        {"next_to_last", SectionRole::NextToLast},
-    };
-    for (const auto &[name, role] : kRoles)
-        if (region.name == name)
-            return {Place::kRole, static_cast<uint16_t>(role), ""};
-    if (region.argument == RegionArgument::Name)
+// Where a region of strings or measures is; kNowhere for those that need no finding, whose span PlainSpan() gives.
+Place RegionPlace(CodedRegion region, uint16_t index, std::string_view section_name) {
+    switch (region.kind) {
+    case RegionKind::RoleSection:
+        return {Place::kRole, static_cast<uint16_t>(region.role), ""};
+    case RegionKind::NamedSection:
         return {Place::kNamed, 0, std::string(section_name)};
-    if (region.name == "section")
+    case RegionKind::IndexedSection:
         return {Place::kFixed, index, ""};
-    if (region.name == "entry_code")
+    case RegionKind::EntryCode:
         return {Place::kEntryCode, 0, ""};
-    if (region.name == "overlay")
+    case RegionKind::Overlay:
         return {Place::kOverlay, 0, ""};
-    if (region.name == "resource_data")
+    case RegionKind::ResourceData:
         Refuse("data of resources: the pe module walks the tree otherwise");
-    if (region.name == "vb")
+    case RegionKind::VisualBasic:
         Refuse("values of Visual Basic structures");
-    plain = region.name;
-    return {};
+    default:
+        return {};
+    }
 }
 
-// The span of a region that stands where the header says.
-Span PlainSpan(std::string_view region, const std::function<std::string()> &headers_size) {
-    if (region == "file")
+// The span of a region that is where the header says.
+Span PlainSpan(RegionKind region, const std::function<std::string()> &headers_size) {
+    switch (region) {
+    case RegionKind::File:
         return {"0", "filesize", "filesize"};
-    if (region == "headers")
+    case RegionKind::Headers:
         return SpanOf("0", headers_size());
-    if (region == "dos_stub")
+    case RegionKind::DosStub:
         return {"0x40", "uint32(0x3C)", "uint32(0x3C)"};
-    Refuse("a region that is none");
+    default:
+        Refuse("a region that is none");
+    }
 }
 
 // That a string is present in a span, as its window asks.
@@ -130,15 +121,12 @@ std::string RuleWriter::Present(std::size_t index, bool is_required) {
         Refuse("a letter without a string");
     const StringFeature &string = rule_.strings[index];
     const auto letter = static_cast<char>('a' + index);
-    const Region *region = FindStringRegion(string.kind);
-    if (region == nullptr)
-        Refuse("a region that is none");
-    std::string_view plain;
-    const Place place = RegionPlace(*region, string.index, string.section_name, plain);
+    const CodedRegion region = RegionOfString(string.kind);
+    const Place place = RegionPlace(region, string.index, string.section_name);
     Need need;
     const Body body = [=](const Scene &scene) { return Window(letter, string, scene.span); };
     if (place.kind == Place::kNowhere) {
-        const Span span = PlainSpan(plain, [&] {
+        const Span span = PlainSpan(region.kind, [&] {
             need.Add(NeedOf(field::kSizeOfHeaders));
             return Value(field::kSizeOfHeaders);
         });
@@ -221,8 +209,8 @@ void RuleWriter::WriteMeasures() {
         },
         [&](std::size_t first, std::size_t count) {
             const MeasureCondition &condition = rule_.measure_conditions[first];
-            const Region *region = FindMeasureRegion(condition.region);
-            if (region == nullptr)
+            const CodedRegion region = RegionOfMeasure(condition.region);
+            if (region.kind == RegionKind::None)
                 Refuse("a region that is none");
             if (condition.measure != Measure::Entropy && condition.measure != Measure::Crc32)
                 Refuse("a measure that is none");
@@ -246,11 +234,10 @@ void RuleWriter::WriteMeasures() {
                 }
                 return there + " and " + Any(parts);
             };
-            std::string_view plain;
-            const Place place = RegionPlace(*region, condition.index, "", plain);
+            const Place place = RegionPlace(region, condition.index, "");
             if (place.kind != Place::kNowhere)
                 return AddAt(place, kMeasure, body);
-            const Span span = PlainSpan(plain, [&] { return Required(field::kSizeOfHeaders); });
+            const Span span = PlainSpan(region.kind, [&] { return Required(field::kSizeOfHeaders); });
             Add(kMeasure, false, body({span, "", ""}));
         });
 }
