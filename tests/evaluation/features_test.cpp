@@ -3,41 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include "evaluation/evaluator.h"
-#include "evaluation/rule_explanation.h"
-#include "evaluation/rule_index.h"
 #include "pe/builder/builder.h"
-#include "rules/record/record_builder.h"
-#include "rules/text/parser.h"
+#include "tests/support/rule_check.h"
 
 namespace tavrik::tests {
 namespace {
 
 using namespace pe::builder;
 using base::Bytes;
-
-/** Whether a rule of these blocks matches the file, by both evaluators. */
-bool Holds(const Bytes &file, const std::string &blocks) {
-    const rules::text::ParsedFile parsed = rules::text::ParseRules("rule 1 \"a\" { " + blocks + " }");
-    EXPECT_TRUE(parsed.diagnostics.empty()) << blocks << ": " << parsed.diagnostics.front().message;
-    const rules::record::RecordSet records(parsed.set);
-    base::MemorySource source(file);
-    evaluation::Features features(source);
-    const bool holds = evaluation::Matches(*records.rules()[0], features);
-    EXPECT_EQ(evaluation::RuleIndex(records.rules()).Match(features).size(), holds ? 1u : 0u) << blocks;
-    EXPECT_EQ(evaluation::ExplainRule(*records.rules()[0], features).matches, holds) << blocks;
-    return holds;
-}
-
-struct Case {
-    const char *blocks;
-    bool holds;
-};
-
-void Check(const Bytes &file, std::initializer_list<Case> cases) {
-    for (const Case &each : cases)
-        EXPECT_EQ(Holds(file, each.blocks), each.holds) << each.blocks;
-}
 
 PeImage SmallImage() {
     PeImage image;
