@@ -275,7 +275,7 @@ private:
 
     // A directory that declares no bytes has no address either.
     void SetSize(pe::Directory directory, Field field) {
-        pe::DirectoryFields &fields = image_.directories[directory];
+        pe::builder::DirectoryFields &fields = image_.directories[directory];
         fields.Size = Get(field);
         if (fields.Size == 0u)
             fields.VirtualAddress = 0;
