@@ -66,11 +66,11 @@ TEST(Measures, AreOfTheRegionOrItsBeginning) {
 // A run of == about one value needs one of them; a difference in region, kind, length or position ends the run.
 TEST(Measures, AreAlternativesOfOneValueOnly) {
     Check(MeasuredFile(),
-          {{"measures { entropy(section[0]) == 1; entropy(section[0]) == 8 }", true},
-           {"measures { entropy(section[0]) == 8; entropy(section[0]) == 1 }", true},
-           {"measures { entropy(section[0]) == 2; entropy(section[0]) == 1 }", false},
+          {{"measures { entropy(section[0]) == 1 | 8 }", true},
+           {"measures { entropy(section[0]) == 8 | 1 }", true},
+           {"measures { entropy(section[0]) == 2 | 1 }", false},
            {"measures { entropy(section[0]) == 8; entropy(section[0]) != 8 }", false},
-           {"measures { entropy(section[0]) != 1; entropy(section[0]) == 8; entropy(section[0]) == 1 }", true},
+           {"measures { entropy(section[0]) != 1; entropy(section[0]) == 8 | 1 }", true},
            {"measures { entropy(section[0]) != 8; entropy(section[0]) == 8 }", false},
            {"measures { entropy(section[0]) < 8; entropy(section[0]) == 8 }", false},
            {"measures { entropy(section[0]) == 8; entropy(section[1]) == 8 }", false},
@@ -82,7 +82,7 @@ TEST(Measures, AreAlternativesOfOneValueOnly) {
            {"measures { entropy(section[1], 0x100) == 0; entropy(section[1]) == 1 }", true},
            {"measures { crc32(section[2], 9) == 0xCBF43926; entropy(section[2], 9) == 8 }", false},
            {"measures { crc32(section[2], 9) == 1; entropy(section[2], 9) == 3.17 }", false},
-           {"measures { crc32(section[2], 9) == 1; crc32(section[2], 9) == 0xCBF43926 }", true},
+           {"measures { crc32(section[2], 9) == 1 | 0xCBF43926 }", true},
            {"measures { crc32(section[2], 9) == 0xCBF43926; crc32(section[2], 8) == 0xCBF43926 }", false}});
 }
 
@@ -92,7 +92,7 @@ TEST(Conditions, OfOtherListsAreAlternativesOfOneValueOnly) {
     Check(file, {{"sections { [0].SizeOfRawData == 0x200 | 0x400; [1].SizeOfRawData == 0x200 }", true},
                  {"sections { [0].SizeOfRawData == 0x200; [1].SizeOfRawData == 0x400 }", false},
                  {"sections { [0].SizeOfRawData == 0x400; [1].SizeOfRawData == 0x200 }", false},
-                 {"sections { [0].SizeOfRawData == 0x200; [0].PointerToRawData == 0x200 }", false},
+                 {"sections { [0].SizeOfRawData == 0x200; [0].PointerToRawData == 1 }", false},
                  {"sections { [0].PointerToRawData == 1; [0].SizeOfRawData == 0x200 }", false},
                  {"sections { [0].SizeOfRawData > 0x1FF; [0].SizeOfRawData < 0x201 }", true},
                  {"sections { [0].SizeOfRawData > 0x200 }", false},
@@ -103,7 +103,7 @@ TEST(Conditions, OfOtherListsAreAlternativesOfOneValueOnly) {
                  {"header { Characteristics has 0x103 }", false},
                  {name("[0] == \".all\"; [1] == \".all\""), false},
                  {name("[0] == \".x\"; [1] == \".halves\""), false},
-                 {name("[0] == \".x\"; [0] == \".all\""), true},
+                 {name("[0] == \".x\" | \".all\""), true},
                  {name("last == \".digits\"; next_to_last == \".halves\""), true}});
 }
 
