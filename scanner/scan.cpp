@@ -91,6 +91,7 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, Profile *pro
     PeResult pe;
     {
         const StepTimer timer(profile, Step::Headers);
+        source.ReadAt(0, nullptr, 0); // a deadline that has passed counts even where there is nothing to read
         pe = MakeHostRecords(features.emplace(source).image(), source);
     }
     if (pe.status == PeStatus::ReadFailed)

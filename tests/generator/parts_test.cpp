@@ -80,7 +80,7 @@ TEST(GeneratorNames, AreDistinctAndFit) {
 
 TEST(GeneratorExpressions, AreDistinctAndWellFormed) {
     Random random(8);
-    const std::set<std::string> taken = {"(A&B)", "(A|B)"};
+    const std::set<std::string> taken = {"(A&B)"};
     const generator::ExpressionPool pool = generator::MakeExpressions(120, taken, random);
     std::set<std::string> all;
     for (const auto &[letters, texts] : pool)

@@ -82,12 +82,12 @@ TEST(ImportTable, TakesTheOriginalThunksWhereThereAreSome) {
     for (const bool plus : {false, true}) {
         SCOPED_TRACE(plus);
         const uint64_t ordinal = uint64_t{1} << (plus ? 63 : 31);
-        ByteWriter table = Descriptors({{0x200, 0x100, 0x280},    // both, with different contents
-                                        {0, 0x108, 0x280},        // only FirstThunk
-                                        {0x200, 0x110, 0},        // only OriginalFirstThunk
-                                        {kNowhere, 0x118, 0x280}, // OriginalFirstThunk is not in the file
-                                        {kNowhere, kNowhere, 0},  // neither
-                                        {0x2F0, 0x100, 0x280}});  // an OriginalFirstThunk of no functions
+        ByteWriter table = Descriptors({{0x200, 0x100, 0x280},          // both, with different contents
+                                        {0, 0x108, 0x280},              // only FirstThunk
+                                        {0x200, 0x110, 0},              // only OriginalFirstThunk
+                                        {kNowhere, 0x118, 0x280},       // OriginalFirstThunk is not in the file
+                                        {kNowhere, kNowhere, kNowhere}, // neither
+                                        {0x2F0, 0x100, 0x280}});        // an OriginalFirstThunk of no functions
         for (const auto &[place, name] :
              {std::pair(0x100u, "a.dll"), {0x108u, "b.dll"}, {0x110u, "c.dll"}, {0x118u, "d.dll"}}) {
             table.FillTo(place);
