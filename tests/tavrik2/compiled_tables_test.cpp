@@ -316,5 +316,21 @@ TEST(CompiledTables, PositionsInTheHostsTables) {
     EXPECT_EQ(compiled, typed);
 }
 
+// Clients bind to the numbers.
+TEST(CompiledTables, OrdinalsOfThePlatformModule) {
+    std::map<std::string, std::string> compiled;
+    for (const GoldenLine &line : ReadGolden("platform.def"))
+        if (line.words.size() == 3 && line.words[1].starts_with('@')) {
+            compiled[line.words[0]] = line.words[1].substr(1);
+            EXPECT_EQ(line.words[2], "NONAME");
+        }
+    std::map<std::string, std::string> typed;
+    for (const GoldenLine &line : ReadGolden("record_layout.txt"))
+        if (line.words[0] == "platform_ordinal")
+            typed[line.words[2]] = line.words[1];
+    EXPECT_EQ(compiled, typed);
+    EXPECT_EQ(typed.size(), 12u);
+}
+
 } // namespace
 } // namespace tavrik::tests

@@ -121,6 +121,27 @@ TEST(PackerSignatures, AreAsTyped) {
         EXPECT_TRUE(count == "1.." ? packers[packer] >= 1 : packers[packer] == GoldenNumber(count)) << packer;
 }
 
+TEST(NameTables, SizesAreAsTyped) {
+    const auto expect = [](const char *thing, const char *property, uint32_t size) {
+        EXPECT_EQ(std::to_string(size), Typed(thing)[property]) << thing;
+    };
+    expect("NameTable", "entry_size", sizeof(NameEntry));
+    expect("NameTable1", "entries", NameTable1Count);
+    expect("NameTable2", "entries", NameTable2Count);
+    expect("NameTable3", "entries", NameTable3Count);
+    expect("NameTable4", "entries", NameTable4Count);
+    expect("NameDetectionMap", "rows", NameDetectionMapCount);
+    expect("NameDetectionMap2", "rows", SecondNameDetectionMapCount);
+    expect("NamePairTable", "rows", NamePairTableCount);
+    expect("keywords", "pointers", KeywordsCount);
+    expect("product_words", "pointers", ProductWordsCount);
+    expect("module_names", "pointers", std::size(ModuleNames));
+    expect("list_table", "rows", std::size(WordListTable));
+    expect("NameDetectionRow", "size", sizeof(NameDetection));
+    expect("NamePairRow", "size", sizeof(NamePair));
+    expect("PackerSignature", "size", sizeof(PackerSignature));
+}
+
 // The lines of the source that begin a record: number, packer, jumps to follow, kind.
 TEST(PackerSignatures, SayWhatTheirSourceSays) {
     uint32_t found = 0;
