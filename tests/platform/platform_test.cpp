@@ -198,5 +198,29 @@ TEST(Platform, ModulesAreLoadedFromTheirFolder) {
     EXPECT_EQ(PlatformGetModuleDirectory("disasm.hbx", directory, sizeof directory), 0u);
 }
 
+#ifndef _WIN32
+// The dynamic linker knows such a module by the path that was given, which means another file in another folder.
+TEST(Platform, ModulesLoadedByARelativePathAreFoundWhileThePathLeadsToThem) {
+    const FreshFolder folder;
+    const std::filesystem::path here = std::filesystem::current_path();
+    std::filesystem::copy_file(ModulePath("disasm.hbx"), "relative.hbx");
+    std::filesystem::create_directory("other");
+    std::filesystem::create_directory("copy");
+    std::filesystem::copy_file("relative.hbx", "copy/relative.hbx");
+    void *module = PlatformLoadModule("./relative.hbx");
+    ASSERT_NE(module, nullptr);
+    char directory[1024] = "?";
+    EXPECT_NE(PlatformGetModuleDirectory("relative.hbx", directory, sizeof directory), 0u);
+    EXPECT_EQ(directory, here.string());
+    for (const char *other : {"other", "copy"}) {
+        std::filesystem::current_path(here / other);
+        EXPECT_EQ(PlatformGetModuleDirectory("relative.hbx", directory, sizeof directory), 0u) << other;
+        EXPECT_STREQ(directory, "");
+    }
+    std::filesystem::current_path(here);
+    PlatformFreeModule(module);
+}
+#endif
+
 } // namespace
 } // namespace tavrik::tests
