@@ -1,5 +1,5 @@
-// What deciding all rules costs on one file whose features are known: the fast evaluator beside the plain one, on files
-// that no rule matches and on files that one does. The plain one asks each of the rules.
+// The time to evaluate all rules on one file whose features are known: the indexed evaluator compared with the plain
+// one, on files that no rule matches and on files that one does. The plain one evaluates every rule.
 
 #include <algorithm>
 #include <chrono>
@@ -24,7 +24,7 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr double kBoundMicroseconds = 10;
 constexpr double kBoundRatio = 20;
-constexpr double kBoundPlainNanoseconds = 15; // a rule
+constexpr double kBoundPlainNanoseconds = 15; // per rule
 constexpr int kRounds = 9;
 
 double Quantile(std::vector<double> values, double share) {
@@ -49,7 +49,7 @@ std::size_t Sum(const std::vector<uint32_t> &matches) {
 }
 
 struct Times {
-    std::vector<double> first; // the fast evaluator with nothing known but the headers, features included
+    std::vector<double> first; // the indexed evaluator with only the headers known; includes extracting features
     std::vector<double> fast;
     std::vector<double> plain;
 };
@@ -71,7 +71,7 @@ void Measure(const char *name, const std::vector<Bytes> &files, std::span<Heuris
             for (const HeuristicRule *rule : rules)
                 found += evaluation::Matches(*rule, features) ? 1U : 0U;
         };
-        plain(); // extracts what is asked for
+        plain(); // extracts the features
         if (found != index.Match(features).size()) {
             std::fprintf(stderr, "%s: the evaluators differ\n", name);
             std::exit(1);

@@ -1,4 +1,4 @@
-// What a file that no locator knows costs: all gates, beside reading the file's first page.
+// The cost of a file that no locator recognises: all gates, compared with reading the file's first page.
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -13,7 +13,7 @@ namespace {
 
 using tavrik::bench::MemoryStream;
 
-// The headers of an ordinary program of today.
+// The headers of a typical current program.
 const FileHeader kFileHeader = {.Machine = 0x14C,
                                 .NumberOfSections = 5,
                                 .TimeDateStamp = 0x5F000000,

@@ -1,4 +1,4 @@
-/* The host's stream over memory, with nothing between the module and the bytes, and a count of the calls made. */
+/* A host stream over memory that counts the calls. */
 #ifndef TAVRIK_BENCH_MEMORY_STREAM_H
 #define TAVRIK_BENCH_MEMORY_STREAM_H
 

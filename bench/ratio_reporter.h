@@ -1,4 +1,5 @@
-/* A console reporter that remembers what it printed, so that a benchmark can be set beside its peer in the same run. */
+/* A console reporter that remembers what it printed, so that a benchmark can be compared with its peer of the same run.
+ */
 #ifndef TAVRIK_BENCH_RATIO_REPORTER_H
 #define TAVRIK_BENCH_RATIO_REPORTER_H
 
@@ -14,7 +15,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &run : runs) {
-            // With repetitions the median stands for the benchmark, without them its only run does.
+            // With repetitions the median is used, without them the only run.
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
             if ((median || single) && !run.error_occurred)

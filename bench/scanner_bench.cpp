@@ -1,4 +1,4 @@
-// The scanner on folders: one thread beside two, and the peak of its memory as the number of files grows.
+// The scanner on folders: one thread compared with two, and the peak memory as the number of files grows.
 
 #include <algorithm>
 #include <chrono>
@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kRounds = 11;
-constexpr std::size_t kFiles = 50000; // that a run scans at least, so that starting the program weighs little
+constexpr std::size_t kFiles = 50000; // that a run scans at least, so that the program's start hardly counts
 constexpr double kBoundSpeedup = 1.8;
 
 struct Cost {
@@ -61,7 +61,7 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-// One thread beside two, run by turns, on the files as many times over as it takes.
+// One thread and two in alternating runs, on the files repeated until there are enough.
 void CompareThreads(const char *title, const std::vector<fs::path> &files, const fs::path &list,
                     const std::vector<std::string> &options) {
     const std::size_t times_over = (kFiles + files.size() - 1) / files.size();

@@ -1,5 +1,5 @@
-// The scan for AutoIt signatures over 64 MiB without one, beside plain searches for the same eight patterns in the same
-// 4096-byte blocks.
+// The scan for AutoIt signatures over 64 MiB without one, compared with plain searches for the same eight patterns in
+// the same 4096-byte blocks.
 
 #include <cstring>
 #include <functional>
@@ -34,7 +34,7 @@ const std::vector<Pattern> &Patterns() {
     return patterns;
 }
 
-// Half random bytes, half bytes as skewed as those of programs (zeros, small values, frequent opcodes).
+// Half random bytes, half bytes distributed as in programs (zeros, small values, frequent opcodes).
 const std::vector<uint8_t> &Data() {
     static const std::vector<uint8_t> data = [] {
         std::mt19937_64 random(20260401);
@@ -62,7 +62,7 @@ void FindAutoItSignature(benchmark::State &state) {
         hits += tavrik2::FindAutoItSignature(1, kLength, 0, &found, &stream.base);
     state.SetBytesProcessed(state.iterations() * int64_t{kLength});
     state.counters["hits"] = hits;
-    // The last block ends with the file: every block was read, or a faulty walk would flatter itself.
+    // The last block ends with the file, so every block has been read: a walk that skips some would seem fast.
     if (stream.position != Data().size())
         state.SkipWithError("the scan did not reach the end of the data");
 }

@@ -1,5 +1,5 @@
-// The module's start: loading it, and its first initialisation, which prepares the whole database, beside one pass over
-// the same bytes. Every round loads the module anew, since it prepares its data once.
+// The module's start: loading it, and its first initialisation, which prepares the whole database, compared with one
+// pass over the same bytes. Every round loads the module again, since it prepares its data once.
 
 #include <chrono>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// All strings of the rules, looked for in one pass over files: ours beside Hyperscan in block mode on one thread. Ours
-// also decides whether each string stands in its region and window; Hyperscan only says that its bytes stand somewhere.
-// A few strings that are runs of one byte slow Hyperscan down a lot, so it is also measured without them.
+// All strings of the rules, searched in one pass over files: our search compared with Hyperscan in block mode, on one
+// thread. Ours also decides whether each string is in its region and window; Hyperscan only reports that its bytes
+// occur. A few strings that repeat one byte slow Hyperscan down a lot, so it is also measured without them.
 
 #include <algorithm>
 #include <chrono>

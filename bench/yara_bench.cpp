@@ -1,6 +1,6 @@
-// The host's evaluation beside libyara's, in one thread, with the same rules on the same files in memory: the rules
-// that tavrik-rules export-yara can express exactly. Before anything is timed both must find the same on every file,
-// and on altered files besides.
+// The host's evaluation compared with libyara's, on one thread, with the same rules on the same files in memory: the
+// rules that tavrik-rules export-yara can express exactly. Before anything is timed both must give the same results on
+// every file and on altered files.
 
 #include <algorithm>
 #include <array>
@@ -92,7 +92,7 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
 
     Rounds ours;
     Rounds theirs;
-    uint64_t kept = 0; // so that no work is left out
+    uint64_t kept = 0; // keeps the optimiser from removing work
     for (int round = 0; round < kRounds; ++round) {
         const auto time_ours = [&](Figure figure, const std::function<void(const Bytes &)> &run) {
             ours[figure].push_back(Seconds([&] { std::ranges::for_each(files, run); }));
@@ -123,7 +123,7 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
     std::printf("ratio: evaluation (all rules less one rule) %.0f times (target: %.0f)\n", ratio(kEvaluation),
                 kBoundEvaluation);
     std::printf("ratio: end to end %.1f times (target: %.0f)\n\n", ratio(kAll), kBoundEndToEnd);
-    [[maybe_unused]] static volatile std::size_t needed; // so that none of what was timed can be left out
+    [[maybe_unused]] static volatile std::size_t needed; // keeps the optimiser from removing what was timed
     needed = kept;
 }
 
@@ -136,7 +136,7 @@ int main() try {
     const tests::YaraLibrary library;
     std::printf("libyara %s; %zu of %zu rules can be exported\n\n", YR_VERSION, set.rules.size(), every.rules.size());
 
-    // The one rule has a string, so that either side may have to read the file for it.
+    // The one rule has a string, so that both sides may have to read the file.
     const auto with_string = std::ranges::find_if(set.rules, [](const auto &rule) { return !rule.strings.empty(); });
     if (with_string == set.rules.end())
         throw std::runtime_error("no exported rule has a string");
