@@ -222,6 +222,8 @@ TEST(FileBytes, HandsRegionsOverInPieces) {
     EXPECT_TRUE(file.ForPieces({0, 900'000}, 0, once));
     EXPECT_EQ(calls, 1u);
     EXPECT_TRUE(file.ForPieces({5, 0}, 0, once));
+    EXPECT_TRUE(base::FileBytes(memory).ForPieces({5, 0}, 0, once));
+    EXPECT_FALSE(base::FileBytes(memory).ForPieces({1, 900'000}, 0, once));
     EXPECT_FALSE(file.ForPieces({1, 900'000}, 0, once));
     EXPECT_FALSE(file.ForPieces({900'001, 1}, 0, once));
     EXPECT_EQ(calls, 1u);

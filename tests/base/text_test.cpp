@@ -1,6 +1,7 @@
 // Text that is safe to print, and what the console makes of it.
 #include <gtest/gtest.h>
 
+#include "base/characters.h"
 #include "base/console.h"
 #include "base/error.h"
 #include "base/text.h"
@@ -63,6 +64,16 @@ TEST(Printable, GoesOnAfterBytesThatAreNotUtf8) {
     for (const auto &[bytes, shown] : rows)
         EXPECT_EQ(base::Printable(bytes), shown);
     EXPECT_EQ(base::Printable(std::string_view("a\0b", 3)), "a\\x00b");
+}
+
+TEST(Characters, FoldAsciiLettersOnly) {
+    const std::string all = "@AMZ[`amz{\xC0\xDE";
+    EXPECT_EQ(base::LowerAscii(all), "@amz[`amz{\xC0\xDE");
+    EXPECT_TRUE(base::IsEqualIgnoringCase("AmZ.Exe", "aMz.eXE"));
+    for (const auto &[left, right] : {std::pair("a", "ab"), {"@", "`"}, {"[", "{"}, {"a", "b"}, {"\xC0", "\xE0"}})
+        EXPECT_FALSE(base::IsEqualIgnoringCase(left, right)) << left << right;
+    for (int byte = 0; byte < 256; ++byte)
+        EXPECT_EQ(base::IsUtf8Continuation(static_cast<char>(byte)), byte >= 0x80 && byte < 0xC0) << byte;
 }
 
 TEST(Text, NamesPathsAndCounts) {

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdio>
 #include <map>
+#include <regex>
 #include <set>
 #include <unistd.h>
 
@@ -194,6 +195,28 @@ TEST_F(ScanCommand, EndsQuietlyWhenNobodyReadsOn) {
         EXPECT_EQ(first.err, "");
         EXPECT_EQ(ReadFile("code"), "141\n");
     }
+}
+
+TEST_F(ScanCommand, FailsOnceWhenOutputCannotBeWritten) {
+    WriteSample("entry07", "found.exe");
+    Write("list", "found.exe\nfound.exe\n");
+    for (const char *arguments : {"locators", "explain 7 found.exe", "-q -j 1 --files-from list",
+                                  "-q -j 4 --files-from list", "-q --json found.exe"}) {
+        const Outcome full = Shell(fmt::format("( {} {} >/dev/full )", Program(), arguments));
+        EXPECT_EQ(full.code, 2) << arguments;
+        EXPECT_EQ(full.err, "tavrik-scan: standard output cannot be written: No space left on device\n") << arguments;
+    }
+}
+
+TEST_F(ScanCommand, ShowsHowFarItIs) {
+    WriteSample("entry07", "found.exe");
+    const std::string slow_list = "( echo found.exe; sleep 0.5 ) | " + Program();
+    const Outcome shown = Shell("( " + slow_list + " --progress always --files-from - )");
+    EXPECT_TRUE(std::regex_search(shown.err, std::regex("^(\r\x1b\\[K1 file, 1 found, [0-9]+ files/s  found\\.exe)+"
+                                                        "\r\x1b\\[Ktavrik-scan: 1 file, [^\r]*\n$")))
+        << shown.err;
+    for (const char *quiet : {"-q", "--progress never -q", "--progress auto -q"})
+        EXPECT_EQ(Shell(fmt::format("( {} {} --files-from - )", slow_list, quiet)).err, "") << quiet;
 }
 
 /** tavrik-scan at the end of a pipe that stays open. */
