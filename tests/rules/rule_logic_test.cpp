@@ -1,4 +1,4 @@
-// What is said of rules without a file, held against files: never met, always met, met wherever another rule is.
+// What is said of rules without a file, checked against files: never met, always met, met wherever another rule is.
 #include <algorithm>
 #include <optional>
 #include <random>
@@ -9,6 +9,7 @@
 #include "database/generator/written_rules.h"
 #include "evaluation/evaluator.h"
 #include "rules/analysis/rule_logic.h"
+#include "rules/lists.h"
 #include "rules/numbers.h"
 #include "rules/record/record_builder.h"
 #include "rules/text/printer.h"
@@ -48,7 +49,7 @@ public:
             rule.expression.clear();
         const bool with_strings = Below(2) == 0;
         const std::size_t others = with_strings ? 8 : 3; // one list in so many stays
-        ForLists(rule, [&](auto &list) {
+        const auto change = [&](auto, auto &list) {
             using List = std::decay_t<decltype(list)>;
             using Element = typename List::value_type;
             // Others point into these, or the expression does.
@@ -69,7 +70,8 @@ public:
                 Change(list[Below(list.size())]);
             if (!kStays && !list.empty() && Below(3) == 0)
                 Change(list.emplace_back(Element(list[Below(list.size())])));
-        });
+        };
+        rules::EachList(change, rule);
         if (!with_strings)
             rule.expression.clear();
         if (rule.import_modules.empty())
@@ -88,15 +90,6 @@ private:
         const auto place = std::search(file_.begin(), file_.end(), bytes.begin(), bytes.end(),
                                        [](uint8_t byte, char c) { return byte == static_cast<uint8_t>(c); });
         return place == file_.end() ? std::nullopt : std::optional(static_cast<std::size_t>(place - file_.begin()));
-    }
-
-    template <typename Action>
-    static void ForLists(Rule &rule, Action action) {
-        const auto each = [&](auto &...lists) { (action(lists), ...); };
-        each(rule.header_conditions, rule.section_conditions, rule.section_names, rule.strings, rule.indexed_conditions,
-             rule.import_modules, rule.import_functions, rule.export_module_names, rule.export_functions,
-             rule.resource_entries, rule.resource_type_entries, rule.resource_strings, rule.measure_conditions,
-             rule.secondary_conditions, rule.object_names, rule.member_names);
     }
 
     template <typename Element>
