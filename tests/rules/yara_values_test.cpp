@@ -5,6 +5,7 @@
 
 #include "evaluation/features.h"
 #include "pe/builder/builder.h"
+#include "pe/format.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
 #include "tests/support/yara_scanner.h"
@@ -42,8 +43,8 @@ std::vector<uint8_t> File(bool is_pe32_plus) {
     image.sections.push_back(
         {.name = ".rsrc", .pieces = {{ResourceTable{{{.type = uint16_t{10}, .data = base::Bytes(0x90, 0x41)}}}}}});
     image.sections.push_back({.name = "last", .Characteristics = kPackedCode, .pieces = {{base::Bytes(0x40, 0xCC)}}});
-    image.directories[kRelocationDirectory] = {0x2010, 0x20};
-    image.directories[9] = {0x2020, 0x18}; // TLS
+    image.directories[pe::kRelocationDirectory] = {0x2010, 0x20};
+    image.directories[pe::kTlsDirectory] = {0x2020, 0x18};
     image.overlay = base::Bytes(data.begin(), data.begin() + 0x123);
     // A stub with the linker's record of the tools: "DanS" and its padding, two entries, "Rich" and the key.
     constexpr uint32_t kKey = 0x1234ABCD;
