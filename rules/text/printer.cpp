@@ -8,14 +8,13 @@
 #include <stdexcept>
 
 #include "rules/names.h"
+#include "rules/text/values.h"
 
 namespace tavrik::rules::text {
 
 namespace {
 
 constexpr std::size_t kHexBytesPerLine = 16;
-constexpr uint32_t kVersionResource = 16;
-constexpr uint32_t kManifestResource = 24;
 
 std::string Decimal(uint64_t value) {
     return std::to_string(value);
