@@ -109,6 +109,20 @@ private:
  * fails; EEXIST when the name is taken; the existing file stays as it is. The caller closes it. */
 std::FILE *CreateNewFile(const std::filesystem::path &path);
 
+/** Opens what is there, such as a device or a pipe, for writing. Null, with errno set, when that fails. The caller
+ * closes it. */
+std::FILE *OpenForWriting(const std::filesystem::path &path);
+
+/** Gives an open file the permissions of the file at `from`, and its owner and group where that is allowed. False, with
+ * errno set, when the permissions cannot be given. */
+bool CopyPermissions(const std::filesystem::path &from, std::FILE *to);
+
+/** Waits until what was written to the stream, flushed before, is on the disk. False, with errno set, on failure. */
+bool FlushToDisk(std::FILE *stream);
+
+/** Gives a file another name at once; a file that had the name is replaced. Returns the system's reason on failure. */
+std::error_code RenameOver(const std::filesystem::path &from, const std::filesystem::path &to);
+
 } // namespace tavrik::base
 
 #endif

@@ -170,4 +170,31 @@ std::FILE *CreateNewFile(const fs::path &path) {
     return descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
 }
 
+std::FILE *OpenForWriting(const fs::path &path) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    return descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+}
+
+bool CopyPermissions(const fs::path &from, std::FILE *to) {
+    constexpr mode_t kPermissions = 07777;
+    struct stat status = {};
+    if (stat(from.c_str(), &status) != 0)
+        return false;
+    // The owner first: giving a file away takes its set-user-ID bit. Only the superuser may.
+    const bool is_given = fchown(fileno(to), status.st_uid, status.st_gid) == 0;
+    const mode_t mode = status.st_mode & (is_given ? kPermissions : 0777);
+    return fchmod(fileno(to), mode) == 0;
+}
+
+bool FlushToDisk(std::FILE *stream) {
+    // Some file systems know no such thing.
+    return fsync(fileno(stream)) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+std::error_code RenameOver(const fs::path &from, const fs::path &to) {
+    std::error_code error;
+    fs::rename(from, to, error);
+    return error;
+}
+
 } // namespace tavrik::base

@@ -217,4 +217,27 @@ std::FILE *CreateNewFile(const fs::path &path) {
     return descriptor < 0 ? nullptr : _fdopen(descriptor, "wb");
 }
 
+std::FILE *OpenForWriting(const fs::path &path) {
+    const int descriptor = _wopen(path.c_str(), _O_WRONLY | _O_BINARY);
+    return descriptor < 0 ? nullptr : _fdopen(descriptor, "wb");
+}
+
+// RenameOver keeps the access list of the file that it replaces.
+bool CopyPermissions(const fs::path &, std::FILE *) {
+    return true;
+}
+
+bool FlushToDisk(std::FILE *stream) {
+    return _commit(_fileno(stream)) == 0;
+}
+
+std::error_code RenameOver(const fs::path &from, const fs::path &to) {
+    const auto last_error = [] { return std::error_code(static_cast<int>(GetLastError()), std::system_category()); };
+    if (ReplaceFileW(to.c_str(), from.c_str(), nullptr, 0, nullptr, nullptr) != 0)
+        return {};
+    if (GetLastError() != ERROR_FILE_NOT_FOUND)
+        return last_error();
+    return MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0 ? std::error_code() : last_error();
+}
+
 } // namespace tavrik::base

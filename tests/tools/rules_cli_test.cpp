@@ -17,10 +17,13 @@ namespace fs = std::filesystem;
 
 class RulesCommand : public testing::Test {
 protected:
-    // Runs the tool in the test's folder; its output stands in "out". Returns its exit code, -1 for a signal.
-    static int Run(const std::string &arguments) {
-        const std::string tool = (base::ProgramFolder() / "tavrik-rules").string();
-        const int status = std::system(("'" + tool + "' " + arguments + " >out 2>err").c_str());
+    // Runs the tool in the test's folder; its output is in "out". Returns its exit code, -1 for a signal.
+    static int Run(const std::string &arguments) { return RunShell(Tool("tavrik-rules") + arguments + " >out 2>err"); }
+
+    static std::string Tool(const char *name) { return "'" + (base::ProgramFolder() / name).string() + "' "; }
+
+    static int RunShell(const std::string &command) {
+        const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
@@ -72,6 +75,51 @@ TEST_F(RulesCommand, FormatRewritesOnlyWhatIsNotCanonical) {
     EXPECT_EQ(ReadFile("out"), ReadFile("b.rules"));
     EXPECT_EQ(Run("dump b.rules a.rules"), 0);
     EXPECT_EQ(ReadFile("out"), "rule 1 \"\" for program {\n    traits overlay\n}\n\n" + small_);
+}
+
+TEST_F(RulesCommand, FormatKeepsLinksModesAndOtherFiles) {
+    const std::string loose = "rule 1 \"\" { traits overlay }";
+    const std::string canonical = "rule 1 \"\" for program {\n    traits overlay\n}\n";
+    Write("target.rules", loose);
+    Write("target.rules.new", "mine");
+    Write("link.rules.new", "mine");
+    fs::create_symlink("target.rules", "link.rules");
+    fs::permissions("target.rules", fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(Run("fmt link.rules"), 0);
+    EXPECT_EQ(fs::read_symlink("link.rules"), "target.rules");
+    EXPECT_EQ(ReadFile("target.rules"), canonical);
+    EXPECT_EQ(fs::status("target.rules").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(ReadFile("target.rules.new") + ReadFile("link.rules.new"), "minemine");
+}
+
+TEST_F(RulesCommand, EndsQuietlyWhenNobodyReads) {
+    Write("warned.rules", "rule 1 \"r\" { header { Machine == 65536 } }");
+    Write("fine.rules", "rule 1 \"r\" { header { Machine == 1 } }");
+    const auto run_into = [](const std::string &command, const std::string &reader) {
+        return RunShell("bash -c \"(sleep 0.1; " + Tool("tavrik-rules") + command + " 2>err) | " + reader +
+                        "; exit \\${PIPESTATUS[0]}\" >out");
+    };
+    for (const char *command :
+         {"dump", "list", "list --json", "show 1", "stats", "stats --verify", "check warned.rules",
+          "check --json warned.rules", "export-yara", "fmt - <fine.rules"}) {
+        EXPECT_EQ(run_into(command, "true"), 141) << command;
+        EXPECT_EQ(ReadFile("err"), "") << command;
+    }
+    EXPECT_EQ(run_into("dump", "head -1"), 141);
+    EXPECT_EQ(ReadFile("out").find("rule "), 0u);
+    EXPECT_EQ(RunShell(Tool("tavrik-rules") + "list 2>err >/dev/full"), 3);
+    EXPECT_NE(ReadFile("err").find("standard output"), std::string::npos) << ReadFile("err");
+}
+
+TEST_F(RulesCommand, TheGeneratorKnowsTheHandWrittenRules) {
+    EXPECT_EQ(RunShell(Tool("tavrik-rulegen") + "-o database.rules >out 2>err"), 0) << ReadFile("err");
+    EXPECT_EQ(Run("dump"), 0);
+    EXPECT_TRUE(ReadFile("out") == ReadFile("database.rules")) << "the module carries another database";
+    Write("wrong.rules", "rule");
+    EXPECT_EQ(RunShell(Tool("tavrik-rulegen") + "-o none.rules wrong.rules >out 2>err"), 1);
+    EXPECT_EQ(RunShell(Tool("tavrik-rulegen") + "-o none.rules missing.rules >out 2>err"), 1);
+    EXPECT_NE(ReadFile("err").find("missing.rules: cannot be read"), std::string::npos) << ReadFile("err");
+    EXPECT_FALSE(fs::exists("none.rules"));
 }
 
 TEST_F(RulesCommand, CompilingAgainChangesNothing) {

@@ -1,11 +1,13 @@
 // tavrik-names: compiles the texts of the name tables and word lists into the source of the module's data.
 #include <cstdio>
-#include <fstream>
 #include <iterator>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "base/atomic_file.h"
+#include "base/error.h"
+#include "base/text.h"
 #include "database/name_compiler/name_tables.h"
 
 namespace {
@@ -14,11 +16,6 @@ using namespace tavrik::name_compiler;
 
 constexpr int kWrongInput = 1;
 constexpr int kCannotWrite = 2;
-
-bool WriteFile(const std::string &path, const std::string &content) {
-    std::ofstream stream(path, std::ios::binary | std::ios::trunc);
-    return stream.write(content.data(), static_cast<std::streamsize>(content.size())).flush().good();
-}
 
 } // namespace
 
@@ -45,8 +42,11 @@ int main(int argc, char **argv) {
         fmt::print(stderr, "{}", sources.Describe());
         return kWrongInput;
     }
-    if (!output.empty() && !WriteFile(output, WriteNameTables(tables))) {
-        fmt::print(stderr, "tavrik-names: {} cannot be written: does its folder exist?\n", output);
+    try {
+        if (!output.empty())
+            tavrik::base::WriteWholeFile(tavrik::base::PathOf(output), WriteNameTables(tables));
+    } catch (const tavrik::base::Error &error) {
+        fmt::print(stderr, "tavrik-names: {}\n", error.what());
         return kCannotWrite;
     }
     return 0;

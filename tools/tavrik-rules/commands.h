@@ -1,4 +1,5 @@
-/* The commands of tavrik-rules. */
+/* The commands of tavrik-rules. All throw base::Error where a file or module cannot be read or written, and
+ * base::ClosedPipe where nobody reads standard output. */
 #ifndef TAVRIK_TOOLS_TAVRIK_RULES_COMMANDS_H
 #define TAVRIK_TOOLS_TAVRIK_RULES_COMMANDS_H
 
@@ -8,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "rules/model.h"
+#include "tools/tavrik-rules/rule_source.h"
 
 namespace tavrik::rules_tool {
 
@@ -17,6 +18,7 @@ enum ExitCode : int {
     kErrorsFound = 1,   // in the rules; a profile that is not met; texts that fmt --check would change
     kWarningsFound = 2, // and no errors (check alone)
     kFailed = 3,        // wrong usage, or a file or module that cannot be read or written
+    kOutputClosed = 141 // as if the signal for it had ended the program
 };
 
 /** check: parses every file and prints what it finds, as text or as JSON Lines. */
@@ -27,15 +29,6 @@ ExitCode Compile(const std::vector<std::string> &files, const std::filesystem::p
 
 /** fmt: rewrites each file in place; with `check` lists those that would change; "-" is standard input to output. */
 ExitCode Format(const std::vector<std::string> &files, bool check);
-
-/** Where rules come from: text files or, without any, a module. */
-struct RuleSource {
-    std::vector<std::string> files;
-    std::string module; // empty: beside the program
-};
-
-/** The rules of a source; nothing when a file has errors, which are printed. Throws ToolError. */
-std::optional<rules::RuleSet> LoadSource(const RuleSource &source);
 
 /** dump: all rules as canonical text. */
 ExitCode Dump(const RuleSource &source);

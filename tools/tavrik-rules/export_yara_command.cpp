@@ -1,13 +1,14 @@
 #include <algorithm>
-#include <cstdio>
 #include <map>
 
 #include <fmt/format.h>
 
+#include "base/atomic_file.h"
+#include "base/console.h"
 #include "base/text.h"
 #include "rules/yara/export.h"
 #include "tools/tavrik-rules/commands.h"
-#include "tools/tavrik-rules/tool_files.h"
+#include "tools/tavrik-rules/rule_files.h"
 
 namespace tavrik::rules_tool {
 
@@ -20,9 +21,10 @@ void PrintReasons(const rules::yara::YaraExport &made) {
         ++counts[rule.reason];
     std::vector<std::pair<std::string_view, std::size_t>> reasons(counts.begin(), counts.end());
     std::ranges::stable_sort(reasons, std::ranges::greater(), [](const auto &reason) { return reason.second; });
-    fmt::print(stderr, "{} written, {} not:\n", base::CountText(made.exported.size(), "rule"), made.omitted.size());
+    base::PrintError(
+        fmt::format("{} written, {} not:\n", base::CountText(made.exported.size(), "rule"), made.omitted.size()));
     for (const auto &[reason, count] : reasons)
-        fmt::print(stderr, "{:>6}  {}\n", count, reason);
+        base::PrintError(fmt::format("{:>6}  {}\n", count, reason));
 }
 
 } // namespace
@@ -33,16 +35,16 @@ ExitCode ExportToYara(const RuleSource &source, const std::string &output, const
         return kErrorsFound;
     const rules::yara::YaraExport made = rules::yara::ExportYara(*set);
     if (output.empty() || output == kStandardInput)
-        fmt::print("{}", made.text);
+        base::Print(made.text);
     else
-        WriteAll(PathOf(output), made.text);
+        base::WriteWholeFile(base::PathOf(output), made.text);
     if (!report.empty()) {
         std::string lines;
         for (const rules::yara::OmittedRule &omitted : made.omitted) {
             const rules::Rule &rule = set->rules[omitted.place];
             lines += fmt::format("{}\t{}\t{}\n", rule.rule_id, rule.detection_name, omitted.reason);
         }
-        WriteAll(PathOf(report), lines);
+        base::WriteWholeFile(base::PathOf(report), lines);
     }
     PrintReasons(made);
     return kFine;

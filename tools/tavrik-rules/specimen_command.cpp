@@ -2,10 +2,13 @@
 
 #include <fmt/format.h>
 
+#include "base/atomic_file.h"
+#include "base/console.h"
+#include "base/error.h"
+#include "base/text.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "tools/tavrik-rules/commands.h"
-#include "tools/tavrik-rules/tool_files.h"
 
 namespace tavrik::rules_tool {
 
@@ -39,19 +42,20 @@ std::vector<std::size_t> PlacesOf(const generator::Generator &generator, uint32_
 std::optional<std::size_t> Choose(const generator::Generator &generator, const SpecimenOptions &options) {
     const std::vector<std::size_t> places = PlacesOf(generator, options.rule_id);
     if (places.empty()) {
-        fmt::print(stderr, "tavrik-rules: the reference database has no rule {}; {}\n", options.rule_id,
-                   NearestIds(generator, options.rule_id));
+        base::PrintError(fmt::format("tavrik-rules: the reference database has no rule {}; {}\n", options.rule_id,
+                                     NearestIds(generator, options.rule_id)));
         return std::nullopt;
     }
     if (!options.place && places.size() == 1)
         return places.front();
     if (options.place && std::ranges::find(places, *options.place) != places.end())
         return options.place;
-    fmt::print(stderr, "tavrik-rules: {}:\n",
-               options.place ? fmt::format("rule {} is not at place {}, but here", options.rule_id, *options.place)
-                             : fmt::format("{} rules have the id {}; choose one", places.size(), options.rule_id));
+    base::PrintError(fmt::format(
+        "tavrik-rules: {}:\n",
+        options.place ? fmt::format("rule {} is not at place {}, but here", options.rule_id, *options.place)
+                      : fmt::format("{} rules have the id {}; choose one", places.size(), options.rule_id)));
     for (const std::size_t place : places)
-        fmt::print(stderr, "  --place {:<5} \"{}\"\n", place, generator.RuleName(place));
+        base::PrintError(fmt::format("  --place {:<5} \"{}\"\n", place, generator.RuleName(place)));
     return std::nullopt;
 }
 
@@ -63,18 +67,18 @@ ExitCode WriteSpecimen(const SpecimenOptions &options) {
     const auto place = Choose(generator, options);
     if (!place)
         return kErrorsFound;
-    const std::filesystem::path path = PathOf(options.output);
+    const std::filesystem::path path = base::PathOf(options.output);
     if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(path)))
-        throw ToolError(fmt::format("{}: is there already; --force overwrites it", options.output));
+        throw base::Error(path, "is there already; --force overwrites it");
     const auto image = generator.SpecimenImage(*place);
     if (!image) {
-        fmt::print(stderr, "tavrik-rules: rule {} \"{}\" has no specimen\n", options.rule_id,
-                   generator.RuleName(*place));
+        base::PrintError(
+            fmt::format("tavrik-rules: rule {} \"{}\" has no specimen\n", options.rule_id, generator.RuleName(*place)));
         return kErrorsFound;
     }
-    WriteAll(path, {reinterpret_cast<const char *>(image->data()), image->size()});
-    fmt::print("{}: {} bytes, the specimen of rule {} \"{}\"\n", options.output, image->size(), options.rule_id,
-               generator.RuleName(*place));
+    base::WriteWholeFile(path, *image);
+    base::Print(fmt::format("{}: {} bytes, the specimen of rule {} \"{}\"\n", options.output, image->size(),
+                            options.rule_id, generator.RuleName(*place)));
     return kFine;
 }
 

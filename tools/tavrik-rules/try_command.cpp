@@ -1,8 +1,8 @@
 #include <algorithm>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
+#include "base/console.h"
 #include "base/error.h"
 #include "base/text.h"
 #include "base/walk.h"
@@ -11,7 +11,8 @@
 #include "evaluation/rule_index.h"
 #include "rules/record/record_builder.h"
 #include "tools/tavrik-rules/commands.h"
-#include "tools/tavrik-rules/tool_files.h"
+#include "tools/tavrik-rules/json_line.h"
+#include "tools/tavrik-rules/rule_files.h"
 
 namespace tavrik::rules_tool {
 
@@ -52,14 +53,15 @@ public:
     void Fail(const std::filesystem::path &path, const std::string &reason) {
         ++errors_;
         if (options_.json)
-            Print({{"file", base::PathText(path)}, {"error", reason}});
-        fmt::print(stderr, "tavrik-rules: {}: {}\n", base::PrintablePath(path), reason);
+            PrintJsonLine({{"file", base::PathText(path)}, {"error", reason}});
+        base::PrintError(fmt::format("tavrik-rules: {}: {}\n", base::PrintablePath(path), reason));
     }
 
     ExitCode Finish() const {
         if (!options_.json)
-            fmt::print("{}, {}: {} matched, {} not PE, {}\n", base::CountText(rules_.size(), "rule"),
-                       base::CountText(files_ + errors_, "file"), matched_, not_pe_, base::CountText(errors_, "error"));
+            base::Print(fmt::format("{}, {}: {} matched, {} not PE, {}\n", base::CountText(rules_.size(), "rule"),
+                                    base::CountText(files_ + errors_, "file"), matched_, not_pe_,
+                                    base::CountText(errors_, "error")));
         return errors_ == 0 ? kFine : kFailed;
     }
 
@@ -76,19 +78,19 @@ private:
                    const std::vector<evaluation::RuleExplanation> &explanations) const {
         const std::string file = base::PrintablePath(path);
         for (const uint32_t place : matches)
-            fmt::print("{}: {}\n", file, Named(*rules_[place]));
+            base::Print(fmt::format("{}: {}\n", file, Named(*rules_[place])));
         if (options_.explain && !is_pe)
-            fmt::print("{}: no PE file, which rules are not asked of\n", file);
+            base::Print(fmt::format("{}: no PE file, which rules are not asked of\n", file));
         for (std::size_t place = 0; place < explanations.size(); ++place) {
             const evaluation::RuleExplanation &explanation = explanations[place];
-            fmt::print("\n{}: {}: {}\n{}", file, Named(*rules_[place]),
-                       explanation.matches
-                           ? "matches"
-                           : fmt::format("does not match, {} conditions are not met", explanation.failed),
-                       explanation.text);
+            base::Print(fmt::format("\n{}: {}: {}\n{}", file, Named(*rules_[place]),
+                                    explanation.matches
+                                        ? "matches"
+                                        : fmt::format("does not match, {} conditions are not met", explanation.failed),
+                                    explanation.text));
         }
         if (!explanations.empty())
-            fmt::print("\n");
+            base::Print("\n");
     }
 
     void PrintJson(const std::filesystem::path &path, bool is_pe, const std::vector<uint32_t> &matches,
@@ -107,11 +109,7 @@ private:
             entry["text"] = explanations[place].text;
             line["explanations"].push_back(std::move(entry));
         }
-        Print(line);
-    }
-
-    static void Print(const nlohmann::ordered_json &line) {
-        fmt::print("{}\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        PrintJsonLine(line);
     }
 
     std::span<HeuristicRule *const> rules_;
@@ -129,12 +127,12 @@ ExitCode Try(const TryOptions &options) {
     std::vector<std::string> rule_files = options.rule_files;
     std::vector<std::string> paths;
     for (const std::string &argument : options.arguments)
-        (argument.ends_with(kRuleSuffix) && !std::filesystem::is_directory(PathOf(argument)) ? rule_files : paths)
+        (argument.ends_with(kRuleSuffix) && !std::filesystem::is_directory(base::PathOf(argument)) ? rule_files : paths)
             .push_back(argument);
     if (rule_files.empty())
-        throw ToolError("try: no rule files; name one that ends in .rules, or use --rules FILE");
+        throw base::Error("try: no rule files; name one that ends in .rules, or use --rules FILE");
     if (paths.empty())
-        throw ToolError("try: nothing to try the rules on; name files, or folders with -r");
+        throw base::Error("try: nothing to try the rules on; name files, or folders with -r");
     const auto set = LoadRules(rule_files);
     if (!set)
         return kErrorsFound;

@@ -1,39 +1,24 @@
 // tavrik-samples: writes the sample set to a folder.
 
 #include <filesystem>
-#include <fstream>
-#include <system_error>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "base/error.h"
+#include "base/atomic_file.h"
 #include "samples/samples.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tavrik::base::Bytes;
-
-// Another process sees the old file or the new one, never an incomplete one.
-void Replace(const fs::path &path, const Bytes &bytes) {
-    fs::path unfinished = path;
-    unfinished += ".part";
-    std::ofstream file(unfinished, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file)
-        throw tavrik::base::Error(unfinished, "cannot be written; check the folder's permissions and free space");
-    fs::rename(unfinished, path);
-}
 
 void WriteAll(const fs::path &folder) {
-    fs::create_directories(folder);
+    tavrik::base::MakeFolders(folder);
     std::size_t total = 0;
     const std::size_t count = tavrik::samples::SampleCount();
     for (std::size_t index = 0; index < count; ++index) {
         const tavrik::samples::Sample sample = tavrik::samples::MakeSample(index);
-        Replace(folder / sample.file_name, sample.bytes);
+        tavrik::base::WriteWholeFile(folder / sample.file_name, sample.bytes, tavrik::base::Flush::None);
         fmt::print("{:<52} {:>8} bytes  {}\n", sample.file_name, sample.bytes.size(), sample.about);
         total += sample.bytes.size();
     }

@@ -1,0 +1,71 @@
+#include <algorithm>
+#include <deque>
+#include <iterator>
+
+#include <fmt/format.h>
+
+#include "base/console.h"
+#include "base/text.h"
+#include "rules/analysis/lints.h"
+#include "tools/tavrik-rules/commands.h"
+#include "tools/tavrik-rules/json_line.h"
+#include "tools/tavrik-rules/rule_files.h"
+
+namespace tavrik::rules_tool {
+
+namespace {
+
+nlohmann::ordered_json ToJson(const rules::text::Source &source, const rules::text::Diagnostic &diagnostic) {
+    const rules::text::Place place = rules::text::PlaceOf(source.text, diagnostic.offset);
+    return {{"file", source.name},
+            {"line", place.line},
+            {"column", place.column},
+            {"severity", diagnostic.severity == rules::text::Severity::Error ? "error" : "warning"},
+            {"code", diagnostic.code},
+            {"message", diagnostic.message},
+            {"help", diagnostic.help}};
+}
+
+// Adds the lints to the diagnostics of each text.
+void AddLints(std::deque<RuleText> &texts) {
+    std::vector<rules::analysis::LintedFile> linted;
+    for (const RuleText &text : texts)
+        linted.push_back({&text.source, &text.parsed});
+    const std::vector<std::vector<rules::text::Diagnostic>> lints = rules::analysis::FindLints(linted);
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        std::vector<rules::text::Diagnostic> &all = texts[i].parsed.diagnostics;
+        std::ranges::copy(lints[i], std::back_inserter(all));
+        std::ranges::stable_sort(all, {}, &rules::text::Diagnostic::offset);
+    }
+}
+
+} // namespace
+
+ExitCode Check(const std::vector<std::string> &files, bool json) {
+    std::deque<RuleText> texts;
+    for (const std::string &name : files)
+        texts.emplace_back(name);
+    // Rules with errors are not complete, and would be judged by what they lack.
+    if (std::ranges::none_of(texts,
+                             [](const RuleText &text) { return rules::text::HasErrors(text.parsed.diagnostics); }))
+        AddLints(texts);
+    std::size_t errors = 0;
+    std::size_t warnings = 0;
+    std::size_t rules = 0;
+    for (const RuleText &text : texts) {
+        for (const rules::text::Diagnostic &diagnostic : text.parsed.diagnostics) {
+            ++(diagnostic.severity == rules::text::Severity::Error ? errors : warnings);
+            if (json)
+                PrintJsonLine(ToJson(text.source, diagnostic));
+            else
+                base::Print(rules::text::Render(text.source, diagnostic));
+        }
+        rules += text.parsed.set.rules.size();
+    }
+    if (!json)
+        base::Print(fmt::format("{}, {}, {}\n", base::CountText(rules, "rule"), base::CountText(errors, "error"),
+                                base::CountText(warnings, "warning")));
+    return errors > 0 ? kErrorsFound : warnings > 0 ? kWarningsFound : kFine;
+}
+
+} // namespace tavrik::rules_tool

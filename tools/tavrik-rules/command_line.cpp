@@ -1,0 +1,192 @@
+#include "tools/tavrik-rules/command_line.h"
+
+#include <algorithm>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "base/text.h"
+
+namespace tavrik::rules_tool {
+
+namespace {
+
+constexpr char kFooter[] =
+    "Exit codes:\n"
+    "  0  fine\n"
+    "  1  errors in the rules; fmt --check: files that would change; stats --verify: deviations;\n"
+    "     show, specimen: no such rule\n"
+    "  2  check: warnings, but no errors\n"
+    "  3  wrong usage, or a file or module that cannot be read or written (try goes on with the other\n"
+    "     files; whether rules match does not count)\n"
+    "\n"
+    "dump, stats, list, show and export-yara take rule files, or the module's own rules without any. The file\n"
+    "'-' is standard input.";
+
+class CommandLine {
+public:
+    CommandLine() {
+        app_.allow_windows_style_options(false);
+        app_.require_subcommand(1);
+        app_.failure_message([](const CLI::App *app, const CLI::Error &error) {
+            const bool is_command_wrong = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) &&
+                                          app->get_subcommands().empty() && !app->remaining().empty();
+            const std::string reason =
+                is_command_wrong ? fmt::format("there is no command '{}'", app->remaining().front()) : error.what();
+            return fmt::format("tavrik-rules: {}; run with --help for more information\n", reason);
+        });
+        app_.footer(kFooter);
+
+        AddTextCommands();
+        AddReaders();
+        AddTry();
+        AddSpecimen();
+        AddExport();
+    }
+
+    ExitCode Run(std::vector<std::string> arguments) {
+        arguments.erase(arguments.begin());
+        std::ranges::reverse(arguments); // the parser takes them last first
+        try {
+            app_.parse(std::move(arguments));
+        } catch (const CLI::ParseError &error) {
+            return app_.exit(error) == 0 ? kFine : kFailed;
+        }
+        const CLI::App *const command = app_.get_subcommands().front();
+        const RuleSource source{files_, module_};
+        if (command == check_)
+            return Check(files_, json_);
+        if (command == compile_)
+            return Compile(files_, base::PathOf(folder_));
+        if (command == format_)
+            return Format(files_, check_only_);
+        if (command == dump_)
+            return Dump(source);
+        if (command == stats_)
+            return Stats(source, verify_, json_);
+        if (command == list_)
+            return List(source, json_);
+        if (command == try_)
+            return Try(try_options_);
+        if (command == specimen_)
+            return WriteSpecimen(specimen_options_);
+        if (command == export_)
+            return ExportToYara(source, output_, report_);
+        return Show(source, wanted_);
+    }
+
+private:
+    void AddTextCommands() {
+        check_ = Add("check", "report every error and warning in rule files");
+        AddFiles(check_, true);
+        check_->add_flag("--json", json_, "print one JSON object for each finding");
+
+        compile_ = Add("compile", "compile rule files to the source of the module's database");
+        AddFiles(compile_, true);
+        compile_->add_option("-o,--output", folder_, "folder to write to; it is made if need be")
+            ->required()
+            ->type_name("DIR");
+
+        format_ = Add("fmt", "lay rule files out in canonical form, comments kept, in place");
+        AddFiles(format_, true);
+        format_->add_flag("--check", check_only_, "change nothing; list the files that would change");
+    }
+
+    void AddReaders() {
+        dump_ = AddReader("dump", "print rules as canonical text");
+        stats_ = AddReader("stats", "count lists and elements");
+        stats_->add_flag("--verify", verify_, "show each fact of the published profile, expected and actual");
+        stats_->add_flag("--json", json_, "with --verify: print one JSON object for each fact");
+        list_ = AddReader("list", "print a line for each rule");
+        list_->add_flag("--json", json_, "print one JSON object for each rule");
+        show_ = Add("show", "print the rules with a number or with a part of a name");
+        show_->add_option("WANTED", wanted_, "number of a rule, or part of a name")->required()->type_name("");
+        AddSource(show_);
+    }
+
+    void AddTry() {
+        try_ = Add("try", "evaluate rule files on PE files, without building a module");
+        try_->add_option("RULES... PATH", try_options_.arguments,
+                         "files that end in .rules are rules; the others are tried, folders with -r")
+            ->required()
+            ->type_name("");
+        try_->add_option("--rules", try_options_.rule_files, "a rule file of any name; may be repeated")
+            ->type_name("FILE")
+            ->allow_extra_args(false);
+        try_->add_flag("-r,--recursive", try_options_.recursive, "go into folders");
+        try_->add_flag("-v,--explain", try_options_.explain, "for each rule, print its conditions, met or not");
+        try_->add_flag("--json", try_options_.json, "print one JSON object for each file");
+    }
+
+    void AddSpecimen() {
+        specimen_ = Add("specimen", "write a PE file that a rule of the reference database matches");
+        specimen_->add_option("ID", specimen_options_.rule_id, "id of the rule, as list prints it")
+            ->required()
+            ->type_name("");
+        specimen_->add_option("-o,--output", specimen_options_.output, "file to write")->required()->type_name("FILE");
+        specimen_->add_option("--place", specimen_options_.place, "place in the table, where several rules have the id")
+            ->type_name("N");
+        specimen_->add_flag("--force", specimen_options_.force, "overwrite the file");
+        specimen_->footer(
+            "The reference database is built into this program: a module made from other rules, or other\n"
+            "--module files, change nothing here. Specimens are invented and harmless; scanners that use\n"
+            "the database report them.\n");
+    }
+
+    void AddExport() {
+        export_ = AddReader("export-yara", "write rules for YARA, those that it can express exactly");
+        export_->add_option("-o,--output", output_, "file to write (default: standard output)")->type_name("FILE");
+        export_->add_option("--report", report_, "file for the other rules: id, name, reason, with tabs between")
+            ->type_name("FILE");
+        export_->footer("Standard error says how many rules were written, and how many not for each reason.\n");
+    }
+
+    CLI::App *Add(const char *name, const char *about) { return app_.add_subcommand(name, about); }
+
+    CLI::App *AddReader(const char *name, const char *about) {
+        CLI::App *command = Add(name, about);
+        AddSource(command);
+        return command;
+    }
+
+    void AddFiles(CLI::App *command, bool required) {
+        command->add_option("FILE", files_, "rule files")->required(required)->type_name("");
+    }
+
+    void AddSource(CLI::App *command) {
+        AddFiles(command, false);
+        command->add_option("--module", module_, "the module to read (default: tavrik2.hbx beside this program)")
+            ->type_name("MODULE");
+    }
+
+    CLI::App app_{"Checks, compiles, formats, shows and tries heuristic rules.", "tavrik-rules"};
+    CLI::App *check_;
+    CLI::App *compile_;
+    CLI::App *format_;
+    CLI::App *dump_;
+    CLI::App *stats_;
+    CLI::App *list_;
+    CLI::App *show_;
+    CLI::App *try_;
+    CLI::App *specimen_;
+    CLI::App *export_;
+    std::vector<std::string> files_;
+    std::string folder_;
+    std::string module_;
+    std::string wanted_;
+    std::string output_;
+    std::string report_;
+    TryOptions try_options_;
+    SpecimenOptions specimen_options_;
+    bool json_ = false;
+    bool check_only_ = false;
+    bool verify_ = false;
+};
+
+} // namespace
+
+ExitCode RunCommandLine(std::vector<std::string> arguments) {
+    return CommandLine().Run(std::move(arguments));
+}
+
+} // namespace tavrik::rules_tool
