@@ -339,7 +339,7 @@ TEST(Walk, VisitsFilesInOrderButTheExcludedOnes) {
 #else
     for (const auto &row : rows)
         EXPECT_EQ(Visited("top", {true, row.exclude}), row.visited);
-    EXPECT_EQ(Visited("top/", {true, {"top"}}), "") << "a separator at the end is no part of the name";
+    EXPECT_EQ(Visited("top/", {true, {"top"}}), "") << "a separator at the end is not part of the name";
     fs::create_symlink("a.exe", "top/link");
     EXPECT_EQ(Visited("top", {true, {"b", "B", "cache"}}), "top/a.exe top/c.dll") << "links in folders are left out";
     EXPECT_EQ(Visited("top/link", {true, {}}), "top/link") << "named links are visited";

@@ -1,5 +1,5 @@
 // The host's library with the real tavrik2.hbx: the sample set by way of files, the PE parser and the streams on bad
-// input. The samples are made here, so that every build, also that for Windows, is held to the same planned findings.
+// input. The samples are made here, so that every build, also that for Windows, is checked against the same planned findings.
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -96,14 +96,14 @@ TEST(Samples, AreExplained) {
         if (sample.finding)
             continue;
         ++near_misses;
-        // The first failure shown is the one that was made; the rest are those of alternatives further off.
+        // The first failure shown is the one that was made; the others are those of less similar alternatives.
         const std::string failed = explanation.text.substr(explanation.text.find("\nFAIL"));
         EXPECT_EQ(failed.find(failing.at(sample.file_name)), failed.find_first_not_of(' ', 5)) << explanation.text;
     }
     EXPECT_EQ(near_misses, failing.size());
 }
 
-// The rows turned back into alternatives must answer as the rows themselves do.
+// The rows as a tree of alternatives must give the results of the rows.
 TEST(Explain, JudgesAsTheGatesDo) {
     std::mt19937 random(1);
     for (std::size_t index = 0; index < SampleCount(); ++index) {
@@ -140,7 +140,7 @@ TEST(Scan, SurvivesCutAndAlteredSamples) {
     for (std::size_t index = 0; index < SampleCount(); ++index) {
         const Bytes sample = MakeSample(index).bytes;
         for (int variant = 0; variant < 12; ++variant) {
-            // A block of the variant's own size, so that the sanitizers see every byte read behind it.
+            // A block of the variant's own size, so that the sanitizers see every byte read after it.
             Bytes bytes(sample);
             if (variant % 3 != 0)
                 bytes = Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(random() % bytes.size()));
@@ -383,7 +383,7 @@ TEST(Parser, TellsReadErrorsFromBadFiles) {
 
 // ---- The stream ----------------------------------------------------------------------------------------------------
 
-TEST(Stream, ReadsUpToTheEndAndNothingBehindIt) {
+TEST(Stream, ReadsUpToTheEndAndNothingAfterIt) {
     const FreshFolder folder;
     const Bytes bytes = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'};
     WriteFile("digits", bytes);

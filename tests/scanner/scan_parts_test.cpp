@@ -282,6 +282,13 @@ TEST(Profile, AddsUpStepsAndRulesOfAllThreads) {
     EXPECT_NEAR(TimeIn(text, "  structure of rules asked"), 1.686, 0.002) << text;
     EXPECT_NEAR(TimeIn(text, "  strings of rules left"), 4, 0.002) << text;
     EXPECT_NEAR(TimeIn(text, "  index"), all_rules - 5.686, 0.002) << text;
+    const std::regex line("\n  ( *[a-z0-9, ]*[a-z0-9]) +[0-9.]+ ms +[0-9.-]+ %(?=\n)");
+    std::vector<std::string> names;
+    for (std::sregex_iterator found(text.begin(), text.end(), line), end; found != end; ++found)
+        names.push_back((*found)[1]);
+    EXPECT_EQ(names, (std::vector<std::string>{"open", "rules", "  index", "  structure of rules asked",
+                                               "  strings of rules left", "carve", "reading, within the above"}))
+        << text;
     std::smatch share;
     ASSERT_TRUE(std::regex_search(text, share, std::regex("\n  carve +[0-9.]+ ms +([0-9.]+) %\n"))) << text;
     EXPECT_NEAR(std::stod(share[1]), 100 * carve / (open + all_rules + carve), 0.06) << text;
