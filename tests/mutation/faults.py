@@ -298,7 +298,11 @@ def strings(source):
 
 
 def rows(source):
-    """Rows of tables left out: lines of their own that end with a comma, outside of functions."""
+    """Rows of tables left out: lines of their own that end with a comma, outside of functions, and calls in .def files."""
+    if source.file.endswith(".def"):
+        for found in re.finditer(r"^[A-Z_]+\([^\n]*\)\n", source.text, re.M):
+            yield source.fault("row", found.start(), found.end() - 1, "")
+        return
     starts = {token.start: index for index, token in enumerate(source.tokens)}
     for found in re.finditer(r"^[ \t]+((?:\{|[a-z_]+\()[^\n]*),\n", source.text, re.M):
         index = starts.get(found.start(1))
@@ -312,7 +316,9 @@ def rows(source):
 def parts(source):
     """The spans of a locator file's constants: (start, end, gates | tables | markers)."""
     spans, index, tokens = [], 0, source.tokens
-    if source.file.endswith("_table.cpp"):
+    if source.file.endswith(("markers.def", "places.def")):
+        return [(0, len(source.text), "markers")]
+    if source.file.endswith(("_table.cpp", ".def")):
         return [(0, len(source.text), "tables")]
     while index < len(tokens):
         token = tokens[index]

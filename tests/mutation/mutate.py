@@ -202,7 +202,7 @@ def faults_of_area(area, names, built):
     for name in names:
         if not any(matches(name, pattern) for pattern in area["sources"]) or "_windows" in name:
             continue
-        if not (name.endswith(".h") or (name.endswith((".cpp", ".c")) and name in built)):
+        if not (name.endswith(".h") or (name.endswith(".def") and not name.startswith("platform/")) or (name.endswith((".cpp", ".c")) and name in built)):
             continue
         source, here = faults.faults_of(name, (ROOT / name).read_bytes().decode())
         part = area.get("part")
