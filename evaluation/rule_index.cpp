@@ -158,10 +158,10 @@ RuleIndex::RuleIndex(std::span<HeuristicRule *const> rules) : rules_(rules) {
     }
     std::ranges::sort(filed);
     filed.erase(std::unique(filed.begin(), filed.end()), filed.end()); // a value may stand twice in a run
-    BuildTable(std::move(filed));
+    BuildTable(filed);
 }
 
-void RuleIndex::BuildTable(std::vector<FiledRule> filed) {
+void RuleIndex::BuildTable(const std::vector<FiledRule> &filed) {
     const std::size_t size = std::bit_ceil(2 * filed.size() + 2);
     shift_ = 64 - static_cast<unsigned>(std::countr_zero(size));
     slots_.resize(size);

@@ -57,7 +57,7 @@ private:
         std::unique_ptr<const StringPass> pass;
     };
 
-    void BuildTable(std::vector<FiledRule> filed);
+    void BuildTable(const std::vector<FiledRule> &filed);
     std::span<const uint32_t> RulesUnder(uint16_t field, uint32_t value) const;
     std::size_t PlaceOf(uint64_t key) const;
     void DropWithoutStrings(std::vector<uint32_t> &matches, Features &features, RuleObserver *observer) const;

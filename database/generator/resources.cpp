@@ -13,7 +13,6 @@
 namespace tavrik::generator {
 namespace {
 
-using pe::builder::Resource;
 using pe::builder::ResourceId;
 using rules::RegionKind;
 using rules::SectionRole;
@@ -56,7 +55,7 @@ private:
                std::ranges::any_of(plan_.measure_regions, kIsOfResources, rules::RegionOfMeasure) || random_.Chance(60);
     }
 
-    bool Add(ResourceId type, ResourceId name, uint16_t language, base::Bytes data) {
+    bool Add(const ResourceId &type, const ResourceId &name, uint16_t language, base::Bytes data) {
         if (!used_.emplace(type, name, language).second)
             return false;
         planned_.table.resources.push_back({type, name, language, std::move(data)});

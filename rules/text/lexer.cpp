@@ -65,7 +65,7 @@ Token Lexer::Next() {
     if (c != '\0') // which the parser reports
         Report("E001", position_, length, "these characters mean nothing here",
                "text stands in double quotes, a comment behind //");
-    return Take(TokenKind::kOther, length);
+    return Take(TokenKind::Other, length);
 }
 
 Token Lexer::NextInHexString() {
@@ -83,7 +83,7 @@ Token Lexer::NextExpression() {
     std::size_t length = end - position_;
     while (length > 0 && (text_[position_ + length - 1] == ' ' || text_[position_ + length - 1] == '\t'))
         --length;
-    return length == 0 ? Next() : Take(TokenKind::kOther, length);
+    return length == 0 ? Next() : Take(TokenKind::Other, length);
 }
 
 void Lexer::SkipBlanks() {
@@ -165,7 +165,7 @@ Token Lexer::TakeText() {
     length = std::min(length, rest.size());
     Report("E003", position_, length, "this text has no closing quote",
            "a text stands on one line; write \\n for a line's end");
-    return Take(TokenKind::kOther, length);
+    return Take(TokenKind::Other, length);
 }
 
 void Lexer::Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help) {

@@ -19,7 +19,7 @@ enum class TokenKind : uint8_t {
     Real,       // with a fraction
     Text,       // in double quotes
     Symbol,     // one of { } [ ] ( ) . .. , ; | & # = ~ == != < > <= >= ??
-    kOther,     // a byte that begins no word; reported already
+    Other,      // a byte that begins no word; reported already
 };
 
 struct Token {

@@ -141,7 +141,7 @@ private:
             rule.expression = ExpectName(cursor_, "an expression");
             return;
         }
-        if (!cursor_.At(TokenKind::kOther) || cursor_.token().text.empty())
+        if (!cursor_.At(TokenKind::Other) || cursor_.token().text.empty())
             cursor_.Expected("an expression such as ((A|B)&C)");
         rule.expression = cursor_.Text();
         cursor_.Advance();

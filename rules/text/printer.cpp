@@ -281,6 +281,7 @@ std::vector<Row> StringRows(const Rule &rule) {
 template <typename Element, typename Text>
 std::vector<Row> PlainRows(const std::vector<Element> &list, Text text) {
     std::vector<Row> rows;
+    rows.reserve(list.size());
     for (const Element &e : list)
         rows.push_back({text(e), "", rows.size()});
     return rows;

@@ -47,7 +47,7 @@ void TokenCursor::Expected(std::string_view what, std::string help) {
     // What the lexer could not read has been reported already.
     if (AtEnd())
         Report("E101", offset(), 0, std::string(what) + " was expected, but the text ends here", std::move(help));
-    else if (!At(TokenKind::kOther))
+    else if (!At(TokenKind::Other))
         Report("E101", offset(), length(), std::string(what) + " was expected", std::move(help));
     throw Unreadable{};
 }

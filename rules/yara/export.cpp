@@ -14,9 +14,6 @@ namespace tavrik::rules::yara {
 namespace {
 
 using fmt::format;
-using yara::Need;
-using yara::NotExpressible;
-using yara::RuleWriter;
 
 constexpr std::string_view kHead = R"(import "hash"
 import "math"

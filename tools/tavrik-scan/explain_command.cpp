@@ -52,7 +52,8 @@ Subjects SubjectsOf(const scanner::Module &module, const std::string &what) {
                                                                                : 0);
     const std::optional<uint32_t> number = NumberOf(digits);
     if (!number && (names_entry || names_rule))
-        throw base::Error(fmt::format("\"{}\" is not a number in \"{}\"", base::Printable(digits), base::Printable(what)));
+        throw base::Error(
+            fmt::format("\"{}\" is not a number in \"{}\"", base::Printable(digits), base::Printable(what)));
 
     Subjects subjects;
     if (number && *number < module.locators().size() && !names_rule)
