@@ -1,5 +1,6 @@
 // The host's library with the real tavrik2.hbx: the sample set by way of files, the PE parser and the streams on bad
-// input. The samples are made here, so that every build, also that for Windows, is checked against the same planned findings.
+// input. The samples are made here, so that every build, also that for Windows, is checked against the same planned
+// findings.
 #include <algorithm>
 #include <cstring>
 #include <map>
