@@ -42,6 +42,7 @@ std::vector<uint8_t> File(bool is_pe32_plus) {
         {.name = ".edata", .pieces = {{ExportTable{"own.dll", {{"First", 0x1000}, {"Second", 0x1010}}}}}});
     image.sections.push_back(
         {.name = ".rsrc", .pieces = {{ResourceTable{{{.type = uint16_t{10}, .data = base::Bytes(0x90, 0x41)}}}}}});
+    image.sections.push_back({.name = "", .pieces = {{base::Bytes(0x20, 0x33)}}});
     image.sections.push_back({.name = "last", .Characteristics = kPackedCode, .pieces = {{base::Bytes(0x40, 0xCC)}}});
     image.directories[pe::kRelocationDirectory] = {0x2010, 0x20};
     image.directories[pe::kTlsDirectory] = {0x2020, 0x18};
@@ -92,6 +93,13 @@ public:
         std::vector<std::string> names = {"", ".tex", ".text1", "no"};
         for (const SectionHeader &section : features_.sections())
             names.emplace_back(evaluation::SectionName(section));
+        for (std::size_t i = 0; i < 8; ++i) { // other than those of the first and third section in one byte
+            if (i < 5)
+                names.push_back(std::string(".text").replace(i, 1, "_"));
+            std::string name = "imports8";
+            name[i] = '_';
+            names.push_back(name);
+        }
         std::vector<uint16_t> selectors = Selectors();
         selectors.insert(selectors.end(), {505, 506, 507});
         for (const uint16_t selector : selectors)
@@ -136,7 +144,7 @@ private:
     }
 
     std::vector<uint16_t> Selectors() const {
-        std::vector<uint16_t> selectors = {0, 1, 2, 3, 4, 5, 6};
+        std::vector<uint16_t> selectors = {0, 1, 2, 3, 4, 5, 6, 7};
         for (uint16_t role = rules::kFirstSectionRole; role <= rules::kLastSectionRole; ++role)
             selectors.push_back(role);
         return selectors;
