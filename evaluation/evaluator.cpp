@@ -360,7 +360,7 @@ bool IsExpressionMet(const HeuristicRule &rule, StringAnswers &answers) {
     return !rules::CheckExpression(expression, rules::kMaxStrings) && ExpressionReader().IsTrue(expression, answers);
 }
 
-// A list whose elements stand for themselves.
+// A list whose elements are conditions on their own.
 template <typename Element, typename IsMet>
 bool EachIsMet(std::span<const Element> elements, IsMet is_met) {
     return std::all_of(elements.begin(), elements.end(), is_met);
@@ -441,7 +441,7 @@ bool MeetsStructure(const HeuristicRule &rule, Features &features) {
     const auto meets = [&](Item item, const auto &list) {
         return list.count == 0 || MeetsElements(rule, item, 0, list.count, features);
     };
-    // From the cheap to the dear.
+    // From the cheap to the expensive.
     return HasTraits(rule.attribute_b, features) && meets(Item::Sections, rule.section_conditions) &&
            meets(Item::SectionNames, rule.section_names) && meets(Item::ImportTable, rule.indexed_conditions) &&
            meets(Item::ImportModules, rule.import_modules) && meets(Item::ImportFunctions, rule.import_functions) &&

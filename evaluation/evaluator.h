@@ -15,7 +15,7 @@ namespace tavrik::evaluation {
 /** Whether the rule, in working form, matches the file. */
 bool Matches(const HeuristicRule &rule, Features &features);
 
-/** The same answer in two steps for those who want to stop between them: everything but the strings, and the strings.
+/** The same answer in two steps for callers that stop between them: everything but the strings, and the strings.
  * Together they are Matches for a file that is PE and a rule that asks something. */
 bool AsksSomething(const HeuristicRule &rule);
 bool MeetsStructure(const HeuristicRule &rule, Features &features);

@@ -189,7 +189,7 @@ bool IsRequired(const HeuristicRule &rule, std::size_t string) {
     return std::string_view(rule.expression).find(static_cast<char>('A' + string)) == std::string_view::npos;
 }
 
-// A line of the rule, which may be broken into several, with its mark in front and the file's value behind.
+// A line of the rule, which may be broken into several, with its mark before and the file's value after it.
 void AddLine(std::string &out, std::string_view mark, const rules::text::PrintedLine &line, const std::string &value) {
     constexpr std::size_t kTextWidth = 56;
     std::size_t indent = line.indent * rules::text::kIndent.size(); // what follows a break brings its own

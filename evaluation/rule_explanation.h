@@ -10,14 +10,14 @@
 
 namespace tavrik::evaluation {
 
-/** The rule's text, condition by condition, each marked "ok" or "FAIL" and set beside what the file has. */
+/** The rule's text, condition by condition, each marked "ok" or "FAIL" next to what the file has. */
 struct RuleExplanation {
     bool matches = false;   // the plain evaluator's answer
     std::size_t failed = 0; // conditions that are not met
     std::string text;       // lines, each with its line feed
 };
 
-/** Judges every condition of a rule in working form, also behind the first that is not met. */
+/** Judges every condition of a rule in working form, also after the first that is not met. */
 RuleExplanation ExplainRule(const HeuristicRule &rule, Features &features);
 
 } // namespace tavrik::evaluation

@@ -52,7 +52,7 @@ inline bool MayStand(const FilterWord *filter, uint32_t hash) {
     return (filter[WordOf(hash)] >> BitOf(hash) & 1) != 0;
 }
 
-// A gram of a pattern: at most one of its bytes is open, a wildcard or behind the pattern's end.
+// A gram of a pattern: at most one of its bytes is open, a wildcard or after the pattern's end.
 struct Gram {
     std::size_t at = 0;
     uint32_t folded = 0; // 0 in place of the open byte
@@ -189,7 +189,7 @@ public:
             Wake(offset + at);
             at = SearchFrom(at);
         }
-        // The last bytes may begin grams whose open byte lies behind them.
+        // The last bytes may begin grams whose open byte lies after them.
         uint8_t tail[2 * kGramSize] = {};
         const std::size_t rest = piece.size() - at;
         std::memcpy(tail, piece.data() + at, rest);
@@ -210,7 +210,7 @@ private:
     static constexpr uint64_t kNever = UINT64_MAX;
     using Waking = std::pair<uint64_t, uint32_t>; // offset in the file, a gram's first entry
 
-    // Looks at the grams that begin at `at` and behind it up to the next wake; returns the place that comes next.
+    // Looks at the grams that begin at `at` and after it up to the next wake; returns the place that comes next.
     std::size_t SearchFrom(std::size_t at) {
         const FilterWord *const filter = pass_.filter_.data();
         const uint8_t *const bytes = piece_.data();
@@ -234,7 +234,7 @@ private:
         return wakes_.empty() ? end : static_cast<std::size_t>(std::min<uint64_t>(end, wakes_.top().first - offset_));
     }
 
-    // Compares the strings under a gram that stands in the piece at `at`. Returns whether the gram is idle: its strings
+    // Compares the strings under a gram that is in the piece at `at`. Returns whether the gram is idle: its strings
     // need no comparing before the next wake.
     bool CompareGram(uint32_t gram, std::size_t at) {
         const auto [begin, end] = pass_.EntriesOf(gram);
@@ -282,7 +282,7 @@ private:
                 Judge(user, offset_ + start, pattern.length);
     }
 
-    // The string's bytes stand at `start` in the file. Starts come in ascending order.
+    // The string's bytes are at `start` in the file. Starts come in ascending order.
     void Judge(uint32_t string, uint64_t start, uint64_t length) {
         uint32_t &place = places_[string];
         if (place == kUnknown) {

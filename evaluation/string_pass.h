@@ -15,7 +15,7 @@
 namespace tavrik::evaluation {
 
 /** A search for many strings at once. Every string is filed under its gram: four bytes of it that few files and few
- * other strings have. A filter tells at most places of a file that no gram stands there; at the others the few strings
+ * other strings have. A filter tells at most places of a file that no gram is there; at the others the few strings
  * filed there are compared. So the time depends on the file's size, not on the number of strings. Immutable, so that
  * many threads can share one. */
 class StringPass {

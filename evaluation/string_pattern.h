@@ -1,4 +1,4 @@
-/* A rule's string as it stands in a file. */
+/* A rule's string as it is in a file. */
 #ifndef TAVRIK_EVALUATION_STRING_PATTERN_H
 #define TAVRIK_EVALUATION_STRING_PATTERN_H
 
@@ -28,7 +28,7 @@ constexpr int Rarity(uint8_t byte) {
     return byte < 0x80 || byte == 0xFF ? 7 : 9;
 }
 
-/** Whether the bytes stand at `bytes`, which has at least as many: each under `care` equals its byte of `value`. */
+/** Whether the pattern is at `bytes`, which has at least as many: each under `care` equals its byte of `value`. */
 inline bool IsPatternAt(const uint8_t *bytes, const uint8_t *value, const uint8_t *care, std::size_t length) {
     using Word = uint64_t;
     const auto differs = [&](std::size_t at) {

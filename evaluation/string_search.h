@@ -7,7 +7,7 @@
 
 namespace tavrik::evaluation {
 
-/** Whether the string, in working form, stands in `region` within its window. Looks only where its window lies. */
+/** Whether the string, in working form, is in `region` within its window. Looks only where its window lies. */
 bool IsStringPresent(base::FileBytes &bytes, base::Region region, const StringFeature &string);
 
 /** The same question, answered in the plainest way: every position of the region is compared. For explanations, and to

@@ -48,7 +48,7 @@ VbProject::VbProject(const pe::Image &image) : image_(image) {
         region_ = {*header, image_.RawData(*section).End() - *header};
 }
 
-// The address that the entry point pushes when it starts the runtime: at once in a program, in a library behind the
+// The address that the entry point pushes when it starts the runtime: at once in a program, in a library after the
 // return address that it takes from the stack.
 std::optional<uint32_t> VbProject::PushedAddress() const {
     if (image_.IsPe32Plus() || image_.AddressOfEntryPoint() == 0)

@@ -22,7 +22,7 @@ public:
     /** The module's own name; nothing without one that can be read. */
     const std::optional<std::string> &module() const { return module_; }
 
-    /** NumberOfNames as it stands in the file; 0 without a directory. */
+    /** NumberOfNames as it is in the file; 0 without a directory. */
     uint32_t name_count() const { return name_count_; }
 
     /** The exported names; read when first asked for. */

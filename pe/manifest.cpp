@@ -36,7 +36,7 @@ std::optional<std::string_view> UpTo(std::optional<std::string_view> text, std::
     return place == std::string_view::npos ? std::nullopt : std::optional(text->substr(0, place));
 }
 
-// The value of an attribute in what stands between a tag's name and its end.
+// The value of an attribute in what is between a tag's name and its end.
 std::optional<std::string_view> Attribute(std::optional<std::string_view> tag, const std::string &name) {
     const std::string start = name + '=';
     for (std::size_t place = tag ? tag->find(start) : std::string_view::npos; place != std::string_view::npos;

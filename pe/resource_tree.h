@@ -10,7 +10,7 @@
 
 namespace tavrik::pe {
 
-/** Stands for the number of what has a name instead. Real numbers have 31 bits. */
+/** In place of the number of what has a name instead. Real numbers have 31 bits. */
 inline constexpr uint32_t kNoResourceNumber = 0xFFFFFFFF;
 
 /** What names a type or an entry: a number or a name. */

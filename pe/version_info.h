@@ -26,7 +26,7 @@ struct VersionInfo {
 /** Reads a version resource of any content. */
 VersionInfo ReadVersionInfo(std::span<const uint8_t> bytes);
 
-/** UTF-8 of a UTF-16 text up to its first NUL; nothing when a half of a pair stands alone. */
+/** UTF-8 of a UTF-16 text up to its first NUL; nothing when it has an unpaired surrogate. */
 std::optional<std::string> Utf8Of(std::u16string_view text);
 
 } // namespace tavrik::pe

@@ -18,7 +18,7 @@ enum class Toolchain : uint8_t {
     MinGw,
     VisualBasic,
     Packer,    // a hole, the packed data with the loader, resources
-    Protector, // the original sections, packed, and the loader's own behind them
+    Protector, // the original sections, packed, and the loader's own after them
     Driver,
     Managed,
 };
@@ -59,7 +59,7 @@ std::span<const std::string_view> MethodNames();
 std::span<const std::string_view> ResourceNames();
 std::span<const std::string_view> ResourceTypeNames();
 
-/** Section names of packers and protectors, beside the usual ones. */
+/** Section names of packers and protectors, besides the usual ones. */
 std::span<const std::string_view> OddSectionNames();
 
 } // namespace tavrik::generator

@@ -70,7 +70,7 @@ void Append(Bytes &bytes, Value value) {
 } // namespace
 
 void Content::AddCode(uint32_t size, uint32_t image_base, Random &random) {
-    constexpr uint32_t kImageSpan = 0x7000; // where operands point, behind the first page
+    constexpr uint32_t kImageSpan = 0x7000; // where operands point, after the first page
     constexpr uint32_t kLongPercent = 3;
     const std::size_t end = bytes.size() + size;
     Mark mark;

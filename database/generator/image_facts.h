@@ -1,7 +1,7 @@
 /* What a rule can ask of a finished image, read back from its bytes: the generator takes every value from here, so that
  * a rule says what its specimen really shows.
  *
- * This is on purpose a second reading beside that of pe/ and evaluation/: every value of the database comes from here
+ * This is on purpose a second reading besides that of pe/ and evaluation/: every value of the database comes from here
  * and is checked against the evaluator by the tests, so a fault in one of the two readings shows as a rule that does
  * not match its own specimen. It shares the numbers of pe/format.h and parses on its own. */
 #ifndef TAVRIK_DATABASE_GENERATOR_IMAGE_FACTS_H

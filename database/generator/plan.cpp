@@ -15,7 +15,7 @@ namespace {
 using rules::Rule;
 using rules::RuleSet;
 
-// How many rules stand for the targets that are neither programs nor libraries.
+// How many rules are for the targets that are neither programs nor libraries.
 struct TargetCount {
     uint32_t target;
     std::size_t rules;
@@ -50,7 +50,7 @@ std::vector<Slot> Planner::Plan() {
 // Ascending ids, then five of them set back: the second carriers of the doubles and three others.
 void Planner::PlaceIds() {
     constexpr uint32_t kSetBack[] = {611, 2930, 7703};
-    constexpr std::size_t kFartherOn[] = {1290, 260, 905}; // places behind where they would stand
+    constexpr std::size_t kFartherOn[] = {1290, 260, 905}; // places after their own
     constexpr std::size_t kDoublesFartherOn[] = {731, 44};
 
     std::map<uint32_t, const Rule *> ids;

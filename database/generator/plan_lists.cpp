@@ -14,7 +14,7 @@ using rules::Rule;
 using rules::RuleSet;
 namespace resource_type = pe::resource_type;
 
-// Resource types, as often as they stand here.
+// Resource types, as often as they are drawn.
 constexpr uint16_t kEntryTypes[] = {3, 3, 3, 3, 3, 3,  3,  3,  3,  3,  3, 3, 14, 14, 14, 14, 14, 14, 14, 2,
                                     2, 2, 2, 2, 2, 10, 10, 10, 10, 10, 5, 5, 5,  5,  1,  1,  1,  12, 4,  9};
 constexpr uint32_t kTypeNumbers[] = {1, 101, 777, 101, 2, 10, 5, 102, 1, 777, 3, 100, 14, 129};

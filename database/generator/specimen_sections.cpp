@@ -233,7 +233,7 @@ void SpecimenMaker::AdvanceAddress() {
     next_address_ = base::AlignUp(next_address_ + std::max({virtual_size, raw_size, 1U}), 0x1000);
 }
 
-// The text stands exactly at the position that windows can just name.
+// The text is exactly at the last position that windows can name.
 void SpecimenMaker::AddFarText(Content &content) {
     AddTexts(content, 5, 8);
     content.bytes.resize(kFarPosition);

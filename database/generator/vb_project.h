@@ -1,4 +1,4 @@
-/* The structures that a Visual Basic 5/6 program carries: its project header and all that hangs on it. */
+/* The structures that a Visual Basic 5/6 program carries: its project header and the structures it leads to. */
 #ifndef TAVRIK_DATABASE_GENERATOR_VB_PROJECT_H
 #define TAVRIK_DATABASE_GENERATOR_VB_PROJECT_H
 
@@ -22,7 +22,7 @@ struct VbProject {
     std::vector<VbObject> objects;
 };
 
-/** Lays out a project for a section that stands at `address`, a virtual address. */
+/** Lays out a project for a section at `address`, a virtual address. */
 VbProject MakeVbProject(const RulePlan &plan, const std::string &family, uint32_t address, Random &random);
 
 } // namespace tavrik::generator

@@ -20,7 +20,7 @@ constexpr StringKey kManifestTexts[] = {{24, 30}, {24, 34}, {16, 3}};
 constexpr StringKey kTableTexts[] = {{6, 102}, {6, 103}};
 constexpr uint32_t kTypes[] = {rules::kAnyResource, 101};
 
-/** What shapes a specimen beside its archetype. */
+/** What shapes a specimen besides its archetype. */
 struct WrittenSpecimen {
     uint32_t rule_id;
     std::string_view category;

@@ -1,4 +1,4 @@
-/* The hand-written rules of the reference database, as their text stood in the tree when this program was built. */
+/* The hand-written rules of the reference database, as their text was in the tree when this program was built. */
 #ifndef TAVRIK_DATABASE_GENERATOR_WRITTEN_RULES_H
 #define TAVRIK_DATABASE_GENERATOR_WRITTEN_RULES_H
 

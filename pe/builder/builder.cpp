@@ -13,7 +13,7 @@ namespace {
 
 constexpr uint32_t kPieceAlignment = 16;
 
-// Prints the text behind it and ends with exit code 1.
+// Prints the text after it and ends with exit code 1.
 constexpr uint8_t kDosStubCode[] = {0x0E, 0x1F, 0xBA, 0x0E, 0x00, 0xB4, 0x09, 0xCD, 0x21, 0xB8, 0x01, 0x4C, 0xCD, 0x21};
 constexpr std::string_view kDosStubText = "This program cannot be run in DOS mode.\r\r\n$";
 
@@ -284,7 +284,7 @@ private:
     uint32_t lfanew_ = 0;
     uint32_t optional_header_size_ = 0; // with the data directories
     uint32_t size_of_headers_ = 0;
-    uint32_t raw_end_ = 0;      // the file offset behind everything placed so far
+    uint32_t raw_end_ = 0;      // the file offset after everything placed so far
     uint32_t next_address_ = 0; // the first free section address
     std::array<DirectoryEntry, kDirectoryCount> directories_;
     std::vector<Part> parts_;

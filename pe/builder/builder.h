@@ -1,5 +1,5 @@
 /* Builds PE files from a description: what the description leaves open is computed, so that a few lines make a
- * well-formed file, and what it sets stands in the file as it was set.
+ * well-formed file, and what it sets is in the file as it was set.
  *
  *     PeImage image;
  *     image.headers.MajorLinkerVersion = 6;
@@ -38,7 +38,7 @@ inline constexpr uint32_t kPackedCode = kWritableSection | section_flag::kExecut
 /** A part of a section's contents. Tables set their data directories; bytes do so when `directory` names one. */
 struct Piece {
     std::variant<base::Bytes, ResourceTable, ImportTable, ExportTable> content;
-    std::optional<uint32_t> offset = {}; // into the section; by default behind the piece before, on 16 bytes
+    std::optional<uint32_t> offset = {}; // into the section; by default after the piece before, on 16 bytes
     std::optional<Directory> directory = {};
 };
 
@@ -100,7 +100,7 @@ struct DirectoryFields {
     std::optional<uint32_t> Size;
 };
 
-/** A built file and the section headers that stand in it. */
+/** A built file and the section headers in it. */
 struct PeFile {
     base::Bytes bytes;
     std::vector<SectionHeader> sections;
@@ -119,8 +119,8 @@ struct PeFile {
     /** Appends zeros until the file has at least `size` bytes. */
     void GrowTo(uint32_t size);
 
-    /** Writes `payload` at a file offset behind the headers, growing the file as needed. Throws std::invalid_argument
-     * when anything but zeros stands there already. */
+    /** Writes `payload` at a file offset after the headers, growing the file as needed. Throws std::invalid_argument
+     * when anything but zeros is there already. */
     void Plant(uint32_t offset, const base::Bytes &payload);
 };
 
@@ -133,11 +133,11 @@ struct PeImage {
     bool is_pe32_plus = false;
     Headers headers;
     DosHeader dos_header = kUsualDosHeader;
-    base::Bytes dos_stub; // behind the 64-byte DOS header; empty for the usual one
+    base::Bytes dos_stub; // after the 64-byte DOS header; empty for the usual one
     std::array<DirectoryFields, kDirectoryCount> directories;
     std::vector<Section> sections;
     base::Bytes entry_code; // put at the entry point, over what the section holds there
-    base::Bytes overlay;    // behind the last raw data
+    base::Bytes overlay;    // after the last raw data
 
     /** The file. Throws std::invalid_argument, with a sentence that says what contradicts what, when the description
      * cannot be met: overlapping sections, contents larger than their section, an entry point without raw data. */

@@ -44,7 +44,7 @@ uint32_t DirectoryLength(const Map &entries) {
     return kHeaderSize + kEntrySize * static_cast<uint32_t>(entries.size());
 }
 
-// Where the texts stand; equal ones stand once.
+// Where the texts are; equal ones are stored once.
 class NamePool {
 public:
     void Add(const ResourceId &id) {
@@ -52,7 +52,7 @@ public:
             places_.emplace(*text, 0);
     }
 
-    // Gives each text its place from `offset` on and returns the offset behind them.
+    // Gives each text its place from `offset` on and returns the offset after them.
     uint32_t Place(uint32_t offset) {
         for (auto &[text, place] : places_) {
             place = offset;
@@ -121,7 +121,7 @@ std::u16string HexDigits(uint32_t value, int digits) {
 LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
     const Types types = Sort(table);
 
-    // The levels stand one behind the other, then the texts, the data entries and the data.
+    // The levels follow each other, then the texts, the data entries and the data.
     NamePool names;
     uint32_t names_level = DirectoryLength(types);
     uint32_t languages_level = names_level;

@@ -26,7 +26,7 @@ struct Resource {
     ResourceId name = uint16_t{1};
     uint16_t language = kEnglish;
     base::Bytes data;
-    std::optional<uint32_t> offset = {}; // of the data, from the start of the directory; by default behind the others
+    std::optional<uint32_t> offset = {}; // of the data, from the start of the directory; by default after the others
     uint32_t CodePage = 0;
 };
 
@@ -84,7 +84,7 @@ struct ExportTable {
 
 // ---- Layout --------------------------------------------------------------------------------------------------------
 
-/** A table's bytes, and where in them its directories stand. */
+/** A table's bytes, and where its directories are in them. */
 struct LaidTable {
     struct Place {
         uint32_t offset;
@@ -96,7 +96,7 @@ struct LaidTable {
 };
 
 /** Lays a table out for the address `rva`. The number of bytes does not depend on it. Throws std::invalid_argument when
- * two resources share type, name and language, or a resource's place overlaps what stands before it. */
+ * two resources share type, name and language, or a resource's place overlaps what is before it. */
 LaidTable LayOut(const ResourceTable &table, uint32_t rva);
 LaidTable LayOut(const ImportTable &table, uint32_t rva, bool is_pe32_plus);
 LaidTable LayOut(const ExportTable &table, uint32_t rva);

@@ -89,7 +89,7 @@ TEST(ResourceTree, EndsWithinItsBoundsWhateverItsDirectoriesSay) {
     PutDirectory(loop, 0, entries, 0xFFFF);
     EXPECT_EQ(ResourceFile(loop.Take()).features.Resources().resources.size(), 16384u);
 
-    // One resource behind so many entries that the bound of all of them comes first.
+    // One resource after so many entries that the bound of all of them comes first.
     ByteWriter late;
     entries.assign(4096, {1, kFlag | 0x9000}); // a directory of 4096 leaves at the second level: none counts
     entries.back() = {2, kFlag | 0x12000};

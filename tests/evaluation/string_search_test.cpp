@@ -39,7 +39,7 @@ protected:
         return content;
     }
 
-    /** A string of up to `longest` bytes that often stands at `place` in the content and often counts there. */
+    /** A string of up to `longest` bytes that is often at `place` in the content and often counts there. */
     void AddString(std::vector<uint8_t> &content, std::size_t longest, std::size_t place) {
         StringFeature string = {};
         string.length = static_cast<uint8_t>(1 + Below(longest));
