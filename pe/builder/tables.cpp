@@ -116,6 +116,19 @@ std::u16string HexDigits(uint32_t value, int digits) {
     return text;
 }
 
+// The offset of each resource's data, from `end` of the directory on.
+std::vector<uint32_t> PlaceData(const ResourceTable &table, uint32_t end) {
+    std::vector<uint32_t> places;
+    for (const Resource &resource : table.resources) {
+        const uint32_t place = resource.offset.value_or(base::AlignUp(end, kDataAlignment));
+        if (place < end)
+            throw std::invalid_argument("a resource's data is placed upon the directory or the resource before it");
+        places.push_back(place);
+        end = base::InFile(uint64_t{place} + resource.data.size());
+    }
+    return places;
+}
+
 } // namespace
 
 LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
@@ -138,16 +151,8 @@ LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
         }
     }
     const uint32_t data_entries = base::AlignUp(names.Place(texts_start), kDataAlignment);
-    uint32_t end = data_entries + kDataEntrySize * static_cast<uint32_t>(table.resources.size());
-
-    std::vector<uint32_t> places;
-    for (const Resource &resource : table.resources) {
-        const uint32_t place = resource.offset.value_or(base::AlignUp(end, kDataAlignment));
-        if (place < end)
-            throw std::invalid_argument("a resource's data is placed upon the directory or the resource before it");
-        places.push_back(place);
-        end = base::InFile(uint64_t{place} + resource.data.size());
-    }
+    const std::vector<uint32_t> places =
+        PlaceData(table, data_entries + kDataEntrySize * static_cast<uint32_t>(table.resources.size()));
 
     base::ByteWriter writer;
     uint32_t target = names_level;
