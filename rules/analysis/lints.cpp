@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <deque>
 #include <numeric>
+#include <optional>
 #include <unordered_map>
+#include <utility>
 
+#include "rules/analysis/row_lints.h"
 #include "rules/analysis/rule_logic.h"
+#include "rules/text/lexer.h"
 
 namespace tavrik::rules::analysis {
 
@@ -28,6 +32,26 @@ std::size_t WordLength(std::string_view text, std::size_t offset) {
     return (end == std::string_view::npos ? text.size() : end) - offset;
 }
 
+// The bounds, as written, of the range in the row at `offset`; nothing when the row has none. Only for rows of which no
+// file meets the range, whose first bound is then above the second.
+std::optional<std::pair<std::string, std::string>> ReversedRange(std::string_view text, std::size_t offset) {
+    std::vector<text::Diagnostic> ignored;
+    text::Lexer lexer(text.substr(offset), ignored);
+    text::Token token = lexer.Next();
+    const auto is_in = [](const text::Token &each) {
+        return each.kind == text::TokenKind::Identifier && each.text == "in";
+    };
+    while (token.kind != text::TokenKind::End && !is_in(token)) {
+        token = lexer.Next();
+        if (token.first_on_line)
+            return std::nullopt;
+    }
+    const std::string first(lexer.Next().text);
+    if (lexer.Next().text != "..")
+        return std::nullopt;
+    return std::pair(first, std::string(lexer.Next().text));
+}
+
 class Linter {
 public:
     explicit Linter(std::span<const LintedFile> files) : files_(files), findings_(files.size()) {
@@ -38,12 +62,16 @@ public:
         }
     }
 
-    std::vector<std::vector<text::Diagnostic>> Find() {
+    std::vector<std::vector<text::Diagnostic>> Find(std::span<const uint32_t> shared_ids) {
+        FindRepeatedIds(shared_ids);
         for (const LintedRule &rule : rules_) {
+            for (const RowLint &lint : FindRowLints(rule.logic.rule()))
+                Warn(rule, lint.at ? OffsetOf(*rule.origin, *lint.at) : rule.origin->begin, lint.code, lint.message,
+                     lint.help);
             for (const Conflict &conflict : rule.logic.conflicts())
                 WarnOf(rule, conflict);
             if (rule.logic.IsAlwaysMet())
-                Warn(rule, rule.origin->begin, "W506", Named(rule) + " matches every PE file",
+                Warn(rule, rule.origin->begin, text::Code::W506, Named(rule) + " matches every PE file",
                      "ask for something that only its family has");
         }
         IndexMarks();
@@ -72,7 +100,7 @@ private:
         return Named(rule) + " (" + SourceOf(rule).name + ":" + PlaceText(rule, rule.origin->begin) + ")";
     }
 
-    void Warn(const LintedRule &rule, std::size_t offset, const char *code, std::string message, std::string help) {
+    void Warn(const LintedRule &rule, std::size_t offset, text::Code code, std::string message, std::string help) {
         std::vector<text::Diagnostic> &found = findings_[rule.file];
         if (found.size() < kMost)
             found.push_back({text::Severity::Warning, code, offset, WordLength(SourceOf(rule).text, offset),
@@ -82,16 +110,39 @@ private:
     void WarnOf(const LintedRule &rule, const Conflict &conflict) {
         const std::size_t offset = OffsetOf(*rule.origin, conflict.at);
         if (conflict.kind == Conflict::Kind::String)
-            return Warn(rule, offset, "W505", "no file that the rule matches has room for this string in its window",
-                        "the window begins too far behind for the sizes that the rule asks for; change one of them");
-        const char *code = conflict.kind == Conflict::Kind::Value ? "W503" : "W504";
+            return Warn(rule, offset, text::Code::W505,
+                        "no file that the rule matches has room for this string in its window",
+                        "its region is too small, or not there, with the sizes and numbers that the rule asks for");
+        if (conflict.kind == Conflict::Kind::Redundant)
+            return Warn(rule, offset, text::Code::W511,
+                        "this condition asks nothing beside that at " +
+                            PlaceText(rule, OffsetOf(*rule.origin, conflict.with.value_or(conflict.at))),
+                        "every file that meets the others on this value meets it; remove it");
+        text::Code code = conflict.kind == Conflict::Kind::Value ? text::Code::W503 : text::Code::W504;
         const std::size_t other = conflict.with ? OffsetOf(*rule.origin, *conflict.with) : offset;
-        if (other == offset) // of a range that is empty, too
+        if (const auto range = ReversedRange(SourceOf(rule).text, offset); range && other == offset)
+            return Warn(rule, offset, code, range->first + " is above " + range->second + ", so the rule never matches",
+                        "swap the bounds: in " + range->second + ".." + range->first);
+        if (other == offset)
             return Warn(rule, offset, code, "no file meets this condition, so the rule never matches",
                         "there is no such value, or names do not know this operator");
         Warn(rule, offset, code,
              "no file meets both this condition and that at " + PlaceText(rule, other) + ", so the rule never matches",
              "remove one of them; alternatives are written in one row: a == 1 | 2");
+    }
+
+    // An id that several rules have, but for two rules each of the shared ids.
+    void FindRepeatedIds(std::span<const uint32_t> shared_ids) {
+        std::unordered_map<uint32_t, std::vector<const LintedRule *>> rules_of;
+        for (const LintedRule &rule : rules_) {
+            std::vector<const LintedRule *> &same = rules_of[rule.logic.rule().rule_id];
+            same.push_back(&rule);
+            const bool is_shared = std::ranges::find(shared_ids, rule.logic.rule().rule_id) != shared_ids.end();
+            if (same.size() > (is_shared ? 2U : 1U))
+                Warn(rule, rule.origin->begin, text::Code::W509,
+                     Named(rule) + " has the id of " + Reference(*same.front()),
+                     "give it an id that no other rule has");
+        }
     }
 
     void IndexMarks() {
@@ -140,10 +191,11 @@ private:
 
     void WarnOfImplied(const LintedRule &narrow, const LintedRule &wide, bool are_equal) {
         if (are_equal)
-            Warn(narrow, narrow.origin->begin, "W507", Named(narrow) + " asks for the same as " + Reference(wide),
+            Warn(narrow, narrow.origin->begin, text::Code::W507,
+                 Named(narrow) + " asks for the same as " + Reference(wide),
                  "remove one of them, or ask for something that sets them apart");
         else
-            Warn(narrow, narrow.origin->begin, "W508",
+            Warn(narrow, narrow.origin->begin, text::Code::W508,
                  "every file that " + Named(narrow) + " matches is matched by " + Reference(wide) + " as well",
                  "remove this rule, or narrow the other one");
     }
@@ -159,8 +211,9 @@ private:
 
 } // namespace
 
-std::vector<std::vector<text::Diagnostic>> FindLints(std::span<const LintedFile> files) {
-    return Linter(files).Find();
+std::vector<std::vector<text::Diagnostic>> FindLints(std::span<const LintedFile> files,
+                                                     std::span<const uint32_t> shared_ids) {
+    return Linter(files).Find(shared_ids);
 }
 
 } // namespace tavrik::rules::analysis

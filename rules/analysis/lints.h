@@ -2,6 +2,7 @@
 #ifndef TAVRIK_RULES_ANALYSIS_LINTS_H
 #define TAVRIK_RULES_ANALYSIS_LINTS_H
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -17,8 +18,9 @@ struct LintedFile {
 };
 
 /** The warnings about each file, in the order of their places; at most kMaxErrors of each. Rules are compared across
- * all files. */
-std::vector<std::vector<text::Diagnostic>> FindLints(std::span<const LintedFile> files);
+ * all files. Of the ids in `shared_ids` two rules each are not reported for having the same one. */
+std::vector<std::vector<text::Diagnostic>> FindLints(std::span<const LintedFile> files,
+                                                     std::span<const uint32_t> shared_ids = {});
 
 } // namespace tavrik::rules::analysis
 

@@ -190,8 +190,11 @@ void MakeSet(std::vector<uint64_t> &marks) {
 
 RuleLogic::RuleLogic(const Rule &rule) : rule_(rule), ways_(WaysOf(rule)) {
     CollectConstraints();
+    written_ = constraints_.size();
     CollectImplied();
+    CollectMagic();
     Combine();
+    FindRedundant();
     for (const NameConflict &conflict : FindNameConflicts(rule))
         Report(Conflict::Kind::Name, conflict.at, conflict.with);
     FindWindowConflicts();
@@ -200,7 +203,7 @@ RuleLogic::RuleLogic(const Rule &rule) : rule_(rule), ways_(WaysOf(rule)) {
 
 void RuleLogic::Report(Conflict::Kind kind, ElementOf at, std::optional<ElementOf> with) {
     conflicts_.push_back({kind, at, with});
-    is_never_met_ = is_never_met_ || kind != Conflict::Kind::String;
+    is_never_met_ = is_never_met_ || kind == Conflict::Kind::Value || kind == Conflict::Kind::Name;
 }
 
 template <typename Element, typename Describe>
@@ -228,7 +231,9 @@ void RuleLogic::Constrain(const std::vector<Element> &list, Item item, Describe 
         const ValueSet set = list[first].op == Operator::Equal ? ValueSet::Of(values)
                              : asked.largest ? ValueSet::Meeting(list[first].op, asked.value, *asked.largest)
                                              : ValueSet::None();
-        constraints_.push_back({asked.key, set, {item, first}, is_too_wide});
+        const bool opens_range = list[first].op == Operator::AtLeast && i < list.size() &&
+                                 list[i].op == Operator::AtMost && describe(list[i]).key == asked.key;
+        constraints_.push_back({asked.key, set, {item, first}, is_too_wide, opens_range});
     }
 }
 
@@ -291,6 +296,9 @@ void RuleLogic::CollectImplied() {
         needs_section(rule_.section_conditions[i].section, {Item::Sections, i});
     for (std::size_t i = 0; i < rule_.section_names.size(); ++i)
         needs_section(rule_.section_names[i].section, {Item::SectionNames, i});
+    for (std::size_t i = 0; i < rule_.measure_conditions.size(); ++i)
+        if (rule_.measure_conditions[i].region == static_cast<uint8_t>(MeasureRegion::IndexedSection))
+            needs_section(rule_.measure_conditions[i].index, {Item::Measures, i});
     const auto needs_object = [this](uint16_t index, ElementOf at) {
         constraints_.push_back(
             {HeaderKey(field::kVbTotalObjects), ValueSet(uint64_t{index} + 1, kLargestWord), at, false});
@@ -299,6 +307,52 @@ void RuleLogic::CollectImplied() {
         needs_object(rule_.secondary_conditions[i].index, {Item::ObjectFields, i});
     for (std::size_t i = 0; i < rule_.object_names.size(); ++i)
         needs_object(rule_.object_names[i].index, {Item::ObjectNames, i});
+}
+
+// Values that only one of the two forms of the optional header has.
+void RuleLogic::CollectMagic() {
+    const auto needs = [this](uint64_t magic, ElementOf at) {
+        constraints_.push_back({HeaderKey(field::kMagic), ValueSet(magic, magic), at, false});
+    };
+    if ((rule_.attribute_b & (trait::kVisualBasic | trait::kNativeCode)) != 0)
+        needs(pe::kMagicPe32, {Item::Traits, 0});
+    for (std::size_t i = 0; i < rule_.header_conditions.size(); ++i) {
+        const uint16_t number = rule_.header_conditions[i].field;
+        if (number == field::kBaseOfData)
+            needs(pe::kMagicPe32, {Item::Header, i});
+        if (number == field::kImageBaseHigh)
+            needs(pe::kMagicPe32Plus, {Item::Header, i});
+    }
+}
+
+// Conditions on a value that follow from the rule's other conditions on it; the later one of equals.
+void RuleLogic::FindRedundant() {
+    struct Asks {
+        Key key;
+        ValueSet set;
+        ElementOf at;
+    };
+    std::vector<Asks> all; // a range is one
+    for (std::size_t i = 0; i < written_; ++i) {
+        const Constraint &each = constraints_[i];
+        const bool is_range = each.opens_range && i + 1 < written_ && constraints_[i + 1].key == each.key;
+        all.push_back({each.key, is_range ? each.set.And(constraints_[i + 1].set) : each.set, each.at});
+        i += is_range ? 1 : 0;
+    }
+    for (std::size_t i = all.size(); !is_never_met_ && i-- > 0;) {
+        std::optional<ValueSet> others;
+        std::optional<ElementOf> with;
+        for (std::size_t other = 0; other < all.size(); ++other) {
+            if (other == i || all[other].key != all[i].key)
+                continue;
+            others = others ? others->And(all[other].set) : all[other].set;
+            with = with ? with : all[other].at;
+        }
+        if (!others || !others->IsWithin(all[i].set))
+            continue;
+        Report(Conflict::Kind::Redundant, all[i].at, with);
+        all.erase(all.begin() + static_cast<std::ptrdiff_t>(i));
+    }
 }
 
 void RuleLogic::Combine() {
@@ -347,9 +401,13 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
     case RegionKind::RoleSection:
         limit(SectionKey(static_cast<uint16_t>(region.role), kSizeOfRawData));
         break;
-    case RegionKind::IndexedSection:
+    case RegionKind::IndexedSection: {
         limit(SectionKey(string.index, kSizeOfRawData));
+        const auto sections = values_.find(HeaderKey(field::kNumberOfSections));
+        if (sections != values_.end() && !sections->second.IsEmpty() && sections->second.Greatest() <= string.index)
+            largest = 0; // there is no such section
         break;
+    }
     case RegionKind::DosStub: {
         const auto found = values_.find(HeaderKey(field::kLfanew));
         if (found != values_.end() && !found->second.IsEmpty()) {

@@ -16,9 +16,9 @@
 
 namespace tavrik::rules::analysis {
 
-/** Why no file meets a condition, or a string is never found. */
+/** Why no file meets a condition, a string is never found, or (Redundant) a condition adds nothing to others. */
 struct Conflict {
-    enum class Kind : uint8_t { Value, Name, String };
+    enum class Kind : uint8_t { Value, Name, String, Redundant };
 
     Kind kind = Kind::Value;
     ElementOf at;
@@ -62,14 +62,17 @@ private:
         Key key;
         ValueSet set;
         ElementOf at;
-        bool is_too_wide; // the value is beyond what the file's field can hold
+        bool is_too_wide;         // the value is beyond what the file's field can hold
+        bool opens_range = false; // a lower bound that the next constraint, of the same row, closes
     };
 
     void CollectConstraints();
     void CollectImplied();
     template <typename Element, typename Describe>
     void Constrain(const std::vector<Element> &list, Item item, Describe describe);
+    void CollectMagic();
     void Combine();
+    void FindRedundant();
     void FindWindowConflicts();
     void Report(Conflict::Kind kind, ElementOf at, std::optional<ElementOf> with = std::nullopt);
     std::optional<uint64_t> LargestRegion(const StringFeature &string) const;
@@ -80,6 +83,7 @@ private:
 
     const Rule &rule_;
     std::vector<Constraint> constraints_; // in the order of the rule; of a run of alternatives one
+    std::size_t written_ = 0;             // as many constraints are conditions themselves; others follow from them
     std::map<Key, ValueSet> values_;      // what they leave, without those that every PE file meets
     uint32_t traits_ = 0;                 // those that are no constraints
     std::vector<Conflict> conflicts_;

@@ -1,8 +1,11 @@
 // Rows that compare a value of the file: header, sections, section_names, import_table, measures, object_fields.
+#include <algorithm>
+#include <iterator>
 #include <optional>
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "rules/text/operators.h"
 #include "rules/text/rows.h"
@@ -55,7 +58,7 @@ void CheckAlternatives(TokenCursor &cursor, const std::vector<Element> &list, st
     const Element &last = list[list.size() - added - 1];
     const Element &first = list[list.size() - added];
     if (last.op == Operator::Equal && first.op == Operator::Equal && same(last, first))
-        cursor.Report("E402", begin, cursor.end_of_last() - begin, "the row before asks about the same value",
+        cursor.Report(Code::E402, begin, cursor.end_of_last() - begin, "the row before asks about the same value",
                       "write alternatives in one row: == a | b");
 }
 
@@ -104,18 +107,54 @@ uint16_t ParseField(TokenCursor &cursor, std::span<const Field> fields, uint32_t
         return static_cast<uint16_t>(*number);
     const Field *field = LookUp(fields, name);
     if (field == nullptr) {
-        cursor.Report("E203", begin, cursor.end_of_last() - begin, "there is no field '" + name + "'",
+        cursor.Report(Code::E203, begin, cursor.end_of_last() - begin, "there is no field '" + name + "'",
                       SuggestFrom(fields, name, [](const Field &each) { return each.name; }));
         return 0;
     }
     return field->number;
 }
 
+// What the constants of the PE format are that authors write by name.
+constexpr std::pair<std::string_view, std::string_view> kKnownValues[] = {{"I386", "0x14C"},
+                                                                          {"X86", "0x14C"},
+                                                                          {"AMD64", "0x8664"},
+                                                                          {"X64", "0x8664"},
+                                                                          {"IA64", "0x200"},
+                                                                          {"ARM", "0x1C0"},
+                                                                          {"ARMNT", "0x1C4"},
+                                                                          {"ARM64", "0xAA64"},
+                                                                          {"NATIVE", "1"},
+                                                                          {"WINDOWS_GUI", "2"},
+                                                                          {"GUI", "2"},
+                                                                          {"WINDOWS_CUI", "3"},
+                                                                          {"CUI", "3"},
+                                                                          {"CONSOLE", "3"},
+                                                                          {"PE32", "0x10B"},
+                                                                          {"PE64", "0x20B"},
+                                                                          {"EXECUTABLE_IMAGE", "2"},
+                                                                          {"DLL", "0x2000"},
+                                                                          {"MEM_EXECUTE", "0x20000000"},
+                                                                          {"MEM_READ", "0x40000000"},
+                                                                          {"MEM_WRITE", "0x80000000"}};
+
+std::string KnownValueHelp(std::string_view word) {
+    constexpr std::string_view kPrefixes[] = {"IMAGE_FILE_MACHINE_", "IMAGE_SUBSYSTEM_", "IMAGE_FILE_",
+                                              "IMAGE_SCN_",          "MACHINE_",         "SUBSYSTEM_"};
+    std::string_view name = word;
+    for (const std::string_view prefix : kPrefixes)
+        if (name == word && name.starts_with(prefix))
+            name.remove_prefix(prefix.size());
+    const auto found = std::ranges::find(kKnownValues, name, [](const auto &known) { return known.first; });
+    if (found == std::end(kKnownValues))
+        return "values are numbers: 500 or 0x1F4";
+    return "values are numbers: " + std::string(word) + " is " + std::string(found->second);
+}
+
 // Warns about a value wider than its field.
 void CheckWidth(TokenCursor &cursor, std::span<const Field> fields, uint32_t number, const Written<uint64_t> &value) {
     const Field *field = FindField(fields, number);
     if (field != nullptr && field->width < 4 && value.value >> (8 * field->width) != 0)
-        cursor.Warn("W502", value.offset, value.length,
+        cursor.Warn(Code::W502, value.offset, value.length,
                     std::string(field->name) + " has " + std::to_string(8 * field->width) +
                         " bits and never this value");
 }
@@ -123,6 +162,8 @@ void CheckWidth(TokenCursor &cursor, std::span<const Field> fields, uint32_t num
 template <typename Element>
 auto TakeFieldValue(TokenCursor &cursor, std::span<const Field> fields) {
     return [&cursor, fields](Element &element) {
+        if (cursor.At(TokenKind::Identifier))
+            cursor.Expected("a value", KnownValueHelp(cursor.token().text));
         const Written<uint64_t> value = ExpectNumber(cursor, UINT32_MAX, "a value");
         CheckWidth(cursor, fields, element.field, value);
         element.value = static_cast<uint32_t>(value.value);
@@ -152,7 +193,7 @@ uint16_t ParseSelector(TokenCursor &cursor, bool in_names) {
         cursor.Expected("a section: [n], or a role such as 'last'");
     const auto role = static_cast<uint16_t>(LookUpNumber(cursor, SectionRoles(), "a section's role"));
     if (!in_names && IsAnySection(role))
-        cursor.Report("E306", token.offset, token.text.size(),
+        cursor.Report(Code::E306, token.offset, token.text.size(),
                       "'" + std::string(token.text) + "' selects several sections and is for section_names alone");
     return role;
 }
@@ -168,7 +209,8 @@ void ParseMeasureRegion(TokenCursor &cursor, MeasureCondition &element) {
     } else {
         const Region *region = LookUpRegion(cursor, name);
         if (region != nullptr && region->measure_code == 0)
-            cursor.Report("E307", name.offset, name.text.size(), "'" + std::string(name.text) + "' is not measured");
+            cursor.Report(Code::E307, name.offset, name.text.size(),
+                          "'" + std::string(name.text) + "' is not measured");
         element.region = region == nullptr ? uint8_t{0} : region->measure_code;
     }
     if (cursor.AtSymbol("["))

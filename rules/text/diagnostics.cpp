@@ -32,12 +32,54 @@ std::string Shown(std::string_view piece) {
     return shown;
 }
 
-// Columns on the screen: bytes of a UTF-8 sequence behind its first do not count.
+// Columns on the screen: bytes of a UTF-8 sequence after its first do not count.
 std::size_t Width(std::string_view shown) {
     return static_cast<std::size_t>(std::ranges::count_if(shown, [](char c) { return !base::IsUtf8Continuation(c); }));
 }
 
+constexpr Code kCodes[] = {
+#define TAVRIK_DIAGNOSTIC(code) Code::code,
+#include "rules/text/diagnostic_codes.def"
+#undef TAVRIK_DIAGNOSTIC
+};
+
+constexpr std::string_view kCodeTexts[] = {
+#define TAVRIK_DIAGNOSTIC(code) #code,
+#include "rules/text/diagnostic_codes.def"
+#undef TAVRIK_DIAGNOSTIC
+};
+
+// Whether a diagnostic is about the file as a whole, whose lines say nothing then.
+bool IsAboutFile(Code code) {
+    return code == Code::E005 || code == Code::E006 || code == Code::E007 || code == Code::W514;
+}
+
+// The line of a place with carets below it.
+std::string Excerpt(std::string_view text, const Diagnostic &diagnostic, std::size_t offset, const Place &place) {
+    // Of a very long line the piece around the place.
+    std::string_view line = LineAt(text, offset);
+    std::size_t column = std::min(place.column - 1, line.size());
+    if (line.size() > kLongestLine) {
+        const std::size_t skipped = column > kLongestLine / 2 ? column - kLongestLine / 2 : 0;
+        line = line.substr(skipped, kLongestLine);
+        column -= skipped;
+    }
+    const std::string number = std::to_string(place.line);
+    const std::size_t marked = std::min(diagnostic.length, line.size() - column);
+    const std::string carets(std::max<std::size_t>(Width(Shown(line.substr(column, marked))), 1), '^');
+    return " " + number + " | " + Shown(line) + "\n " + std::string(number.size(), ' ') + " | " +
+           std::string(Width(Shown(line.substr(0, column))), ' ') + carets + "\n";
+}
+
 } // namespace
+
+std::span<const Code> Codes() {
+    return kCodes;
+}
+
+std::string_view CodeText(Code code) {
+    return kCodeTexts[static_cast<std::size_t>(code)];
+}
 
 Place PlaceOf(std::string_view text, std::size_t offset) {
     offset = std::min(offset, text.size());
@@ -54,24 +96,13 @@ std::string Render(const Source &source, const Diagnostic &diagnostic) {
     const std::string_view severity = diagnostic.severity == Severity::Error ? "error" : "warning";
 
     std::string out = source.name + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) + ": " +
-                      std::string(severity) + "[" + diagnostic.code + "]: " + diagnostic.message + "\n";
+                      std::string(severity) + "[" + std::string(CodeText(diagnostic.code)) +
+                      "]: " + diagnostic.message + "\n";
 
-    // Of a very long line the piece around the place.
-    std::string_view line = LineAt(text, offset);
-    std::size_t column = std::min(place.column - 1, line.size());
-    if (line.size() > kLongestLine) {
-        const std::size_t skipped = column > kLongestLine / 2 ? column - kLongestLine / 2 : 0;
-        line = line.substr(skipped, kLongestLine);
-        column -= skipped;
-    }
-    const std::string number = std::to_string(place.line);
-    const std::size_t marked = std::min(diagnostic.length, line.size() - column);
-    const std::string carets(std::max<std::size_t>(Width(Shown(line.substr(column, marked))), 1), '^');
-    out += " " + number + " | " + Shown(line) + "\n";
-    out += " " + std::string(number.size(), ' ') + " | " + std::string(Width(Shown(line.substr(0, column))), ' ') +
-           carets + "\n";
+    if (!IsAboutFile(diagnostic.code))
+        out += Excerpt(text, diagnostic, offset, place);
     if (!diagnostic.help.empty())
-        out += " " + std::string(number.size(), ' ') + " = " + diagnostic.help + "\n";
+        out += " " + std::string(std::to_string(place.line).size(), ' ') + " = " + diagnostic.help + "\n";
     return out;
 }
 

@@ -1,9 +1,10 @@
-/* What the rule tools have to say about a text. */
+/* Errors and warnings about a text of rules. */
 #ifndef TAVRIK_RULES_TEXT_DIAGNOSTICS_H
 #define TAVRIK_RULES_TEXT_DIAGNOSTICS_H
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,10 +13,21 @@ namespace tavrik::rules::text {
 
 enum class Severity : uint8_t { Error, Warning };
 
+/** The stable code of each kind of diagnostic. */
+enum class Code : uint8_t {
+#define TAVRIK_DIAGNOSTIC(code) code,
+#include "rules/text/diagnostic_codes.def"
+#undef TAVRIK_DIAGNOSTIC
+};
+
+/** All codes in ascending order, and the text of one, such as "E101". */
+std::span<const Code> Codes();
+std::string_view CodeText(Code code);
+
 /** One finding in a text. Offsets and lengths are bytes; a length of 0 points between two bytes. */
 struct Diagnostic {
     Severity severity = Severity::Error;
-    std::string code; // stable, such as "E101"
+    Code code{};
     std::size_t offset = 0;
     std::size_t length = 0;
     std::string message; // what is wrong
@@ -40,7 +52,8 @@ struct Place {
 Place PlaceOf(std::string_view text, std::size_t offset);
 
 /** The diagnostic as people read it: file, line, column, code and message, the line itself with a caret below, and the
- * help. Ends with a line's end. Control characters of the source are shown as '?'. */
+ * help. Of a file that is no rule text as a whole (E005, E006, E007, W514) there is no such line. Ends with a line's
+ * end. Control characters of the source are shown as '?'. */
 std::string Render(const Source &source, const Diagnostic &diagnostic);
 
 /** True when one of them is an error. */

@@ -27,6 +27,22 @@ constexpr bool IsWordPart(char c) {
 constexpr std::array<std::string_view, 22> kSymbols = {"..", "==", "!=", "<=", ">=", "??", "{", "}", "[", "]", "(",
                                                        ")",  ".",  ",",  ";",  "|",  "&",  "#", "=", "~", "<", ">"};
 
+// What stands between a first byte and the next one like it on the same line, both included; "" without the second.
+std::string_view Enclosed(std::string_view rest, char last) {
+    const std::size_t end = rest.find_first_of(std::string{last, '\n'}, 1);
+    return end == std::string_view::npos || rest[end] == '\n' ? "" : rest.substr(0, end + 1);
+}
+
+// The length of a jump of YARA, such as [4], [2-4] or [2-]; 0 when there is none. [41] is a byte.
+std::size_t JumpLength(std::string_view rest) {
+    const std::string_view jump = Enclosed(rest, ']');
+    const bool is_byte = jump.size() == 4 && IsHexDigit(jump[1]) && IsHexDigit(jump[2]);
+    if (!rest.starts_with('[') || jump.size() < 3 || is_byte)
+        return 0;
+    const auto is_part = [](char c) { return IsDigit(c) || c == '-' || c == ' '; };
+    return std::ranges::all_of(jump.substr(1, jump.size() - 2), is_part) ? jump.size() : 0;
+}
+
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
 
 } // namespace
@@ -54,6 +70,16 @@ Token Lexer::Next() {
         if (rest.starts_with(symbol))
             return Take(TokenKind::Symbol, symbol.size());
     }
+    if (const std::string_view text = Enclosed(rest, c); c == '\'' && !text.empty())
+        return TakeForeign(text.size(), "text stands in double quotes", "write \"...\"");
+    if (const std::string_view text = Enclosed(rest, c); c == '/' && !text.empty())
+        return TakeForeign(text.size(), "there are no regular expressions",
+                           "write a text, or bytes with ?? for any byte; alternatives are strings of their own: (A|B)");
+    if (c == '$') {
+        const auto end = std::find_if_not(rest.begin() + 1, rest.end(), IsWordPart);
+        return TakeForeign(static_cast<std::size_t>(end - rest.begin()), "strings have no names with $",
+                           "strings are labelled A, B, C, ... in order");
+    }
     // A run of bytes that begin no word is one mistake.
     const auto strange = [](char byte) {
         return byte == '\0' || static_cast<unsigned char>(byte) >= 0x80 || (byte > ' ' && !IsWordPart(byte));
@@ -62,9 +88,8 @@ Token Lexer::Next() {
     while (length < rest.size() && strange(rest[length]) && strange(c) &&
            std::string_view("{}[]().,;|&#=~<>!?\"/-").find(rest[length]) == std::string_view::npos)
         ++length;
-    if (c != '\0') // which the parser reports
-        Report("E001", position_, length, "these characters mean nothing here",
-               "text stands in double quotes, a comment behind //");
+    Report(Code::E001, position_, length, "these characters mean nothing here",
+           "text stands in double quotes, a comment after //");
     return Take(TokenKind::Other, length);
 }
 
@@ -73,7 +98,23 @@ Token Lexer::NextInHexString() {
     const std::string_view rest = text_.substr(std::min(position_, text_.size()));
     if (rest.size() >= 2 && IsHexDigit(rest[0]) && IsHexDigit(rest[1]))
         return Take(TokenKind::Identifier, 2);
+    const bool is_half =
+        rest.size() >= 2 && ((IsHexDigit(rest[0]) && rest[1] == '?') || (rest[0] == '?' && IsHexDigit(rest[1])));
+    if (is_half)
+        return TakeForeign(2, "a byte is known or not, there are no halves of it", "write ?? for any byte");
+    if (const std::size_t length = JumpLength(rest); length != 0)
+        return TakeForeign(length, "there are no jumps in a string",
+                           "write ?? for each byte, or two strings where the distance varies: (A&B)");
+    if (const std::string_view text = Enclosed(rest, ')'); rest.starts_with('(') && !text.empty())
+        return TakeForeign(text.size(), "there are no alternatives in a string",
+                           "write a string for each, and join them: when (A|B)");
     return Next();
+}
+
+// What another language of this field writes; the parser has nothing to add.
+Token Lexer::TakeForeign(std::size_t length, std::string message, std::string help) {
+    Report(Code::E104, position_, length, std::move(message), std::move(help));
+    return Take(TokenKind::Other, length);
 }
 
 Token Lexer::NextExpression() {
@@ -110,7 +151,7 @@ void Lexer::SkipComment(std::string_view end, bool end_is_part) {
     if (stop == std::string_view::npos) {
         stop = text_.size();
         if (end_is_part)
-            Report("E002", begin, 2, "this comment has no end", "close it with */");
+            Report(Code::E002, begin, 2, "this comment has no end", "close it with */");
     } else if (end_is_part) {
         stop += end.size();
     }
@@ -163,14 +204,16 @@ Token Lexer::TakeText() {
     if (length < rest.size() && rest[length] == '"')
         return Take(TokenKind::Text, length + 1);
     length = std::min(length, rest.size());
-    Report("E003", position_, length, "this text has no closing quote",
-           "a text stands on one line; write \\n for a line's end");
+    const bool has_quote = rest.substr(0, length).find("\\\"") != std::string_view::npos;
+    Report(Code::E003, position_, length, "this text has no closing quote",
+           has_quote ? "\\\" is a quote within the text; write \\\\ for a backslash"
+                     : "a text stands on one line; write \\n for a line's end");
     return Take(TokenKind::Other, length);
 }
 
-void Lexer::Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help) {
+void Lexer::Report(Code code, std::size_t offset, std::size_t length, std::string message, std::string help) {
     if (diagnostics_.size() < kMaxErrors)
-        diagnostics_.push_back({Severity::Error, std::move(code), offset, length, std::move(message), std::move(help)});
+        diagnostics_.push_back({Severity::Error, code, offset, length, std::move(message), std::move(help)});
 }
 
 } // namespace tavrik::rules::text

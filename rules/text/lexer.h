@@ -41,11 +41,11 @@ class Lexer {
 public:
     Lexer(std::string_view text, std::vector<Diagnostic> &diagnostics);
 
-    /** The next word; kEnd again and again at the end. */
+    /** The next word; End again and again at the end. */
     Token Next();
 
-    /** The next word of a hex string's inside, where two hexadecimal digits are a word (a kIdentifier), whatever stands
-     * around them. */
+    /** The next word of a hex string's inside, where two hexadecimal digits are a word (an Identifier), whatever
+     * follows them. What YARA writes there beyond our forms is reported, and becomes one kOther. */
     Token NextInHexString();
 
     /** The rest of the current line up to a line's end, a '}' or a ';', without blanks at its ends: an expression. */
@@ -57,9 +57,10 @@ private:
     void SkipBlanks();
     void SkipComment(std::string_view end, bool end_is_part);
     Token Take(TokenKind kind, std::size_t length);
+    Token TakeForeign(std::size_t length, std::string message, std::string help);
     Token TakeNumber();
     Token TakeText();
-    void Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help);
+    void Report(Code code, std::size_t offset, std::size_t length, std::string message, std::string help);
 
     std::string_view text_;
     std::vector<Diagnostic> &diagnostics_;

@@ -1,10 +1,14 @@
 #include "rules/text/parser.h"
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 #include <type_traits>
+#include <utility>
 
 #include "rules/expression.h"
 #include "rules/names.h"
+#include "rules/text/foreign_files.h"
 #include "rules/text/rows.h"
 #include "rules/text/suggestions.h"
 #include "rules/text/values.h"
@@ -13,13 +17,48 @@ namespace tavrik::rules::text {
 
 namespace {
 
+// The words that may follow the first part of a row, in their order.
+std::span<const std::string_view> RowWords(Item item) {
+    static constexpr std::string_view kStrings[] = {"wide", "nocase", "in", "from", "at", "drift", "anchor"};
+    static constexpr std::string_view kNames[] = {"cased", "prefix", "option"};
+    static constexpr std::string_view kResources[] = {"language", "crc32"};
+    static constexpr std::string_view kResourceTypes[] = {"language", "absent", "mode"};
+    switch (item) {
+    case Item::Strings:
+        return kStrings;
+    case Item::ImportModules:
+    case Item::ObjectNames:
+    case Item::MemberNames:
+        return kNames;
+    case Item::Resources:
+        return kResources;
+    case Item::ResourceTypes:
+        return kResourceTypes;
+    default:
+        return {};
+    }
+}
+
+// The words of other languages for the operations of an expression, and what to write instead.
+constexpr std::pair<std::string_view, std::string_view> kForeignOperations[] = {
+    {"and", "write & for it: (A&B)"},
+    {"or", "write | for it: (A|B)"},
+    {"not", "no rule asks that a string is absent"},
+    {"of", "name the strings: (A|B), ((A&B)&C)"},
+    {"any", "name the strings: (A|B)"},
+    {"all", "leave 'when' out: all strings must be there"},
+    {"them", "name the strings: (A|B)"},
+};
+
+bool IsWordByte(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$';
+}
+
 class Parser {
 public:
-    Parser(std::string_view text, ParsedFile &file) : text_(text), file_(file), cursor_(text, file.diagnostics) {}
+    Parser(std::string_view text, ParsedFile &file) : file_(file), cursor_(text, file.diagnostics) {}
 
     void Parse() {
-        if (const std::size_t nul = text_.find('\0'); nul != std::string_view::npos)
-            cursor_.Report("E005", nul, 1, "a rule file holds no NUL byte", "is this a compiled file?");
         while (!cursor_.AtEnd() && !cursor_.TooManyErrors()) {
             try {
                 ParseRule();
@@ -27,6 +66,8 @@ public:
                 cursor_.SkipToNextRule();
             }
         }
+        if (file_.set.rules.empty() && cursor_.ErrorCount() == 0)
+            cursor_.Warn(Code::W514, 0, 0, "this file has no rules");
         file_.comments = cursor_.comments();
         cursor_.MoveWarnings();
     }
@@ -43,7 +84,7 @@ private:
         bool flags_written = false;
         while (!cursor_.AtSymbol("}")) {
             if (cursor_.AtEnd() || cursor_.AtWord("rule")) {
-                cursor_.Report("E103", origin.begin, 4, "this rule has no closing brace");
+                ReportUnclosed(origin.begin, 4, "this rule has no closing brace");
                 origin.end = cursor_.offset();
                 return;
             }
@@ -82,7 +123,7 @@ private:
             ++count;
         } while (cursor_.TakeSymbol(","));
         if (library && count > 1)
-            cursor_.Report("E304", begin, cursor_.end_of_last() - begin, "'library' stands alone",
+            cursor_.Report(Code::E304, begin, cursor_.end_of_last() - begin, "'library' stands alone",
                            "it is the value without any bit");
         return targets;
     }
@@ -94,7 +135,7 @@ private:
         const auto found = std::ranges::find(kItemWords, cursor_.token().text);
         if (found != kItemWords.end())
             return static_cast<Item>(found - kItemWords.begin());
-        cursor_.Report("E202", cursor_.offset(), cursor_.length(), "there is no block '" + cursor_.Text() + "'",
+        cursor_.Report(Code::E202, cursor_.offset(), cursor_.length(), "there is no block '" + cursor_.Text() + "'",
                        SuggestFrom(kItemWords, cursor_.token().text, [](std::string_view word) { return word; }));
         cursor_.Advance();
         if (cursor_.AtSymbol("{"))
@@ -106,8 +147,8 @@ private:
         const Item item = FindItem();
         ItemOrigin &place = origin.of(item);
         if (place.begin != kNoOffset)
-            cursor_.Report("E401", cursor_.offset(), cursor_.length(), "this rule has '" + cursor_.Text() + "' already",
-                           "put all of it in one place");
+            cursor_.Report(Code::E401, cursor_.offset(), cursor_.length(),
+                           "this rule has '" + cursor_.Text() + "' already", "put all of it in one place");
         place.begin = cursor_.offset();
         if (item == Item::When) {
             ParseWhen(rule);
@@ -151,7 +192,7 @@ private:
         cursor_.ExpectSymbol("{", "the rows of '" + std::string(ItemWord(item)) + "' stand in braces");
         while (!cursor_.AtSymbol("}")) {
             if (cursor_.AtEnd() || cursor_.AtWord("rule")) {
-                cursor_.Report("E103", place.begin, ItemWord(item).size(), "this block has no closing brace");
+                ReportUnclosed(place.begin, ItemWord(item).size(), "this block has no closing brace");
                 return;
             }
             if (cursor_.TooManyErrors())
@@ -160,13 +201,41 @@ private:
             try {
                 const std::size_t count = ParseRow(rule, item, begin);
                 place.rows.insert(place.rows.end(), count, begin);
+                CheckOrder(item);
             } catch (const Unreadable &) {
                 cursor_.SkipRow(begin);
+            }
+            if (cursor_.AtSymbol(",")) {
+                cursor_.Report(Code::E106, cursor_.offset(), 1, "no comma stands between rows",
+                               "each row has its line, or ends with ;");
+                cursor_.Advance();
             }
             cursor_.TakeSymbol(";");
         }
         place.end = cursor_.offset();
         cursor_.Advance();
+    }
+
+    // After a row: its words that come later than they should.
+    void CheckOrder(Item item) {
+        const std::span<const std::string_view> words = RowWords(item);
+        if (!cursor_.At(TokenKind::Identifier) || std::ranges::find(words, cursor_.token().text) == words.end())
+            return;
+        std::string order;
+        for (const std::string_view word : words)
+            order.append(order.empty() ? "the order is: " : ", ").append(word);
+        cursor_.Report(Code::E105, cursor_.offset(), cursor_.length(),
+                       "'" + cursor_.Text() + "' is out of order or written twice", order);
+        throw Unreadable{};
+    }
+
+    // A text without an end may have taken the brace with it.
+    void ReportUnclosed(std::size_t begin, std::size_t length, const char *message) {
+        const auto is_open_text = [begin](const Diagnostic &each) {
+            return each.code == Code::E003 && each.offset >= begin;
+        };
+        if (std::ranges::none_of(file_.diagnostics, is_open_text))
+            cursor_.Report(Code::E103, begin, length, message);
     }
 
     // Parses one row; returns the number of elements that it added.
@@ -196,7 +265,7 @@ private:
             return add(rule.import_functions, ParseImportFunction);
         case Item::ExportModule:
             if (!rule.export_module_names.empty())
-                cursor_.Report("E305", begin, cursor_.length(), "a rule names one export module at most");
+                cursor_.Report(Code::E305, begin, cursor_.length(), "a rule names one export module at most");
             return add(rule.export_module_names, ParseExportName);
         case Item::ExportFunctions:
             return add(rule.export_functions, ParseExportName);
@@ -217,23 +286,52 @@ private:
         }
     }
 
+    // Whether the expression has a word of another language, which is reported.
+    bool ReportForeignOperation(std::string_view expression) {
+        for (std::size_t begin = 0; begin < expression.size(); ++begin) {
+            std::size_t end = begin;
+            while (end < expression.size() && IsWordByte(expression[end]))
+                ++end;
+            const std::string_view word = expression.substr(begin, end - begin);
+            const auto known = std::ranges::find(kForeignOperations, word, [](const auto &each) { return each.first; });
+            if (known != std::end(kForeignOperations) || word.starts_with('$')) {
+                cursor_.Report(
+                    Code::E104, expression_offset_ + begin, word.size(),
+                    "'" + std::string(word) + "' means nothing in an expression",
+                    std::string(word.starts_with('$') ? "strings are labelled A, B, C, ... in order" : known->second));
+                return true;
+            }
+            begin = std::max(begin, end);
+        }
+        return false;
+    }
+
     void CheckRule(const Rule &rule, const RuleOrigin &origin, std::size_t errors_before) {
+        if (ReportForeignOperation(rule.expression))
+            return;
         if (const auto error = CheckExpression(rule.expression, rule.strings.size()))
-            cursor_.Report("E404", expression_offset_ + error->offset, 1, error->message,
+            cursor_.Report(Code::E404, expression_offset_ + error->offset, 1, error->message,
                            "each operation stands in its own parentheses: ((A|B)&C)");
         const ItemOrigin &members = origin.of(Item::MemberNames);
         for (std::size_t i = 0; i < rule.member_names.size(); ++i) {
             if (rule.member_names[i].index >= rule.object_names.size())
-                cursor_.Report("E405", members.rows[i], 1,
+                cursor_.Report(Code::E405, members.rows[i], 1,
                                "object_names has no row #" + std::to_string(rule.member_names[i].index));
+        }
+        const ItemOrigin &functions = origin.of(Item::ImportFunctions);
+        for (std::size_t i = 0; i < rule.import_functions.size(); ++i) {
+            // A rule without import_modules asks for functions of any module.
+            if (!rule.import_modules.empty() && rule.import_functions[i].index >= rule.import_modules.size())
+                cursor_.Report(Code::E407, functions.rows[i], 1,
+                               "import_modules has no row #" + std::to_string(rule.import_functions[i].index),
+                               "name the module in import_modules; #0 is its first row");
         }
         // What a rule with errors asks is not known.
         if (ComputeFeatureFlags(rule) == 0 && cursor_.ErrorCount() == errors_before)
-            cursor_.Report("E406", origin.begin, 4, "this rule asks nothing",
+            cursor_.Report(Code::E406, origin.begin, 4, "this rule asks nothing",
                            "a rule without conditions never matches");
     }
 
-    std::string_view text_;
     ParsedFile &file_;
     TokenCursor cursor_;
     std::size_t expression_offset_ = 0;
@@ -243,6 +341,10 @@ private:
 
 ParsedFile ParseRules(std::string_view text) {
     ParsedFile file;
+    if (auto foreign = FindForeignFile(text)) {
+        file.diagnostics.push_back(std::move(*foreign));
+        return file;
+    }
     Parser(text, file).Parse();
     return file;
 }

@@ -34,7 +34,7 @@ uint32_t ParseKey(TokenCursor &cursor, uint32_t type) {
     if (!cursor.At(TokenKind::Identifier))
         cursor.Expected("the name of a string");
     if (type != kVersionResource && type != kManifestResource)
-        cursor.Report("E312", cursor.offset(), cursor.length(),
+        cursor.Report(Code::E312, cursor.offset(), cursor.length(),
                       "strings of VERSION and MANIFEST resources have names; others have numbers: [n]");
     return LookUpNumber(cursor, ResourceKeys(), "the name of a string");
 }

@@ -45,7 +45,7 @@ void AppendWildcard(StringFeature &string, char byte) {
 void ParseHexString(TokenCursor &cursor, StringFeature &string) {
     cursor.AdvanceInHexString();
     while (!cursor.AtSymbol("}")) {
-        if (cursor.AtSymbol("??")) {
+        if (cursor.AtSymbol("??") || cursor.At(TokenKind::kOther)) { // the latter was reported
             cursor.AdvanceInHexString();
             AppendWildcard(string, '\0');
         } else if (cursor.AtSymbol("[")) {
@@ -73,7 +73,7 @@ void ExpectValue(TokenCursor &cursor, StringFeature &string) {
     else
         cursor.Expected("a text in quotes or bytes in braces");
     if (string.bytes.empty() || string.bytes.size() > kMaxStringLength)
-        cursor.Report("E310", begin, cursor.end_of_last() - begin,
+        cursor.Report(Code::E310, begin, cursor.end_of_last() - begin,
                       "a string has 1 to 128 bytes; this has " + std::to_string(string.bytes.size()));
     string.bytes.resize(std::min(string.bytes.size(), kMaxStringLength));
 }
@@ -84,7 +84,7 @@ void ParseSectionArgument(TokenCursor &cursor, StringFeature &string) {
     if (cursor.TakeSymbol("~"))
         string.section_tail = ExpectText(cursor, "the bytes after the name").value;
     if (string.section_name.empty() || string.section_name.size() + string.section_tail.size() > kMaxSectionName)
-        cursor.Report("E303", begin, cursor.end_of_last() - begin,
+        cursor.Report(Code::E303, begin, cursor.end_of_last() - begin,
                       "a section name and what follows it have 1 to 8 characters");
     while (string.section_tail.ends_with('\0'))
         string.section_tail.pop_back();
@@ -102,7 +102,7 @@ void ParseRegion(TokenCursor &cursor, StringFeature &string) {
     } else {
         const Region *region = LookUpRegion(cursor, name);
         if (region != nullptr && region->string_kind == 0)
-            cursor.Report("E307", name.offset, name.text.size(),
+            cursor.Report(Code::E307, name.offset, name.text.size(),
                           "strings are not looked for in '" + std::string(name.text) + "'");
         string.kind = region == nullptr || region->string_kind == 0 ? uint8_t{1} : region->string_kind;
     }
@@ -111,6 +111,7 @@ void ParseRegion(TokenCursor &cursor, StringFeature &string) {
 }
 
 void ParseWindow(TokenCursor &cursor, StringFeature &string) {
+    const std::string first = cursor.Text();
     string.window_start = Take<uint16_t>(cursor, "a position");
     string.window_length = 1;
     if (!cursor.TakeSymbol(".."))
@@ -118,9 +119,15 @@ void ParseWindow(TokenCursor &cursor, StringFeature &string) {
     string.window_length = 0;
     if (!cursor.At(TokenKind::Number))
         return;
+    const std::string end = cursor.Text();
     const Written<uint64_t> last = ExpectNumber(cursor, UINT32_MAX, "a position");
-    if (last.value < string.window_start || last.value - string.window_start >= kLargestWindow) {
-        cursor.Report("E311", last.offset, last.length, "a window has 1 to 65535 positions");
+    if (last.value < string.window_start) {
+        cursor.Report(Code::E311, last.offset, last.length, first + " is above " + end,
+                      "swap the bounds: at " + end + ".." + first);
+        return;
+    }
+    if (last.value - string.window_start >= kLargestWindow) {
+        cursor.Report(Code::E311, last.offset, last.length, "a window has 1 to 65535 positions");
         return;
     }
     string.window_length = static_cast<uint16_t>(last.value - string.window_start + 1);
@@ -129,7 +136,7 @@ void ParseWindow(TokenCursor &cursor, StringFeature &string) {
 void ParseAnchor(TokenCursor &cursor, StringFeature &string) {
     const Written<uint64_t> anchor = ExpectNumber(cursor, UINT8_MAX, "an anchor");
     if (anchor.value >= string.bytes.size())
-        cursor.Report("E309", anchor.offset, anchor.length, "the anchor is a position within the string");
+        cursor.Report(Code::E309, anchor.offset, anchor.length, "the anchor is a position within the string");
     string.anchor = static_cast<uint8_t>(anchor.value);
 }
 
@@ -137,18 +144,19 @@ void CheckLabel(TokenCursor &cursor, std::size_t count) {
     if (!cursor.At(TokenKind::Identifier))
         cursor.Expected("a string's letter");
     if (count >= kMaxStrings)
-        cursor.Report("E308", cursor.offset(), cursor.length(), "a rule has at most 26 strings, A to Z");
+        cursor.Report(Code::E308, cursor.offset(), cursor.length(), "a rule has at most 26 strings, A to Z");
     else if (const std::string letter(1, static_cast<char>('A' + count)); cursor.token().text != letter)
-        cursor.Report("E403", cursor.offset(), cursor.length(), "this string's letter is " + letter,
+        cursor.Report(Code::E403, cursor.offset(), cursor.length(), "this string's letter is " + letter,
                       "strings are labelled A, B, C, ... in order");
 }
 
 } // namespace
 
 void ParseStringRow(TokenCursor &cursor, std::vector<StringFeature> &list) {
-    CheckLabel(cursor, list.size());
+    const std::size_t count = list.size();
+    StringFeature &string = list.emplace_back(); // also of a row with errors, so that the letters go on
+    CheckLabel(cursor, count);
     cursor.Advance();
-    StringFeature &string = list.emplace_back();
     ExpectValue(cursor, string);
     // Both orders of the options are read; the canonical text has only one.
     while (cursor.AtWord("wide") || cursor.AtWord("nocase")) {

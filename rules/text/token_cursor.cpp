@@ -46,22 +46,20 @@ void TokenCursor::ExpectSymbol(std::string_view symbol, std::string help) {
 void TokenCursor::Expected(std::string_view what, std::string help) {
     // What the lexer could not read has been reported already.
     if (AtEnd())
-        Report("E101", offset(), 0, std::string(what) + " was expected, but the text ends here", std::move(help));
+        Report(Code::E101, offset(), 0, std::string(what) + " was expected, but the text ends here", std::move(help));
     else if (!At(TokenKind::Other))
-        Report("E101", offset(), length(), std::string(what) + " was expected", std::move(help));
+        Report(Code::E101, offset(), length(), std::string(what) + " was expected", std::move(help));
     throw Unreadable{};
 }
 
-void TokenCursor::Report(std::string code, std::size_t offset, std::size_t length, std::string message,
-                         std::string help) {
+void TokenCursor::Report(Code code, std::size_t offset, std::size_t length, std::string message, std::string help) {
     if (!TooManyErrors())
-        errors_.push_back({Severity::Error, std::move(code), offset, length, std::move(message), std::move(help)});
+        errors_.push_back({Severity::Error, code, offset, length, std::move(message), std::move(help)});
 }
 
-void TokenCursor::Warn(std::string code, std::size_t offset, std::size_t length, std::string message,
-                       std::string help) {
+void TokenCursor::Warn(Code code, std::size_t offset, std::size_t length, std::string message, std::string help) {
     if (warnings_.size() < kMaxErrors)
-        warnings_.push_back({Severity::Warning, std::move(code), offset, length, std::move(message), std::move(help)});
+        warnings_.push_back({Severity::Warning, code, offset, length, std::move(message), std::move(help)});
 }
 
 void TokenCursor::MoveWarnings() {

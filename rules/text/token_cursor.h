@@ -53,8 +53,8 @@ public:
     /** Reports that something else was expected than the current token. */
     [[noreturn]] void Expected(std::string_view what, std::string help = "");
 
-    void Report(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help = "");
-    void Warn(std::string code, std::size_t offset, std::size_t length, std::string message, std::string help = "");
+    void Report(Code code, std::size_t offset, std::size_t length, std::string message, std::string help = "");
+    void Warn(Code code, std::size_t offset, std::size_t length, std::string message, std::string help = "");
 
     /** The number of errors reported, the lexer's included. */
     std::size_t ErrorCount() const { return errors_.size(); }

@@ -43,10 +43,10 @@ Written<uint64_t> ExpectNumber(TokenCursor &cursor, uint64_t largest, std::strin
         std::from_chars(digits.data(), digits.data() + digits.size(), number.value, hex ? 16 : 10);
     const bool all_read = !digits.empty() && end == digits.data() + digits.size();
     if (!all_read && error != std::errc::result_out_of_range)
-        cursor.Report("E102", number.offset, number.length, "this is not a number",
+        cursor.Report(Code::E102, number.offset, number.length, "this is not a number",
                       "numbers are decimal (500) or hexadecimal (0x1F4)");
     else if (error == std::errc::result_out_of_range || number.value > largest)
-        cursor.Report("E301", number.offset, number.length,
+        cursor.Report(Code::E301, number.offset, number.length,
                       std::string(what) + " is at most " + std::to_string(largest));
     cursor.Advance();
     number.value = std::min(number.value, largest);
@@ -61,10 +61,10 @@ double ExpectReal(TokenCursor &cursor) {
     const char *const last = digits.data() + digits.size();
     const auto [end, error] = std::from_chars(digits.data(), last, value, std::chars_format::fixed);
     if (end != last || error != std::errc{})
-        cursor.Report("E102", cursor.offset(), cursor.length(), "this is not a number",
+        cursor.Report(Code::E102, cursor.offset(), cursor.length(), "this is not a number",
                       "an entropy is written as 7.25");
     else if (value < 0 || value > kLargestEntropy)
-        cursor.Warn("W501", cursor.offset(), cursor.length(), "no entropy is outside 0 to 8");
+        cursor.Warn(Code::W501, cursor.offset(), cursor.length(), "no entropy is outside 0 to 8");
     cursor.Advance();
     return value;
 }
@@ -84,7 +84,7 @@ Written<std::string> ExpectText(TokenCursor &cursor, std::string_view what) {
             if (const auto meaning = ShortEscape(inside, i))
                 text.value += *meaning;
             else
-                cursor.Report("E004", text.offset + 1 + i, 2, "there is no such escape",
+                cursor.Report(Code::E004, text.offset + 1 + i, 2, "there is no such escape",
                               "the escapes are \\\" \\\\ \\n \\r \\t and \\xHH");
             ++i;
         }
@@ -96,9 +96,9 @@ Written<std::string> ExpectText(TokenCursor &cursor, std::string_view what) {
 std::string ExpectName(TokenCursor &cursor, std::string_view what, std::size_t longest) {
     const Written<std::string> text = ExpectText(cursor, what);
     if (text.value.find('\0') != std::string::npos)
-        cursor.Report("E302", text.offset, text.length, std::string(what) + " ends at a NUL and cannot hold one");
+        cursor.Report(Code::E302, text.offset, text.length, std::string(what) + " ends at a NUL and cannot hold one");
     if (text.value.size() > longest)
-        cursor.Report("E303", text.offset, text.length,
+        cursor.Report(Code::E303, text.offset, text.length,
                       std::string(what) + " has at most " + std::to_string(longest) + " characters; this has " +
                           std::to_string(text.value.size()));
     return text.value;
@@ -109,7 +109,8 @@ uint32_t LookUpNumber(TokenCursor &cursor, std::span<const NamedNumber> names, s
         return Take<uint32_t>(cursor, what);
     const auto number = NumberOf(names, cursor.token().text);
     if (!number)
-        cursor.Report("E201", cursor.offset(), cursor.length(), "'" + cursor.Text() + "' is not " + std::string(what),
+        cursor.Report(Code::E201, cursor.offset(), cursor.length(),
+                      "'" + cursor.Text() + "' is not " + std::string(what),
                       SuggestFrom(names, cursor.token().text, [](const NamedNumber &name) { return name.name; }));
     cursor.Advance();
     return number.value_or(0);
@@ -127,7 +128,7 @@ const Region *LookUpRegion(TokenCursor &cursor, const Token &name) {
     if (region == nullptr)
         region = FindRegion(name.text, RegionArgument::Index);
     if (region == nullptr)
-        cursor.Report("E204", name.offset, name.text.size(), "there is no region '" + std::string(name.text) + "'",
+        cursor.Report(Code::E204, name.offset, name.text.size(), "there is no region '" + std::string(name.text) + "'",
                       SuggestFrom(Regions(), name.text, [](const Region &each) { return each.name; }));
     return region;
 }

@@ -59,8 +59,8 @@ TEST(Conditions, AreAlternativesOnlyInRuns) {
            {"import_modules { \"Alpha.dll\"; \"Gamma.dll\" }", false},
            {"import_modules { \"Beta.dll\" } import_functions { #0 \"First\" }", false},
            {"import_modules { != \"Beta.dll\" prefix cased; \"Beta.dll\" }", false},
-           {"import_modules { [0] \"Alpha.dll\" } import_functions { #0 \"First\"; #0 \"#17\"; #1 \"Second\" }", true},
-           {"import_functions { #0 != \"Third\"; #0 != \"#017\" }", true}});
+           {"import_modules { [0] \"Alpha.dll\"; != \"none\" } import_functions { #0 \"First\"; #0 \"#17\"; #1 \"Second\" }", true},
+           {"import_modules { != \"none\" } import_functions { #0 != \"Third\"; #0 != \"#017\" }", true}});
 }
 
 TEST(Conditions, ReadHeadersOfEitherWidthAndLength) {
@@ -75,11 +75,11 @@ TEST(Conditions, ReadHeadersOfEitherWidthAndLength) {
                  {"header { LoaderFlags == 7; ImportTable.VirtualAddress > 0 }", true},
                  {"header { BaseOfData >= 0 }", false},
                  {"header { ResourceTable.VirtualAddress >= 0 }", false},
-                 {"import_functions { #0 \"#17\" }", true}});
+                 {"import_modules { != \"none\" } import_functions { #0 \"#17\" }", true}});
     file[FileHeaderOf(file) + 16] = 0x5B; // SizeOfOptionalHeader
     Check(file, {{"header { SizeOfStackReserve == 0x100000 }", true},
                  {"header { SizeOfHeapReserve >= 0 }", false},
-                 {"import_functions { #0 \"#17\" }", false}});
+                 {"import_modules { != \"none\" } import_functions { #0 \"#17\" }", false}});
     file[FileHeaderOf(file) + 20] = 7; // Magic
     Check(file, {{"header { Magic == 0x207 }", true}, {"header { SizeOfCode >= 0 }", false}});
     file.resize(FileHeaderOf(file) + 19);

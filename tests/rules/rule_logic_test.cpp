@@ -76,6 +76,8 @@ public:
             rule.expression.clear();
         if (rule.import_modules.empty())
             rule.import_functions.clear();
+        for (rules::ImportFunction &function : rule.import_functions) // of a module that is left
+            function.index = static_cast<uint16_t>(function.index % rule.import_modules.size());
         if (rule.object_names.empty())
             rule.member_names.clear();
         if (rule.attribute_b == 0 && rules::ComputeFeatureFlags(rule) == 0) // no rule asks nothing

@@ -148,7 +148,7 @@ TEST(RuleErrors, EveryMistakeIsReportedAtItsPlace) {
     const std::string name29(29, 'n');
     const std::string bytes128(128, 's');
     const BrokenText texts[] = {
-        {"", {}},
+        {"// nothing", {{"W514", 1, 1, "no rules"}}},
         {InRule(Strings(26)), {}},
         {InRule(Strings(27)), {{"E308", 29, 1, "at most 26"}}},
         {"rule 1 \"" + name29 + "\" { traits 1 }", {}},
@@ -162,8 +162,8 @@ TEST(RuleErrors, EveryMistakeIsReportedAtItsPlace) {
           {"E204", 3, 12, "'fil'"},
           {"E101", 4, 7, "hexadecimal"},
           {"E307", 5, 12, "'data'"}}},
-        {InRule("strings { A = \"a\" in file at 5..4\nB = \"a\" in file at 0..0xFFFF\n}"),
-         {{"E311", 2, 33, "65535"}, {"E311", 3, 23, "65535"}}},
+        {InRule("strings { A = \"a\" in file at 0x200..0x100\nB = \"a\" in file at 0..0xFFFF\n}"),
+         {{"E311", 2, 37, "0x200 is above 0x100"}, {"E311", 3, 23, "65535"}}},
         {InRule("strings { A = \"a\" in section(\"123456789\") }\nwhen (A&B)"),
          {{"E303", 2, 30, "1 to 8"}, {"E404", 3, 9, "no string B"}}},
         {InRule(Strings(3) + "\nwhen (A|C)"), {{"E404", 7, 6, "B is missing"}}},
@@ -201,7 +201,40 @@ TEST(RuleErrors, EveryMistakeIsReportedAtItsPlace) {
           {"E103", 4, 1, "closing brace"},
           {"E103", 4, 13, "closing brace"},
           {"E406", 5, 1, "asks nothing"}}},
-        {std::string("rule 1 \"\" { traits 1 } \0 /* x", 29), {{"E005", 1, 24, "NUL"}, {"E002", 1, 26, "no end"}}},
+        {std::string("rule 1 \"\" { traits 1 } \0 /* x", 29), {{"E005", 1, 24, "NUL"}}},
+        {std::string("r\0u\0l\0e\0 \0", 10), {{"E006", 1, 1, "UTF-16"}}},
+        {"\xFF\xFEr", {{"E006", 1, 1, "UTF-16"}}},
+        {"rule a {\nstrings:\n$a = { 4? [2-] } /x/\ncondition: any of them }", {{"E007", 1, 1, "YARA"}}},
+        {"import \"pe\" rule a { condition: true }", {{"E007", 1, 1, "YARA"}}},
+        {"rule 1 \"a\" { strings { A = \"open in file } }\nrule 2 \"b\" { traits 1 }",
+         {{"E003", 1, 28, "closing quote"}}},
+        {InRule("strings { A = { 4? ?5 [4] [2-8] [2-] [41] (41|42) 43 } in file\nB = /a.c/i in file\nC = 'x' in "
+                "file\n$d = "
+                "\"x\" in file\nE = \"e\" in file }"),
+         {{"E104", 2, 17, "halves"},
+          {"E104", 2, 20, "halves"},
+          {"E104", 2, 23, "jumps"},
+          {"E104", 2, 27, "jumps"},
+          {"E104", 2, 33, "jumps"},
+          {"E104", 2, 43, "alternatives"},
+          {"E104", 3, 5, "regular expressions"},
+          {"E104", 4, 5, "double quotes"},
+          {"E104", 5, 1, "no names with $"}}},
+        {InRule(Strings(2) + "\nwhen A and B"), {{"E104", 6, 8, "'and'"}}},
+        {InRule(Strings(1) + "\nwhen any of them"), {{"E104", 5, 6, "'any'"}}},
+        {InRule("strings { A = \"a\" in file drift 1 at 2\nB = \"b\" nocase wide in file nocase }\nresources { ICON[1] "
+                "crc32 5 "
+                "language 9 }\nimport_modules { \"a\" option 1 cased }"),
+         {{"E105", 2, 35, "'at'"},
+          {"E105", 3, 29, "'nocase'"},
+          {"E105", 4, 29, "'language'"},
+          {"E105", 5, 31, "'cased'"}}},
+        {InRule("header { Machine == 332,\nSubsystem == 2, Magic == GUI\nMachine == I386 }"),
+         {{"E106", 2, 24, "no comma"},
+          {"E106", 3, 15, "no comma"},
+          {"E101", 3, 26, "a value"},
+          {"E101", 4, 12, "a value"}}},
+        {InRule("import_modules { \"a\" }\nimport_functions { #0 \"F\"\n#1 \"G\" }"), {{"E407", 4, 1, "no row #1"}}},
     };
     for (const BrokenText &broken : texts) {
         const ParsedFile parsed = ParseRules(broken.text);
@@ -211,7 +244,7 @@ TEST(RuleErrors, EveryMistakeIsReportedAtItsPlace) {
             const Finding &expected = broken.findings[i];
             const Diagnostic &actual = parsed.diagnostics[i];
             const Place place = PlaceOf(broken.text, actual.offset);
-            EXPECT_EQ(actual.code, expected.code) << rendered;
+            EXPECT_EQ(CodeText(actual.code), expected.code) << rendered;
             EXPECT_EQ(place.line, expected.line) << rendered;
             EXPECT_EQ(place.column, expected.column) << rendered;
             EXPECT_NE(actual.message.find(expected.part), std::string::npos) << rendered;
@@ -221,7 +254,7 @@ TEST(RuleErrors, EveryMistakeIsReportedAtItsPlace) {
 
 TEST(RuleErrors, AreShownWithTheLineAndACaret) {
     const std::string text = "rule 1 \"\" {\r\n\theader { Machin\x01 == 1 }\r\n}";
-    EXPECT_EQ(Render({"a.rules", text}, {Severity::Error, "E203", 23, 6, "there is no field", "did you mean"}),
+    EXPECT_EQ(Render({"a.rules", text}, {Severity::Error, Code::E203, 23, 6, "there is no field", "did you mean"}),
               "a.rules:2:11: error[E203]: there is no field\n"
               " 2 |     header { Machin? == 1 }\n"
               "   |              ^^^^^^\n"
@@ -235,7 +268,7 @@ TEST(RuleErrors, WarningsDoNotEndAText) {
     const ParsedFile parsed = ParseRules(text + "rule 2 \"\" {}");
     EXPECT_EQ(parsed.set.rules.size(), 301u);
     EXPECT_EQ(parsed.diagnostics.size(), kMaxErrors + 1);
-    EXPECT_EQ(parsed.diagnostics.back().code, "E406");
+    EXPECT_EQ(parsed.diagnostics.back().code, Code::E406);
     EXPECT_EQ(ParseRules(std::string(100'000, '@') + std::string(100'000, '(')).diagnostics.size(), 1u);
     std::string strange;
     for (int i = 0; i < 100'000; ++i)
@@ -265,15 +298,15 @@ TEST(RuleRecords, AreTheRulesThatTheTextSays) {
 }
 
 // The codes of the lints of some rules that stand in one file, in the order of their places.
-std::string LintCodes(const std::string &text) {
+std::string LintCodes(const std::string &text, const std::vector<uint32_t> &shared_ids = {}) {
     const Source source = {"lint.rules", text};
     const ParsedFile parsed = ParseRules(text);
     EXPECT_FALSE(HasErrors(parsed.diagnostics)) << Rendered(text, parsed);
     const LintedFile file = {&source, &parsed};
     std::string codes;
-    const std::vector<std::vector<Diagnostic>> lints = FindLints({&file, 1});
+    const std::vector<std::vector<Diagnostic>> lints = FindLints({&file, 1}, shared_ids);
     for (const Diagnostic &diagnostic : lints.at(0))
-        codes += (codes.empty() ? "" : " ") + diagnostic.code;
+        codes.append(codes.empty() ? "" : " ").append(CodeText(diagnostic.code));
     return codes;
 }
 
@@ -307,7 +340,7 @@ TEST(RuleLints, FindWhatNoFileMeets) {
         {"import_modules { [0] \"a.dll\" [0] \"b.dll\" }", "W504"},
         {"import_modules { [0] \"a\" prefix [0] \"ab.dll\" [1] \"c.dll\" \"d.dll\" }", ""},
         {"import_modules { \"a.dll\" \"b.dll\" } import_functions { #0 \"F\" #1 != \"F\" #0 != \"f\" }", ""},
-        {"import_modules { \"a.dll\" } import_functions { #0 \"F\" #7 != \"F\" }", "W504"},
+        {"import_modules { \"a.dll\" } import_functions { #0 \"F\" #0 != \"F\" }", "W504"},
         {"export_functions { \"F\" != \"F\" }", "W504"},
         {"export_functions { < \"F\" }", "W504"},
         {"resources { ICON[1] language 9 } resource_types { type[3] absent }", "W504"},
@@ -347,7 +380,7 @@ TEST(RuleLints, FindWhatNoFileMeets) {
          ""},
     };
     for (const auto &[body, codes] : cases)
-        EXPECT_EQ(LintCodes("rule 1 \"\" { " + std::string(body) + " }"), codes) << body;
+        EXPECT_EQ(LintCodes("rule 1 \"a\" { " + std::string(body) + " }"), codes) << body;
 }
 
 TEST(RuleLints, FindRulesThatAddNothing) {
@@ -369,7 +402,8 @@ TEST(RuleLints, FindRulesThatAddNothing) {
         {"import_modules { \"abc\" }", "import_modules { \"AB\" prefix }", "W508"},
         {"import_modules { != \"ab\" prefix }", "import_modules { != \"abc\" }", "W508"},
         {"import_modules { != \"abc\" }", "import_modules { != \"ab\" prefix }", "W508"}, // the second, by the first
-        {"import_modules { \"a\" \"b\" } import_functions { #1 \"F\" }", "import_functions { #0 \"F\" }", "W508"},
+        {"import_modules { \"a\" \"b\" } import_functions { #1 \"F\" }",
+         "import_modules { != \"c\" } import_functions { #0 \"F\" }", ""},
         {"import_modules { \"a\" \"b\" } import_functions { #1 \"F\" }",
          "import_modules { \"a\" } import_functions { #0 \"F\" }", ""},
         {"resources { ICON[1] language 9 }", "resources { ICON[any] }", "W508"},
@@ -387,9 +421,56 @@ TEST(RuleLints, FindRulesThatAddNothing) {
         {"strings { A = \"ab\" in file B = \"cd\" in file } when (A|B)", "strings { A = \"ef\" in file }", ""},
     };
     for (const auto &[first, second, codes] : cases)
-        EXPECT_EQ(LintCodes("rule 1 \"\" { " + std::string(first) + " } rule 2 \"\" { " + second + " }"), codes)
+        EXPECT_EQ(LintCodes("rule 1 \"a\" { " + std::string(first) + " } rule 2 \"b\" { " + second + " }"), codes)
             << first << "\n"
             << second;
+}
+
+TEST(RuleLints, FindRowsThatAreOfNoUse) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"header { Machine >= 4 Subsystem == 2 Machine == 5 }", "W511"},
+        {"header { Machine in 0..5 Subsystem == 2 }", ""},
+        {"header { Machine in 3..5 Subsystem == 2 Machine in 4..9 }", ""},
+        {"header { Machine in 3..9 Subsystem == 2 Machine in 4..5 Machine != 7 }", "W511 W511"},
+        {"header { Characteristics has 6 Machine == 1 Characteristics has 2 }", "W511"},
+        {"header { Characteristics has 4 Machine == 1 Characteristics has 2 }", ""},
+        {"header { NumberOfSections >= 3 } sections { [2].VirtualSize > 0 }", ""},
+        {"strings { A = { ?? [41] } in file B = { 41 ?? } in file }", "W510"},
+        {"strings { A = \"ab\" in file B = \"ab\" nocase in file C = \"ab\" in file }", "W511"},
+        {"import_modules { \"a\" } import_functions { #0 \"#0\" #0 \"#65535\" #0 \"F\" }", ""},
+        {"import_modules { \"a\" } import_functions { #0 \"#65536\" #0 \"#07\" #0 \"#\" #0 \"#x\" }",
+         "W512 W512 W512 W512"},
+        {"traits visual_basic header { Magic == 0x20B }", "W503"},
+        {"traits native_code header { Magic == 0x10B }", ""},
+        {"traits overlay header { Magic == 0x20B }", ""},
+        {"header { ImageBaseHigh == 0 Magic == 0x10B }", "W503"},
+        {"header { BaseOfData == 0 Magic == 0x20B }", "W503"},
+        {"header { NumberOfSections == 2 } strings { A = \"ab\" in section[3] }", "W505"},
+        {"header { NumberOfSections == 4 } strings { A = \"ab\" in section[3] }", ""},
+        {"header { NumberOfSections == 2 } measures { entropy(section[3]) > 1 }", "W503"},
+        {"header { NumberOfSections == 4 } measures { entropy(section[3]) > 1 }", ""},
+    };
+    for (const auto &[body, codes] : cases)
+        EXPECT_EQ(LintCodes("rule 1 \"a\" { " + std::string(body) + " }"), codes) << body;
+    EXPECT_EQ(LintCodes("rule 1 \"\" { traits overlay }"), "W513");
+
+    const std::string text = "rule 7 \"a\" { traits overlay } rule 7 \"b\" { traits few_imports }";
+    EXPECT_EQ(LintCodes(text), "W509");
+    EXPECT_EQ(LintCodes(text, {7}), "");
+    EXPECT_EQ(LintCodes(text, {8}), "W509");
+    EXPECT_EQ(LintCodes(text + " rule 7 \"c\" { traits entry_in_last }", {7}), "W509");
+}
+
+TEST(RuleLints, SayHowToTurnARange) {
+    const std::string text = "rule 1 \"a\" { header { FileSize in 500..100 } measures { entropy(file) in 7.5..5.5 } }";
+    const Source source = {"lint.rules", text};
+    const ParsedFile parsed = ParseRules(text);
+    const LintedFile file = {&source, &parsed};
+    const std::vector<Diagnostic> lints = FindLints({&file, 1}).at(0);
+    ASSERT_EQ(lints.size(), 2u);
+    EXPECT_EQ(lints[0].message, "500 is above 100, so the rule never matches");
+    EXPECT_EQ(lints[0].help, "swap the bounds: in 100..500");
+    EXPECT_EQ(lints[1].help, "swap the bounds: in 5.5..7.5");
 }
 
 } // namespace

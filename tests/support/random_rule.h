@@ -29,7 +29,8 @@ public:
             const std::size_t most = tag.kItem == Item::Strings        ? rules::kMaxStrings
                                      : tag.kItem == Item::ExportModule ? rules::kMaxExportModuleNames
                                                                        : kUsual;
-            if (tag.kItem == Item::MemberNames && rule.object_names.empty())
+            if ((tag.kItem == Item::MemberNames && rule.object_names.empty()) ||
+                (tag.kItem == Item::ImportFunctions && rule.import_modules.empty()))
                 return;
             list.resize(Below(2) == 0 ? 0 : Below(most + 1));
             for (auto &element : list)
@@ -137,7 +138,9 @@ private:
         e = {static_cast<int16_t>(position), Any<uint8_t>(), Op(), Text(40)};
     }
 
-    void FillIn(rules::ImportFunction &e, const rules::Rule &) { e = {Any<uint16_t>(), Op(), Text(40)}; }
+    void FillIn(rules::ImportFunction &e, const rules::Rule &rule) {
+        e = {static_cast<uint16_t>(Below(rule.import_modules.size())), Op(), Text(40)};
+    }
     void FillIn(rules::ExportName &e, const rules::Rule &) { e = {Op(), Text(40)}; }
 
     void FillIn(rules::ResourceEntry &e, const rules::Rule &) {

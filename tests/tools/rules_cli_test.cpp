@@ -36,8 +36,8 @@ private:
 };
 
 TEST_F(RulesCommand, CheckSaysWhatItFoundByItsExitCode) {
-    Write("fine.rules", "rule 1 \"\" { traits overlay }");
-    Write("warned.rules", "rule 1 \"\" { header { Machine == 65536 } }");
+    Write("fine.rules", "rule 1 \"a\" { traits overlay }");
+    Write("warned.rules", "rule 2 \"b\" { header { Machine == 65536 } }");
     Write("wrong.rules", "rule 1 \"\xFF\" { header { Machin == 1\nNope == 1 } }");
     EXPECT_EQ(Run("check fine.rules"), 0);
     EXPECT_EQ(Run("check fine.rules warned.rules"), 2);

@@ -6,6 +6,7 @@
 
 #include "base/console.h"
 #include "base/text.h"
+#include "database/profile/profile.h"
 #include "rules/analysis/lints.h"
 #include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/json_line.h"
@@ -21,7 +22,7 @@ nlohmann::ordered_json ToJson(const rules::text::Source &source, const rules::te
             {"line", place.line},
             {"column", place.column},
             {"severity", diagnostic.severity == rules::text::Severity::Error ? "error" : "warning"},
-            {"code", diagnostic.code},
+            {"code", rules::text::CodeText(diagnostic.code)},
             {"message", diagnostic.message},
             {"help", diagnostic.help}};
 }
@@ -31,7 +32,8 @@ void AddLints(std::deque<RuleText> &texts) {
     std::vector<rules::analysis::LintedFile> linted;
     for (const RuleText &text : texts)
         linted.push_back({&text.source, &text.parsed});
-    const std::vector<std::vector<rules::text::Diagnostic>> lints = rules::analysis::FindLints(linted);
+    const std::vector<std::vector<rules::text::Diagnostic>> lints =
+        rules::analysis::FindLints(linted, profile::kDoubleIds);
     for (std::size_t i = 0; i < texts.size(); ++i) {
         std::vector<rules::text::Diagnostic> &all = texts[i].parsed.diagnostics;
         std::ranges::copy(lints[i], std::back_inserter(all));
