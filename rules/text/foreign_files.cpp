@@ -43,7 +43,7 @@ bool IsYara(std::string_view text) {
     while (token.kind != TokenKind::End) {
         const bool is_condition = token.kind == TokenKind::Identifier && token.text == "condition";
         token = lexer.Next();
-        if (is_condition && token.kind == TokenKind::kOther && token.text.starts_with(':'))
+        if (is_condition && token.kind == TokenKind::Other && token.text.starts_with(':'))
             return true;
     }
     return false;

@@ -45,7 +45,7 @@ public:
     Token Next();
 
     /** The next word of a hex string's inside, where two hexadecimal digits are a word (an Identifier), whatever
-     * follows them. What YARA writes there beyond our forms is reported, and becomes one kOther. */
+     * follows them. What YARA writes there beyond our forms is reported, and becomes one Other. */
     Token NextInHexString();
 
     /** The rest of the current line up to a line's end, a '}' or a ';', without blanks at its ends: an expression. */

@@ -45,7 +45,7 @@ void AppendWildcard(StringFeature &string, char byte) {
 void ParseHexString(TokenCursor &cursor, StringFeature &string) {
     cursor.AdvanceInHexString();
     while (!cursor.AtSymbol("}")) {
-        if (cursor.AtSymbol("??") || cursor.At(TokenKind::kOther)) { // the latter was reported
+        if (cursor.AtSymbol("??") || cursor.At(TokenKind::Other)) { // the latter was reported
             cursor.AdvanceInHexString();
             AppendWildcard(string, '\0');
         } else if (cursor.AtSymbol("[")) {
