@@ -118,7 +118,7 @@ private:
     }
 
     // Called by a thread that failed and by the destructor, which then waits for all threads.
-    void Stop(std::exception_ptr failure) {
+    void Stop(const std::exception_ptr &failure) {
         {
             const std::lock_guard lock(mutex_);
             stopped_ = true;

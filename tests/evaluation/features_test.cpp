@@ -59,7 +59,9 @@ TEST(Conditions, AreAlternativesOnlyInRuns) {
            {"import_modules { \"Alpha.dll\"; \"Gamma.dll\" }", false},
            {"import_modules { \"Beta.dll\" } import_functions { #0 \"First\" }", false},
            {"import_modules { != \"Beta.dll\" prefix cased; \"Beta.dll\" }", false},
-           {"import_modules { [0] \"Alpha.dll\"; != \"none\" } import_functions { #0 \"First\"; #0 \"#17\"; #1 \"Second\" }", true},
+           {"import_modules { [0] \"Alpha.dll\"; != \"none\" } import_functions { #0 \"First\"; #0 \"#17\"; #1 "
+            "\"Second\" }",
+            true},
            {"import_modules { != \"none\" } import_functions { #0 != \"Third\"; #0 != \"#017\" }", true}});
 }
 

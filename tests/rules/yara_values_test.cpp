@@ -78,7 +78,7 @@ public:
                 });
             }
         const auto descriptors = features_.Imports().descriptors();
-        for (uint8_t index = 0; index <= descriptors.size(); ++index)
+        for (uint8_t index = 0; index <= static_cast<uint8_t>(descriptors.size()); ++index)
             for (uint8_t field = 0; field < 5; ++field)
                 Around(index < descriptors.size() ? descriptors[index].fields[field] : 0,
                        [&](Operator op, uint32_t value) {
@@ -109,7 +109,7 @@ public:
         for (const uint16_t selector : selectors)
             Add().section_names = {{selector, Operator::Equal, ".text"}, {selector, Operator::Equal, ".data"}};
         for (uint8_t region = 60; region <= 79; ++region)
-            for (uint8_t index = 0; index < (region == 60 ? 7 : 1); ++index)
+            for (uint8_t index = 0; index < (region == 60 ? uint8_t{7} : uint8_t{1}); ++index)
                 for (const uint32_t length : Lengths(features_.MeasuredRegion(region, index)))
                     AddMeasures(region, index, length);
         return std::move(set_);
@@ -118,7 +118,7 @@ public:
     RuleSet Strings() {
         std::mt19937 random(7);
         for (uint8_t kind = 1; kind <= rules::kMaxStringKind; ++kind)
-            for (uint8_t index = 0; index < (rules::ForwardKind(kind) == 17 ? 7 : 1); ++index)
+            for (uint8_t index = 0; index < (rules::ForwardKind(kind) == 17 ? uint8_t{7} : uint8_t{1}); ++index)
                 AddStrings(kind, index, random);
         // Expressions over three strings, of which some are missing.
         for (const char *const expression : {"A", "(A&B)", "(A|B)", "((A|B)&C)", "(A|(B&C))", "((A&B)|C)", "(A&(B|C))"})
