@@ -119,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::span<HeuristicRule *const> table = Rules().rules();
     static const tavrik::evaluation::RuleIndex index(table);
 
-    const std::vector<uint8_t> file(data, data + size); // of exactly that size, so that no read behind it is missed
+    const std::vector<uint8_t> file(data, data + size); // of exactly that size, so that no read after it is missed
     tavrik::base::MemorySource source(file);
     tavrik::scanner::ParsePe(source);
 

@@ -28,7 +28,7 @@ public:
                 needs_operand = false;
             } else if (!needs_operand && (c == '&' || c == '|')) {
                 if (states.empty())
-                    return Error("an operation must stand in parentheses of its own");
+                    return Error("an operation must have parentheses of its own");
                 if (states.back() == '2')
                     return Error("a pair of parentheses holds one operation; put this one into its own");
                 states.back() = '2';

@@ -37,8 +37,8 @@ Made PlantScript(pe::builder::PeFile file, uint32_t offset, const base::Bytes &s
 
 // For locators that scan block by block from `start`: inside the first block that lies wholly after what is in use.
 Made PlantScanned(pe::builder::PeFile file, uint32_t start, const base::Bytes &script = kAutoItScript) {
-    const uint32_t behind = std::max(start, file.size());
-    const uint32_t offset = start + base::AlignUp(behind - start, kBlock) + kIntoBlock;
+    const uint32_t end = std::max(start, file.size());
+    const uint32_t offset = start + base::AlignUp(end - start, kBlock) + kIntoBlock;
     return Plant(std::move(file), PAYLOAD_AUTOIT, offset, kBlock, script);
 }
 
@@ -79,7 +79,7 @@ const std::vector<std::string> kInstallerSections6 = {".text", ".rdata", ".data"
 const std::vector<std::string> kScriptSections5 = {".text", ".rdata", ".data", ".rsrc", ".reloc"};
 
 constexpr Recipe kRecipes[] = {
-    {0, "autoit-after-section-3", "script wrapper, altered marker right behind the last section",
+    {0, "autoit-after-section-3", "script wrapper, altered marker right after the last section",
      [] {
          pe::builder::PeFile file = Stub(0);
          const uint32_t offset = file.RawEnd(3);
@@ -105,13 +105,13 @@ constexpr Recipe kRecipes[] = {
      [] { return PlantScript(Stub(5), 0xA7C1F, kAlteredMarkerB); }},
     {6, "autoit-scan-packed-sections", "packed script wrapper known by its packer's section names",
      [] { return PlantScanned(Stub(6, {.path = "1"}), 0x56000); }},
-    {7, "nullsoft-after-section-4", "installer, header behind the fifth section",
+    {7, "nullsoft-after-section-4", "installer, header after the fifth section",
      [] {
          pe::builder::PeFile file = Stub(7, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + 4;
          return PlantNullsoft(std::move(file), offset);
      }},
-    {8, "nullsoft-far-after-section-4", "installer, header at a fixed distance behind the fifth section",
+    {8, "nullsoft-far-after-section-4", "installer, header at a fixed distance after the fifth section",
      [] {
          pe::builder::PeFile file = Stub(8, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + 0xF004;
@@ -156,9 +156,9 @@ constexpr Recipe kRecipes[] = {
          const uint32_t offset = file.sections[0].PointerToRawData + 0x20000;
          return PlantScript(std::move(file), offset);
      }},
-    {16, "autoit-scan-headers", "script wrapper, scanned from behind its headers",
+    {16, "autoit-scan-headers", "script wrapper, scanned from after its headers",
      [] { return PlantScanned(Stub(16), 0x400); }},
-    {17, "autoit-scan-overlay", "script wrapper, scanned from a fixed offset behind its sections",
+    {17, "autoit-scan-overlay", "script wrapper, scanned from a fixed offset after its sections",
      [] { return PlantScanned(Stub(17), 0xBB000); }},
     {18, "autoit-scan-packed-overlay", "packed script wrapper, scanned from a fixed offset",
      [] { return PlantScanned(Stub(18, {.path = "A"}), 0xA0000); }},
@@ -175,7 +175,7 @@ constexpr Recipe kRecipes[] = {
                                      {Field::FirstSectionCharacteristics, 0x60000020}};
          return PlantScanned(Stub(21, {.values = values}), 0x5B000);
      }},
-    {22, "autoit-scan-rrdata", "small script wrapper with a section \".rrdata\", scanned from far behind its start",
+    {22, "autoit-scan-rrdata", "small script wrapper with a section \".rrdata\", scanned from far after its start",
      [] {
          pe::builder::PeFile file = Stub(22, {.path = "C"});
          const uint32_t start = file.SectionNamed(".rrdata").PointerToRawData + 0x35000;
@@ -193,7 +193,7 @@ constexpr Recipe kRecipes[] = {
          const uint32_t start = file.sections[0].PointerToRawData;
          return PlantScanned(std::move(file), start);
      }},
-    {25, "autoit-behind-administrator-manifest", "script wrapper, marker far behind a manifest that asks for rights",
+    {25, "autoit-behind-administrator-manifest", "script wrapper, marker far after a manifest that asks for rights",
      [] {
          // For files of 3 MiB up to 0x3F0000 bytes.
          constexpr uint32_t kSize = 0x301000;
@@ -206,7 +206,7 @@ constexpr Recipe kRecipes[] = {
          file.GrowTo(kSize);
          return PlantScript(std::move(file), end + kDistance + kIntoBlock);
      }},
-    {26, "autoit-behind-wrapper-manifest", "script wrapper, marker behind a manifest that names the wrapper",
+    {26, "autoit-behind-wrapper-manifest", "script wrapper, marker after a manifest that names the wrapper",
      [] {
          pe::builder::PeFile file = Stub(26, {.resources = {Manifest(kWrapperManifest)}});
          const uint32_t offset = base::AlignUp(file.size(), kBlock);
@@ -223,7 +223,7 @@ constexpr Recipe kRecipes[] = {
          const uint32_t offset = file.SectionNamed(".penask").PointerToRawData + 0x33000;
          return PlantScript(std::move(file), offset);
      }},
-    {29, "autoit-offset-table-overlay", "script wrapper of a known build, marker at a known place behind its sections",
+    {29, "autoit-offset-table-overlay", "script wrapper of a known build, marker at a known place after its sections",
      [] {
          const FieldValues values = {{Field::SizeOfCode, 0x7BE00},
                                      {Field::SizeOfInitializedData, 0x12800},
@@ -265,13 +265,13 @@ constexpr Recipe kRecipes[] = {
          const uint32_t start = ResourcesOf(file);
          return PlantScanned(std::move(file), start, kAlteredHeader);
      }},
-    {35, "nullsoft-three-sections", "installer of three sections, marker behind them",
+    {35, "nullsoft-three-sections", "installer of three sections, marker after them",
      [] {
          pe::builder::PeFile file = Stub(35, {.names = {".text", ".rdata", ".data"}});
          const uint32_t offset = file.RawEnd(2) + file.sections[2].SizeOfRawData + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
-    {36, "nullsoft-after-data", "installer, marker at a distance behind its third section",
+    {36, "nullsoft-after-data", "installer, marker at a distance after its third section",
      [] {
          pe::builder::PeFile file = Stub(36, {.names = kInstallerSections});
          const uint32_t offset = file.RawEnd(2) + file.sections.back().SizeOfRawData + 0x11000 + kIntoBlock;
@@ -290,13 +290,13 @@ constexpr Recipe kRecipes[] = {
          const uint32_t offset = ResourcesOf(file) + kResourceOffset;
          return Plant(std::move(file), PAYLOAD_CABINET, offset, kBlock, kCabinet);
      }},
-    {39, "rar-after-last-section", "self-extractor, archive behind its sections",
+    {39, "rar-after-last-section", "self-extractor, archive after its sections",
      [] {
          pe::builder::PeFile file = Stub(39, {.path = "5"});
          const uint32_t offset = file.RawEnd(4);
          return Plant(std::move(file), PAYLOAD_RAR, offset, kBlock, kRarArchive);
      }},
-    {40, "nullsoft-after-relocations", "installer, marker behind its relocation section",
+    {40, "nullsoft-after-relocations", "installer, marker after its relocation section",
      [] {
          pe::builder::PeFile file = Stub(40, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(5) + 0x3000 + kIntoBlock;
@@ -308,7 +308,7 @@ constexpr Recipe kRecipes[] = {
          const uint32_t offset = file.RawEnd(5) - 0x1000 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
-    {42, "nullsoft-behind-relocations", "installer, marker right behind its relocation section",
+    {42, "nullsoft-behind-relocations", "installer, marker right after its relocation section",
      [] {
          pe::builder::PeFile file = Stub(42, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + file.sections[5].SizeOfRawData + kIntoBlock;
@@ -320,7 +320,7 @@ constexpr Recipe kRecipes[] = {
          const uint32_t start = ResourcesOf(file);
          return PlantScanned(std::move(file), start);
      }},
-    {44, "nullsoft-far-after-relocations", "installer, marker far behind its relocation section",
+    {44, "nullsoft-far-after-relocations", "installer, marker far after its relocation section",
      [] {
          pe::builder::PeFile file = Stub(44, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(5) + 0x1A000 + kIntoBlock;

@@ -17,7 +17,7 @@ struct NearMiss {
     uint32_t entry;
     const char *name;
     const char *about;
-    uint32_t byte; // behind the PE signature's offset
+    uint32_t byte; // after the PE signature's offset
     uint8_t value; // that is there instead
 };
 

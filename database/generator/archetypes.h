@@ -1,5 +1,5 @@
 /* What the programs look like that the rules are made from: a table of archetypes, each with its compiler or packer,
- * its imports and the texts its authors leave behind. */
+ * its imports and the texts its authors leave in it. */
 #ifndef TAVRIK_DATABASE_GENERATOR_ARCHETYPES_H
 #define TAVRIK_DATABASE_GENERATOR_ARCHETYPES_H
 

@@ -36,7 +36,7 @@
 /* Pin the layout of a boundary type: its size in bytes, and each field at its byte offset. */
 #define TAVRIK_ASSERT_SIZE(type, bytes) TAVRIK_STATIC_ASSERT(sizeof(type) == (bytes), #type " must be " #bytes " bytes")
 #define TAVRIK_ASSERT_OFFSET(type, field, byte)                                                                        \
-    TAVRIK_STATIC_ASSERT(offsetof(type, field) == (byte), #type "." #field " must stand at byte " #byte)
+    TAVRIK_STATIC_ASSERT(offsetof(type, field) == (byte), #type "." #field " must be at byte " #byte)
 
 TAVRIK_STATIC_ASSERT(sizeof(void *) == 8, "the module's formats need 8-byte pointers");
 

@@ -329,7 +329,7 @@ void PeFile::Plant(uint32_t offset, const base::Bytes &payload) {
     const auto place = bytes.begin() + offset;
     const auto size = static_cast<std::ptrdiff_t>(payload.size());
     if (std::any_of(place, place + size, [](uint8_t byte) { return byte != 0; }))
-        Refuse("a payload at file offset 0x{:X} would overwrite what stands there", offset);
+        Refuse("a payload at file offset 0x{:X} would overwrite what is there already", offset);
     std::copy(payload.begin(), payload.end(), place);
 }
 

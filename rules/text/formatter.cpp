@@ -24,7 +24,7 @@ struct Anchor {
 
 struct Comments {
     std::vector<std::string_view> before; // on lines of their own
-    std::vector<std::string_view> behind; // on the anchor's line
+    std::vector<std::string_view> after;  // on the anchor's line
 };
 
 using CommentMap = std::map<Anchor, Comments>;
@@ -90,7 +90,7 @@ private:
         for (const Comment &comment : file_.comments) {
             const auto next = std::ranges::upper_bound(anchors, comment.offset, {}, &PlacedAnchor::offset);
             if (!comment.own_line && next != anchors.begin())
-                comments_[std::prev(next)->anchor].behind.push_back(comment.text);
+                comments_[std::prev(next)->anchor].after.push_back(comment.text);
             else if (next != anchors.end())
                 comments_[next->anchor].before.push_back(comment.text);
             else
@@ -111,12 +111,12 @@ private:
         }
         // A comment before a closing brace stands with the rows.
         const bool closing = line.kind == LineKind::ItemEnd || line.kind == LineKind::RuleEnd;
-        // What follows a comment that goes to a line's end would not stand behind the row: such comments, but for the
+        // What follows a comment that goes to a line's end would not stay after the row: such comments, but for the
         // last, move before it.
-        auto &behind = comments.behind;
-        const auto rest = std::find_if(behind.rbegin() + (behind.empty() ? 0 : 1), behind.rend(), EndsLine).base();
-        comments.before.insert(comments.before.end(), behind.begin(), rest);
-        behind.erase(behind.begin(), rest);
+        auto &after = comments.after;
+        const auto rest = std::find_if(after.rbegin() + (after.empty() ? 0 : 1), after.rend(), EndsLine).base();
+        comments.before.insert(comments.before.end(), after.begin(), rest);
+        after.erase(after.begin(), rest);
         for (const std::string_view comment : comments.before) {
             Indent(line.indent + (closing ? 1 : 0));
             PrintComment(comment);
@@ -125,7 +125,7 @@ private:
         Indent(line.indent);
         out_ += line.text;
         std::string_view gap = "  ";
-        for (const std::string_view comment : comments.behind) {
+        for (const std::string_view comment : comments.after) {
             out_ += gap;
             PrintComment(comment);
             gap = " ";
@@ -139,7 +139,7 @@ private:
             return;
         const auto append = [](auto &to, const auto &from) { to.insert(to.end(), from.begin(), from.end()); };
         append(out.before, found->second.before);
-        append(out.behind, found->second.behind);
+        append(out.after, found->second.after);
         comments_.erase(found);
     }
 
@@ -150,7 +150,7 @@ private:
                 ++each;
                 continue;
             }
-            for (const auto *list : {&each->second.before, &each->second.behind})
+            for (const auto *list : {&each->second.before, &each->second.after})
                 out.before.insert(out.before.end(), list->begin(), list->end());
             each = comments_.erase(each);
         }
@@ -176,7 +176,7 @@ private:
 
     const ParsedFile &file_;
     CommentMap comments_;
-    std::vector<std::string_view> last_; // behind everything
+    std::vector<std::string_view> last_; // after everything
     std::string out_;
 };
 

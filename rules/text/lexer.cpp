@@ -71,7 +71,7 @@ Token Lexer::Next() {
             return Take(TokenKind::Symbol, symbol.size());
     }
     if (const std::string_view text = Enclosed(rest, c); c == '\'' && !text.empty())
-        return TakeForeign(text.size(), "text stands in double quotes", "write \"...\"");
+        return TakeForeign(text.size(), "text is written in double quotes", "write \"...\"");
     if (const std::string_view text = Enclosed(rest, c); c == '/' && !text.empty())
         return TakeForeign(text.size(), "there are no regular expressions",
                            "write a text, or bytes with ?? for any byte; alternatives are strings of their own: (A|B)");
@@ -89,7 +89,7 @@ Token Lexer::Next() {
            std::string_view("{}[]().,;|&#=~<>!?\"/-").find(rest[length]) == std::string_view::npos)
         ++length;
     Report(Code::E001, position_, length, "these characters mean nothing here",
-           "text stands in double quotes, a comment after //");
+           "text is written in double quotes, a comment after //");
     return Take(TokenKind::Other, length);
 }
 
@@ -207,7 +207,7 @@ Token Lexer::TakeText() {
     const bool has_quote = rest.substr(0, length).find("\\\"") != std::string_view::npos;
     Report(Code::E003, position_, length, "this text has no closing quote",
            has_quote ? "\\\" is a quote within the text; write \\\\ for a backslash"
-                     : "a text stands on one line; write \\n for a line's end");
+                     : "a text is written on one line; write \\n for a line's end");
     return Take(TokenKind::Other, length);
 }
 

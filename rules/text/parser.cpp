@@ -109,7 +109,7 @@ private:
         rule.rule_id = Take<uint32_t>(cursor_, "the rule's number");
         rule.detection_name = ExpectName(cursor_, "a detection name", kMaxDetectionName);
         rule.attribute_a = cursor_.TakeWord("for") ? ParseTargets() : 1;
-        cursor_.ExpectSymbol("{", "the rule's blocks stand in braces");
+        cursor_.ExpectSymbol("{", "the rule's blocks are written in braces");
     }
 
     uint32_t ParseTargets() {
@@ -189,7 +189,7 @@ private:
     }
 
     void ParseBlock(Rule &rule, Item item, ItemOrigin &place) {
-        cursor_.ExpectSymbol("{", "the rows of '" + std::string(ItemWord(item)) + "' stand in braces");
+        cursor_.ExpectSymbol("{", "the rows of '" + std::string(ItemWord(item)) + "' are written in braces");
         while (!cursor_.AtSymbol("}")) {
             if (cursor_.AtEnd() || cursor_.AtWord("rule")) {
                 ReportUnclosed(place.begin, ItemWord(item).size(), "this block has no closing brace");
@@ -311,7 +311,7 @@ private:
             return;
         if (const auto error = CheckExpression(rule.expression, rule.strings.size()))
             cursor_.Report(Code::E404, expression_offset_ + error->offset, 1, error->message,
-                           "each operation stands in its own parentheses: ((A|B)&C)");
+                           "each operation has its own parentheses: ((A|B)&C)");
         const ItemOrigin &members = origin.of(Item::MemberNames);
         for (std::size_t i = 0; i < rule.member_names.size(); ++i) {
             if (rule.member_names[i].index >= rule.object_names.size())

@@ -17,7 +17,7 @@ namespace tavrik::rules::text {
 
 inline constexpr std::size_t kNoOffset = static_cast<std::size_t>(-1);
 
-/** Where the parts of a rule stand in its text: byte offsets. */
+/** Where the parts of a rule are in its text: byte offsets. */
 struct ItemOrigin {
     std::size_t begin = kNoOffset; // of the item's word; kNoOffset when the rule has none
     std::size_t end = kNoOffset;   // of a block's closing brace

@@ -76,7 +76,7 @@ std::string Options(uint8_t option) {
     return std::string((option & kNameCased) != 0 ? " cased" : "") + ((option & kNamePrefix) != 0 ? " prefix" : "");
 }
 
-// A set of bits by their names, the others as one number behind them.
+// A set of bits by their names, the others as one number after them.
 std::string Bits(std::span<const NamedNumber> names, uint32_t bits) {
     std::string text(bits == 0 ? NameOf(names, 0) : "");
     const auto add = [&](std::string_view part) { text.append(text.empty() ? "" : ", ").append(part); };

@@ -13,8 +13,8 @@
 
 namespace tavrik::rules::text {
 
-/** The canonical text of a rule, with a line's end behind its closing brace. Throws std::invalid_argument for a value
- * that the language cannot write (a string kind that is none). */
+/** The canonical text of a rule, with a line's end after its closing brace. Throws std::invalid_argument for a value
+ * that the language cannot write (not a valid string kind). */
 std::string PrintRule(const Rule &rule);
 
 /** The canonical text of a whole set: its rules in order, an empty line between two. */
@@ -23,7 +23,7 @@ std::string PrintRuleSet(const RuleSet &set);
 /** What a line of a rule's text is about. */
 enum class LineKind : uint8_t { Head, Item, Row, ItemEnd, RuleEnd };
 
-/** A line of canonical text (of a long hex string, several), without indentation in front and line's end behind. */
+/** A line of canonical text (of a long hex string, several), without its indentation and line's end. */
 struct PrintedLine {
     LineKind kind = LineKind::Row;
     Item item = Item::Count; // of a kItem, kRow or kItemEnd

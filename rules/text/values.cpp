@@ -71,7 +71,7 @@ double ExpectReal(TokenCursor &cursor) {
 
 Written<std::string> ExpectText(TokenCursor &cursor, std::string_view what) {
     if (!cursor.At(TokenKind::Text))
-        cursor.Expected(what, "text stands in double quotes");
+        cursor.Expected(what, "text is written in double quotes");
     Written<std::string> text{"", cursor.offset(), cursor.length()};
     const std::string_view inside = cursor.token().text.substr(1, cursor.length() - 2);
     for (std::size_t i = 0; i < inside.size(); ++i) {

@@ -1,4 +1,4 @@
-/* Texts of conditions on values, and of the places in a section table that values stand in.
+/* Texts of conditions on values, and of the places of values in a section table.
  *
  * Names in the text that is written: t is the offset of the section table, n the number of sections in it, i a section
  * that a condition is about, j one that it is compared with, e the file offset of an address, d a descriptor of the
@@ -88,7 +88,7 @@ inline constexpr unsigned kCharacteristics = 36;
 
 /** The offset of the section header with an index. */
 std::string HeaderOf(std::string_view index);
-/** The field at `offset` of the section whose header stands at `header`. */
+/** The field at `offset` of the section whose header is at `header`. */
 std::string SectionField(std::string_view header, unsigned offset);
 /** That the section is so named. */
 std::string Named(std::string_view header, std::string_view name);

@@ -48,7 +48,7 @@ Span PlainSpan(RegionKind region, const std::function<std::string()> &headers_si
     case RegionKind::DosStub:
         return {"0x40", "uint32(0x3C)", "uint32(0x3C)"};
     default:
-        Refuse("a region that is none");
+        Refuse("not a valid region");
     }
 }
 
@@ -211,9 +211,9 @@ void RuleWriter::WriteMeasures() {
             const MeasureCondition &condition = rule_.measure_conditions[first];
             const CodedRegion region = RegionOfMeasure(condition.region);
             if (region.kind == RegionKind::None)
-                Refuse("a region that is none");
+                Refuse("not a valid region");
             if (condition.measure != Measure::Entropy && condition.measure != Measure::Crc32)
-                Refuse("a measure that is none");
+                Refuse("not a valid measure");
             const Body body = [=, this](const Scene &scene) {
                 const Span &span = scene.span;
                 const bool is_whole = condition.length == 0;

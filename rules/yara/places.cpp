@@ -199,7 +199,7 @@ std::string RuleWriter::AtPlace(const Place &place, const Body &body, Need &need
     case Place::kRole:
         break;
     default:
-        Refuse("a region that is none");
+        Refuse("not a valid region");
     }
     switch (static_cast<SectionRole>(place.number)) {
     case SectionRole::Last:

@@ -78,7 +78,7 @@ void RuleWriter::FlushGroups() {
             return AtPlace(place, all, need_);
         };
         const bool is_fixed = place.kind == Place::kFixed;
-        // A loop costs more than what stands in it, so that all that is asked of a place shares one. Measures read more
+        // A loop costs more than what is in it, so that all that is asked of a place shares one. Measures read more
         // than that and come last of all.
         std::vector<std::pair<Rank, Body>> cheap;
         std::vector<std::pair<Rank, Body>> dear;

@@ -173,7 +173,7 @@ TEST(ResourceStrings, ReadVersionResources) {
     info.strings.back().second = u"256";
     info.strings.emplace_back(u"Build", u"257");
     const auto strings = pe::ReadVersionInfo(info.Lay()).strings;
-    ASSERT_EQ(strings.size(), 1u) << "unreadable strings count, and none behind the bound";
+    ASSERT_EQ(strings.size(), 1u) << "unreadable strings count, and none after the bound";
     EXPECT_EQ(strings[0].second, "256");
 }
 

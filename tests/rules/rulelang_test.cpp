@@ -297,7 +297,7 @@ TEST(RuleRecords, AreTheRulesThatTheTextSays) {
     EXPECT_EQ(ReadRules(RecordSet(expected).rules(), RecordForm::Working), expected);
 }
 
-// The codes of the lints of some rules that stand in one file, in the order of their places.
+// The codes of the lints of some rules that are in one file, in the order of their places.
 std::string LintCodes(const std::string &text, const std::vector<uint32_t> &shared_ids = {}) {
     const Source source = {"lint.rules", text};
     const ParsedFile parsed = ParseRules(text);

@@ -59,7 +59,7 @@ int64_t GoldenNumber(const std::string &word) {
     const char *begin = digits.data() + (hexadecimal ? 2 : 0);
     const auto [end, error] = std::from_chars(begin, digits.data() + digits.size(), number, hexadecimal ? 16 : 10);
     if (error != std::errc() || end != digits.data() + digits.size())
-        throw std::invalid_argument(word + " is no number");
+        throw std::invalid_argument(word + " is not a number");
     return negative ? -number : number;
 }
 

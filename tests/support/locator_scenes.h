@@ -64,10 +64,10 @@ struct Scene {
         file.sections[6].VirtualAddress = 0x300000;
     }
 
-    /** Writes the headers; a file without a size of its own ends `behind` bytes after what was put into it. */
-    void Finish(uint32_t behind) {
+    /** Writes the headers; a file without a size of its own ends `rest` bytes after what was put into it. */
+    void Finish(uint32_t rest) {
         file.PutInto(stream);
-        stream.Resize(std::max(stream.size() + behind, static_cast<uint32_t>(records.file_size)));
+        stream.Resize(std::max(stream.size() + rest, static_cast<uint32_t>(records.file_size)));
         records.file_size = static_cast<int32_t>(stream.size());
     }
 
@@ -115,7 +115,7 @@ struct Find {
     Payload payload;
     FieldValues wanted = {};
     std::function<void(Scene &)> prepare = [](Scene &) {};
-    uint32_t behind = 0x7000; // bytes of the file behind the payload
+    uint32_t rest = 0x7000; // bytes of the file after the payload
 };
 
 // A resource whose data begins at 0x6800 of the file.
@@ -172,7 +172,7 @@ inline const Find kFinds[] = {
     {6, "5 sections", 0xC0000, kSigned, {{NumberOfSections, 5}}},
     {6, "8 sections", 0xB0000, kSigned, {{NumberOfSections, 8}}},
     {6, "12 sections", 0xC0000, kSigned, {{NumberOfSections, 12}}},
-    {7, "behind section 4", 0x6004, kWords},
+    {7, "after section 4", 0x6004, kWords},
     {8, "adjoining", 0x15004, kWords},
     {8, "apart", kLastPointer + 0x22404, kWords, {}, WithSection(5, Section(".reloc", 0, 0, 0x6200, 0x200))},
     {8, "by characteristics", 0x15004, kWords, {}, WithSection(4, Section("other", 0, 0, 0x5000, 0x1000, 0xC0000040))},
@@ -202,7 +202,7 @@ inline const Find kFinds[] = {
     {25, "middle file, upper end", 0x6810 + 0x5F000, kWord, {}, Entry25(0x40FFFF), 0},
     {25, "larger file", 0x6810 + 0x16B000, kWord, {}, Entry25(0x4FFFFF), 0},
     {25, "large file", 0x6810 + 0x26000, kWord, {}, Entry25(0x1800001), 0},
-    {26, "behind the manifest", 0xE000, kWord, {}, Entry26()},
+    {26, "after the manifest", 0xE000, kWord, {}, Entry26()},
     {26, "short block", 0xE000 + 100, kWord, {}, Entry26(), 1},
     {26, "second block", 0xE000 + 0x5B000 + 7, kWord, {}, Entry26()},
     {28, "last row", kLastPointer + 0x35000, kWord, {{SizeOfCode, 0x65200}, {SizeOfInitializedData, 0x2FE00}}},
@@ -218,18 +218,18 @@ inline const Find kFinds[] = {
     {33, "resource", 0x6800, k6B, {}, WithResource(10, 0x300)},
     {33, "end of the resources", kResources + 0x11000, k6A},
     {34, "resources", kResources, kAltered},
-    {35, "behind section 2", 0x4400 + 24560, kInstaller},
-    {36, "behind section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kInstaller},
+    {35, "after section 2", 0x4400 + 24560, kInstaller},
+    {36, "after section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kInstaller},
     {37, ".rsrc", kResources, k5},
     {38, "resource", 0x6800 + 1016, kCab, {}, WithResource(10, 9)},
     {38, "short resource", 0x6800, kCab, {}, WithResource(10, 9), 0},
     {39, "four sections", 0x7000 + 4096 - 7, kArchive, {{NumberOfSections, 4}}},
     {39, "fifth block", 0x7000 + 4 * 4096, kArchive, {{NumberOfSections, 5}}},
-    {40, "behind the last section", 0x7000 + 0x3000 + 240, kInstaller},
+    {40, "after the last section", 0x7000 + 0x3000 + 240, kInstaller},
     {41, "end of the last section", kLastPointer + 4080, kInstaller},
-    {42, "behind section 4", 0x6000 + 0xA00 + 240, kInstaller},
+    {42, "after section 4", 0x6000 + 0xA00 + 240, kInstaller},
     {43, "resources", kResources, k5},
-    {44, "behind the last section", 0x7000 + 0x1A000 + 1264, kInstaller},
+    {44, "after the last section", 0x7000 + 0x1A000 + 1264, kInstaller},
     {45, "version resource", 0x6800, kTagged, {}, WithResource(16, 0x200)},
     {46, "end of the resources", kResources + 0x13000, kTagged},
     {47, "resource", 0x6800, k5, {}, WithResource(10, 0x300)},
@@ -247,7 +247,7 @@ inline const LocatorResult kUntouched = {1, 2, 3};
 inline void Build(Scene &scene, const Find &find) {
     find.prepare(scene);
     scene.stream.Put(find.offset, find.payload.bytes);
-    scene.Finish(find.behind);
+    scene.Finish(find.rest);
 }
 
 // The find of that name, or the entry's first.

@@ -9,7 +9,7 @@
 
 namespace tavrik::tests {
 
-/** The folders that they stand in. */
+/** The folders that they are in. */
 inline constexpr const char *kPackagedFolders[] = {"/usr/lib/x86_64-linux-gnu/wine/x86_64-windows", "/usr/share/nsis",
                                                    "/usr/x86_64-w64-mingw32/lib", "/usr/lib/gcc/x86_64-w64-mingw32"};
 

@@ -30,7 +30,7 @@ inline const std::string kPatternB = Hex("6B43CA52A6AD0000E1BB3A21A529E3EC");
 inline const std::string kScript5 = kMarker + "AU3!EA05";
 inline const std::string kScript6A = std::string(16, '?') + "AU3!EA06" + std::string(16, '?') + kPatternA;
 inline const std::string kScript6B = std::string(16, '?') + "AU3!EA06" + std::string(16, '?') + kPatternB;
-/** The same behind altered bytes: only the tag's end and the pattern count. */
+/** The same after altered bytes: only the tag's end and the pattern count. */
 inline const std::string kEA06 = std::string(20, '?') + "EA06" + std::string(16, '?') + kPatternA;
 
 inline const std::string kSignature = kMarker.substr(0, 7) + std::string(9, '?') + "AU3!EA";

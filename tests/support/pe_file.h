@@ -23,7 +23,7 @@ inline SectionHeader Section(std::string_view name, uint32_t address, uint32_t v
     return section;
 }
 
-/** With the defaults, the section table stands at 0x178. */
+/** With the defaults, the section table is at 0x178. */
 struct PeFile {
     std::vector<SectionHeader> sections;
     uint32_t lfanew = 0x80;

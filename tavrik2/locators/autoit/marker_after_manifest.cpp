@@ -132,7 +132,7 @@ int Locate26(const TargetFile &file, Finding *finding) {
         if (length < kMarkerWordSize)
             return kDeclined;
         const int32_t place = FindMarkerWord(block, length);
-        // Behind a block that fell short there is no second one.
+        // After a block that fell short there is no second one.
         if (place >= 0 || length < kScanLength)
             return ReportMarkerWord(base, place, finding);
     }
