@@ -231,7 +231,11 @@ bool FlushToDisk(std::FILE *stream) {
     return _commit(_fileno(stream)) == 0;
 }
 
-std::error_code RenameOver(const fs::path &from, const fs::path &to) {
+std::error_code RenameOver(const fs::path &relative_from, const fs::path &relative_to) {
+    // ReplaceFileW takes a name without a folder for a wrong one.
+    std::error_code error;
+    const fs::path from = fs::absolute(relative_from, error);
+    const fs::path to = fs::absolute(relative_to, error);
     const auto last_error = [] { return std::error_code(static_cast<int>(GetLastError()), std::system_category()); };
     if (ReplaceFileW(to.c_str(), from.c_str(), nullptr, 0, nullptr, nullptr) != 0)
         return {};
