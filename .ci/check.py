@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks every source file of a built tree: its format, clang-tidy's checks, and the module by clang's warnings.
 
-Usage: check.py BUILD_FOLDER [FILE...]: only these files, named from the top of the tree, if there are any
+Usage: check.py BUILD_FOLDER [--without-tidy] [FILE...]: only these files, named from the top of the tree, if there are
+any; without clang-tidy, which takes minutes, if so asked
 """
 import concurrent.futures
 import json
@@ -51,7 +52,7 @@ def by_clang(command):
     return [word for word in words if word != "-MD"] + NO_INITIALISERS
 
 
-def jobs(build, chosen):
+def jobs(build, chosen, with_tidy):
     """(what a failure is called, command, folder)"""
     sources = tracked("*.h", "*.c", "*.cc", "*.cpp")
     commands = compiled(build)
@@ -62,7 +63,8 @@ def jobs(build, chosen):
     else:
         yield "format", ["clang-format-14", "--dry-run", "-Werror", *sources], ROOT
     # The longest ones first, so that no core waits at the end.
-    for name in sorted(ours, key=lambda name: (not name.startswith("tests/"), -(ROOT / name).stat().st_size)):
+    tidied = sorted(ours, key=lambda name: (not name.startswith("tests/"), -(ROOT / name).stat().st_size))
+    for name in tidied if with_tidy else []:
         yield "clang-tidy", ["clang-tidy-14", "-p", str(build), "--quiet", name], ROOT
     for name in ours + generated:
         if name.startswith(MODULE) or name in generated:
@@ -71,9 +73,11 @@ def jobs(build, chosen):
 
 def main():
     build, chosen = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2:]
+    with_tidy = "--without-tidy" not in chosen
+    chosen = [name for name in chosen if name != "--without-tidy"]
     counts, shown = {}, set()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        started = [(label, pool.submit(run, command, folder)) for label, command, folder in jobs(build, chosen)]
+        started = [(label, pool.submit(run, command, folder)) for label, command, folder in jobs(build, chosen, with_tidy)]
         for label, future in started:
             code, output = future.result()
             done, failed = counts.get(label, (0, 0))
