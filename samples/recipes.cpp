@@ -14,7 +14,7 @@ namespace {
 constexpr uint32_t kBlock = 4096; // what the scans read at once
 constexpr uint32_t kIntoBlock = 0x40;
 constexpr uint32_t kReportedHeader = 256;
-constexpr uint32_t kBehindPayload = 0x6000; // room for the longest block that a locator reads
+constexpr uint32_t kAfterPayload = 0x6000; // room for the longest block that a locator reads
 
 pe::builder::PeFile Stub(uint32_t entry, const StubWishes &wishes = {}) {
     return MakeStub(entry, wishes).Build();
@@ -22,7 +22,7 @@ pe::builder::PeFile Stub(uint32_t entry, const StubWishes &wishes = {}) {
 
 Made Plant(pe::builder::PeFile file, PayloadKind kind, uint32_t offset, uint32_t size, const base::Bytes &payload) {
     file.Plant(offset, payload);
-    file.GrowTo(base::AlignUp(offset + kBehindPayload, kBlock));
+    file.GrowTo(base::AlignUp(offset + kAfterPayload, kBlock));
     return {std::move(file), LocatorResult{static_cast<uint32_t>(kind), offset, size}};
 }
 

@@ -71,7 +71,7 @@ std::vector<FactResult> CheckRecords(std::span<HeuristicRule *const> table) {
         {"lists whose pointer and count disagree", "0", std::to_string(wrong_pointers)},
         {"expressions that are null", "0", std::to_string(null_expressions)},
         {"addresses of the text KERNEL32.dll", "1", std::to_string(names.Shared(profile::kKernelName))},
-        {"texts that stand in several places", "0", std::to_string(names.Repeated())},
+        {"texts that occur more than once", "0", std::to_string(names.Repeated())},
     };
 }
 

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include "pe/format.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
 #include "rules/yara/rule_writer.h"
@@ -117,14 +118,15 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
             asked = test.On("uint32(r * 4 + 4)");
         else
             asked = format(
-                "for any d in (16..r - 4) : (uint32(d * 4) == 0x536E6144 ^ uint32(r * 4 + 4) and not for any q in (d + "
-                "1..r - 1) : (uint32(q * 4) == 0x536E6144 ^ uint32(r * 4 + 4)) and (r - d) % 2 == 0 and {})",
+                "for any d in (16..r - 4) : (uint32(d * 4) == 0x{0:X} ^ uint32(r * 4 + 4) and not for any q in (d + "
+                "1..r - 1) : (uint32(q * 4) == 0x{0:X} ^ uint32(r * 4 + 4)) and (r - d) % 2 == 0 and {1})",
+                pe::rich::kStartMark,
                 number == field::kRichCount ? test.On("((r - d - 4) \\ 2)")
                                             : "r > d + 4 and " + test.On("(uint32(r * 4 - 8) ^ uint32(r * 4 + 4))"));
         return Add(kRich, false,
-                   format("for any r in (16..{0}) : (uint32(r * 4) == 0x68636952 and not for any q in (r + 1..{0}) : "
-                          "(uint32(q * 4) == 0x68636952) and {1})",
-                          kRichEnd, asked));
+                   format("for any r in (16..{0}) : (uint32(r * 4) == 0x{2:X} and not for any q in (r + 1..{0}) : "
+                          "(uint32(q * 4) == 0x{2:X}) and {1})",
+                          kRichEnd, asked, pe::rich::kEndMark));
     }
     case field::kImageBaseHigh:
         need_.Add({0x1C + 4, 0x1C + 4, 0});

@@ -4,6 +4,7 @@
 Usage: includes_test.py SOURCE_FOLDER COMPILE_COMMANDS
 """
 import collections
+import html
 import json
 import pathlib
 import re
@@ -71,6 +72,26 @@ LONGEST_FILE = 500  # lines, of files that are not data
 DATA = re.compile(r"^database/(names|rules)/|^tests/data/|_corpus/|\.(md|json|txt)$")
 
 failures = []
+
+
+def reach(name):
+    """All components that `name` may include, directly or through others."""
+    seen, waiting = set(), list(ALLOWED[name])
+    while waiting:
+        other = waiting.pop()
+        if other not in seen:
+            seen.add(other)
+            waiting += ALLOWED[other]
+    return seen
+
+
+def drawn_edges():
+    """The allowed edges that do not follow from others, without those to the boundary headers: what the picture shows."""
+    edges = set()
+    for name, others in ALLOWED.items():
+        wanted = [other for other in others if other != "include/tavrik2" or not set(others) - {other}]
+        edges |= {(name, other) for other in wanted if not any(other in reach(third) for third in wanted if third != other)}
+    return edges
 
 
 def component(path, names):
@@ -155,6 +176,14 @@ def check_lengths(root, files):
                 failures.append(f"{name}: has {lines} lines; {LONGEST_FILE} are the most")
 
 
+def check_picture(root):
+    picture = html.unescape((root / "docs/components.svg").read_text(encoding="utf-8"))
+    shown = set(re.findall(r"<title>([^<]+)->([^<]+)</title>", picture))
+    if shown != drawn_edges():
+        failures.append("docs/components.svg: shows other edges than ALLOWED; tests/structure/picture.py | dot -Tsvg makes it: "
+                        f"{sorted(shown ^ drawn_edges())}")
+
+
 def main():
     root, compile_commands = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     files = tracked(root)
@@ -162,6 +191,7 @@ def main():
     check_namespaces(root, files)
     check_builds(root, files, compile_commands)
     check_lengths(root, files)
+    check_picture(root)
     for failure in failures:
         print(failure)
     print(f"{len(files)} files, {len(failures)} failures")
