@@ -160,6 +160,28 @@ def targets_of(stage):
     return stage.get("programs", []) + (["tavrik-rules", "rule_sources"] if stage.get("ctest") else [])
 
 
+class Outcomes:
+    """What came of the faults that have been tried, as long as the file that they change stays."""
+
+    def __init__(self):
+        self.file = WORK / "outcomes.json"
+        self.known = json.loads(self.file.read_text()) if self.file.is_file() else {}
+
+    def key(self, fault):
+        digest = hashlib.sha256((ROOT / fault.file).read_bytes())
+        digest.update(f"{fault.file}\0{fault.start}\0{fault.end}\0{fault.new}".encode())
+        return digest.hexdigest()
+
+    def put(self, fault, verdict, test):
+        self.known[self.key(fault)] = [verdict, test]
+        self.file.write_text(json.dumps(self.known))
+
+    def caught_before(self, fault):
+        """(verdict, which test gave it), None for faults that survived or have not been tried."""
+        known = self.known.get(self.key(fault))
+        return tuple(known) if known and known[0] != SURVIVED else None
+
+
 class Baseline:
     """The tests of the programs with their seconds, from a run that passed; kept for as long as the sources stay."""
 
@@ -282,7 +304,7 @@ def try_stage(batch, workers, stage, baseline, say):
     return results
 
 
-def try_area(name, area, found, workers, baseline, options):
+def try_area(name, area, found, workers, baseline, outcomes, options):
     entries = read_equivalent()
     order = drawn(found, f"{options.seed}:{name}")
     results, excluded = [], []
@@ -299,13 +321,20 @@ def try_area(name, area, found, workers, baseline, options):
                 break
         if not batch:
             break
+        if options.again:
+            before = [(fault, outcomes.caught_before(fault)) for fault in batch]
+            results += [(fault, *outcome) for fault, outcome in before if outcome]
+            batch = [fault for fault, outcome in before if not outcome]
         for number, stage in enumerate(area["stages"]):
             if not batch:
                 break
             baseline.prepare(stage, workers)
             tried = try_stage(batch, workers, stage, baseline, lambda text: print(f"{name:10} {text}", file=sys.stderr, flush=True))
             is_last = number == len(area["stages"]) - 1
-            results += [result for result in tried if is_last or result[1] != SURVIVED]
+            final = [result for result in tried if is_last or result[1] != SURVIVED]
+            for result in final:
+                outcomes.put(*result)
+            results += final
             batch = [result[0] for result in tried if result[1] == SURVIVED]
         counted = sum(result[1] != UNCOMPILED for result in results)
     results.sort(key=lambda result: (result[0].file, result[0].start))
@@ -347,6 +376,8 @@ def parse_arguments(areas):
     parser.add_argument("count", nargs="?", type=int, default=20, help="faults to count in each area (default: 20)")
     parser.add_argument("--seed", type=int, default=1, help="which faults are drawn (default: 1)")
     parser.add_argument("--workers", type=int, default=os.cpu_count(), help="build trees used at once (default: one for each core)")
+    parser.add_argument("--again", action="store_true",
+                        help="try only faults that have not been caught before; the others count as they did")
     parser.add_argument("--list", action="store_true", help="only list the faults that would be tried first")
     return parser.parse_args()
 
@@ -373,7 +404,9 @@ def main():
     for worker in workers[1:]:
         worker.prepare(names)
     baseline = Baseline(digest.hexdigest())
-    print_report({name: try_area(name, area, found[name], workers, baseline, options) for name, area in chosen.items()})
+    outcomes = Outcomes()
+    print_report({name: try_area(name, area, found[name], workers, baseline, outcomes, options)
+                  for name, area in chosen.items()})
     return 0
 
 
