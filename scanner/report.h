@@ -1,4 +1,4 @@
-/* A file's report as text and as JSON. */
+/* A file's report as text, as JSON and as CSV. */
 #ifndef TAVRIK_SCANNER_REPORT_H
 #define TAVRIK_SCANNER_REPORT_H
 
@@ -8,6 +8,12 @@
 #include "scanner/scan.h"
 
 namespace tavrik::scanner {
+
+/** What a report is printed as. */
+enum class ReportFormat { Text, JsonLines };
+
+/** The report in that format, each line with its line feed. */
+std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour);
 
 /** A line for each detection, finding and carved payload, each with its line feed; "" when there is none. */
 std::string TextLines(const FileReport &report, bool in_colour);

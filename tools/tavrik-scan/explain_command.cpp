@@ -1,4 +1,5 @@
 #include <charconv>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "scanner/explain.h"
 #include "scanner/module_stream.h"
 #include "scanner/scan.h"
+#include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
 
 namespace tavrik::scan_tool {
@@ -118,8 +120,6 @@ Answer ExplainFile(const scanner::Module &module, const Subjects &subjects, cons
     return answer;
 }
 
-} // namespace
-
 ExitCode RunExplain(const fs::path &module_path, const std::string &what, const fs::path &file) {
     const scanner::Module module(module_path);
     const Subjects subjects = SubjectsOf(module, what);
@@ -135,6 +135,29 @@ ExitCode RunExplain(const fs::path &module_path, const std::string &what, const 
         return kErrorHappened;
     }
     return answer.found ? kFound : kNothingFound;
+}
+
+struct Arguments {
+    std::string what;
+    std::string file;
+};
+
+} // namespace
+
+Command AddExplain(CLI::App &app, const ScanOptions &options) {
+    CLI::App *parser =
+        app.add_subcommand("explain", "show the conditions of a rule or an entry next to the values of a file");
+    const auto arguments = std::make_shared<Arguments>();
+    parser
+        ->add_option("WHAT", arguments->what,
+                     "rule:ID, entry:N (0 to 49), a number for both, or a detection's name such as Worm.Autorun.LD4")
+        ->required()
+        ->type_name("");
+    parser->add_option("FILE", arguments->file, "PE file")->required()->type_name("");
+    const auto run = [arguments, &options] {
+        return RunExplain(options.module, WithoutMark(arguments->what), PathOfArgument(arguments->file));
+    };
+    return {parser, run, {"--module"}};
 }
 
 } // namespace tavrik::scan_tool

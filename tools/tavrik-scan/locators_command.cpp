@@ -7,6 +7,8 @@
 
 namespace tavrik::scan_tool {
 
+namespace {
+
 ExitCode RunLocators() {
     static constexpr char kLine[] = "{:>5}  {:<18}  {}\n";
     std::string list = fmt::format(kLine, "entry", "finds", "recognised by, and where the payload stands");
@@ -17,6 +19,12 @@ ExitCode RunLocators() {
     }
     base::Print(list);
     return kNothingFound;
+}
+
+} // namespace
+
+Command AddLocators(CLI::App &app, const ScanOptions &) {
+    return {app.add_subcommand("locators", "list the entries of the locator table"), RunLocators, {}};
 }
 
 } // namespace tavrik::scan_tool

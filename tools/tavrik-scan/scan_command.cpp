@@ -109,8 +109,8 @@ private:
     bool ShowsProgress() const {
         if (options_.progress != base::When::Auto)
             return options_.progress == base::When::Always;
-        const bool json_on_terminal = options_.json && base::IsTerminal(stdout);
-        return !options_.quiet && !json_on_terminal && base::EnableEscapes(stderr);
+        const bool records_on_terminal = options_.format != scanner::ReportFormat::Text && base::IsTerminal(stdout);
+        return !options_.quiet && !records_on_terminal && base::EnableEscapes(stderr);
     }
 
     std::function<std::string(std::size_t)> MakeProgress() {
@@ -151,7 +151,7 @@ private:
     }
 
     std::string Lines(const scanner::FileReport &report) const {
-        return options_.json ? scanner::JsonLine(report) + '\n' : scanner::TextLines(report, out_in_colour_);
+        return scanner::ReportLines(report, options_.format, out_in_colour_);
     }
 
     void Deliver(Result &result) {
@@ -219,9 +219,9 @@ private:
 
 } // namespace
 
-int RunScan(const fs::path &module_path, const ScanOptions &options) {
+int RunScan(const ScanOptions &options) {
     base::NoteInterruptions();
-    const scanner::Module module(module_path);
+    const scanner::Module module(options.module);
     const scanner::Scanner scanner(module, options.settings);
     ScanRun run(scanner, options);
     run.Run();

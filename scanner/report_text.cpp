@@ -1,0 +1,38 @@
+#include <iterator>
+
+#include <fmt/format.h>
+
+#include "base/console.h"
+#include "base/text.h"
+#include "scanner/clean_action.h"
+#include "scanner/locator_info.h"
+#include "scanner/report.h"
+
+namespace tavrik::scanner {
+
+std::string TextLines(const FileReport &report, bool in_colour) {
+    if (report.detections.empty() && report.findings.empty())
+        return "";
+    const std::string file = base::PrintablePath(report.file);
+    std::string lines;
+    const auto add = [&](base::Colour colour, const std::string &words) {
+        fmt::format_to(std::back_inserter(lines), "{}: {}\n", file, base::Paint(in_colour, colour, words));
+    };
+    for (const Detection &detection : report.detections)
+        add(base::Colour::Detection, fmt::format("rule {} \"{}\", action {}", detection.rule,
+                                                 base::Printable(detection.name), ActionName(detection.action)));
+    for (const Finding &finding : report.findings)
+        add(base::Colour::Finding, fmt::format("entry {}, {}, offset {:#x}, size {}", finding.entry,
+                                               KindName(finding.kind), finding.offset, finding.size));
+    for (const CarvedPayload &carved : report.carved)
+        add(base::Colour::Finding, fmt::format("carved offset {:#x}, size {}, to {}", carved.offset, carved.size,
+                                               base::PrintablePath(carved.file)));
+    return lines;
+}
+
+std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour) {
+    return fmt::format("tavrik-scan: {}: {}\n", base::PrintablePath(file),
+                       base::Paint(in_colour, base::Colour::Error, base::Printable(reason)));
+}
+
+} // namespace tavrik::scanner

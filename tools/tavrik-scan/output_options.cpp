@@ -1,0 +1,47 @@
+#include <fmt/format.h>
+
+#include "base/text.h"
+#include "tools/tavrik-scan/arguments.h"
+#include "tools/tavrik-scan/scan_options.h"
+
+namespace tavrik::scan_tool {
+
+namespace {
+
+constexpr char kGroup[] = "What is shown";
+
+// The value of one of a few words.
+template <typename Value, std::size_t Count>
+Value RequireWord(const std::string &option, const std::string &text,
+                  const std::pair<const char *, Value> (&words)[Count]) {
+    std::string all;
+    for (const auto &[word, value] : words) {
+        if (text == word)
+            return value;
+        all += (all.empty() ? "" : ", ") + std::string(word);
+    }
+    throw CLI::ValidationError(option, fmt::format("\"{}\" is none of {}", base::Printable(text), all));
+}
+
+void AddWhen(CLI::App &app, const char *name, base::When &value, const char *about) {
+    AddValue(app, name, "auto|always|never", about, kGroup, [name, &value](const std::string &text) {
+        value = RequireWord<base::When>(
+            name, text, {{"auto", base::When::Auto}, {"always", base::When::Always}, {"never", base::When::Never}});
+    });
+}
+
+} // namespace
+
+void AddOutputOptions(CLI::App &app, ScanOptions &options) {
+    app.add_flag_callback(
+           "--json", [&] { options.format = scanner::ReportFormat::JsonLines; },
+           "print one JSON object for each file, including errors")
+        ->group(kGroup);
+    app.add_flag("-q,--quiet", options.quiet, "no progress line and no summary")->group(kGroup);
+    app.add_flag("--profile", options.profile, "print at the end how much time the steps and the rules took")
+        ->group(kGroup);
+    AddWhen(app, "--color", options.colour, "colours (auto: on terminals, unless NO_COLOR is set)");
+    AddWhen(app, "--progress", options.progress, "a line that shows the progress (auto: on terminals)");
+}
+
+} // namespace tavrik::scan_tool

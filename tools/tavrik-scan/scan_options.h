@@ -1,0 +1,50 @@
+/* The options of a scan, and the groups of the command line that set them. */
+#ifndef TAVRIK_TOOLS_TAVRIK_SCAN_SCAN_OPTIONS_H
+#define TAVRIK_TOOLS_TAVRIK_SCAN_SCAN_OPTIONS_H
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "base/console.h"
+#include "base/walk.h"
+#include "scanner/report.h"
+#include "scanner/scan.h"
+
+namespace tavrik::scan_tool {
+
+/** The program's options; a command that is no scan takes some of them. */
+struct ScanOptions {
+    std::filesystem::path module; // to load
+
+    std::vector<std::filesystem::path> paths;
+    std::optional<std::filesystem::path> path_list; // "-" is standard input
+    char list_separator = '\n';
+    base::WalkSettings walk;
+
+    scanner::ScanSettings settings;
+    unsigned threads = 1;
+    std::optional<std::filesystem::path> carve_folder;
+
+    scanner::ReportFormat format = scanner::ReportFormat::Text;
+    bool quiet = false;
+    bool profile = false;
+    base::When colour = base::When::Auto;
+    base::When progress = base::When::Auto;
+};
+
+/** Each adds a group of options that set `options`, which must outlive the parser. */
+void AddInputOptions(CLI::App &app, ScanOptions &options);
+void AddWorkOptions(CLI::App &app, ScanOptions &options);
+void AddPayloadOptions(CLI::App &app, ScanOptions &options);
+void AddOutputOptions(CLI::App &app, ScanOptions &options);
+
+/** What is wrong with options that do not go together in a scan; "" when nothing is. */
+std::string ScanConflict(const ScanOptions &options);
+
+} // namespace tavrik::scan_tool
+
+#endif
