@@ -87,6 +87,37 @@ std::size_t FileSource::ReadAt(uint64_t offset, void *buffer, std::size_t length
     return length;
 }
 
+FileSource FileSource::Temporary() {
+    try {
+        return FileSource(TemporaryTag());
+    } catch (const std::system_error &error) {
+        throw Error(std::string("a temporary file cannot be made: ") + error.code().message() +
+                    "; check the folder for temporary files");
+    }
+}
+
+void FileSource::Append(std::span<const uint8_t> bytes) {
+    page_length_ = 0;
+    if (const std::error_code error = file_.Append(bytes.data(), bytes.size()))
+        throw Error("a temporary file cannot be written: " + error.message() +
+                    "; make room in the folder for temporary files");
+}
+
+WindowSource::WindowSource(ByteSource &source, uint64_t offset, uint64_t length)
+    : source_(source), offset_(std::min(offset, source.size())), size_(std::min(length, source.size() - offset_)) {}
+
+std::size_t WindowSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
+    if (offset >= size_)
+        return 0;
+    return source_.ReadAt(offset_ + offset, buffer,
+                          static_cast<std::size_t>(std::min<uint64_t>(length, size_ - offset)));
+}
+
+std::span<const uint8_t> WindowSource::InMemory() const {
+    const std::span<const uint8_t> all = source_.InMemory();
+    return all.empty() ? all : all.subspan(static_cast<std::size_t>(offset_), static_cast<std::size_t>(size_));
+}
+
 std::size_t MemorySource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
     if (length == 0 || offset >= bytes_.size())
         return 0;

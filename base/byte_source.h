@@ -40,12 +40,22 @@ public:
     /** Opens the file; throws Error when it is not a regular file or may not be opened. Never creates or changes it. */
     explicit FileSource(const std::filesystem::path &path, Access access = Access::Read);
 
+    /** An empty temporary file without a name, for bytes that memory shall not hold; gone with the object. Throws
+     * Error. */
+    static FileSource Temporary();
+
+    /** Adds bytes at the end of a temporary file. Throws Error. */
+    void Append(std::span<const uint8_t> bytes);
+
     uint64_t size() const override { return file_.size(); }
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     const std::string &error() const override { return error_; }
 
 private:
     static constexpr std::size_t kPageSize = 16 * 1024;
+
+    struct TemporaryTag {};
+    explicit FileSource(TemporaryTag) : file_(RegularFile::Temporary()) {}
 
     std::size_t ReadFromFile(uint64_t offset, void *buffer, std::size_t length);
 
@@ -69,6 +79,23 @@ public:
 private:
     std::span<const uint8_t> bytes_;
     std::string error_;
+};
+
+/** A part of another source, which must outlive it. */
+class WindowSource final : public ByteSource {
+public:
+    /** The `length` bytes from `offset` on, as far as the source has them. */
+    WindowSource(ByteSource &source, uint64_t offset, uint64_t length);
+
+    uint64_t size() const override { return size_; }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
+    std::span<const uint8_t> InMemory() const override;
+    const std::string &error() const override { return source_.error(); }
+
+private:
+    ByteSource &source_;
+    uint64_t offset_;
+    uint64_t size_;
 };
 
 } // namespace tavrik::base

@@ -86,6 +86,10 @@ private:
 /** An open regular file that is read by position. */
 class RegularFile {
 public:
+    /** A new file in the system's folder for temporary files, without a name that others could open, gone when it is
+     * closed however the program ends. Throws std::system_error. */
+    static RegularFile Temporary();
+
     /** Opens a file that exists, without waiting for anything and without changing it. Throws std::system_error; its
      * code is std::errc::not_supported when the path is not (or no longer) a regular file. */
     RegularFile(const std::filesystem::path &path, bool for_writing);
@@ -93,14 +97,19 @@ public:
     RegularFile(const RegularFile &) = delete;
     RegularFile &operator=(const RegularFile &) = delete;
 
-    /** In bytes, when the file was opened. */
+    /** In bytes, when the file was opened; with what was appended. */
     uint64_t size() const { return size_; }
 
     /** Reads up to `length` bytes at `offset`. Returns how many were read: fewer at the end and after an error, which
      * is then set. */
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length, std::error_code &error);
 
+    /** Adds bytes at the end, all or, with an error, a part of them. */
+    std::error_code Append(const void *bytes, std::size_t length);
+
 private:
+    explicit RegularFile(intptr_t handle) : handle_(handle) {}
+
     intptr_t handle_; // the system's
     uint64_t size_ = 0;
 };

@@ -164,9 +164,34 @@ std::size_t RegularFile::ReadAt(uint64_t offset, void *buffer, std::size_t lengt
     return done;
 }
 
+// The name exists for a moment only, and only this user may open it.
+RegularFile RegularFile::Temporary() {
+    std::string name = (fs::temp_directory_path() / "tavrik-XXXXXX").string();
+    const int descriptor = mkostemp(name.data(), O_CLOEXEC);
+    if (descriptor < 0)
+        ThrowLastError();
+    unlink(name.c_str());
+    return RegularFile(intptr_t{descriptor});
+}
+
+std::error_code RegularFile::Append(const void *bytes, std::size_t length) {
+    const auto *from = static_cast<const uint8_t *>(bytes);
+    while (length > 0) {
+        const ssize_t count = pwrite(Descriptor(handle_), from, length, static_cast<off_t>(size_));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return {errno, std::generic_category()};
+        from += count;
+        length -= static_cast<std::size_t>(count);
+        size_ += static_cast<uint64_t>(count);
+    }
+    return {};
+}
+
 std::FILE *CreateNewFile(const fs::path &path) {
     constexpr mode_t kReadWrite = 0666; // less what the user's mask takes away
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kReadWrite);
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kReadWrite);
     return descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
 }
 

@@ -212,6 +212,33 @@ std::size_t RegularFile::ReadAt(uint64_t offset, void *buffer, std::size_t lengt
     return done;
 }
 
+RegularFile RegularFile::Temporary() {
+    wchar_t name[MAX_PATH + 1];
+    if (GetTempFileNameW(fs::temp_directory_path().c_str(), L"tvk", 0, name) == 0)
+        throw std::system_error(LastError());
+    const HANDLE handle = CreateFileW(name, GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE, nullptr,
+                                      CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (handle == INVALID_HANDLE_VALUE)
+        throw std::system_error(LastError());
+    return RegularFile(std::bit_cast<intptr_t>(handle));
+}
+
+std::error_code RegularFile::Append(const void *bytes, std::size_t length) {
+    const auto *from = static_cast<const uint8_t *>(bytes);
+    while (length > 0) {
+        OVERLAPPED place = {};
+        place.Offset = static_cast<DWORD>(size_);
+        place.OffsetHigh = static_cast<DWORD>(size_ >> 32);
+        DWORD count = 0;
+        if (WriteFile(Handle(handle_), from, static_cast<DWORD>(std::min(length, kLongestRead)), &count, &place) == 0)
+            return LastError();
+        from += count;
+        length -= count;
+        size_ += count;
+    }
+    return {};
+}
+
 std::FILE *CreateNewFile(const fs::path &path) {
     const int descriptor = _wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
     return descriptor < 0 ? nullptr : _fdopen(descriptor, "wb");
