@@ -34,7 +34,7 @@ rule 4 "Roles" for program {
 rule 5 "Imports" for program {
     import_table { [0].Name > 0; [0].FirstThunk > 0 }
     import_modules { "kernel" prefix; [0] != "none" }
-    import_functions { #0 "ExitProcess"; #1 != "x"; #5 != "#7" }
+    import_functions { #0 "ExitProcess"; #1 != "x"; any != "#7" }
 }
 rule 6 "Exports" for library { export_module { != "a.dll" } export_functions { != "DllMain" } }
 rule 7 "Resources" for program {

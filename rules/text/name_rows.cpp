@@ -44,7 +44,10 @@ void ParseImportModule(TokenCursor &cursor, std::vector<ImportModule> &list) {
 
 void ParseImportFunction(TokenCursor &cursor, std::vector<ImportFunction> &list) {
     ImportFunction element;
-    element.index = ParseElement(cursor);
+    if (cursor.TakeWord("any"))
+        element.index = kAnyModule;
+    else
+        element.index = ParseElement(cursor);
     ParseOperatorAndName(cursor, element, "a function's name");
     list.push_back(std::move(element));
 }

@@ -102,6 +102,9 @@ private:
         if (!flags_written)
             rule.stored_flags = ComputeFeatureFlags(rule);
         CheckRule(rule, origin, errors_before);
+        for (ImportFunction &function : rule.import_functions)
+            if (function.index == kAnyModule)
+                function.index = static_cast<uint16_t>(rule.import_modules.size());
     }
 
     void ParseHead(Rule &rule) {
@@ -320,11 +323,11 @@ private:
         }
         const ItemOrigin &functions = origin.of(Item::ImportFunctions);
         for (std::size_t i = 0; i < rule.import_functions.size(); ++i) {
-            // A rule without import_modules asks for functions of any module.
-            if (!rule.import_modules.empty() && rule.import_functions[i].index >= rule.import_modules.size())
-                cursor_.Report(Code::E407, functions.rows[i], 1,
-                               "import_modules has no row #" + std::to_string(rule.import_functions[i].index),
-                               "name the module in import_modules; #0 is its first row");
+            const uint16_t module = rule.import_functions[i].index;
+            if (module >= rule.import_modules.size() && module != kAnyModule)
+                cursor_.Report(Code::E407, functions.rows[i], 1, "import_modules has no row #" + std::to_string(module),
+                               "name the module in import_modules, whose first row is #0, or write any for functions "
+                               "of any module");
         }
         // What a rule with errors asks is not known.
         if (ComputeFeatureFlags(rule) == 0 && cursor_.ErrorCount() == errors_before)

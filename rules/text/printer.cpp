@@ -333,10 +333,15 @@ std::string ExportText(const ExportName &e) {
     return NameOperator(e.op) + QuoteText(e.name);
 }
 
+template <typename Element>
+std::string NameText(const Element &e) {
+    return NameOperator(e.op) + QuoteText(e.name);
+}
+
 // A name that belongs to an element of another list of the rule.
 template <typename Element>
 std::string ElementText(const Element &e) {
-    return "#" + Decimal(e.index) + " " + NameOperator(e.op) + QuoteText(e.name);
+    return "#" + Decimal(e.index) + " " + NameText(e);
 }
 
 std::string ObjectText(const ObjectName &e) {
@@ -400,7 +405,10 @@ std::vector<PrintedLine> RuleLines(const Rule &rule) {
         lines.AddItem(Item::When, ExpressionText(rule.expression));
     lines.AddBlock(Item::ImportTable, NumberedRows(rule.indexed_conditions, ImportTableFields()), true);
     lines.AddBlock(Item::ImportModules, PlainRows(rule.import_modules, ImportModuleText), false);
-    lines.AddBlock(Item::ImportFunctions, PlainRows(rule.import_functions, ElementText<ImportFunction>), false);
+    const auto function_text = [&rule](const ImportFunction &e) {
+        return e.index == rule.import_modules.size() ? "any " + NameText(e) : ElementText(e);
+    };
+    lines.AddBlock(Item::ImportFunctions, PlainRows(rule.import_functions, function_text), false);
     lines.AddBlock(Item::ExportModule, PlainRows(rule.export_module_names, ExportText), false);
     lines.AddBlock(Item::ExportFunctions, PlainRows(rule.export_functions, ExportText), false);
     lines.AddBlock(Item::Resources, PlainRows(rule.resource_entries, ResourceText), false);

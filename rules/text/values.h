@@ -14,6 +14,7 @@
 
 namespace tavrik::rules::text {
 
+inline constexpr uint16_t kAnyModule = 0xFFFF; // of a function row, until the rows of import_modules are counted
 inline constexpr uint32_t kVersionResource = 16; // resource types whose strings have names
 inline constexpr uint32_t kManifestResource = 24;
 

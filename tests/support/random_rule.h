@@ -139,7 +139,7 @@ private:
     }
 
     void FillIn(rules::ImportFunction &e, const rules::Rule &rule) {
-        e = {static_cast<uint16_t>(Below(rule.import_modules.size())), Op(), Text(40)};
+        e = {static_cast<uint16_t>(Below(rule.import_modules.size() + 1)), Op(), Text(40)};
     }
     void FillIn(rules::ExportName &e, const rules::Rule &) { e = {Op(), Text(40)}; }
 
