@@ -1,4 +1,4 @@
-/* Single characters of names: letter case of ASCII, and where characters of UTF-8 begin. */
+/* Single characters of names: letter case of ASCII, what shows, and where characters of UTF-8 begin. */
 #ifndef TAVRIK_BASE_CHARACTERS_H
 #define TAVRIK_BASE_CHARACTERS_H
 
@@ -23,6 +23,11 @@ inline std::string LowerAscii(std::string_view text) {
 /** Whether two texts are equal but for the case of ASCII letters. */
 constexpr bool IsEqualIgnoringCase(std::string_view left, std::string_view right) {
     return std::ranges::equal(left, right, [](char l, char r) { return LowerAscii(l) == LowerAscii(r); });
+}
+
+/** Whether a byte is an ASCII character that shows, a blank included. */
+constexpr bool IsPrintableAscii(char byte) {
+    return byte >= ' ' && byte <= '~';
 }
 
 /** Whether a byte is within a UTF-8 character, after its first byte. */

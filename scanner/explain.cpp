@@ -7,11 +7,14 @@
 #include <string_view>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include "base/characters.h"
 #include "base/text.h"
 #include "scanner/gate_tree.h"
 #include "scanner/locator_info.h"
 #include "scanner/module_stream.h"
+#include "scanner/recording_source.h"
 #include "scanner/scan.h"
 #include "tavrik2/locators/locators.h"
 
@@ -89,11 +92,39 @@ std::string SectionText(const SectionHeader &section) {
                        uint32_t{section.VirtualAddress});
 }
 
+// Bytes in hexadecimal digits and, where they are printable ASCII, as text.
+std::string DumpText(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (const uint8_t byte : bytes)
+        text += base::IsPrintableAscii(static_cast<char>(byte)) ? static_cast<char>(byte) : '.';
+    return fmt::format("{:02X}  {}", fmt::join(bytes, " "), text);
+}
+
+// Writes where a locator looked in vain, and what is there.
+void WriteSearched(std::string &text, const RecordingSource &read, base::ByteSource &source, uint64_t headers_end) {
+    constexpr std::size_t kMostShown = 16; // places
+    constexpr std::size_t kDumped = 16;    // bytes of each place
+    std::size_t searched = 0;
+    for (const RecordingSource::Access &access : read.accesses()) {
+        if (access.offset + access.asked <= headers_end || ++searched > kMostShown)
+            continue;
+        uint8_t bytes[kDumped];
+        const std::size_t length = std::min<std::size_t>(kDumped, access.delivered);
+        const std::size_t count = source.ReadAt(access.offset, bytes, length);
+        fmt::format_to(std::back_inserter(text), "  {:#10x}  {:>8} bytes  {}\n", access.offset, access.delivered,
+                       count == 0 ? "the file ends before" : DumpText({bytes, count}));
+    }
+    if (searched > kMostShown)
+        fmt::format_to(std::back_inserter(text), "  and {} more\n", base::CountText(searched - kMostShown, "place"));
+    if (searched == 0)
+        text += "  nothing but headers: what it looks for there is missing, or leads out of the file\n";
+}
+
 void WriteFinding(std::string &text, const std::optional<Finding> &finding, bool passes) {
     if (!passes)
         text += "The gate fails, so the locator does not look into the file.\n";
     else if (!finding)
-        text += "The gate passes, but the locator found no payload where it should stand.\n";
+        text += "The gate passes, but the locator found no payload where it should stand. It read:\n";
     else
         fmt::format_to(std::back_inserter(text),
                        "The gate passes, and the locator found: {} at offset {} ({:#x}), {} bytes.\n",
@@ -124,9 +155,12 @@ Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &sour
             text += fmt::format("With the first section {}:\n", SectionText(first_section));
         const GateNode judged = JudgeGate(gate, file);
         Printer(text).Write(judged, 0);
-        const std::optional<Finding> finding = RunLocator(module, entry, source, records, first_section);
+        RecordingSource read(source);
+        const std::optional<Finding> finding = RunLocator(module, entry, read, records, first_section);
         text += '\n';
         WriteFinding(text, finding, judged.holds);
+        if (judged.holds && !finding)
+            WriteSearched(text, read, source, records.headers_end);
         explanation.found = explanation.found || finding.has_value();
     }
     return explanation;

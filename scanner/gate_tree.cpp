@@ -148,6 +148,25 @@ std::size_t CountFailed(const GateNode &node) {
     return node.kind == GateNode::Kind::Alternatives ? least : sum;
 }
 
+std::vector<const GateNode *> FailedConditions(const GateNode &node) {
+    if (node.holds)
+        return {};
+    if (node.kind == GateNode::Kind::Condition)
+        return {&node};
+    if (node.kind == GateNode::Kind::Alternatives) {
+        const auto fewer = [](const GateNode &one, const GateNode &other) {
+            return CountFailed(one) < CountFailed(other);
+        };
+        return FailedConditions(*std::min_element(node.children.begin(), node.children.end(), fewer));
+    }
+    std::vector<const GateNode *> failed;
+    for (const GateNode &child : node.children) {
+        const std::vector<const GateNode *> below = FailedConditions(child);
+        failed.insert(failed.end(), below.begin(), below.end());
+    }
+    return failed;
+}
+
 std::string FieldName(Field field) {
     return std::string(WordsOf(field).name);
 }

@@ -36,6 +36,9 @@ GateNode JudgeGate(tavrik2::GateView gate, const tavrik2::TargetFile &file);
 /** The conditions below `node` that do not hold; of alternatives those of the nearest, none when one holds. */
 std::size_t CountFailed(const GateNode &node);
 
+/** These conditions, in the gate's order. The nodes are those of `node`. */
+std::vector<const GateNode *> FailedConditions(const GateNode &node);
+
 /** The field's name as PE headers have it, such as "Subsystem" or "last section's Name". */
 std::string FieldName(tavrik2::Field field);
 

@@ -76,6 +76,7 @@ uint32_t SectionTableOffset(const pe::Image &image, uint16_t size_of_optional_he
 void CopySections(const pe::Image &image, HostRecords &records) {
     const uint32_t table = SectionTableOffset(image, records.file_header.SizeOfOptionalHeader);
     const uint16_t count = records.file_header.NumberOfSections;
+    records.headers_end = table + uint64_t{count} * sizeof(SectionHeader);
     // The rules' headers are the same ones, unless they are taken from another place or end at their bound.
     if (image.IsPe() && table == image.SectionTableOffset() && count <= pe::kMostSections)
         records.sections.assign(image.sections().begin(), image.sections().end());

@@ -23,6 +23,9 @@ struct HostRecords {
     OptionalHeader opt_header = {}; // in the 64-bit shape, also for PE32
     std::array<uint32_t, DATA_DIRECTORY_WORDS> data_dirs = {};
 
+    /** The file offset after the section table, by NumberOfSections; it may lie beyond the file. */
+    uint64_t headers_end = 0;
+
     /** The section headers that lie in the file as a whole, at most NumberOfSections. */
     std::vector<SectionHeader> sections;
 
