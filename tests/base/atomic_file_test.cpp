@@ -12,8 +12,6 @@ namespace fs = std::filesystem;
 
 class WholeFile : public testing::Test {
 protected:
-    static void Put(const fs::path &path, std::string_view text) { std::ofstream(path, std::ios::binary) << text; }
-
     static std::size_t CountFiles() {
         return static_cast<std::size_t>(std::distance(fs::directory_iterator("."), fs::directory_iterator()));
     }
@@ -28,9 +26,9 @@ TEST_F(WholeFile, IsReplacedAndLeavesNothingElse) {
     const uint8_t bytes[] = {0, 0x0D, 0xFF};
     base::WriteWholeFile("new", bytes);
     EXPECT_EQ(ReadFile("new"), std::string("\0\r\xFF", 3));
-    Put("new.new", "mine"); // names that a temporary file might have
-    Put("new.tmp", "mine");
-    Put("new.part", "mine");
+    Write("new.new", "mine"); // names that a temporary file might have
+    Write("new.tmp", "mine");
+    Write("new.part", "mine");
     base::WriteWholeFile("new", "");
     EXPECT_EQ(ReadFile("new"), "");
     EXPECT_EQ(ReadFile("new.new") + ReadFile("new.tmp") + ReadFile("new.part"), "mineminemine");
@@ -53,7 +51,7 @@ TEST_F(WholeFile, IsWrittenOnlyWhenItChanges) {
 
 TEST_F(WholeFile, IsAsItWasAfterAFailure) {
     fs::create_directory("folder");
-    Put("folder/kept", "kept");
+    Write("folder/kept", "kept");
     EXPECT_THROW(base::WriteWholeFile("folder", "x"), base::Error);
     EXPECT_THROW(base::WriteWholeFile("missing/file", "x"), base::Error);
     EXPECT_THROW(base::WriteWholeFile("folder/kept/file", "x"), base::Error);
@@ -76,21 +74,21 @@ TEST_F(WholeFile, IsAsItWasAfterAFailure) {
 TEST_F(WholeFile, KeepsItsPermissions) {
     using fs::perms;
     for (const perms mode : {perms::owner_read | perms::owner_write, perms::all, perms::owner_read}) {
-        Put("file", "old");
+        Write("file", "old");
         fs::permissions("file", mode);
         base::WriteWholeFile("file", "new");
         EXPECT_EQ(ReadFile("file"), "new");
         EXPECT_EQ(fs::status("file").permissions(), mode);
         fs::remove("file");
     }
-    Put("by_mask", "");
+    Write("by_mask", "");
     base::WriteWholeFile("new", "new");
     EXPECT_EQ(fs::status("new").permissions(), fs::status("by_mask").permissions());
 }
 
 TEST_F(WholeFile, IsReachedThroughLinks) {
     fs::create_directory("folder");
-    Put("folder/target", "old");
+    Write("folder/target", "old");
     fs::create_symlink("target", "folder/inner");
     fs::create_symlink("folder/inner", "outer");
     fs::create_symlink(fs::absolute("folder/dangling"), "new");

@@ -25,10 +25,6 @@ std::string Noise(std::size_t length) {
     return bytes;
 }
 
-std::span<const uint8_t> BytesOf(const std::string &text) {
-    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
-}
-
 /** Counts the reads and fails from an offset on. */
 class BrittleSource final : public base::ByteSource {
 public:

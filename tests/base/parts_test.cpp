@@ -12,13 +12,10 @@
 #include "base/glob.h"
 #include "base/ordered_pool.h"
 #include "base/sha256.h"
+#include "tests/support/fresh_folder.h"
 
 namespace tavrik::tests {
 namespace {
-
-std::span<const uint8_t> BytesOf(const std::string &text) {
-    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
-}
 
 // The vectors that were published with the function.
 TEST(Sha256, GivesThePublishedDigestsHoweverTheBytesCome) {

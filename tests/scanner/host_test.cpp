@@ -34,13 +34,6 @@ using samples::SampleCount;
 using tavrik2::LoadU32;
 using tests::FreshFolder;
 
-void WriteFile(const std::filesystem::path &path, const Bytes &bytes, std::streamoff offset = 0) {
-    std::ofstream file(path, std::ios::binary);
-    file.seekp(offset);
-    file.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    ASSERT_TRUE(file.flush()) << path;
-}
-
 scanner::PeResult Parse(base::ByteSource &source) {
     base::FileBytes bytes(source);
     return scanner::MakeHostRecords(pe::Image(bytes), source);
@@ -61,7 +54,7 @@ TEST(Samples, GiveTheirPlannedFinding) {
     for (std::size_t index = 0; index < SampleCount(); ++index) {
         const Sample sample = MakeSample(index);
         SCOPED_TRACE(sample.file_name);
-        WriteFile(sample.file_name, sample.bytes);
+        Write(sample.file_name, sample.bytes);
         const scanner::FileReport report = scanner.Scan(sample.file_name);
         std::filesystem::remove(sample.file_name);
         EXPECT_EQ(report.status, scanner::ScanStatus::Scanned) << report.error;
@@ -387,7 +380,7 @@ TEST(Parser, TellsReadErrorsFromBadFiles) {
 TEST(Stream, ReadsUpToTheEndAndNothingAfterIt) {
     const FreshFolder folder;
     const Bytes bytes = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'};
-    WriteFile("digits", bytes);
+    Write("digits", bytes);
     base::MemorySource memory(bytes);
     base::FileSource file("digits");
     for (base::ByteSource *source :
@@ -418,7 +411,7 @@ TEST(Stream, TakesFilesBelow2GiBOnly) {
     const std::streamoff largest = scanner::kLargestFile;
     for (const std::streamoff size : {largest, largest + 1, std::streamoff{5} << 30}) {
         SCOPED_TRACE(size);
-        WriteFile("large", {'z'}, size - 1);
+        std::ofstream("large", std::ios::binary).seekp(size - 1) << 'z';
         base::FileSource source("large");
         ASSERT_EQ(source.size(), static_cast<uint64_t>(size));
         char last = 0;

@@ -21,10 +21,6 @@
 namespace tavrik::tests {
 namespace {
 
-std::span<const uint8_t> BytesOf(const std::string &text) {
-    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
-}
-
 // ---- Sources and carving --------------------------------------------------------------------------------------------
 
 /** A source that says it is longer than it is, as a file that has been cut. */

@@ -2,9 +2,11 @@
 #ifndef TAVRIK_TESTS_SUPPORT_FRESH_FOLDER_H
 #define TAVRIK_TESTS_SUPPORT_FRESH_FOLDER_H
 
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,15 @@ inline std::string ReadFile(const std::filesystem::path &path) {
 inline void Write(const std::filesystem::path &path, std::string_view bytes) {
     std::filesystem::create_directories(std::filesystem::absolute(path).parent_path());
     std::ofstream(path, std::ios::binary) << bytes;
+}
+
+inline void Write(const std::filesystem::path &path, std::span<const uint8_t> bytes) {
+    Write(path, std::string_view(reinterpret_cast<const char *>(bytes.data()), bytes.size()));
+}
+
+/** A text as the bytes of a file; it must live as long. */
+inline std::span<const uint8_t> BytesOf(std::string_view text) {
+    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
 }
 
 /** An empty folder that is the current one while this lives. */

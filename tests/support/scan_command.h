@@ -59,7 +59,7 @@ inline std::string WriteSample(const std::string &beginning, const fs::path &pat
         const samples::Sample sample = samples::MakeSample(index);
         if (!sample.file_name.starts_with(beginning))
             continue;
-        Write(path, {reinterpret_cast<const char *>(sample.bytes.data()), sample.bytes.size()});
+        Write(path, sample.bytes);
         return sample.finding ? fmt::format("{}: entry {}, Nullsoft installer, offset {:#x}, size {}\n", path.string(),
                                             *sample.entry, sample.finding->offset, sample.finding->size)
                               : "";

@@ -27,8 +27,6 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    static void Write(const fs::path &path, std::string_view text) { std::ofstream(path, std::ios::binary) << text; }
-
     const std::string small_ = ReadFile(base::ProgramFolder() / "small.rules");
 
 private:

@@ -1,4 +1,4 @@
-// tavrik-scan as its users run it, on samples and on PE files that nobody here made.
+// tavrik-scan on files that cannot be read, and on PE files that nobody here made.
 #include <map>
 #include <random>
 #include <sys/stat.h>
@@ -13,19 +13,6 @@ namespace tavrik::tests {
 namespace {
 
 using Json = nlohmann::json;
-
-TEST_F(ScanCommand, PrintsALineForEachFindingAndSaysSoByItsExitCode) {
-    const std::string found = WriteSample("entry07", "found.exe");
-    WriteSample("clean-minimal", "clean.exe");
-    Write("text", "no program");
-    const Outcome nothing = Scan("clean.exe text");
-    EXPECT_EQ(nothing.code, 0);
-    EXPECT_EQ(nothing.out + nothing.err, "");
-    const Outcome something = Scan("clean.exe found.exe text ./found.exe");
-    EXPECT_EQ(something.code, 1);
-    EXPECT_EQ(something.out, found + "./" + found);
-    EXPECT_EQ(something.err, "");
-}
 
 TEST_F(ScanCommand, ReportsErrorsAndGoesOn) {
     const std::string found = WriteSample("entry07", "found.exe");
@@ -64,7 +51,7 @@ TEST_F(ScanCommand, ReportsErrorsAndGoesOn) {
     }
 }
 
-TEST_F(ScanCommand, WalksFoldersInOrderAndPrintsJsonLines) {
+TEST_F(ScanCommand, WalksFoldersInOrder) {
     const std::string kOdd = "top/c\nd\xFF.exe";
     WriteSample("entry07", "top/b/found.exe");
     WriteSample("clean-minimal", "top/a.exe");
@@ -74,77 +61,10 @@ TEST_F(ScanCommand, WalksFoldersInOrderAndPrintsJsonLines) {
     EXPECT_EQ(scan.code, 1);
     const std::vector<std::string> lines = Lines(scan.out);
     ASSERT_EQ(lines.size(), 3u) << scan.out;
-    const Json clean = Json::parse(lines[0]);
-    EXPECT_EQ(clean, (Json{{"file", "top/a.exe"},
-                           {"size", fs::file_size("top/a.exe")},
-                           {"status", "scanned"},
-                           {"detections", Json::array()},
-                           {"findings", Json::array()}}));
-    const Json found = Json::parse(lines[1]);
-    EXPECT_EQ(found["file"], "top/b/found.exe");
-    EXPECT_EQ(found["findings"].size(), 1u);
-    EXPECT_EQ(found["findings"][0]["entry"], 7);
-    EXPECT_EQ(found["findings"][0]["kind"], 81);
-    EXPECT_EQ(found["findings"][0]["kind_name"], "Nullsoft installer");
-    EXPECT_EQ(found["findings"][0]["size"], 256);
+    EXPECT_EQ(Json::parse(lines[0])["file"], "top/a.exe");
+    EXPECT_EQ(Json::parse(lines[1])["file"], "top/b/found.exe");
     EXPECT_EQ(Json::parse(lines[2])["file"], "top/c\nd\xEF\xBF\xBD.exe");
     EXPECT_EQ(Lines(Scan("-r top").out)[1].find("top/c\\x0ad\\xff.exe: entry 7, "), 0u);
-}
-
-TEST_F(ScanCommand, ExplainsAndLists) {
-    WriteSample("entry07", "found.exe");
-    WriteSample("near-miss-nullsoft", "near.exe");
-    Write("text", "no program");
-    EXPECT_EQ(Scan("explain 7 found.exe").code, 1);
-    const Outcome near = Scan("explain 7 near.exe");
-    EXPECT_EQ(near.code, 0);
-    EXPECT_NE(near.out.find("\nFAIL  Subsystem"), std::string::npos) << near.out;
-    for (const char *wrong : {"explain 7 text", "explain 7 missing", "explain entry:50 near.exe",
-                              "explain rule:x near.exe", "explain Unknown.Name near.exe"}) {
-        const Outcome error = Scan(wrong);
-        EXPECT_EQ(error.code, 2) << wrong;
-        EXPECT_EQ(error.out, "") << wrong;
-        EXPECT_NE(error.err, "") << wrong;
-    }
-    const Outcome locators = Scan("locators");
-    EXPECT_EQ(locators.code, 0);
-    const std::vector<std::string> lines = Lines(locators.out);
-    ASSERT_EQ(lines.size(), 1u + 50u);
-    for (std::size_t entry = 0; entry < 50; ++entry)
-        EXPECT_EQ(std::stoul(lines[entry + 1]), entry);
-}
-
-TEST_F(ScanCommand, AsksForCleanActionsWithoutTouchingTheFile) {
-    Write("file", "anything");
-    const struct {
-        const char *arguments;
-        int code;
-        const char *answer;
-    } rows[] = {{"147 file", 1, "action 4021:"},         {"173 file", 1, "action 4021:"},
-                {"175 file", 1, "action 4024:"},         {"175 file --code 1", 1, "action 4024:"},
-                {"147 file --code 1", 0, "no action\n"}, {"146 file", 0, "no action\n"}};
-    for (const auto &row : rows) {
-        const Outcome answer = Scan(std::string("clean-action ") + row.arguments);
-        EXPECT_EQ(answer.code, row.code) << row.arguments;
-        EXPECT_NE(answer.out.find(row.answer), std::string::npos) << row.arguments << ": " << answer.out;
-    }
-    const Outcome missing = Scan("clean-action 147 missing");
-    EXPECT_EQ(missing.code, 2);
-    EXPECT_EQ(missing.err.find("tavrik-scan: missing: cannot be opened"), 0u) << missing.err;
-    EXPECT_EQ(ReadFile("file"), "anything");
-    EXPECT_FALSE(fs::exists("missing"));
-}
-
-TEST_F(ScanCommand, HelpsAndRefusesWhatItCannotDo) {
-    const Outcome help = Scan("--help");
-    EXPECT_EQ(help.code, 0);
-    for (const char *word : {"--json", "--recursive", "explain", "locators", "clean-action", "Exit codes"})
-        EXPECT_NE(help.out.find(word), std::string::npos) << word;
-    for (const char *wrong : {"", "--unknown", "--module missing.hbx .out", "--module .out .out", "explain 7"}) {
-        const Outcome error = Scan(wrong);
-        EXPECT_EQ(error.code, 2) << wrong;
-        EXPECT_NE(error.err, "") << wrong;
-    }
 }
 
 // ---- Files that nobody here made -----------------------------------------------------------------------------------

@@ -41,7 +41,7 @@ protected:
     ScanOutput() {
         for (std::size_t index = 0; index < samples::SampleCount(); ++index) {
             const samples::Sample sample = samples::MakeSample(index);
-            WriteBytes(fs::path("samples") / sample.file_name, sample.bytes);
+            Write(fs::path("samples") / sample.file_name, sample.bytes);
             names_.push_back(sample.file_name);
             entries_.push_back(sample.entry);
         }
@@ -58,11 +58,7 @@ protected:
         for (std::size_t place = 0; place < generator.size(); ++place)
             for (const uint32_t rule : {2u, 147u, 173u, 175u, 1000u})
                 if (database.rules[place].rule_id == rule)
-                    WriteBytes(fmt::format("specimens/{}.exe", rule), *generator.SpecimenImage(place));
-    }
-
-    static void WriteBytes(const fs::path &path, std::span<const uint8_t> bytes) {
-        Write(path, {reinterpret_cast<const char *>(bytes.data()), bytes.size()});
+                    Write(fmt::format("specimens/{}.exe", rule), *generator.SpecimenImage(place));
     }
 
     std::vector<std::string> names_;

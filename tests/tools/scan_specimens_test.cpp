@@ -36,11 +36,6 @@ void Scan(const std::string &arguments, const std::string &out) {
     ASSERT_NE(std::system(command.c_str()), -1) << command;
 }
 
-void Write(const fs::path &path, std::span<const uint8_t> bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
 /** The objects that the scanner printed, by the stem of the file's name. */
 std::map<std::string, Json> Objects(const std::string &out) {
     std::map<std::string, Json> objects;
@@ -59,7 +54,6 @@ TEST(ScanOfSpecimens, FindsEachByItsRuleAloneAndSaysHowToClean) {
     const rules::RuleSet written = generator::WrittenRules();
     const generator::Generator generator(written);
     const rules::RuleSet database = generator.Rules();
-    fs::create_directory("specimens");
     for (std::size_t place = 0; place < generator.size(); ++place)
         Write(fs::path("specimens") / fmt::format("{}.exe", place), *generator.SpecimenImage(place));
     Scan("-r -q --json specimens", "found.jsonl");
@@ -79,7 +73,6 @@ TEST(ScanOfSpecimens, FindsEachByItsRuleAloneAndSaysHowToClean) {
 
 TEST(ScanOfSamples, FindsThePayloadOfEachEntry) {
     const FreshFolder folder;
-    fs::create_directory("samples");
     for (std::size_t index = 0; index < samples::SampleCount(); ++index)
         Write(fs::path("samples") / fmt::format("{}.exe", index), samples::MakeSample(index).bytes);
     Scan("-r -q --json samples", "found.jsonl");
