@@ -6,6 +6,7 @@
 #include <thread>
 
 #ifndef _WIN32
+#include <malloc.h>
 #include <sys/stat.h>
 #endif
 
@@ -161,6 +162,12 @@ TEST(Platform, LogFilesAreNeitherLinksNorWaitedFor) {
               perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
     PlatformWriteLog("target.log", "after");
     EXPECT_TRUE(ReadFile("target.log").starts_with("before2"));
+    PlatformWriteLog("/dev/full", "line"); // fails, and is not tried again
+    // What a line takes is given back; blocks of this size are mapped each on its own.
+    const std::string line(1 << 20, 'x');
+    const std::size_t before = mallinfo2().hblkhd;
+    PlatformWriteLog("long.log", line.c_str());
+    EXPECT_LE(mallinfo2().hblkhd, before);
 }
 #endif
 
