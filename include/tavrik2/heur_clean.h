@@ -5,11 +5,15 @@
 #include "abi.h"
 #include "file_stream.h"
 
-/* The start of the host's clean record; the module reads nothing but the stream. */
+TAVRIK_PACKED_BEGIN
+
+/* The start of the host's clean record; the module reads nothing but the stream, at the odd byte 31. */
 typedef struct TAVRIK_PACKED CleanContext {
     uint8_t unread_0[31];
     FileStream *stream; /* for the file being cleaned */
 } CleanContext;
+
+TAVRIK_PACKED_END
 
 /* The action codes of HeurClean; the host performs them. */
 enum CleanAction {
@@ -30,9 +34,14 @@ TAVRIK_EXTERN_C_BEGIN
  * action     not null; receives a CleanAction or CLEAN_ACTION_NONE
  * third, fourth, sixth, ninth are accepted and not used.
  *
- * Returns 1 when an action applies, else 0 (*action then says 4003 when the file could not be opened). */
+ * Returns 1 when an action applies, else 0 (*action then says 4003 when the file could not be opened).
+ *
+ * Any number of threads may call it at once, each with a stream of its own; it needs no initialisation. */
 TAVRIK_API uint32_t HeurClean(const void *file_name, const CleanContext *context, const void *third, const void *fourth,
                               uint32_t code, uint32_t sixth, uint32_t rule_id, uint32_t *action, const void *ninth);
+typedef uint32_t (*HeurCleanFunction)(const void *file_name, const CleanContext *context, const void *third,
+                                      const void *fourth, uint32_t code, uint32_t sixth, uint32_t rule_id,
+                                      uint32_t *action, const void *ninth);
 
 TAVRIK_EXTERN_C_END
 

@@ -7,6 +7,8 @@
 
 #include "abi.h"
 
+TAVRIK_PACKED_BEGIN
+
 /* Every `op` is a condition operator, 1..7. Names are NUL-terminated, read-only and shared between elements. */
 
 typedef struct TAVRIK_PACKED HeaderCondition {
@@ -164,6 +166,8 @@ typedef struct TAVRIK_PACKED HeuristicRule {
 
 #undef TAVRIK_RULE_LIST
 
+TAVRIK_PACKED_END
+
 /* The bits of feature_flags. */
 enum FeatureFlag {
     FEATURE_STRUCTURE = 1, /* the rule asks for headers, sections, imports, exports, resources, or sets attribute_b */
@@ -174,8 +178,10 @@ TAVRIK_EXTERN_C_BEGIN
 
 /* Hands out the rule table in place: the address of its first record pointer and the number of records. Returns 1; 0
  * when an argument is null, and then writes nothing. Works before initialisation (the records are then still in stored
- * form). The records are the module's, are only read by the host, and stay valid while the module is loaded. */
+ * form). The records are the module's, are only read by the host, and stay valid, in prepared form, while the module is
+ * loaded, after the last YNLibDeinit too. Any thread. */
 TAVRIK_API uint32_t HeurGetDetectionInfo(HeuristicRule *const **out_table, uint32_t *out_count);
+typedef uint32_t (*HeurGetDetectionInfoFunction)(HeuristicRule *const **out_table, uint32_t *out_count);
 
 TAVRIK_EXTERN_C_END
 

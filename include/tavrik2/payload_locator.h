@@ -6,7 +6,9 @@
 #include "file_stream.h"
 #include "section_header.h"
 
-/* The COFF file header. */
+TAVRIK_PACKED_BEGIN
+
+/* The COFF file header, as it is in the file. */
 typedef struct TAVRIK_PACKED FileHeader {
     uint16_t Machine;
     uint16_t NumberOfSections;
@@ -18,7 +20,9 @@ typedef struct TAVRIK_PACKED FileHeader {
 } FileHeader;
 
 /* The host's optional-header record: the 64-bit (PE32+) shape, also for 32-bit images, whose image-base slot holds
- * ImageBase in its low half and BaseOfData in its high half. */
+ * ImageBase in its low half and BaseOfData in its high half, and whose four stack and heap sizes are widened. For a
+ * PE32+ image it is the header as it is in the file. Magic stays the file's; any other magic than that of PE32+ (0x20B)
+ * is best read as PE32. What the file does not have is zero. */
 typedef struct TAVRIK_PACKED OptionalHeader {
     uint16_t Magic;
     uint8_t MajorLinkerVersion;
@@ -52,9 +56,13 @@ typedef struct TAVRIK_PACKED OptionalHeader {
     uint32_t NumberOfRvaAndSizes;
 } OptionalHeader;
 
-/* The data directories as (VirtualAddress, Size) pairs: word 2k and word 2k + 1 belong to directory k. */
+/* The data directories as (VirtualAddress, Size) pairs: word 2k and word 2k + 1 belong to directory k. All 32 words are
+ * there, whatever the file says; a directory that the file does not have is zero: one at or beyond NumberOfRvaAndSizes,
+ * one that SizeOfOptionalHeader has no room for (0 counts as room for all), and one cut off by the end of the file. */
 #define DATA_DIRECTORY_WORDS 32
-/* The entry-point bytes that locators may read; the host supplies at least these. */
+/* The entry-point bytes that locators may read. All are there: zero where the file ends before, or where nothing maps
+ * the address. The address is mapped by the section that holds it and has raw data (the last such in the table); below
+ * all sections the file offset is the address. */
 #define ENTRY_CODE_BYTES 22
 
 /* What a locator found. */
@@ -73,16 +81,23 @@ typedef struct TAVRIK_PACKED LocatorResult {
 
 /* A locator: recognises one or a few builds by their headers and finds the payload in the file.
  *
- * stream         the host's stream; its position afterwards is unspecified
+ * stream         the host's stream over the open file; its position afterwards is unspecified
  * handle         the host's handle of the open file
- * file_size      in bytes; offsets are compared with it as signed values
- * data_dirs      DATA_DIRECTORY_WORDS words, read only
- * first_section  the header of the image's first code section, as the host picks it
- * last_section   the last header of the section table
+ * file_size      in bytes; offsets are compared with it as signed values, so files of 2 GiB and more cannot be asked
+ * about data_dirs      DATA_DIRECTORY_WORDS words, read only first_section  ask each locator twice where this gives two
+ * headers: with the first header of the section table, and with that of the section whose addresses, max(VirtualSize,
+ * SizeOfRawData) long, hold BaseOfCode (the last such in the table). Locators are written for either: most for the
+ * first header, those for packed files whose first section has no raw data for the other one. Either alone loses
+ * findings. The same finding may come from both. Zeros for a file without sections; not null last_section   the last
+ * header of the table of NumberOfSections headers that lies wholly in the file; zeros when there is none; not null
  * entry_code     at least ENTRY_CODE_BYTES bytes from the entry point
  * result         the caller's; written on a match only
  *
- * Returns 1 on a match, else 0. Keeps no state; owns nothing that it is given. */
+ * Returns 1 on a match, else 0. Keeps no state; owns nothing that it is given; no pointer may be null. The records may
+ * hold any values and the stream any bytes: hostile files are what it is for. Any number of threads may call any
+ * locators at once, each with a stream of its own; they need no initialisation. Each entry is a test of its own: call
+ * all of them, since several may find payloads, at the same offset too. Nearly every call ends at the records, without
+ * a call of the stream; where one reads, it reads a few blocks or the rest of the file in blocks. */
 typedef int (*PayloadLocator)(FileStream *stream, uint32_t handle, int32_t file_size, const uint32_t *data_dirs,
                               const FileHeader *file_header, const OptionalHeader *opt_header,
                               const SectionHeader *first_section, const SectionHeader *last_section,
@@ -90,7 +105,7 @@ typedef int (*PayloadLocator)(FileStream *stream, uint32_t handle, int32_t file_
 
 typedef struct TAVRIK_PACKED LocatorTableEntry {
     PayloadLocator locator;
-    uint32_t flags; /* for the host; the module does not read it */
+    uint32_t flags; /* for the host; the module does not read it; no bit of it keeps the entry from being called */
 } LocatorTableEntry;
 
 #define LOCATOR_COUNT 50
@@ -101,12 +116,15 @@ typedef struct TAVRIK_PACKED LocatorTableImage {
     uint32_t count; /* LOCATOR_COUNT */
 } LocatorTableImage;
 
+TAVRIK_PACKED_END
+
 TAVRIK_EXTERN_C_BEGIN
 
 /* Hands out the locator table in place: the address of its first entry and the number of entries (50).
  * Returns 1; 0 when an argument is null, and then writes nothing. Works before initialisation. The table is the
- * module's and stays valid while the module is loaded. */
+ * module's and stays valid while the module is loaded. Any thread. */
 TAVRIK_API uint32_t HeurGetLocatorTable(const LocatorTableEntry **out_table, uint32_t *out_count);
+typedef uint32_t (*HeurGetLocatorTableFunction)(const LocatorTableEntry **out_table, uint32_t *out_count);
 
 TAVRIK_EXTERN_C_END
 

@@ -4,6 +4,8 @@
 
 #include "abi.h"
 
+TAVRIK_PACKED_BEGIN
+
 typedef struct TAVRIK_PACKED SectionHeader {
     uint8_t Name[8]; /* NUL-padded; no NUL when all 8 bytes are used */
     uint32_t VirtualSize;
@@ -16,6 +18,8 @@ typedef struct TAVRIK_PACKED SectionHeader {
     uint16_t NumberOfLinenumbers;
     uint32_t Characteristics;
 } SectionHeader;
+
+TAVRIK_PACKED_END
 
 TAVRIK_ASSERT_SIZE(SectionHeader, 40);
 TAVRIK_ASSERT_OFFSET(SectionHeader, Name, 0);

@@ -8,7 +8,6 @@ constexpr uint32_t kLolydaRule = 147;       // TrojanPWS.Lolyda.AT5
 constexpr uint32_t kAutorunRule = 173;      // Worm.Autorun.LD4
 constexpr uint32_t kVbDownloaderRule = 175; // TrojanDownloader.VB.ac3
 
-constexpr uint32_t kOpenForCleaning = 0x8002;
 constexpr uint32_t kCleanableCode = 7422;
 
 bool IsCleanable(uint32_t rule_id) {
@@ -16,7 +15,7 @@ bool IsCleanable(uint32_t rule_id) {
 }
 
 bool CanBeOpened(FileStream *stream, const void *file_name) {
-    const uint32_t handle = stream->operations->Open(stream, file_name, kOpenForCleaning, 0);
+    const uint32_t handle = stream->operations->Open(stream, file_name, OPEN_FOR_CLEANING, 0);
     if (handle == FILE_NOT_OPENED)
         return false;
     stream->operations->Close(stream, handle);
