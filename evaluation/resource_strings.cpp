@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/characters.h"
+#include "base/utf8.h"
 #include "pe/manifest.h"
 #include "rules/names.h"
 
@@ -156,7 +157,7 @@ std::optional<std::string> ResourceStrings::TableText(std::size_t resource, uint
         if (i == key % pe::kStringsOfBlock) {
             // UTF-8 has no fewer bytes than UTF-16 has units.
             std::u16string text(std::min<std::size_t>(*length, longest + 1), u'\0');
-            return bytes_.Read(at + 2, text.data(), 2 * text.size()) ? pe::Utf8Of(text) : std::nullopt;
+            return bytes_.Read(at + 2, text.data(), 2 * text.size()) ? base::Utf8Of(text) : std::nullopt;
         }
         at = end;
     }

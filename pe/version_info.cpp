@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/utf8.h"
 #include "pe/format.h"
 
 namespace tavrik::pe {
@@ -88,8 +89,8 @@ private:
         std::u16string value;
         for (std::size_t at = block.value; at + 1 < block.end; at += 2)
             value += static_cast<char16_t>(WordAt(bytes_, at));
-        const std::optional<std::string> key = Utf8Of(block.key);
-        std::optional<std::string> text = Utf8Of(value);
+        const std::optional<std::string> key = base::Utf8Of(block.key);
+        std::optional<std::string> text = base::Utf8Of(value);
         if (key && text)
             info_.strings.emplace_back(*key, std::move(*text));
     }
@@ -110,38 +111,6 @@ private:
 
 VersionInfo ReadVersionInfo(std::span<const uint8_t> bytes) {
     return Reader(bytes).Read();
-}
-
-std::optional<std::string> Utf8Of(std::u16string_view text) {
-    text = text.substr(0, text.find(u'\0'));
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        uint32_t code = text[i];
-        if (code >= 0xDC00 && code <= 0xDFFF)
-            return std::nullopt;
-        if (code >= 0xD800 && code <= 0xDBFF) {
-            if (i + 1 == text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF)
-                return std::nullopt;
-            code = 0x10000 + ((code - 0xD800) << 10) + (text[++i] - 0xDC00u);
-        }
-        const auto add = [&](uint32_t byte) { out += static_cast<char>(byte); };
-        if (code < 0x80) {
-            add(code);
-        } else if (code < 0x800) {
-            add(0xC0 | code >> 6);
-            add(0x80 | (code & 0x3F));
-        } else if (code < 0x10000) {
-            add(0xE0 | code >> 12);
-            add(0x80 | (code >> 6 & 0x3F));
-            add(0x80 | (code & 0x3F));
-        } else {
-            add(0xF0 | code >> 18);
-            add(0x80 | (code >> 12 & 0x3F));
-            add(0x80 | (code >> 6 & 0x3F));
-            add(0x80 | (code & 0x3F));
-        }
-    }
-    return out;
 }
 
 } // namespace tavrik::pe

@@ -4,10 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,9 +23,6 @@ struct VersionInfo {
 
 /** Reads a version resource of any content. */
 VersionInfo ReadVersionInfo(std::span<const uint8_t> bytes);
-
-/** UTF-8 of a UTF-16 text up to its first NUL; nothing when it has an unpaired surrogate. */
-std::optional<std::string> Utf8Of(std::u16string_view text);
 
 } // namespace tavrik::pe
 

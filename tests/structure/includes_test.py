@@ -32,7 +32,9 @@ ALLOWED = {
     "rules/analysis": ["base", "pe", "rules", "rules/text"],
     "rules/yara": ["base", "pe", "rules"],
     "evaluation": ["include/tavrik2", "base", "pe", "rules", "rules/text", "rules/record"],
-    "scanner": ["include/tavrik2", "tavrik2", "tavrik2/locators", "base", "pe", "rules", "evaluation"],
+    "scanner/payloads": ["include/tavrik2", "base"],
+    "scanner": ["include/tavrik2", "tavrik2", "tavrik2/locators", "base", "pe", "rules", "evaluation",
+                "scanner/payloads"],
     "database/profile": ["include/tavrik2", "base", "rules"],
     "database/name_compiler": ["base", "tavrik2/rules"],
     "database/generator": ["include/tavrik2", "base", "pe", "pe/builder", "rules", "rules/text", "database/profile"],
@@ -42,7 +44,7 @@ ALLOWED = {
     "tools/tavrik-rules": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "rules/analysis",
                            "rules/yara", "evaluation", "database/profile", "database/generator"],
     "tools/tavrik-samples": ["base", "samples"],
-    "tools/tavrik-scan": ["include/tavrik2", "base", "evaluation", "scanner"],
+    "tools/tavrik-scan": ["include/tavrik2", "base", "evaluation", "scanner", "scanner/payloads"],
 }
 # These may include anything; nothing may include them.
 OUTSIDE = ["tests", "bench", "fuzz", "cmake"]
@@ -58,6 +60,7 @@ NAMESPACES = {
     "rules/yara": "tavrik::rules::yara",
     "evaluation": "tavrik::evaluation",
     "scanner": "tavrik::scanner",
+    "scanner/payloads": "tavrik::scanner::payloads",
     "database/profile": "tavrik::profile",
     "database/name_compiler": "tavrik::name_compiler",
     "database/generator": "tavrik::generator",

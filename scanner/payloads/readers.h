@@ -1,0 +1,36 @@
+/* The readers of the single formats, behind ReadExtent. */
+#ifndef TAVRIK_SCANNER_PAYLOADS_READERS_H
+#define TAVRIK_SCANNER_PAYLOADS_READERS_H
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "base/byte_source.h"
+#include "scanner/payloads/extent.h"
+
+namespace tavrik::scanner::payloads {
+
+/** Longer payloads than this (in bytes) are those of damaged headers; it keeps sums of offsets and lengths within 64
+ * bits. */
+inline constexpr uint64_t kLongestPayload = uint64_t{1} << 48;
+
+/** The extent of `length` bytes at `offset`, as much of it present as the source has. */
+inline Extent MakeExtent(const base::ByteSource &source, Format format, std::string description, uint64_t offset,
+                         uint64_t length) {
+    const uint64_t rest = source.size() > offset ? source.size() - offset : 0;
+    const uint64_t present = std::min(length, rest);
+    return {format, std::move(description), offset, length, present, present == length, false};
+}
+
+/** The cabinet whose first byte is at `offset`; nothing when there is none. So for the other formats. */
+std::optional<Extent> ReadCabinetExtent(base::ByteSource &source, uint64_t offset);
+std::optional<Extent> ReadRarExtent(base::ByteSource &source, uint64_t offset);
+std::optional<Extent> ReadAutoItExtent(base::ByteSource &source, uint64_t offset);
+std::optional<Extent> ReadNsisExtent(base::ByteSource &source, uint64_t offset);
+
+} // namespace tavrik::scanner::payloads
+
+#endif
