@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/file_bytes.h"
+#include "scanner/payloads/nsis_script.h"
 #include "scanner/payloads/readers.h"
 
 namespace tavrik::scanner::payloads {
@@ -29,7 +30,7 @@ constexpr uint32_t kLengthOfLength = 4;
 // What the start of a compressed block shows.
 struct Signature {
     NsisMethod method;
-    bool has_filter;
+    bool has_filter_byte;
 };
 
 // LZMA begins with its properties, usually behind a byte that tells whether a filter was used; bzip2 with '1' and the
@@ -41,7 +42,7 @@ Signature SignatureOf(std::span<const uint8_t, 8> bytes) {
     for (const std::size_t place : {0u, 1u})
         if (bytes[place] == kUsualProperties && bytes[place + 1] == 0 && bytes[place + 2] == 0 &&
             bytes[place + 5] == 0 && (place == 0 || bytes[0] <= 1))
-            return {NsisMethod::Lzma, place == 1 && bytes[0] == 1};
+            return {NsisMethod::Lzma, place == 1};
     if (bytes[0] == kBzip2Begin && bytes[1] < kBzip2Below)
         return {NsisMethod::Bzip2, false};
     return {NsisMethod::Deflate, false};
@@ -83,21 +84,24 @@ std::optional<NsisArchive> ReadNsisArchive(base::ByteSource &source, uint64_t of
     } else if (solid.method == NsisMethod::Deflate && (first & kIsCompressed) != 0 && fits) {
         const Signature block = SignatureOf(view.last<8>());
         archive.method = block.method;
-        archive.has_filter = block.has_filter;
+        archive.has_filter_byte = block.has_filter_byte;
     } else {
         archive.is_solid = true;
         archive.method = solid.method;
-        archive.has_filter = solid.has_filter;
+        archive.has_filter_byte = solid.has_filter_byte;
     }
     return archive;
 }
 
 std::optional<Extent> ReadNsisExtent(base::ByteSource &source, uint64_t offset) {
-    const std::optional<NsisArchive> archive = ReadNsisArchive(source, offset);
+    std::optional<NsisArchive> archive = ReadNsisArchive(source, offset);
     if (!archive)
         return std::nullopt;
+    const OpenedNsisScript opened = OpenNsisScript(source, *archive);
+    const std::optional<NsisScript> script = ParseNsisScript(opened.bytes);
     constexpr const char *kNames[] = {"not compressed", "zlib", "LZMA", "bzip2"};
-    std::string description = std::string("NSIS, ") + kNames[static_cast<std::size_t>(archive->method)];
+    std::string description = script ? script->version : "NSIS";
+    description += std::string(", ") + kNames[static_cast<std::size_t>(archive->method)];
     if (archive->is_solid)
         description += " solid";
     return MakeExtent(source, Format::Nsis, std::move(description), offset, archive->length);
