@@ -7,12 +7,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <string_view>
+#include <sys/auxv.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "base/error.h"
+#include "base/module_path.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -54,6 +56,20 @@ void *DynamicLibrary::Symbol(const char *name) const {
 
 fs::path ProgramFolder() {
     return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
+fs::path BinaryFolder() {
+    // The loader knows a program by the name that it was started with, which is not always a path.
+    Dl_info own = {};
+    Dl_info program = {};
+    static const char kInside = 0;
+    const bool known = dladdr(&kInside, &own) != 0 && own.dli_fname != nullptr;
+    const auto headers = reinterpret_cast<const void *>(getauxval(AT_PHDR));
+    if (!known || (dladdr(headers, &program) != 0 && program.dli_fbase == own.dli_fbase))
+        return ProgramFolder();
+    std::error_code error;
+    const fs::path path = fs::canonical(own.dli_fname, error);
+    return error ? ProgramFolder() : path.parent_path();
 }
 
 std::string SystemPath(const fs::path &path) {

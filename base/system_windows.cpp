@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "base/error.h"
+#include "base/module_path.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -85,13 +86,30 @@ void *DynamicLibrary::Symbol(const char *name) const {
     return std::bit_cast<void *>(GetProcAddress(static_cast<HMODULE>(handle_), name));
 }
 
-fs::path ProgramFolder() {
+namespace {
+
+// The folder of a loaded module; null is the program.
+fs::path FolderOf(HMODULE module) {
     std::wstring path(MAX_PATH, L'\0');
     DWORD length = 0;
-    while ((length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))) == path.size())
+    while ((length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()))) == path.size())
         path.resize(path.size() * 2);
     path.resize(length);
     return fs::path(path).parent_path();
+}
+
+} // namespace
+
+fs::path ProgramFolder() {
+    return FolderOf(nullptr);
+}
+
+fs::path BinaryFolder() {
+    static const wchar_t kInside = 0;
+    HMODULE own = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, &kInside,
+                       &own);
+    return FolderOf(own);
 }
 
 std::string SystemPath(const fs::path &path) {

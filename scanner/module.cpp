@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "base/error.h"
+#include "base/module_path.h"
 #include "base/text.h"
 #include "scanner/unused.h"
 
@@ -83,7 +84,7 @@ base::DynamicLibrary Load(const fs::path &path) {
 } // namespace
 
 fs::path Module::DefaultPath() {
-    return base::ProgramFolder() / kModuleFileName;
+    return base::DefaultModulePath();
 }
 
 template <typename Function>

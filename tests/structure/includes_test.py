@@ -47,7 +47,7 @@ ALLOWED = {
     "tools/tavrik-scan": ["include/tavrik2", "base", "evaluation", "scanner", "scanner/payloads"],
 }
 # These may include anything; nothing may include them.
-OUTSIDE = ["tests", "bench", "fuzz", "cmake"]
+OUTSIDE = ["tests", "bench", "fuzz", "cmake", "examples"]
 
 NAMESPACES = {
     "base": "tavrik::base",

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "base/error.h"
+#include "base/module_path.h"
 #include "base/text.h"
 #include "rules/record/reader.h"
 #include "tools/tavrik-rules/rule_files.h"
@@ -22,7 +23,7 @@ base::Error Failure(const std::filesystem::path &module, const std::string &reas
 
 StoredModule::StoredModule(const std::string &module) {
     const std::filesystem::path path =
-        std::filesystem::absolute(module.empty() ? base::ProgramFolder() / "tavrik2.hbx" : base::PathOf(module));
+        std::filesystem::absolute(module.empty() ? base::DefaultModulePath() : base::PathOf(module));
     try {
         library_.emplace(path);
     } catch (const std::runtime_error &error) {
