@@ -143,6 +143,11 @@ CleanDecision Module::PreviewCleanAction(const fs::path &file, uint32_t code, ui
     return Ask(file, code, rule_id, stream);
 }
 
+CleanDecision Module::PreviewCleanAction(uint32_t code, uint32_t rule_id) const {
+    ModuleStream stream(ModuleStream::OpenAs::Nothing);
+    return Ask({}, code, rule_id, stream);
+}
+
 CleanDecision Module::Ask(const fs::path &file, uint32_t code, uint32_t rule_id, ModuleStream &stream) const {
     CleanContext context = {};
     context.stream = stream.stream();

@@ -28,7 +28,7 @@ public:
     Module(const Module &) = delete;
     Module &operator=(const Module &) = delete;
 
-    /** tavrik2.hbx in the folder of the running program. */
+    /** The module that belongs to the running program, see base::DefaultModulePath. */
     static std::filesystem::path DefaultPath();
 
     /** The payload locators, in place: valid as long as this object. */
@@ -44,6 +44,9 @@ public:
     /** The same for callers that only show the action: the file is opened for reading only, so that files that may not
      * be written get an answer too and none is touched. */
     CleanDecision PreviewCleanAction(const std::filesystem::path &file, uint32_t code, uint32_t rule_id) const;
+
+    /** The same for what is no file of its own, such as bytes in memory: it counts as one that can be opened. */
+    CleanDecision PreviewCleanAction(uint32_t code, uint32_t rule_id) const;
 
 private:
     template <typename Function>

@@ -35,6 +35,8 @@ uint32_t ModuleStream::Open(FileStream *stream, const void *file_name, uint32_t 
     const auto access = for_writing ? base::FileSource::Access::ReadWrite : base::FileSource::Access::Read;
     if (self.source_ != nullptr)
         return FILE_NOT_OPENED;
+    if (self.open_as_ == OpenAs::Nothing)
+        return kHandle;
     try {
         auto opened =
             std::make_unique<base::FileSource>(*static_cast<const std::filesystem::path *>(file_name), access);

@@ -25,8 +25,8 @@ public:
      * source is larger than kLargestFile. */
     explicit ModuleStream(base::ByteSource &source);
 
-    /** How a closed stream opens files for the module. */
-    enum class OpenAs { TheModuleAsks, ReadOnly };
+    /** How a closed stream opens files for the module; Nothing means that it opens none and says that it has. */
+    enum class OpenAs { TheModuleAsks, ReadOnly, Nothing };
 
     /** A closed stream; the module opens files with it. Its file names are `const std::filesystem::path *`. */
     explicit ModuleStream(OpenAs open_as) : open_as_(open_as) {}

@@ -49,8 +49,10 @@ std::string_view DetectionName(const HeuristicRule &rule) {
     return name.substr(0, name.find('\0'));
 }
 
-Scanner::Scanner(const Module &module, const ScanSettings &settings)
-    : module_(module), settings_(settings), index_(module.rules()) {}
+Scanner::Scanner(const Module &module, const ScanSettings &settings) : Scanner(module, module.rules(), settings) {}
+
+Scanner::Scanner(const Module &module, std::span<HeuristicRule *const> rules, const ScanSettings &settings)
+    : module_(module), rules_(rules), settings_(settings), index_(rules) {}
 
 FileReport Scanner::Scan(const std::filesystem::path &file, Profile *profile) const {
     FileReport report;
@@ -75,6 +77,14 @@ FileReport Scanner::Scan(const std::filesystem::path &file, Profile *profile) co
         report.status = ScanStatus::Failed;
         report.error = "not enough memory; scan fewer files at once (-j)";
     }
+    return report;
+}
+
+FileReport Scanner::Scan(base::ByteSource &source, const std::filesystem::path &name) const {
+    FileReport report; // without a name as long as it is examined: it is no file
+    report.size = source.size();
+    Examine(source, report, nullptr);
+    report.file = name;
     return report;
 }
 
@@ -119,8 +129,10 @@ void Scanner::Detect(evaluation::Features &features, const base::ByteSource &sou
         return;
     const StepTimer timer(profile, Step::CleanAction);
     for (const uint32_t position : matches) {
-        const HeuristicRule &rule = *module_.rules()[position];
-        const CleanDecision decision = module_.PreviewCleanAction(report.file, kCleanableFinding, rule.rule_id);
+        const HeuristicRule &rule = *rules_[position];
+        const CleanDecision decision = report.file.empty()
+                                           ? module_.PreviewCleanAction(kCleanableFinding, rule.rule_id)
+                                           : module_.PreviewCleanAction(report.file, kCleanableFinding, rule.rule_id);
         report.detections.push_back({rule.rule_id, DetectionName(rule), decision.action});
     }
 }

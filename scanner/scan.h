@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,9 +80,16 @@ public:
     /** The module must outlive the object. */
     explicit Scanner(const Module &module, const ScanSettings &settings = {});
 
+    /** With rules in place of the module's; these must outlive the object, too. */
+    Scanner(const Module &module, std::span<HeuristicRule *const> rules, const ScanSettings &settings);
+
     /** Scans a file, which is only read. Every failure is in the report. `profile`, if not null, measures
      * the steps. */
     FileReport Scan(const std::filesystem::path &file, Profile *profile = nullptr) const;
+
+    /** Scans what the source reads; the report calls it `name`. Its size and the time are the caller's to limit: the
+     * settings' limits do not apply. Throws std::bad_alloc. */
+    FileReport Scan(base::ByteSource &source, const std::filesystem::path &name) const;
 
 private:
     void Examine(base::ByteSource &source, FileReport &report, Profile *profile) const;
@@ -89,6 +97,7 @@ private:
                 Profile *profile) const;
 
     const Module &module_;
+    std::span<HeuristicRule *const> rules_;
     ScanSettings settings_;
     evaluation::RuleIndex index_;
 };
