@@ -18,15 +18,15 @@ constexpr uint64_t kTagLength = 8;
 constexpr uint64_t kChecksumLength = 16;
 constexpr uint64_t kFirstRecord = kTagOffset + kTagLength + kChecksumLength;
 constexpr std::string_view kMagic = "FILE";
-constexpr uint64_t kTimesLength = 16;
-constexpr uint64_t kChecksumOfData = 4;
 
 // How far behind the tag the closing one of an unknown build is searched for, in bytes.
 constexpr uint64_t kLongestUnknown = 64u << 20;
 
 constexpr AutoItGeneration kGenerations[] = {
-    {"EA06", Keystream::Kind::Rotating, true, true, false, 0x18EE, 0xADBC, 0xB33F, 0xF820, 0xF479, 0x87BC, 0x2477},
-    {"EA05", Keystream::Kind::Twister, false, false, true, 0x16FA, 0x29BC, 0xA25E, 0x29AC, 0xF25E, 0x45AA, 0x22AF},
+    {"EA06", Keystream::Kind::Rotating, true, true, false, 0x18EE, 0xADBC, 0xB33F, 0xF820, 0xF479, 0x87BC, 0xA685,
+     0x2477},
+    {"EA05", Keystream::Kind::Twister, false, false, true, 0x16FA, 0x29BC, 0xA25E, 0x29AC, 0xF25E, 0x45AA, 0xC3D2,
+     0x22AF},
 };
 
 bool IsMagic(const AutoItGeneration &generation, std::array<uint8_t, 4> word) {
@@ -133,22 +133,24 @@ std::optional<AutoItRecord> AutoItArchive::TakeRecord() {
     if (!text)
         return std::nullopt;
     record.path = std::move(*text);
-    const std::optional<uint8_t> compressed = bytes_.Get<uint8_t>(position_);
-    const std::optional<uint32_t> packed_size = bytes_.Get<uint32_t>(position_ + 1);
-    const std::optional<uint32_t> size = bytes_.Get<uint32_t>(position_ + 5);
-    // Of each time the higher word comes first: created, changed.
-    const uint64_t changed = position_ + 9 + kChecksumOfData + kTimesLength / 2;
-    const std::optional<uint32_t> high = bytes_.Get<uint32_t>(changed);
-    const std::optional<uint32_t> low = bytes_.Get<uint32_t>(changed + 4);
-    if (!low) {
+    constexpr uint64_t kLength = 29;
+    std::array<uint8_t, kLength> fields;
+    if (!bytes_.Read(position_, fields.data(), fields.size())) {
         end_ = End::Truncated;
         return std::nullopt;
     }
-    record.is_compressed = *compressed != 0;
-    record.packed_size = *packed_size ^ generation_->size_mask;
-    record.size = *size ^ generation_->size_mask;
-    record.time = UnixTime(uint64_t{*high} << 32 | *low);
-    record.offset = changed + kTimesLength / 2;
+    const auto word = [&fields](std::size_t place) {
+        uint32_t value;
+        std::memcpy(&value, fields.data() + place, sizeof(value));
+        return value;
+    };
+    record.is_compressed = fields[0] != 0;
+    record.packed_size = word(1) ^ generation_->size_mask;
+    record.size = word(5) ^ generation_->size_mask;
+    record.checksum = word(9) ^ generation_->checksum_mask;
+    // Two times, created and changed; of each the higher word comes first.
+    record.time = UnixTime(uint64_t{word(21)} << 32 | word(25));
+    record.offset = position_ + kLength;
     position_ = record.offset + record.packed_size;
     return record;
 }

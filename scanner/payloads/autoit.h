@@ -29,6 +29,7 @@ struct AutoItGeneration {
     uint32_t path_mask;
     uint32_t path_seed;
     uint32_t size_mask;
+    uint32_t checksum_mask;
     uint32_t data_seed;
 };
 
@@ -39,6 +40,7 @@ struct AutoItRecord {
     bool is_compressed = false;
     uint32_t packed_size = 0;
     uint32_t size = 0;           // unpacked
+    uint32_t checksum = 0;       // Adler-32 of the packed data
     std::optional<int64_t> time; // of the last change, in seconds since 1970 UTC
     uint64_t offset = 0;         // of the data, in the source
 };

@@ -1,5 +1,7 @@
 #include "scanner/payloads/autoit_container.h"
 
+#include <algorithm>
+#include <span>
 #include <utility>
 
 #include "scanner/payloads/autoit.h"
@@ -19,6 +21,33 @@ std::string PathOf(const AutoItRecord &record, const AutoItGeneration &generatio
         return "unnamed";
     return record.kind.substr(begin, record.kind.find_last_not_of('<') + 1 - begin);
 }
+
+/** Adler-32, over pieces. */
+class Adler32 {
+public:
+    void Add(std::span<const uint8_t> bytes) {
+        constexpr uint32_t kPrime = 65521;
+        constexpr std::size_t kMostAtOnce = 5552; // before the sums need more than 32 bits
+        length_ += bytes.size();
+        while (!bytes.empty()) {
+            const std::size_t count = std::min(bytes.size(), kMostAtOnce);
+            for (const uint8_t byte : bytes.first(count)) {
+                low_ += byte;
+                high_ += low_;
+            }
+            low_ %= kPrime;
+            high_ %= kPrime;
+            bytes = bytes.subspan(count);
+        }
+    }
+    uint32_t value() const { return high_ << 16 | low_; }
+    uint64_t length() const { return length_; }
+
+private:
+    uint32_t low_ = 1;
+    uint32_t high_ = 0;
+    uint64_t length_ = 0;
+};
 
 class AutoItContainer final : public Container {
 public:
@@ -48,8 +77,11 @@ public:
         if (decoder_ == nullptr)
             return 0;
         const std::size_t count = decoder_->Read(buffer, length);
-        if (count == 0)
+        if (count == 0) {
             member_error_ = decoder_->error();
+            if (member_error_.empty() && checksum_.length() == packed_size_ && checksum_.value() != expected_)
+                member_error_ = "its checksum is wrong: the data are damaged";
+        }
         return count;
     }
 
@@ -59,10 +91,16 @@ public:
 private:
     void Open(const AutoItRecord &record) {
         const AutoItGeneration &generation = *archive_.generation();
-        Input input(source_, record.offset, record.offset + record.packed_size,
-                    [stream = Keystream(generation.keystream, archive_.data_seed())](std::span<uint8_t> piece) mutable {
-                        stream.Apply(piece);
-                    });
+        checksum_ = {};
+        packed_size_ = record.packed_size;
+        expected_ = record.checksum;
+        // The container outlives the decoder.
+        Input input(
+            source_, record.offset, record.offset + record.packed_size,
+            [this, stream = Keystream(generation.keystream, archive_.data_seed())](std::span<uint8_t> piece) mutable {
+                stream.Apply(piece);
+                checksum_.Add(piece);
+            });
         if (record.is_compressed)
             decoder_ = std::make_unique<AutoItUnpacker>(std::move(input), generation.is_literal_set);
         else
@@ -71,6 +109,9 @@ private:
 
     base::ByteSource &source_;
     AutoItArchive archive_;
+    Adler32 checksum_; // of the member's packed data, as far as they have been read
+    uint64_t packed_size_ = 0;
+    uint32_t expected_ = 0;
     std::unique_ptr<Decoder> decoder_;
     std::string member_error_;
     std::string error_;

@@ -150,11 +150,13 @@ void Inflate::StartStored() {
         return;
     if (stored_ != Stored::Plain) {
         Fill(16);
+        if (bit_count_ < 16 && left_ > 1)
+            return Fail(kEndsEarly);
         const bool has_complement = bit_count_ >= 16 && (bits_ & 0xFFFF) == (left_ ^ 0xFFFF);
         if (has_complement)
             Bits(16);
         else if (stored_ == Stored::WithComplement)
-            return Fail(bit_count_ < 16 ? kEndsEarly : kIsDamaged);
+            return Fail(kIsDamaged);
         stored_ = has_complement ? Stored::WithComplement : Stored::Plain;
     }
     state_ = State::Stored;

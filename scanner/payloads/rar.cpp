@@ -79,6 +79,7 @@ std::optional<Block> ReadBlock(base::FileBytes &bytes, uint64_t offset) {
 std::optional<Walk> WalkBlocks(base::FileBytes &bytes, uint64_t offset) {
     Walk walk;
     walk.end = offset;
+    walk.wants_end_block = true; // unless a file is of an old version
     for (std::size_t count = 0; count < kMostBlocks; ++count) {
         const std::optional<Block> block = ReadBlock(bytes, walk.end);
         if (count == 0 && (!block || block->type != kMain || block->length < kShortestMain))
@@ -91,7 +92,8 @@ std::optional<Walk> WalkBlocks(base::FileBytes &bytes, uint64_t offset) {
             break;
         }
         walk.has_encrypted_files |= block->type == kFile && (block->flags & kFileEncrypted) != 0;
-        walk.wants_end_block |= block->is_of_version3;
+        if (block->type == kFile)
+            walk.wants_end_block = block->is_of_version3;
         walk.has_end_block = block->type == kEnd;
         if (walk.has_end_block || walk.end >= bytes.size())
             break;
@@ -124,12 +126,14 @@ public:
 
     uint64_t offset() const { return offset_; }
     bool failed() const { return failed_; }
+    bool ran_out() const { return ran_out_; } // failed since the source ends
 
     uint64_t Next() {
         uint64_t value = 0;
         for (int i = 0; i < kLongestNumber && !failed_; ++i) {
             const std::optional<uint8_t> byte = bytes_.Get<uint8_t>(offset_);
-            if (!byte)
+            ran_out_ = !byte.has_value();
+            if (ran_out_)
                 break;
             ++offset_;
             value |= uint64_t{*byte & 0x7Fu} << 7 * i;
@@ -144,6 +148,7 @@ private:
     base::FileBytes &bytes_;
     uint64_t offset_;
     bool failed_ = false;
+    bool ran_out_ = false;
 };
 
 struct Block {
@@ -173,13 +178,14 @@ std::optional<Block> ReadBlock(base::FileBytes &bytes, uint64_t offset) {
     const uint64_t header = numbers.offset();
     const uint64_t type = numbers.Next();
     const uint64_t flags = numbers.Next();
-    if (numbers.failed() || header_size == 0 || header_size > kLongestHeader || type == 0 || type > kEnd)
-        return std::nullopt;
-    const uint64_t end = header + header_size;
     const uint64_t extra_size = (flags & kHasExtra) != 0 ? numbers.Next() : 0;
     const uint64_t data_size = (flags & kHasData) != 0 ? numbers.Next() : 0;
-    if (numbers.failed() || extra_size > header_size || data_size > kLongestPayload)
+    if (numbers.ran_out())
+        return Block{0, bytes.size() - offset + 1, false}; // it ends somewhere behind the source
+    if (numbers.failed() || header_size == 0 || header_size > kLongestHeader || type == 0 || type > kEnd ||
+        extra_size > header_size || data_size > kLongestPayload)
         return std::nullopt;
+    const uint64_t end = header + header_size;
     const bool is_encrypted = type == kFile && HasEncryptionRecord(bytes, end - extra_size, end);
     return Block{type, end - offset + data_size, is_encrypted};
 }
