@@ -10,12 +10,16 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 # The module runs nothing at its start: a constructor or destructor of a global would.
 MODULE = ("tavrik2/", "platform/", "companions/")
+BATCH = 12  # sources that clang-tidy reads as one
+# What findings are wanted of beside the file that is named: a batch includes its sources.
+OURS = re.search(r"^HeaderFilterRegex: '(.*)'$", (ROOT / ".clang-tidy").read_text(), re.M)[1].replace("h|def", "h|def|c|cc|cpp")
 NO_INITIALISERS = ["-Wglobal-constructors", "-Wexit-time-destructors", "-Werror"]
 
 
@@ -39,21 +43,57 @@ def compiled(build):
     return commands
 
 
-def by_clang(command):
-    """The same compilation with clang, without output."""
+def options(command):
+    """The compiler's options, without what says what is read and written."""
     words = shlex.split(command["command"])
     while words[0].rsplit("/", 1)[-1] in ("ccache", "sccache"):
         words.pop(0)
-    words[0] = "clang-14" if command["file"].endswith(".c") else "clang++-14"
-    words[words.index("-o") + 1] = os.devnull
-    for option in ("-MT", "-MF"):
+    for option in ("-o", "-MT", "-MF"):
         if option in words:
             del words[words.index(option):words.index(option) + 2]
-    return [word for word in words if word != "-MD"] + NO_INITIALISERS
+    return [word for word in words[1:] if word not in ("-MD", "-c", command["file"])]
+
+
+def by_clang(command):
+    """The same compilation with clang, without output."""
+    compiler = "clang-14" if command["file"].endswith(".c") else "clang++-14"
+    return [compiler, *options(command), "-c", command["file"], "-o", os.devnull, *NO_INITIALISERS]
+
+
+def batches(build, names, commands):
+    """Sources of one folder and the same options, up to BATCH of them in a file that includes them: the headers that they
+    share, most of the work, are read once."""
+    groups = {}
+    for name in names:
+        key = (os.path.dirname(name), name.endswith(".c"), tuple(options(commands[name])), commands[name]["directory"])
+        groups.setdefault(key, []).append(name)
+    folder = build / "tidy"
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir()
+    for (place, is_c, words, directory), group in groups.items():
+        parts = -(-len(group) // BATCH)
+        for part in range(parts):
+            chosen = group[part::parts]
+            if len(chosen) == 1:
+                yield chosen, ["clang-tidy-14", "-p", str(build), "--quiet", chosen[0]], ROOT
+                continue
+            batch = folder / f"{place.replace('/', '_')}_{len(list(folder.iterdir()))}.{'c' if is_c else 'cpp'}"
+            batch.write_text("".join(f'#include "{ROOT / name}" // NOLINT(bugprone-suspicious-include)\n' for name in chosen))
+            yield chosen, ["clang-tidy-14", "--quiet", f"--config-file={ROOT / '.clang-tidy'}", f"--header-filter={OURS}",
+                           str(batch), "--", *words], directory
+
+
+def tidy(build, names, command, folder):
+    """A batch's findings; those of each source where they cannot be compiled as one, for a name that two of them have."""
+    code, output = run(command, folder)
+    if len(names) > 1 and "[clang-diagnostic-error]" in output:
+        results = [run(["clang-tidy-14", "-p", str(build), "--quiet", name], ROOT) for name in names]
+        return max(code for code, _ in results), "".join(output for _, output in results)
+    return code, output
 
 
 def jobs(build, chosen, with_tidy):
-    """(what a failure is called, command, folder)"""
+    """(what a failure is called, how many sources, function, its arguments)"""
     sources = tracked("*.h", "*.c", "*.cc", "*.cpp")
     commands = compiled(build)
     ours = [name for name in commands if name in sources]
@@ -61,14 +101,14 @@ def jobs(build, chosen, with_tidy):
     if chosen:
         sources, ours, generated = ([name for name in names if name in chosen] for names in (sources, ours, []))
     else:
-        yield "format", ["clang-format-14", "--dry-run", "-Werror", *sources], ROOT
+        yield "format", len(sources), run, (["clang-format-14", "--dry-run", "-Werror", *sources], ROOT)
     # The longest ones first, so that no core waits at the end.
-    tidied = sorted(ours, key=lambda name: (not name.startswith("tests/"), -(ROOT / name).stat().st_size))
-    for name in tidied if with_tidy else []:
-        yield "clang-tidy", ["clang-tidy-14", "-p", str(build), "--quiet", name], ROOT
+    tidied = sorted(batches(build, ours, commands) if with_tidy else [], key=lambda batch: -len(batch[0]))
+    for names, command, folder in tidied:
+        yield "clang-tidy", len(names), tidy, (build, names, command, folder)
     for name in ours + generated:
         if name.startswith(MODULE) or name in generated:
-            yield "clang", by_clang(commands[name]), commands[name]["directory"]
+            yield "clang", 1, run, (by_clang(commands[name]), commands[name]["directory"])
 
 
 def main():
@@ -77,11 +117,12 @@ def main():
     chosen = [name for name in chosen if name != "--without-tidy"]
     counts, shown = {}, set()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        started = [(label, pool.submit(run, command, folder)) for label, command, folder in jobs(build, chosen, with_tidy)]
-        for label, future in started:
+        started = [(label, size, pool.submit(function, *arguments))
+                   for label, size, function, arguments in jobs(build, chosen, with_tidy)]
+        for label, size, future in started:
             code, output = future.result()
             done, failed = counts.get(label, (0, 0))
-            counts[label] = (done + 1, failed + (code != 0))
+            counts[label] = (done + size, failed + (code != 0))
             # A finding in a header comes once for every file that includes it.
             for block in re.split(r"^(?=\S+:\d+:\d+: (?:error|warning))", output, flags=re.M) if code != 0 else []:
                 block = re.sub(r"^\d+ warnings?.* generated\.\n|^Suppressed .*\n|^\d+ warnings? treated as errors?\n", "", block,
