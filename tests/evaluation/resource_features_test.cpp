@@ -161,6 +161,7 @@ TEST(ResourceStrings, ReadVersionResources) {
 
     // Any length may be wrong: what is read ends with the block around it.
     const Bytes whole = info.Lay();
+    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t *>(&whole[6])), u"VS_VERSION_INFO");
     for (std::size_t place = 0; place + 2 <= whole.size(); place += 2)
         for (const int wrong : {0x0000, 0x0005, 0x0007, 0xFFFF}) {
             Bytes bytes = whole;

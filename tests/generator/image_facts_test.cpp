@@ -7,13 +7,17 @@
 
 #include <gtest/gtest.h>
 
+#include "database/generator/generator.h"
 #include "database/generator/image_facts.h"
 #include "database/generator/plan.h"
 #include "database/generator/specimen.h"
 #include "database/generator/written_rules.h"
+#include "database/profile/profile.h"
 #include "evaluation/features.h"
 #include "evaluation/measures.h"
+#include "evaluation/rule_index.h"
 #include "rules/names.h"
+#include "rules/record/record_builder.h"
 #include "rules/regions.h"
 
 namespace tavrik::tests {
@@ -164,6 +168,23 @@ TEST(ImageFacts, ShowWhatTheirPlanAsksFor) {
         EXPECT_EQ(facts.ObjectCount() > 0, plan.IsVisualBasic());
         for (const generator::Mark &mark : specimen.marks)
             EXPECT_LE(mark.offset + mark.length * (mark.is_wide ? 2 : 1), specimen.image.size());
+    }
+}
+
+TEST(Generator, MeetsTheProfileWithRulesThatFindTheirSpecimensAlone) {
+    const rules::RuleSet written = generator::WrittenRules();
+    const generator::Generator generator(written);
+    const rules::RuleSet database = generator.Rules();
+    for (const profile::FactResult &fact : profile::CheckProfile(database))
+        EXPECT_EQ(fact.actual, fact.expected) << fact.name;
+    ASSERT_EQ(database.rules.size(), generator.size());
+    const rules::record::RecordSet records(database);
+    const evaluation::RuleIndex index(records.rules());
+    for (uint32_t place = 0; place < generator.size(); place += 37) {
+        const std::vector<uint8_t> image = *generator.SpecimenImage(place);
+        base::MemorySource source(image);
+        evaluation::Features features(source);
+        EXPECT_EQ(index.Match(features), std::vector<uint32_t>{place});
     }
 }
 

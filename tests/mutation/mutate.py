@@ -27,7 +27,18 @@ import faults
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HERE = pathlib.Path(__file__).resolve().parent
 WORK = ROOT / "build" / "mutate"
-FLAGS = "-O1 -g0 -w"  # without warnings: a fault counts though the compiler warns of it
+PRESET = "linux-release"  # with a shared ccache, what a developer's own build has compiled is not compiled again
+# Compiles files with a fault faster than others, and without warnings: a fault counts though the compiler warns of it.
+LAUNCHER = """#!/bin/sh
+changed=
+read -r changed 2>/dev/null <"$0.changed"
+case "$changed" in
+'') ;;
+*.cpp | *.c) case " $* " in *"/$changed "*) set -- "$@" -O1 -g0 -w ;; esac ;;
+*) set -- "$@" -O1 -g0 -w ;;
+esac
+exec {cache} "$@"
+"""
 SLOW_SECONDS = 0.5  # a test that takes longer runs after all others have passed
 BUILD_CPU_SECONDS = 300  # of one process
 BUILD_SECONDS = 1800
@@ -46,16 +57,17 @@ def tracked_files():
     return sorted(name for name in listed.split("\0") if name and (ROOT / name).is_file())
 
 
-def run(command, folder, seconds, cpu_seconds):
-    """Runs a command in a process group of its own: (exit code or None when it took too long, its output)."""
+def run(command, worker, seconds, cpu_seconds):
+    """Runs a command in a build folder and in a process group of its own: (exit code or None when it took too long, its
+    output)."""
     def limit():
         resource.setrlimit(resource.RLIMIT_CPU, (int(cpu_seconds), int(cpu_seconds) + 5))
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         resource.setrlimit(resource.RLIMIT_AS, (MEMORY_BYTES, MEMORY_BYTES))
 
-    environment = dict(os.environ, TMPDIR=str(folder / "tmp"), CCACHE_BASEDIR=str(WORK), CCACHE_NOHASHDIR="1")
-    (folder / "tmp").mkdir(exist_ok=True)
-    with subprocess.Popen(command, cwd=folder / "build", env=environment, stdout=subprocess.PIPE,
+    environment = dict(os.environ, TMPDIR=str(worker.folder / "tmp"), CCACHE_BASEDIR=str(worker.tree), CCACHE_NOHASHDIR="1")
+    (worker.folder / "tmp").mkdir(exist_ok=True)
+    with subprocess.Popen(command, cwd=worker.build_folder, env=environment, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, start_new_session=True,
                           preexec_fn=limit) as process:
         Worker.groups.add(process.pid)
@@ -81,7 +93,8 @@ class Worker:
 
     def __init__(self, number, jobs):
         self.folder = WORK / f"worker{number}"
-        self.tree, self.build_folder, self.jobs = self.folder / "tree", self.folder / "build", jobs
+        self.tree, self.launcher, self.jobs = self.folder / "tree", self.folder / "compile", jobs
+        self.build_folder = self.tree / "build" / PRESET
 
     def prepare(self, names):
         """Brings the copy of the sources up to date, and configures the build once."""
@@ -94,19 +107,26 @@ class Worker:
                 shutil.copymode(ROOT / name, copy)
         wanted = set(names)
         for path in list(self.tree.rglob("*")):
-            if path.is_file() and str(path.relative_to(self.tree)) not in wanted:
+            name = str(path.relative_to(self.tree))
+            if path.is_file() and name not in wanted and not name.startswith("build/"):
                 path.unlink()
-        self.build_folder.mkdir(exist_ok=True)
-        options = [f"-DCMAKE_{language}_FLAGS={FLAGS}" for language in ("C", "CXX")]
-        if shutil.which("ccache"):
-            options += [f"-DCMAKE_{language}_COMPILER_LAUNCHER=ccache" for language in ("C", "CXX")]
-        code, output = run(["cmake", "-S", str(self.tree), "-B", ".", "-G", "Ninja", "-DCMAKE_BUILD_TYPE=",
-                            "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", *options], self.folder, BUILD_SECONDS, BUILD_CPU_SECONDS)
+        self.build_folder.mkdir(parents=True, exist_ok=True)
+        self.launcher.write_text(LAUNCHER.format(cache=shutil.which("ccache") or ""))
+        self.launcher.chmod(0o755)
+        self.mark("")
+        options = [f"-DCMAKE_{language}_COMPILER_LAUNCHER={self.launcher}" for language in ("C", "CXX")]
+        options += [f"-DCMAKE_{kind}_LINKER_FLAGS=-Wl,--strip-debug" for kind in ("EXE", "SHARED", "MODULE")]
+        code, output = run(["cmake", "-S", str(self.tree), "--preset", PRESET, *options], self, BUILD_SECONDS,
+                           BUILD_CPU_SECONDS)
         if code != 0:
             raise Failure("the configuration fails:\n" + output)
 
+    def mark(self, name):
+        """Tells the launcher which file has a fault."""
+        self.launcher.with_name("compile.changed").write_text(name + "\n")
+
     def build(self, targets):
-        return run(["ninja", "-j", str(self.jobs), *targets], self.folder, BUILD_SECONDS, BUILD_CPU_SECONDS)
+        return run(["ninja", "-j", str(self.jobs), *targets], self, BUILD_SECONDS, BUILD_CPU_SECONDS)
 
     def try_fault(self, fault, stage, baseline):
         """(verdict, which test gave it)"""
@@ -114,10 +134,12 @@ class Worker:
         original = path.read_bytes()
         text = original.decode()
         path.write_bytes((text[:fault.start] + fault.new + text[fault.end:]).encode())
+        self.mark(fault.file)
         try:
             return (self.build_verdict(*self.build(targets_of(stage))) or self.run_stage(stage, baseline)
                     or (SURVIVED, ""))
         finally:
+            self.mark("")
             path.write_bytes(original)
 
     def build_verdict(self, code, output):
@@ -145,12 +167,12 @@ class Worker:
                 chosen = ":".join(slow_names) if slow else "*" + ("-" + ":".join(slow_names) if slow_names else "")
                 needed = sum(expected[test] for test in picked)
                 code, output = run([f"bin/{name}", "--gtest_fail_fast", "--gtest_brief=1", f"--gtest_filter={chosen}"],
-                                   self.folder, 60 + 10 * needed, 20 + 5 * needed)
+                                   self, 60 + 10 * needed, 20 + 5 * needed)
                 if code != 0:
-                    failed = re.search(r"^\[  FAILED  \] (\S+?),? \(", output, re.M)
+                    failed = re.search(r"^\[  FAILED  \] (\S+?)(?:, .*)? \(\d+ ms\)", output, re.M)
                     return CAUGHT, failed[1] if failed else f"{name} {'does not end' if code is None else 'breaks off'}"
             if not slow and stage.get("ctest"):
-                code, output = run(["ctest", "-R", f"^({'|'.join(stage['ctest'])})$"], self.folder, 300, 120)
+                code, output = run(["ctest", "-R", f"^({'|'.join(stage['ctest'])})$"], self, 300, 120)
                 if code != 0:
                     return CAUGHT, "/".join(stage["ctest"])
         return None
@@ -163,14 +185,13 @@ def targets_of(stage):
 class Outcomes:
     """What came of the faults that have been tried, as long as the file that they change stays."""
 
-    def __init__(self):
+    def __init__(self, names):
         self.file = WORK / "outcomes.json"
         self.known = json.loads(self.file.read_text()) if self.file.is_file() else {}
+        self.digests = {name: hashlib.sha256((ROOT / name).read_bytes()).hexdigest() for name in names}
 
     def key(self, fault):
-        digest = hashlib.sha256((ROOT / fault.file).read_bytes())
-        digest.update(f"{fault.file}\0{fault.start}\0{fault.end}\0{fault.new}".encode())
-        return digest.hexdigest()
+        return f"{fault.file} {self.digests[fault.file]} {fault.start} {fault.end} {fault.new}"
 
     def put(self, fault, verdict, test):
         self.known[self.key(fault)] = [verdict, test]
@@ -200,14 +221,14 @@ class Baseline:
                 raise Failure("the tree does not build as it is:\n" + output[-4000:])
         worker = workers[0]
         for test in stage.get("ctest", []):
-            code, output = run(["ctest", "-R", f"^{test}$"], worker.folder, 600, 300)
+            code, output = run(["ctest", "-R", f"^{test}$"], worker, 600, 300)
             if code != 0:
                 raise Failure(f"{test} fails as the tree is:\n" + output[-4000:])
         for name in stage.get("programs", []):
             if name in self.known["programs"]:
                 continue
             report = worker.folder / "tests.json"
-            code, output = run([f"bin/{name}", f"--gtest_output=json:{report}"], worker.folder, 1800, 1800)
+            code, output = run([f"bin/{name}", f"--gtest_output=json:{report}"], worker, 1800, 1800)
             if code != 0:
                 raise Failure(f"{name} fails as the tree is:\n" + output[-4000:])
             self.known["programs"][name] = {
@@ -325,12 +346,13 @@ def try_area(name, area, found, workers, baseline, outcomes, options):
             before = [(fault, outcomes.caught_before(fault)) for fault in batch]
             results += [(fault, *outcome) for fault, outcome in before if outcome]
             batch = [fault for fault, outcome in before if not outcome]
-        for number, stage in enumerate(area["stages"]):
+        stages = area["stages"][:options.stages]
+        for number, stage in enumerate(stages):
             if not batch:
                 break
             baseline.prepare(stage, workers)
             tried = try_stage(batch, workers, stage, baseline, lambda text: print(f"{name:10} {text}", file=sys.stderr, flush=True))
-            is_last = number == len(area["stages"]) - 1
+            is_last = number == len(stages) - 1
             final = [result for result in tried if is_last or result[1] != SURVIVED]
             for result in final:
                 outcomes.put(*result)
@@ -378,6 +400,7 @@ def parse_arguments(areas):
     parser.add_argument("--workers", type=int, default=os.cpu_count(), help="build trees used at once (default: one for each core)")
     parser.add_argument("--again", action="store_true",
                         help="try only faults that have not been caught before; the others count as they did")
+    parser.add_argument("--stages", type=int, help="use only so many stages of programs (default: all)")
     parser.add_argument("--list", action="store_true", help="only list the faults that would be tried first")
     return parser.parse_args()
 
@@ -389,12 +412,13 @@ def main():
     names = tracked_files()
     WORK.mkdir(parents=True, exist_ok=True)
     workers = [Worker(number, max(1, os.cpu_count() // options.workers)) for number in range(options.workers)]
-    digest = hashlib.sha256(FLAGS.encode())
+    digest = hashlib.sha256(LAUNCHER.encode())
     for name in names:
         digest.update(name.encode() + b"\0" + (ROOT / name).read_bytes())
     workers[0].prepare(names)
     built = {os.path.relpath(command["file"], workers[0].tree)
              for command in json.loads((workers[0].build_folder / "compile_commands.json").read_text())}
+    outcomes = Outcomes(names)
     found = {name: faults_of_area(area, names, built) for name, area in chosen.items()}
     if options.list:
         for name in chosen:
@@ -404,18 +428,26 @@ def main():
     for worker in workers[1:]:
         worker.prepare(names)
     baseline = Baseline(digest.hexdigest())
-    outcomes = Outcomes()
     print_report({name: try_area(name, area, found[name], workers, baseline, outcomes, options)
                   for name, area in chosen.items()})
     return 0
 
 
+def end(number, _):
+    """Ends what is under way; the threads would go on with it."""
+    for group in list(Worker.groups):
+        try:
+            os.killpg(group, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+    os._exit(128 + number)
+
+
 if __name__ == "__main__":
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, end)
     try:
         sys.exit(main())
     except Failure as failure:
         print(f"mutate: {failure}", file=sys.stderr)
         sys.exit(2)
-    finally:
-        for group in list(Worker.groups):
-            os.killpg(group, signal.SIGKILL)

@@ -1,15 +1,21 @@
 // The headers of a PE file: every field of either layout, the ends of what counts, and the way from addresses to the
-// file.
+// file; what the builder makes of them; the numbers of the format.
 #include <cstring>
+#include <map>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "base/byte_source.h"
+#include "base/system.h"
 #include "pe/builder/builder.h"
 #include "pe/image.h"
 #include "rules/names.h"
+#include "tests/support/fresh_folder.h"
+#include "tests/support/golden_lines.h"
 
 namespace tavrik::tests {
 namespace {
@@ -241,6 +247,146 @@ TEST(Image, MapsAddressesBySections) {
     const Parsed away(Bytes(bytes.begin(), bytes.begin() + 0x600));
     EXPECT_TRUE(away.image.RawData(1).IsAbsent());
     EXPECT_FALSE(away.image.OffsetOfRva(0x2000));
+}
+
+// ---- The builder ---------------------------------------------------------------------------------------------------
+
+/** Code, data before a hole in the addresses, what is not in the file, and a last section. */
+PeImage Open() {
+    PeImage image;
+    image.entry_code = {0xC3, 0xCC};
+    image.sections = {
+        {.name = ".text", .Characteristics = pe::builder::kCodeSection, .pieces = {{Bytes(0x210, 0x90)}}},
+        {.name = ".data",
+         .Characteristics = pe::builder::kWritableSection,
+         .VirtualAddress = 0x9000,
+         .pieces = {{Bytes(5, 1)}, {Bytes(0x11, 2)}, {Bytes(1, 3), 0x40}}},
+        {.name = ".bss", .Characteristics = pe::builder::kPackedHole, .VirtualSize = 0x1800, .SizeOfRawData = 0},
+        {.name = "last", .pieces = {{Bytes(1, 4)}}}};
+    image.overlay = {9};
+    return image;
+}
+
+TEST(PeBuilder, ComputesWhatIsLeftOpen) {
+    pe::builder::PeFile file = Open().Build();
+    const struct {
+        uint32_t virtual_size, address, raw_size, offset;
+    } rows[] = {{0x8000, 0x1000, 0x400, 0x400},
+                {0x200, 0x9000, 0x200, 0x800},
+                {0x1800, 0xA000, 0, 0},
+                {0x200, 0xC000, 0x200, 0xA00}};
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(file.sections[i].VirtualSize + 0, rows[i].virtual_size) << i;
+        EXPECT_EQ(file.sections[i].VirtualAddress + 0, rows[i].address) << i;
+        EXPECT_EQ(file.sections[i].SizeOfRawData + 0, rows[i].raw_size) << i;
+        EXPECT_EQ(file.sections[i].PointerToRawData + 0, rows[i].offset) << i;
+    }
+    const Parsed parsed(file.bytes);
+    for (const auto &[name, value] : {std::pair("SizeOfImage", 0xD000u),
+                                      {"SizeOfHeaders", 0x400u},
+                                      {"SizeOfCode", 0x400u},
+                                      {"SizeOfInitializedData", 0x400u},
+                                      {"SizeOfUninitializedData", 0x1800u},
+                                      {"AddressOfEntryPoint", 0x1000u},
+                                      {"BaseOfCode", 0x1000u},
+                                      {"BaseOfData", 0x9000u},
+                                      {"NumberOfSections", 4u},
+                                      {"Machine", 0x14Cu}})
+        EXPECT_EQ(Field(parsed.image, name), value) << name;
+    EXPECT_EQ(file.size(), 0xC01u);
+    EXPECT_EQ(file.bytes[0xC00], 9);
+    for (const auto &[offset, byte] : {std::pair(0x400, 0xC3),
+                                       {0x401, 0xCC},
+                                       {0x402, 0x90},
+                                       {0x60F, 0x90},
+                                       {0x610, 0},
+                                       {0x804, 1},
+                                       {0x805, 0},
+                                       {0x810, 2},
+                                       {0x820, 2},
+                                       {0x821, 0},
+                                       {0x840, 3}})
+        EXPECT_EQ(file.bytes[static_cast<std::size_t>(offset)], byte) << offset;
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&file.bytes[0x4E]), 39),
+              "This program cannot be run in DOS mode.");
+
+    EXPECT_EQ(&file.SectionNamed("last"), &file.sections[3]);
+    EXPECT_EQ(file.RawEnd(1), 0xA00u);
+    EXPECT_EQ(file.OffsetOf(0x91FF), 0x9FFu);
+    EXPECT_THROW(file.OffsetOf(0x9200), std::out_of_range);
+    EXPECT_THROW(file.SectionNamed("lost"), std::out_of_range);
+    file.Plant(0xC10, {7, 8});
+    EXPECT_EQ(file.size(), 0xC12u);
+    EXPECT_EQ(file.bytes[0xC11], 8);
+    EXPECT_THROW(file.Plant(0xC0F, {7, 8}), std::invalid_argument);
+    EXPECT_NO_THROW(file.Plant(0xC0F, {7}));
+}
+
+TEST(PeBuilder, RefusesWhatContradictsItself) {
+    using Change = void (*)(PeImage &);
+    const std::pair<Change, const char *> rows[] = {
+        {[](PeImage &i) { i.headers.FileAlignment = 0; }, "SectionAlignment and FileAlignment must not be 0"},
+        {[](PeImage &i) { i.headers.SectionAlignment = 0; }, "SectionAlignment and FileAlignment must not be 0"},
+        {[](PeImage &i) { i.headers.SizeOfHeaders = 0x217; },
+         "SizeOfHeaders is 0x217, but the headers take 0x218 bytes"},
+        {[](PeImage &i) { i.headers.SizeOfHeaders = 0x218; }, ""},
+        {[](PeImage &i) { i.sections[0].name = "12345678"; }, ""},
+        {[](PeImage &i) { i.sections[0].name = "123456789"; },
+         "section name \"123456789\" is longer than 8 characters"},
+        {[](PeImage &i) { i.sections[1].VirtualAddress = 0x1FFF; },
+         "section 1 \".data\" begins at address 0x1FFF, inside what ends at 0x2000"},
+        {[](PeImage &i) { i.sections[1].VirtualAddress = 0x2000; }, ""},
+        {[](PeImage &i) { i.sections[1].SizeOfRawData = 0x40; },
+         "section 1 \".data\" holds 0x41 bytes, more than its SizeOfRawData 0x40"},
+        {[](PeImage &i) { i.sections[1].SizeOfRawData = 0x41; }, ""},
+        {[](PeImage &i) { i.sections[1].PointerToRawData = 0x7FF; },
+         "section 1 \".data\" begins at file offset 0x7FF, inside what ends at 0x800"},
+        {[](PeImage &i) { i.sections[1].pieces[2].offset = 0x20; },
+         "in section 1 \".data\" the piece at 0x20 is placed upon one that ends at 0x21"},
+        {[](PeImage &i) { i.sections[1].pieces[2].offset = 0x21; }, ""},
+        {[](PeImage &i) { i.headers.AddressOfEntryPoint = 0x13FE; }, ""},
+        {[](PeImage &i) { i.headers.AddressOfEntryPoint = 0x13FF; },
+         "the entry code runs past the raw data of its section"},
+        {[](PeImage &i) { i.headers.AddressOfEntryPoint = 0x1400; },
+         "AddressOfEntryPoint 0x1400 lies in no section's raw data"},
+        {[](PeImage &i) { i.headers.AddressOfEntryPoint = 0xFFF; },
+         "AddressOfEntryPoint 0xFFF lies in no section's raw data"}};
+    for (const auto &[change, refusal] : rows) {
+        PeImage image = Open();
+        change(image);
+        std::string said;
+        try {
+            image.Build();
+        } catch (const std::invalid_argument &error) {
+            said = error.what();
+        }
+        EXPECT_EQ(said, refusal);
+    }
+}
+
+// ---- The format ----------------------------------------------------------------------------------------------------
+
+TEST(PeFormat, NumbersAreThoseThatWereTyped) {
+    std::map<std::string, std::string> compiled;
+    std::string scope;
+    static const std::regex kConstant("\\b(k\\w+)(?:\\[\\])? = (\\w+|u\"\\w+\")(?=[,; ])");
+    static const std::regex kNamespace("(?:namespace (\\w+) \\{|\\} // namespace.*)");
+    std::istringstream source(ReadFile(base::ProgramFolder() / "golden" / "format.h"));
+    for (std::string line; std::getline(source, line);) {
+        if (std::smatch found; std::regex_match(line, found, kNamespace))
+            scope = found[1].matched ? found[1].str() + "." : "";
+        for (std::sregex_iterator found(line.begin(), line.end(), kConstant), end; found != end; ++found)
+            compiled[scope + (*found)[1].str()] = (*found)[2];
+    }
+    std::map<std::string, std::string> typed;
+    for (const GoldenLine &line : ReadGolden("pe_format.txt"))
+        typed[line.words[0]] = line.words[1];
+    const auto number = [](const std::string &text) {
+        return IsGoldenNumber(text) ? std::to_string(GoldenNumber(text)) : text;
+    };
+    for (const auto &[name, value] : compiled)
+        EXPECT_EQ(number(value), number(typed[name])) << name;
+    EXPECT_EQ(compiled.size(), typed.size());
 }
 
 } // namespace
