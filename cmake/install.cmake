@@ -11,16 +11,21 @@ target_include_directories(tavrik2_headers INTERFACE $<BUILD_INTERFACE:${PROJECT
 install(DIRECTORY include/tavrik2 TYPE INCLUDE)
 install(TARGETS tavrik2_headers EXPORT tavrik2Targets)
 
+install(FILES include/tavrik/tavrik.h include/tavrik/tavrik.hpp ${PROJECT_BINARY_DIR}/include/tavrik/version.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavrik)
+install(TARGETS tavrik tavrik_static EXPORT tavrikTargets)
+
 set(modules tavrik2 platform disasm scansdk)
 install(TARGETS ${modules} RUNTIME DESTINATION ${TAVRIK_MODULE_DIR} LIBRARY DESTINATION ${TAVRIK_MODULE_DIR}
                            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} EXCLUDE_FROM_ALL)
 set(tools tavrik-scan tavrik-rules)
 # The target `installed` builds all that an installation needs.
-add_custom_target(installed DEPENDS ${modules} ${tools})
+add_custom_target(installed DEPENDS ${modules} ${tools} tavrik tavrik_static)
 install(TARGETS ${tools} RUNTIME)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tavrik2)
 install(EXPORT tavrik2Targets NAMESPACE tavrik2:: DESTINATION ${package_dir})
+install(EXPORT tavrikTargets NAMESPACE tavrik:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/tavrik2Config.cmake.in tavrik2Config.cmake INSTALL_DESTINATION ${package_dir}
                               PATH_VARS TAVRIK_MODULE_DIR)
 write_basic_package_version_file(tavrik2ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -29,8 +34,15 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrik2Config.cmake ${CMAKE_CURRENT_BI
 
 # pkg-config's files lead to the prefix by their own place, so that an installation can be moved.
 file(RELATIVE_PATH prefix_from_pkgconfig ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
-configure_file(cmake/tavrik2.pc.in tavrik2.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavrik2.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+string(REGEX REPLACE "/$" "" prefix_from_pkgconfig ${prefix_from_pkgconfig})
+get_property(private_libraries GLOBAL PROPERTY tavrik_system_libraries)
+list(TRANSFORM private_libraries REPLACE "^.*/lib([^/]*)\\.(so|a)$" "-l\\1")
+list(TRANSFORM private_libraries REPLACE "^([^-].*)$" "-l\\1")
+list(JOIN private_libraries " " private_libraries)
+foreach(package tavrik tavrik2)
+    configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 
 install(FILES README.md LICENSE TYPE DOC)
 install(DIRECTORY docs/ TYPE DOC)

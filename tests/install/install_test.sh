@@ -38,10 +38,26 @@ for host in cmake/module_host cmake/module_host_cpp make/module_host; do
     grep -q 'rule 173: applies 1, action 4021$' "$prefix/said" || fail "$host got no clean action"
 done
 
-# A companion that is missing is said by the C host, and nothing crashes.
+# The users of the library: it finds the module of its installation by itself; the static one is told.
+export LD_LIBRARY_PATH
+LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name libtavrik.so)")
+expect_scan() {
+    local status=0
+    "$@" >"$prefix/said" || status=$?
+    ((status <= 1)) || fail "$1 returned $status"
+    grep -qi "$((offset))\|$offset" "$prefix/said" || { cat "$prefix/said"; fail "$1 lost the finding"; }
+}
+expect_scan "$prefix/cmake/scan_file" "$sample"
+expect_scan "$prefix/make/scan_file" "$sample"
+expect_scan "$prefix/cmake/scan_file_cpp" "$sample" "$sample"
+expect_scan "$prefix/cmake/scan_file_static" "$sample" "$modules/tavrik2.hbx"
+
+# A companion that is missing is said by the C host and by the library, and nothing crashes.
 rm "$modules/disasm.hbx"
 "$prefix/cmake/module_host" "$modules" "$sample" 2>"$prefix/said" && fail "started without disasm.hbx"
 grep -q disasm.hbx "$prefix/said" || fail "nothing names disasm.hbx"
+"$prefix/cmake/scan_file" "$sample" 2>"$prefix/said" && fail "scanned without disasm.hbx"
+grep -q 'disasm.hbx: no such file.*(companion-missing)' "$prefix/said" || fail "the library does not name disasm.hbx"
 
 # Completions are valid for the shells that are there; man pages without warnings.
 for tool in tavrik-scan tavrik-rules; do

@@ -1,0 +1,86 @@
+/* What the caller gives to be read, and how long a call may go on reading it. */
+#ifndef TAVRIK_ENGINE_INPUT_H
+#define TAVRIK_ENGINE_INPUT_H
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/byte_source.h"
+#include "tavrik/tavrik.h"
+
+struct tavrik_cancel {
+    std::atomic<bool> is_requested = false;
+};
+
+namespace tavrik::engine {
+
+/** A file that is read through the caller's function, in pages: what is near to what was read before costs no call. */
+class StreamSource final : public base::ByteSource {
+public:
+    explicit StreamSource(const tavrik_stream &stream) : stream_(stream) {}
+
+    uint64_t size() const override { return stream_.length; }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
+    const std::string &error() const override { return error_; }
+
+private:
+    static constexpr std::size_t kPageSize = 64 * 1024;
+    static constexpr std::size_t kPages = 8;
+
+    struct Page {
+        uint64_t number = UINT64_MAX;
+        uint64_t used = 0; // when it was used last, in reads
+        std::vector<uint8_t> bytes;
+    };
+
+    const Page *PageAt(uint64_t number);
+    std::size_t ReadFromCaller(uint64_t offset, void *buffer, std::size_t length);
+
+    tavrik_stream stream_;
+    std::array<Page, kPages> pages_;
+    uint64_t reads_ = 0;
+    std::string error_;
+};
+
+/** The input of one call: opened, and read until the time is over or the caller cancels. Then, and after a failure, all
+ * reads fail. */
+class Input final : public base::ByteSource {
+public:
+    /** `input` has its full size. Throws Failure for an input that cannot be, base::Error when the file cannot be
+     * opened. `timeout` in seconds, 0 for none; `cancel` may be null and must outlive the object. */
+    Input(const tavrik_input &input, double timeout, const tavrik_cancel *cancel);
+
+    /** What reports call it. */
+    const std::filesystem::path &name() const { return name_; }
+
+    uint64_t size() const override { return source_->size(); }
+    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
+    const std::string &error() const override { return error_.empty() ? source_->error() : error_; }
+
+    /** The code of the first failure; TAVRIK_OK while there is none. */
+    tavrik_status status() const;
+
+    /** Throws Failure when a read failed. */
+    void RequireRead() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::filesystem::path name_;
+    std::unique_ptr<base::ByteSource> source_;
+    const tavrik_cancel *cancel_;
+    double timeout_;
+    Clock::time_point end_;
+    tavrik_status status_ = TAVRIK_OK;
+    std::string error_;
+};
+
+} // namespace tavrik::engine
+
+#endif
