@@ -1,0 +1,271 @@
+"""Scans PE files with heuristic rules and payload locators.
+
+    >>> import tavrik
+    >>> scanner = tavrik.Scanner()
+    >>> report = scanner.scan("setup.exe")
+
+Scanners, rules and results do not change once made and may be used by any number of threads; a scan releases the
+interpreter's lock. Failures are `tavrik.Error`; a failure of the file that is scanned is in its report.
+"""
+from __future__ import annotations
+
+import collections
+import concurrent.futures
+import os
+import pathlib
+from types import TracebackType
+from typing import Any, Callable, Deque, Dict, Iterable, Iterator, List, Optional, Tuple, Type, TypeVar, Union
+
+from ._native import ffi, filled, lib, sized, text
+from ._results import (Detection, Diagnostic, Error, Explanation, Finding, Locator, Outcome, Payload, Report, Rule,
+                       Status)
+from ._source import Opened, Source
+
+__all__ = ["Cancel", "Detection", "Diagnostic", "Error", "Explanation", "Finding", "Locator", "Outcome", "Payload",
+           "Report", "Rule", "Rules", "Scanner", "Source", "Status", "__version__", "check"]
+
+__version__: str = text(lib.tavrik_version_text())
+
+FeatureValue = Union[int, str, List[str]]
+_Self = TypeVar("_Self", bound="_Handle")
+
+
+def _make(call: Callable[[Any, Any], int], kind: str, free: Any) -> Any:
+    """Calls a function that makes a handle; raises Error."""
+    error = sized("tavrik_error")
+    place = ffi.new(f"{kind} **")
+    status = call(place, error)
+    if status != lib.TAVRIK_OK:
+        raise Error(status, text(error.text))
+    return ffi.gc(place[0], free)
+
+
+class _Handle:
+    """A handle of the library that a `with` statement or the garbage collector releases."""
+
+    _handle: Any = None
+
+    @property
+    def _open(self) -> Any:
+        if self._handle is None:
+            raise ValueError(f"this {type(self).__name__} is closed")
+        return self._handle
+
+    def close(self) -> None:
+        """Releases what the library holds. No thread may be using it."""
+        handle, self._handle = self._handle, None
+        if handle is not None:
+            ffi.release(handle)
+
+    def __enter__(self: _Self) -> _Self:
+        return self
+
+    def __exit__(self, kind: Optional[Type[BaseException]], value: Optional[BaseException],
+                 trace: Optional[TracebackType]) -> None:
+        self.close()
+
+
+class Cancel(_Handle):
+    """Ends calls that were given it, from any thread."""
+
+    def __init__(self) -> None:
+        self._handle = _make(lambda place, _: int(lib.tavrik_cancel_create(place)), "tavrik_cancel",
+                             lib.tavrik_cancel_free)
+
+    def request(self) -> None:
+        """Calls that were given it end at their next read, with Status.CANCELLED."""
+        lib.tavrik_cancel_request(self._open)
+
+
+class Rules(_Handle):
+    """A text of rules, parsed and checked. Any text can be parsed: what is wrong is in `diagnostics`."""
+
+    def __init__(self, source: str, name: str = "rules") -> None:
+        data = source.encode("utf-8", "surrogateescape")
+        self._handle = _make(
+            lambda place, error: int(lib.tavrik_rules_parse(name.encode("utf-8", "surrogateescape"), data, len(data),
+                                                            place, error)), "tavrik_rules", lib.tavrik_rules_free)
+        self.diagnostics: Tuple[Diagnostic, ...] = tuple(self._diagnostics())
+
+    @classmethod
+    def from_file(cls, path: Union[str, "os.PathLike[str]"]) -> "Rules":
+        """The rules of a file. Raises OSError."""
+        return cls(pathlib.Path(path).read_bytes().decode("utf-8", "surrogateescape"), os.fspath(path))
+
+    def __len__(self) -> int:
+        """The number of rules; 0 when the text has errors."""
+        return int(lib.tavrik_rules_count(self._open))
+
+    def __bool__(self) -> bool:
+        return True
+
+    @property
+    def has_errors(self) -> bool:
+        """Whether a scanner refuses them."""
+        return any(diagnostic.is_error for diagnostic in self.diagnostics)
+
+    def _diagnostics(self) -> Iterator[Diagnostic]:
+        for index in range(lib.tavrik_rules_diagnostic_count(self._open)):
+            one = filled("tavrik_diagnostic", lambda to: int(lib.tavrik_rules_diagnostic(self._open, index, to)))
+            yield Diagnostic(bool(one.is_error), text(one.code), text(one.message), text(one.help), one.line,
+                             one.column, one.offset, one.length, text(one.rendered))
+
+
+def check(source: str, name: str = "rules") -> Tuple[Diagnostic, ...]:
+    """The errors and warnings about a text of rules, in the order of their places."""
+    with Rules(source, name) as rules:
+        return rules.diagnostics
+
+
+class Scanner(_Handle):
+    """A module and settings, ready to scan. Make one and share it.
+
+    rules      a text of rules, a path of a `.rules` file, or Rules, in place of the module's
+    module     the path of tavrik2.hbx; the package's own without it
+    sha256     each report has the digest of the file, which reads all of it
+    timeout    seconds for a call; 0 is no limit
+    max_size   in bytes; larger files are skipped; 0 is no limit
+
+    Raises Error when the module cannot be loaded and initialised, or the rules have errors.
+    """
+
+    def __init__(self, rules: Union[Rules, str, "os.PathLike[str]", None] = None,
+                 module: Union[str, "os.PathLike[str]", None] = None, *, sha256: bool = False, timeout: float = 0,
+                 max_size: int = 0) -> None:
+        if rules is not None and not isinstance(rules, Rules):
+            rules = Rules(rules) if isinstance(rules, str) and "\n" in rules else Rules.from_file(rules)
+        path = ffi.NULL if module is None else os.fsencode(os.fspath(module))
+        self._module = _make(lambda place, error: int(lib.tavrik_module_open(path, place, error)), "tavrik_module",
+                             lib.tavrik_module_close)
+        settings = sized("tavrik_settings")
+        settings.sha256 = sha256
+        settings.timeout = timeout
+        settings.max_size = max_size
+        if rules is not None:
+            settings.rules = rules._open
+        self._handle = _make(
+            lambda place, error: int(lib.tavrik_scanner_open(self._module, settings, place, error)), "tavrik_scanner",
+            lib.tavrik_scanner_close)
+
+    # ---- Scanning ----
+
+    def scan(self, source: Source, *, name: Optional[str] = None, cancel: Optional[Cancel] = None) -> Report:
+        """Scans a path, an object with a buffer, or a binary file object, which is read in ranges only.
+
+        `name` is what the report calls a buffer or a file object. Raises what the file object raised, and TypeError.
+        """
+        error = sized("tavrik_error")
+        place = ffi.new("tavrik_report **")
+        opened = Opened(source, name)
+        status = lib.tavrik_scan(self._open, opened.input, ffi.NULL if cancel is None else cancel._open, place, error)
+        handle = place[0] if place[0] == ffi.NULL else ffi.gc(place[0], lib.tavrik_report_free)
+        if opened.failure is not None:
+            raise opened.failure
+        if handle != ffi.NULL:
+            return _report(handle)
+        if status not in (lib.TAVRIK_ERROR_FILE, lib.TAVRIK_ERROR_MEMORY):
+            raise Error(status, text(error.text))
+        return Report(text(opened.input.name), Outcome.FAILED, Status(status), text(error.text), 0, "", (), (), (), "")
+
+    def scan_many(self, sources: Iterable[Source], threads: Optional[int] = None, *,
+                  cancel: Optional[Cancel] = None) -> Iterator[Report]:
+        """Scans sources by several threads (one for each processor without `threads`) and yields their reports in the
+        order of the sources, which are asked for as they are needed."""
+        count = threads or os.cpu_count() or 1
+        with concurrent.futures.ThreadPoolExecutor(count) as pool:
+            ahead: Deque["concurrent.futures.Future[Report]"] = collections.deque()
+            try:
+                for source in sources:
+                    ahead.append(pool.submit(self.scan, source, cancel=cancel))
+                    if len(ahead) >= 4 * count:
+                        yield ahead.popleft().result()
+                while ahead:
+                    yield ahead.popleft().result()
+            finally:
+                for future in ahead:
+                    future.cancel()
+
+    # ---- Why, and what a file has ----
+
+    def explain(self, source: Source, *, rule: Optional[int] = None, locator: Optional[int] = None,
+                cancel: Optional[Cancel] = None) -> Explanation:
+        """Shows each condition of a rule, or of a locator, next to what the file has. Raises Error, ValueError."""
+        if (rule is None) == (locator is None):
+            raise ValueError("name a rule or a locator")
+        function, number = (lib.tavrik_explain_rule, rule) if locator is None else (lib.tavrik_explain_locator, locator)
+        handle = self._ask(source, cancel, "tavrik_explanation", lib.tavrik_explanation_free,
+                           lambda *arguments: int(function(*arguments[:2], number, *arguments[2:])))
+        return Explanation(bool(lib.tavrik_explanation_holds(handle)), text(lib.tavrik_explanation_text(handle)))
+
+    def features(self, source: Source, *, cancel: Optional[Cancel] = None) -> Dict[str, FeatureValue]:
+        """The values of a file that rules ask for, by the names that rules give them; of names that stand more than
+        once, such as those of functions, a list. Empty for files that are not PE. Raises Error."""
+        handle = self._ask(source, cancel, "tavrik_features", lib.tavrik_features_free,
+                           lambda *arguments: int(lib.tavrik_features_read(*arguments)))
+        values: Dict[str, FeatureValue] = {}
+        for index in range(lib.tavrik_features_count(handle)):
+            one = filled("tavrik_feature", lambda to: int(lib.tavrik_features_get(handle, index, to)))
+            name = text(one.name)
+            if name.endswith("function"):
+                names = values.setdefault(name, [])
+                assert isinstance(names, list)
+                names.append(text(one.text))
+            else:
+                values[name] = text(one.text) if one.is_text else int(one.number)
+        return values
+
+    def _ask(self, source: Source, cancel: Optional[Cancel], kind: str, free: Any, call: Callable[..., int]) -> Any:
+        opened = Opened(source, None)
+        token = ffi.NULL if cancel is None else cancel._open
+        try:
+            return _make(lambda place, error: call(self._open, opened.input, token, place, error), kind, free)
+        except Error:
+            if opened.failure is not None:
+                raise opened.failure from None
+            raise
+
+    # ---- The module ----
+
+    @property
+    def module_path(self) -> str:
+        """The absolute path of the module."""
+        return text(lib.tavrik_module_path(self._module))
+
+    def rules(self) -> Iterator[Rule]:
+        """The module's rules, in its order."""
+        for index in range(lib.tavrik_module_rule_count(self._module)):
+            one = filled("tavrik_rule", lambda to: int(lib.tavrik_module_rule(self._module, index, to)))
+            yield Rule(one.rule, text(one.name))
+
+    def locators(self) -> List[Locator]:
+        """The entries of the locator table."""
+        found = []
+        for index in range(lib.tavrik_module_locator_count(self._module)):
+            one = filled("tavrik_locator", lambda to: int(lib.tavrik_module_locator(self._module, index, to)))
+            found.append(Locator(one.entry, one.kind, text(one.kind_name), text(one.description), one.flags,
+                                 text(one.gate)))
+        return found
+
+    def gates(self) -> Dict[int, str]:
+        """The conditions of each locator on a file's headers, a line each, by its entry."""
+        return {locator.entry: locator.gate for locator in self.locators()}
+
+
+def _report(handle: Any) -> Report:
+    summary = filled("tavrik_summary", lambda to: int(lib.tavrik_report_summary(handle, to)))
+    detections = []
+    for index in range(summary.detections):
+        one = filled("tavrik_detection", lambda to: int(lib.tavrik_report_detection(handle, index, to)))
+        detections.append(Detection(one.rule, text(one.name), text(one.action_name)))
+    findings = []
+    for index in range(summary.findings):
+        one = filled("tavrik_finding", lambda to: int(lib.tavrik_report_finding(handle, index, to)))
+        findings.append(Finding(one.entry, one.kind, text(one.kind_name), one.offset, one.reported))
+    payloads = []
+    for index in range(summary.payloads):
+        one = filled("tavrik_payload", lambda to: int(lib.tavrik_report_payload(handle, index, to)))
+        payloads.append(Payload(one.kind, text(one.kind_name), one.offset, one.length, one.present, text(one.sha256),
+                                tuple(one.entries[0:one.entry_count])))
+    return Report(text(summary.name), Outcome(summary.outcome), Status(summary.status), text(summary.text),
+                  summary.file_size, text(summary.sha256), tuple(detections), tuple(findings), tuple(payloads),
+                  text(lib.tavrik_report_json(handle)))

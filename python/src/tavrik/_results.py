@@ -1,0 +1,150 @@
+"""What calls return: plain values that hold nothing of the library."""
+from __future__ import annotations
+
+import enum
+from dataclasses import dataclass
+from typing import Tuple
+
+
+class Status(enum.IntEnum):
+    """Why something failed."""
+
+    OK = 0
+    ARGUMENT = 1
+    MEMORY = 2
+    INTERNAL = 3
+    FILE = 10
+    READ = 11
+    TOO_LARGE = 12
+    TIMEOUT = 13
+    CANCELLED = 14
+    RULES = 20
+    NO_SUCH_RULE = 21
+    MODULE_MISSING = 30
+    MODULE_UNLOADABLE = 31
+    MODULE_FOREIGN = 32
+    MODULE_PATH = 33
+    COMPANION_MISSING = 34
+    COMPANION_UNUSABLE = 35
+    MODULE_INIT = 36
+
+
+class Error(Exception):
+    """A failure of the library. The text names the file and the remedy; `status` says which failure it is."""
+
+    def __init__(self, status: int, message: str) -> None:
+        super().__init__(message)
+        self.status = Status(status)
+
+
+class Outcome(enum.Enum):
+    """How a scan ended."""
+
+    SCANNED = 0
+    NOT_PE = 1
+    SKIPPED = 2
+    FAILED = 3
+
+
+@dataclass(frozen=True)
+class Detection:
+    """A rule that matches the file."""
+
+    rule: int
+    name: str
+    action: str  #: the module's for cleaning, such as "quarantine" or "none"
+
+
+@dataclass(frozen=True)
+class Finding:
+    """What one locator said."""
+
+    entry: int
+    kind: int
+    kind_name: str
+    offset: int
+    reported: int  #: the locator's own statement, not the payload's length
+
+
+@dataclass(frozen=True)
+class Payload:
+    """A payload, once, whatever number of locators found it."""
+
+    kind: int
+    kind_name: str
+    offset: int
+    length: int  #: by its own structure, in bytes; 0 when that cannot be read
+    present: int  #: as many of these bytes are in the file
+    sha256: str  #: of the bytes that are there; "" when not known
+    entries: Tuple[int, ...]
+
+
+@dataclass(frozen=True)
+class Report:
+    """What a scan found. True in conditions when it found something."""
+
+    name: str
+    outcome: Outcome
+    status: Status
+    text: str  #: why it was skipped or failed; "" when neither
+    size: int  #: of the file, in bytes
+    sha256: str
+    detections: Tuple[Detection, ...]
+    findings: Tuple[Finding, ...]
+    payloads: Tuple[Payload, ...]
+    json: str  #: the line that `tavrik-scan --json` prints
+
+    def __bool__(self) -> bool:
+        return bool(self.detections or self.findings)
+
+
+@dataclass(frozen=True)
+class Explanation:
+    """Why a rule or a locator does or does not recognise a file. True in conditions when it does."""
+
+    holds: bool
+    text: str
+
+    def __bool__(self) -> bool:
+        return self.holds
+
+    def __str__(self) -> str:
+        return self.text
+
+
+@dataclass(frozen=True)
+class Diagnostic:
+    """An error or a warning about a text of rules."""
+
+    is_error: bool
+    code: str
+    message: str
+    help: str
+    line: int
+    column: int
+    offset: int
+    length: int
+    rendered: str  #: as people read it, with the line and a caret below
+
+    def __str__(self) -> str:
+        return self.rendered
+
+
+@dataclass(frozen=True)
+class Locator:
+    """An entry of the module's locator table."""
+
+    entry: int
+    kind: int
+    kind_name: str
+    description: str
+    flags: int
+    gate: str  #: the conditions on the headers, a line each
+
+
+@dataclass(frozen=True)
+class Rule:
+    """A rule of the module."""
+
+    number: int
+    name: str

@@ -1,0 +1,61 @@
+"""What is scanned: a path, bytes, or a file object that is read in ranges."""
+from __future__ import annotations
+
+import io
+import os
+import threading
+from typing import Any, BinaryIO, List, Optional, Union
+
+from ._native import ffi, sized
+
+Source = Union[str, "os.PathLike[str]", bytes, bytearray, memoryview, BinaryIO]
+
+
+class Opened:
+    """A source as the C interface takes it, for the length of one call."""
+
+    def __init__(self, source: Source, name: Optional[str]) -> None:
+        self.failure: Optional[BaseException] = None
+        self._kept: List[Any] = []
+        self.input = sized("tavrik_input")
+        if isinstance(source, (str, os.PathLike)):
+            self._name(os.fspath(source))
+        elif hasattr(source, "read") and hasattr(source, "seek"):
+            self._name(name if name is not None else str(getattr(source, "name", "")))
+            self._stream(source)
+        else:
+            self._name(name or "")
+            # An empty buffer still has to be somewhere.
+            buffer = ffi.from_buffer(source) if len(memoryview(source)) else ffi.new("char[1]")
+            self._keep(buffer)
+            self.input.bytes = ffi.cast("void *", buffer)
+            self.input.length = memoryview(source).nbytes
+
+    def _keep(self, value: Any) -> Any:
+        self._kept.append(value)
+        return value
+
+    def _name(self, name: str) -> None:
+        if "\0" in name:
+            raise ValueError("a name has no NUL")
+        self.input.name = self._keep(ffi.new("char[]", name.encode("utf-8", "surrogateescape")))
+
+    def _stream(self, file: Any) -> None:
+        lock = threading.Lock()
+        length = file.seek(0, io.SEEK_END)
+
+        def read_at(_context: Any, offset: int, buffer: Any, size: int) -> int:
+            try:
+                with lock:
+                    file.seek(offset)
+                    data = file.read(size)
+                ffi.memmove(buffer, data, len(data))
+                return len(data)
+            except BaseException as failure:  # nothing may cross the library; it is raised after the call
+                self.failure = failure
+                return -1
+
+        stream = self._keep(sized("tavrik_stream"))
+        stream.length = length
+        stream.read_at = self._keep(ffi.callback("int64_t(void *, uint64_t, void *, size_t)", read_at))
+        self.input.stream = stream
