@@ -17,22 +17,17 @@ constexpr uint64_t kTagOffset = kMarker.size();
 constexpr uint64_t kTagLength = 8;
 constexpr uint64_t kChecksumLength = 16;
 constexpr uint64_t kFirstRecord = kTagOffset + kTagLength + kChecksumLength;
-constexpr std::string_view kMagic = "FILE";
+constexpr uint64_t kMagicLength = 4;
 
 // How far behind the tag the closing one of an unknown build is searched for, in bytes.
 constexpr uint64_t kLongestUnknown = 64u << 20;
 
 constexpr AutoItGeneration kGenerations[] = {
-    {"EA06", Keystream::Kind::Rotating, true, true, false, 0x18EE, 0xADBC, 0xB33F, 0xF820, 0xF479, 0x87BC, 0xA685,
+    {"EA06", Keystream::Kind::Rotating, true, true, false, 0x52CA436B, 0xADBC, 0xB33F, 0xF820, 0xF479, 0x87BC, 0xA685,
      0x2477},
-    {"EA05", Keystream::Kind::Twister, false, false, true, 0x16FA, 0x29BC, 0xA25E, 0x29AC, 0xF25E, 0x45AA, 0xC3D2,
+    {"EA05", Keystream::Kind::Twister, false, false, true, 0xCEB06DFF, 0x29BC, 0xA25E, 0x29AC, 0xF25E, 0x45AA, 0xC3D2,
      0x22AF},
 };
-
-bool IsMagic(const AutoItGeneration &generation, std::array<uint8_t, 4> word) {
-    Keystream(generation.keystream, generation.magic_seed).Apply(word);
-    return std::memcmp(word.data(), kMagic.data(), word.size()) == 0;
-}
 
 // Of a FILETIME, 100 ns since 1601; nothing for 0, which stands for no time.
 std::optional<int64_t> UnixTime(uint64_t file_time) {
@@ -63,10 +58,8 @@ std::optional<uint64_t> FindClosingTag(base::ByteSource &source, uint64_t begin)
     return end;
 }
 
-bool HasMarkerAndTag(base::ByteSource &source, uint64_t offset) {
-    std::array<uint8_t, kTagOffset + kTagLength> head;
-    return source.ReadAt(offset, head.data(), head.size()) == head.size() &&
-           std::equal(kMarker.begin(), kMarker.end(), head.begin()) &&
+bool HasMarkerAndTag(std::span<const uint8_t> head) {
+    return head.size() >= kTagOffset + kTagBegin.size() && std::equal(kMarker.begin(), kMarker.end(), head.begin()) &&
            std::equal(kTagBegin.begin(), kTagBegin.end(), head.begin() + kTagOffset);
 }
 
@@ -75,11 +68,9 @@ bool HasMarkerAndTag(base::ByteSource &source, uint64_t offset) {
 AutoItArchive::AutoItArchive(base::ByteSource &source, uint64_t offset)
     : bytes_(source), begin_(offset), position_(offset + kFirstRecord) {
     // The marker and the tag may have been altered; the records say what they are.
-    std::array<uint8_t, 4> word;
-    if (!bytes_.Read(position_, word.data(), word.size()))
-        return;
+    const std::optional<uint32_t> word = bytes_.Get<uint32_t>(position_);
     for (const AutoItGeneration &generation : kGenerations)
-        if (IsMagic(generation, word))
+        if (word == generation.magic)
             generation_ = &generation;
     if (generation_ == nullptr)
         return;
@@ -124,7 +115,7 @@ std::optional<std::string> AutoItArchive::TakeText(uint32_t mask, uint32_t seed)
 
 std::optional<AutoItRecord> AutoItArchive::TakeRecord() {
     AutoItRecord record;
-    position_ += kMagic.size();
+    position_ += kMagicLength;
     std::optional<std::string> text = TakeText(generation_->kind_mask, generation_->kind_seed);
     if (!text)
         return std::nullopt;
@@ -165,12 +156,11 @@ std::optional<AutoItRecord> AutoItArchive::Next() {
         end_ = End::Tag;
         return std::nullopt;
     }
-    std::array<uint8_t, 4> word;
-    if (position_ + kTagLength > bytes_.size() || !bytes_.Read(position_, word.data(), word.size())) {
+    if (position_ + kTagLength > bytes_.size()) {
         end_ = End::Truncated;
         return std::nullopt;
     }
-    if (!IsMagic(*generation_, word) || count_ == kMostRecords) {
+    if (bytes_.Get<uint32_t>(position_) != generation_->magic || count_ == kMostRecords) {
         end_ = End::Unknown;
         return std::nullopt;
     }
@@ -186,8 +176,18 @@ bool IsScript(const AutoItRecord &record) {
     return record.kind.starts_with('>') && record.kind.find("SCRIPT<") != std::string::npos;
 }
 
+bool MayBeAutoIt(std::span<const uint8_t> head) {
+    uint32_t word = 0;
+    if (head.size() >= kFirstRecord + sizeof(word))
+        std::memcpy(&word, head.data() + kFirstRecord, sizeof(word));
+    return HasMarkerAndTag(head) || std::ranges::any_of(kGenerations, [word](const AutoItGeneration &generation) {
+               return word == generation.magic;
+           });
+}
+
 std::optional<Extent> ReadAutoItExtent(base::ByteSource &source, uint64_t offset) {
-    const bool has_head = HasMarkerAndTag(source, offset);
+    std::array<uint8_t, kFirstRecord> head;
+    const bool has_head = HasMarkerAndTag(std::span(head).first(source.ReadAt(offset, head.data(), head.size())));
     AutoItArchive archive(source, offset);
     if (!has_head && archive.generation() == nullptr)
         return std::nullopt;

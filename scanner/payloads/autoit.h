@@ -23,7 +23,7 @@ struct AutoItGeneration {
     bool has_wide_texts; // UTF-16; otherwise Windows-1252
     bool is_literal_set; // in compressed data, the bit in front of a literal byte
     bool is_data_seeded; // the sum of the checksum's bytes is added to the seed of the data
-    uint32_t magic_seed; // of the word "FILE" in front of each record
+    uint32_t magic;      // "FILE" in front of each record, encrypted
     uint32_t kind_mask;  // of the length of the kind, in characters
     uint32_t kind_seed;  // added to that length
     uint32_t path_mask;

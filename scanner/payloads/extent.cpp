@@ -1,5 +1,10 @@
 #include "scanner/payloads/extent.h"
 
+#include <array>
+#include <cstring>
+#include <span>
+#include <string_view>
+
 #include "scanner/payloads/readers.h"
 #include "tavrik2/payload_locator.h"
 
@@ -58,11 +63,19 @@ std::optional<Extent> ReadExtent(base::ByteSource &source, Format format, uint64
 }
 
 std::optional<Extent> ReadExtentAt(base::ByteSource &source, uint64_t offset) {
-    // Each begins by comparing a few bytes, so that asking all of them costs little.
-    for (const auto reader : {ReadCabinetExtent, ReadRarExtent, ReadNsisExtent, ReadAutoItExtent})
-        if (std::optional<Extent> extent = reader(source, offset))
-            return extent;
-    return std::nullopt;
+    // Asked for many offsets, of which few begin a payload: one small read decides.
+    std::array<uint8_t, kLongestHead> buffer;
+    const std::span<const uint8_t> head = std::span(buffer).first(source.ReadAt(offset, buffer.data(), buffer.size()));
+    const auto has = [head](std::string_view bytes, std::size_t place) {
+        return head.size() >= place + bytes.size() && std::memcmp(head.data() + place, bytes.data(), bytes.size()) == 0;
+    };
+    if (has("MSCF", 0))
+        return ReadCabinetExtent(source, offset);
+    if (has("Rar!", 0))
+        return ReadRarExtent(source, offset);
+    if (has("NullsoftInst", 2 * kNsisMarkerDistance))
+        return ReadNsisExtent(source, offset);
+    return MayBeAutoIt(head) ? ReadAutoItExtent(source, offset) : std::nullopt;
 }
 
 } // namespace tavrik::scanner::payloads

@@ -3,8 +3,10 @@
 #define TAVRIK_SCANNER_PAYLOADS_READERS_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -24,6 +26,12 @@ inline Extent MakeExtent(const base::ByteSource &source, Format format, std::str
     const uint64_t present = std::min(length, rest);
     return {format, std::move(description), offset, length, present, present == length, false};
 }
+
+/** The most bytes that MayBeAutoIt needs. */
+inline constexpr std::size_t kLongestHead = 64;
+
+/** Whether a compiled AutoIt script can begin with these bytes; quick. */
+bool MayBeAutoIt(std::span<const uint8_t> head);
 
 /** The cabinet whose first byte is at `offset`; nothing when there is none. So for the other formats. */
 std::optional<Extent> ReadCabinetExtent(base::ByteSource &source, uint64_t offset);

@@ -325,6 +325,21 @@ TEST(InstallerScripts, NamesAreReadInEveryDialect) {
     }
 }
 
+TEST(InstallerScripts, SolidStreamsOfStoredBlocksAreRecognised) {
+    InstallerParts parts = SmallInstaller();
+    parts.instructions[2][3] = 9 + 4 + 40000; // behind a block that no file has
+    parts.blocks.insert(9, Little(40000, 4) + Noise(40000));
+    for (const bool has_complement : {false, true}) {
+        const std::string installer = SolidInstaller(parts, has_complement);
+        base::MemorySource source(BytesOf(installer));
+        const std::optional<Extent> extent = ReadExtentAt(source, 0);
+        ASSERT_TRUE(extent.has_value());
+        EXPECT_EQ(extent->description, "NSIS 3 ANSI, zlib solid");
+        const std::map<std::string, std::string> expected = {{"$INSTDIR/d/a.txt", "hello"}, {"$INSTDIR/d/b.txt", "ho"}};
+        EXPECT_EQ(ContentsOf(source, *extent).Files(), expected);
+    }
+}
+
 /** Installers that makensis makes. */
 class MadeInstallers : public testing::Test {
 protected:

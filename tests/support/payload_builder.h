@@ -173,6 +173,22 @@ inline std::string Installer(const InstallerParts &parts) {
     return Little(parts.flags, 4) + kNullsoft + Little(script.size(), 4) + Little(28 + body.size(), 4) + body;
 }
 
+/** The same archive as a solid stream of stored deflate blocks, with the complement of their lengths or without. The
+ * first block has 127 bytes: with the complement, the stream begins like the length of a compressed block. */
+inline std::string SolidInstaller(const InstallerParts &parts, bool has_complement) {
+    constexpr std::size_t kHead = 28;
+    std::string archive = Installer(parts);
+    const std::string body = archive.substr(kHead);
+    std::string stream;
+    for (std::size_t place = 0; place < body.size();) {
+        const std::size_t length = std::min<std::size_t>(place == 0 ? 127 : 1000, body.size() - place);
+        stream += Little(place + length == body.size(), 1) + Little(length, 2);
+        stream += (has_complement ? Little(length ^ 0xFFFF, 2) : "") + body.substr(place, length);
+        place += length;
+    }
+    return archive.replace(kHead - 4, std::string::npos, Little(kHead + stream.size(), 4) + stream);
+}
+
 // Cabinets and RAR archives: as much of them as their bounds need.
 
 inline std::string Cabinet(uint32_t length, uint16_t flags = 0) {
