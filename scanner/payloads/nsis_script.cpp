@@ -72,10 +72,8 @@ std::optional<int64_t> UnixTime(uint32_t low, uint32_t high) {
     return static_cast<int64_t>((uint64_t{high} << 32 | low) / kTicksInSecond) - kSecondsTo1970;
 }
 
-// Whether a path does not depend on the current folder: it begins with a variable, a separator or a drive.
-bool IsAbsolute(std::string_view path) {
-    return path.starts_with('$') || path.starts_with('\\') || path.starts_with('/') ||
-           (path.size() > 1 && path[1] == ':');
+bool HasRoot(std::string_view path) {
+    return path.starts_with('\\') || path.starts_with('/') || (path.size() > 1 && path[1] == ':');
 }
 
 /** Follows the script's instructions from the first to the last, as far as they name files. */
@@ -97,10 +95,10 @@ public:
                 values_[parameters[0]] = Text(parameters[1]);
             break;
         case kExtractFile:
-            Add({Text(parameters[1]), parameters[2], UnixTime(parameters[3], parameters[4])});
+            Add(parameters[1], {Text(parameters[1]), parameters[2], UnixTime(parameters[3], parameters[4])});
             break;
         case kWriteUninstaller:
-            Add({Text(parameters[0]), parameters[1], std::nullopt, true, parameters[2]});
+            Add(parameters[0], {Text(parameters[0]), parameters[1], std::nullopt, true, parameters[2]});
             break;
         default:
             break;
@@ -118,10 +116,12 @@ private:
         return text;
     }
 
-    void Add(NsisFile file) {
+    // The path is that of the string `name`. What the values of other variables are is not known: most are single
+    // names.
+    void Add(uint32_t name, NsisFile file) {
         if (file.path.empty())
             return;
-        if (!IsAbsolute(file.path))
+        if (!strings_.BeginsWithFolder(name) && !HasRoot(file.path))
             file.path = values_[nsis_variable::kOutDir] + "\\" + file.path;
         std::replace(file.path.begin(), file.path.end(), '\\', '/');
         text_ += file.path.size();

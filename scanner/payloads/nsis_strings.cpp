@@ -1,6 +1,7 @@
 #include "scanner/payloads/nsis_strings.h"
 
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -24,7 +25,7 @@ std::string VariableName(uint32_t number) {
         return "$R" + std::to_string(number - kRegisters / 2);
     if (number - kRegisters < std::size(kVariables))
         return "$" + std::string(kVariables[number - kRegisters]);
-    return "$_" + std::to_string(number) + "_";
+    return "$_" + std::to_string(number - kRegisters - std::size(kVariables)) + "_"; // of the script's author
 }
 
 struct ShellFolder {
@@ -172,18 +173,44 @@ std::string NsisStrings::FolderName(uint32_t parameter) const {
     return "$_SHELL_" + std::to_string(parameter) + "_";
 }
 
-void NsisStrings::AppendLanguage(Expansion &out, uint32_t index, int depth) const {
+std::optional<uint32_t> NsisStrings::LanguageString(uint32_t index) const {
     uint32_t number;
-    if (depth < kDeepestLanguage && uint64_t{index} * sizeof(number) + sizeof(number) <= languages_.size()) {
-        std::memcpy(&number, languages_.data() + std::size_t{index} * sizeof(number), sizeof(number));
-        return Append(out, number, depth + 1);
-    }
+    if (uint64_t{index} * sizeof(number) + sizeof(number) > languages_.size())
+        return std::nullopt;
+    std::memcpy(&number, languages_.data() + std::size_t{index} * sizeof(number), sizeof(number));
+    return number;
+}
+
+void NsisStrings::AppendLanguage(Expansion &out, uint32_t index, int depth) const {
+    const std::optional<uint32_t> number = LanguageString(index);
+    if (number && depth < kDeepestLanguage)
+        return Append(out, *number, depth + 1);
     out.text += "$(LSTR_" + std::to_string(index) + ")";
 }
 
+// The number in a parameter: seven bits a byte, with the highest bit set so that no byte is 0.
+uint32_t NsisStrings::Decoded(uint32_t parameter) const {
+    if (is_wide_ && dialect_ == Dialect::Old)
+        return parameter & 0x7FFF;
+    return (parameter & 0x7F) | (parameter >> 8 & 0x7F) << 7;
+}
+
+bool NsisStrings::BeginsWithFolder(uint32_t number) const {
+    using namespace nsis_variable;
+    if ((number & 0x80000000) != 0)
+        number = LanguageString(~number).value_or(0);
+    std::size_t place = std::size_t{number} * width();
+    const Code code = CodeOf(UnitAt(place));
+    place += width();
+    if (code != Code::Variable)
+        return code == Code::Shell;
+    const uint32_t variable = Decoded(TakeParameter(place));
+    return variable == kInstDir || variable == kOutDir || variable == kExeDir || variable == kTemp ||
+           variable == kPluginsDir || variable == kSavedOutDir;
+}
+
 void NsisStrings::AppendCode(Expansion &out, Code code, uint32_t parameter, int depth) const {
-    const bool is_plain = is_wide_ && dialect_ == Dialect::Old;
-    const uint32_t number = is_plain ? parameter & 0x7FFF : (parameter & 0x7F) | (parameter >> 8 & 0x7F) << 7;
+    const uint32_t number = Decoded(parameter);
     if (code == Code::Shell) {
         out.text += FolderName(parameter);
     } else if (code == Code::Language) {

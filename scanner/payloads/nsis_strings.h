@@ -13,7 +13,11 @@ namespace tavrik::scanner::payloads {
 
 /** Numbers of variables. */
 namespace nsis_variable {
+inline constexpr uint32_t kInstDir = 21;
 inline constexpr uint32_t kOutDir = 22;
+inline constexpr uint32_t kExeDir = 23;
+inline constexpr uint32_t kTemp = 25;
+inline constexpr uint32_t kPluginsDir = 26;
 inline constexpr uint32_t kSavedOutDir = 31; // $_OUTDIR, with which the compiler goes back to a folder
 } // namespace nsis_variable
 
@@ -30,6 +34,9 @@ public:
     /** The string with that number as UTF-8, up to about `longest` bytes: variables that have a value in `values`
      * replaced, others by name, backslashes as they are. "" for a number outside of the block. */
     std::string Text(uint32_t number, const std::map<uint32_t, std::string> &values, std::size_t longest) const;
+
+    /** Whether the string begins with a folder of the system or a variable that is one: as a path, it is absolute. */
+    bool BeginsWithFolder(uint32_t number) const;
 
 private:
     /** What a code in a string stands for. */
@@ -53,6 +60,8 @@ private:
     void Append(Expansion &out, uint32_t number, int depth) const;
     void AppendCode(Expansion &out, Code code, uint32_t parameter, int depth) const;
     void AppendLanguage(Expansion &out, uint32_t index, int depth) const;
+    std::optional<uint32_t> LanguageString(uint32_t index) const;
+    uint32_t Decoded(uint32_t parameter) const;
     void FindDialect();
 
     std::span<const uint8_t> strings_;
