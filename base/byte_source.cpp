@@ -16,14 +16,16 @@ constexpr char kNotRegular[] = "is a device, pipe or socket; only regular files 
 
 constexpr char kNoSuchFile[] = "no such file; check the name, or whether it has gone";
 
-std::string Advice(const std::error_code &error) {
+Error OpenError(const fs::path &path, const std::error_code &error) {
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
-        return kNoSuchFile;
+        return {path, kNoSuchFile, ErrorCode::NotFound};
     if (error == std::errc::permission_denied)
-        return "permission denied; run as a user who may read it";
+        return {path, "permission denied; run as a user who may read it", ErrorCode::PermissionDenied};
     if (error == std::errc::too_many_symbolic_link_levels)
-        return "a loop of symbolic links";
-    return error.message();
+        return {path, "a loop of symbolic links", ErrorCode::LinkLoop};
+    if (error == std::errc::not_supported)
+        return {path, kNotRegular, ErrorCode::NotRegular};
+    return {path, error.message()};
 }
 
 // Opening a device may have side effects, so the type is checked first.
@@ -34,13 +36,13 @@ void RequireRegularFile(const fs::path &path) {
     case fs::file_type::regular:
         return;
     case fs::file_type::directory:
-        throw Error(path, "is a folder; name a file");
+        throw Error(path, "is a folder; name a file", ErrorCode::IsFolder);
     case fs::file_type::none:
-        throw Error(path, Advice(error));
+        throw OpenError(path, error);
     case fs::file_type::not_found:
-        throw Error(path, kNoSuchFile);
+        throw Error(path, kNoSuchFile, ErrorCode::NotFound);
     default:
-        throw Error(path, kNotRegular);
+        throw Error(path, kNotRegular, ErrorCode::NotRegular);
     }
 }
 
@@ -49,7 +51,7 @@ RegularFile Open(const fs::path &path, bool for_writing) {
     try {
         return RegularFile(path, for_writing);
     } catch (const std::system_error &error) {
-        throw Error(path, error.code() == std::errc::not_supported ? kNotRegular : Advice(error.code()));
+        throw OpenError(path, error.code());
     }
 }
 
@@ -60,6 +62,7 @@ FileSource::FileSource(const fs::path &path, Access access) : file_(Open(path, a
 std::size_t FileSource::ReadFromFile(uint64_t offset, void *buffer, std::size_t length) {
     std::error_code error;
     const std::size_t count = file_.ReadAt(offset, buffer, length, error);
+    bytes_read_ += count;
     if (!error)
         return count;
     error_ = "cannot be read at offset " + std::to_string(offset) + ": " + error.message();

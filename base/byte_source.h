@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 
+#include "base/error.h"
 #include "base/system.h"
 
 namespace tavrik::base {
@@ -30,6 +31,9 @@ public:
 
     /** The reason of the first read that failed; "" while none has. */
     virtual const std::string &error() const = 0;
+
+    /** The kind of that failure. */
+    virtual ErrorCode error_code() const { return ErrorCode::ReadFailed; }
 };
 
 /** A regular file of any size. Small reads close to each other cost one system call. */
@@ -51,6 +55,9 @@ public:
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     const std::string &error() const override { return error_; }
 
+    /** How many bytes the system has been asked for and has given. */
+    uint64_t bytes_read() const { return bytes_read_; }
+
 private:
     static constexpr std::size_t kPageSize = 16 * 1024;
 
@@ -63,6 +70,7 @@ private:
     std::unique_ptr<uint8_t[]> page_; // the page that was read last
     uint64_t page_offset_ = 0;        // in the file; a multiple of its size
     std::size_t page_length_ = 0;     // 0 while there is none
+    uint64_t bytes_read_ = 0;
     std::string error_;
 };
 
@@ -91,6 +99,7 @@ public:
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     std::span<const uint8_t> InMemory() const override;
     const std::string &error() const override { return source_.error(); }
+    ErrorCode error_code() const override { return source_.error_code(); }
 
 private:
     ByteSource &source_;

@@ -5,8 +5,29 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace tavrik::base {
+
+/** The kinds of failures that a program may tell apart. */
+enum class ErrorCode {
+    Failed, // none of the others
+    NotFound,
+    PermissionDenied,
+    IsFolder,   // where a file is wanted
+    NotRegular, // a device, pipe or socket
+    LinkLoop,
+    ReadFailed,
+    TooLarge,
+    TimedOut,
+    OutOfMemory,
+    NotPe,
+    NotCarved,
+    Count
+};
+
+/** A code's word, such as "not-found". */
+std::string_view ErrorCodeName(ErrorCode code);
 
 /** A file, folder, list, module or argument makes it impossible to do what was asked.
  *
@@ -25,13 +46,16 @@ public:
     explicit Error(const std::string &text) : std::runtime_error(text), reason_(text) {}
 
     /** A failure with one file: what() is "FILE: reason", the file's name made printable. */
-    Error(const std::filesystem::path &file, const std::string &reason);
+    Error(const std::filesystem::path &file, const std::string &reason, ErrorCode code = ErrorCode::Failed);
 
     /** The text without the file's name. */
     const std::string &reason() const { return reason_; }
 
+    ErrorCode code() const { return code_; }
+
 private:
     std::string reason_;
+    ErrorCode code_ = ErrorCode::Failed;
 };
 
 } // namespace tavrik::base

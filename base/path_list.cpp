@@ -33,6 +33,12 @@ InputStream Open(const fs::path &list, char separator) {
     }
 }
 
+// Lists that are made on Windows have its line ends; a file whose name truly ends with a carriage return is there.
+bool HasOddName(const std::string &entry) {
+    std::error_code ignored;
+    return fs::path::preferred_separator == '/' && fs::exists(fs::symlink_status(PathOf(entry), ignored));
+}
+
 } // namespace
 
 PathList::PathList(const fs::path &list, char separator)
@@ -67,10 +73,9 @@ std::size_t PathList::ReadPiece() {
 
 // Nothing when the entry is empty.
 std::optional<fs::path> PathList::TakeEntry() {
-    // Lists that are made on Windows may have its line ends; no file name there ends with a carriage return.
-    if (separator_ == '\n' && fs::path::preferred_separator == '\\' && entry_.ends_with('\r'))
-        entry_.pop_back();
     std::optional<fs::path> path;
+    if (separator_ == '\n' && entry_.ends_with('\r') && !HasOddName(entry_))
+        entry_.pop_back();
     if (!entry_.empty())
         path = PathOf(entry_);
     entry_.clear();

@@ -5,17 +5,25 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "base/byte_source.h"
 
 namespace tavrik::base {
 
-/** Computes the SHA-256 of bytes that come piece by piece. */
+/** Computes the SHA-256 of bytes that come piece by piece: by OpenSSL where the build has it, else by code of our own.
+ * Throws std::bad_alloc. */
 class Sha256 {
 public:
     using Digest = std::array<uint8_t, 32>;
+
+    Sha256();
+    ~Sha256();
+    Sha256(const Sha256 &) = delete;
+    Sha256 &operator=(const Sha256 &) = delete;
 
     void Update(std::span<const uint8_t> bytes);
 
@@ -23,19 +31,18 @@ public:
     Digest Finish();
 
 private:
-    static constexpr std::size_t kBlockSize = 64;
-
-    void Compress(const uint8_t *block);
-
-    std::array<uint32_t, 8> state_ = {0x6A09E667, 0xBB67AE85, 0x3C6EF372, 0xA54FF53A,
-                                      0x510E527F, 0x9B05688C, 0x1F83D9AB, 0x5BE0CD19};
-    std::array<uint8_t, kBlockSize> block_ = {}; // the last bytes, up to the next whole block
-    std::size_t used_ = 0;                       // of block_
-    uint64_t length_ = 0;                        // in bytes
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
-/** The SHA-256 of all bytes of a source in 64 lower-case hexadecimal digits; "" when a read failed. */
+/** A digest in 64 lower-case hexadecimal digits. */
+std::string HexDigits(const Sha256::Digest &digest);
+
+/** The SHA-256 of all bytes of a source in hexadecimal digits; "" when a read failed. */
 std::string Sha256Of(ByteSource &source);
+
+/** The SHA-256 of bytes in memory in hexadecimal digits. */
+std::string Sha256Of(std::string_view bytes);
 
 } // namespace tavrik::base
 

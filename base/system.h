@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -66,16 +67,17 @@ int Interruption();
 /** A file, pipe or device that is read from its start to its end and may deliver slowly. */
 class InputStream {
 public:
-    /** Opens the path, or standard input. Throws std::system_error. */
+    /** Opens the path, or standard input. A pipe without a writer is opened at once; reading waits for one. Throws
+     * std::system_error. */
     explicit InputStream(const std::filesystem::path &path);
     static InputStream StandardInput() { return InputStream(); }
     ~InputStream();
     InputStream(const InputStream &) = delete;
     InputStream &operator=(const InputStream &) = delete;
 
-    /** Waits for some bytes, at most `length`, and returns their number; 0 at the end and once Interruption is not 0.
-     * Throws std::system_error. */
-    std::size_t Read(char *buffer, std::size_t length);
+    /** Waits for some bytes, at most `length`, and returns their number; 0 at the end, once Interruption is not 0 and
+     * when `give_up`, asked now and then where the system allows it, returns true. Throws std::system_error. */
+    std::size_t Read(char *buffer, std::size_t length, const std::function<bool()> &give_up = {});
 
 private:
     InputStream() = default;

@@ -118,7 +118,7 @@ int Interruption() {
     return interruption.load(std::memory_order_relaxed);
 }
 
-InputStream::InputStream(const fs::path &path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+InputStream::InputStream(const fs::path &path) : descriptor_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
     if (descriptor_ < 0)
         ThrowLastError();
 }
@@ -128,8 +128,8 @@ InputStream::~InputStream() {
         close(descriptor_);
 }
 
-std::size_t InputStream::Read(char *buffer, std::size_t length) {
-    while (Interruption() == 0) {
+std::size_t InputStream::Read(char *buffer, std::size_t length, const std::function<bool()> &give_up) {
+    while (Interruption() == 0 && !(give_up && give_up())) {
         pollfd input = {descriptor_, POLLIN, 0};
         const int ready = poll(&input, 1, kPollMilliseconds);
         if (ready == 0)

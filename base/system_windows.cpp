@@ -177,8 +177,8 @@ InputStream::~InputStream() {
         _close(descriptor_);
 }
 
-std::size_t InputStream::Read(char *buffer, std::size_t length) {
-    if (Interruption() != 0)
+std::size_t InputStream::Read(char *buffer, std::size_t length, const std::function<bool()> &give_up) {
+    if (Interruption() != 0 || (give_up && give_up()))
         return 0;
     const int count = _read(descriptor_, buffer, static_cast<unsigned>(std::min<std::size_t>(length, INT_MAX)));
     if (count < 0)

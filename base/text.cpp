@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <iterator>
 #include <system_error>
@@ -84,6 +85,29 @@ std::string Printable(std::string_view text) {
 
 std::string PrintablePath(const std::filesystem::path &path) {
     return Printable(PathText(path));
+}
+
+bool IsUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t length = Decode(text).length;
+        if (length == 0)
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+std::string Base64(std::string_view bytes) {
+    constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(3, bytes.size()))) {
+        uint32_t group = 0;
+        for (std::size_t index = 0; index < 3; ++index)
+            group = group << 8 | (index < bytes.size() ? static_cast<uint8_t>(bytes[index]) : 0u);
+        for (std::size_t index = 0; index < 4; ++index)
+            text += index <= bytes.size() ? kDigits[group >> (18 - 6 * index) & 63] : '=';
+    }
+    return text;
 }
 
 std::string CountText(uint64_t count, std::string_view one) {

@@ -20,6 +20,12 @@ std::filesystem::path PathOf(const std::string &text);
 std::string Printable(std::string_view text);
 std::string PrintablePath(const std::filesystem::path &path);
 
+/** Whether the whole text is valid UTF-8. */
+bool IsUtf8(std::string_view text);
+
+/** Bytes in base64 (RFC 4648), padded. */
+std::string Base64(std::string_view bytes);
+
 /** A count with its noun, of which `one` is the singular: "1 file", "2 files". */
 std::string CountText(uint64_t count, std::string_view one);
 

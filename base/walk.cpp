@@ -12,6 +12,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
+Error Unreadable(const fs::path &folder, const std::error_code &error) {
+    return {folder, "folder cannot be read: " + error.message(),
+            error == std::errc::permission_denied ? ErrorCode::PermissionDenied : ErrorCode::ReadFailed};
+}
+
 class Walker {
 public:
     Walker(const WalkSettings &settings, const WalkVisitor &visitor) : settings_(settings), visitor_(visitor) {}
@@ -30,7 +35,7 @@ public:
         std::vector<Entry> entries;
         for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
             entries.push_back({entry->path().filename().native(), TypeOf(*entry)});
-        if (error && !visitor_.error(folder, "folder cannot be read: " + error.message()))
+        if (error && !visitor_.error(folder, Unreadable(folder, error)))
             return false;
         std::sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) { return a.name < b.name; });
         return std::all_of(entries.begin(), entries.end(),
@@ -69,7 +74,7 @@ private:
         case fs::file_type::regular:
             return IsExcluded(path) || visitor_.file(path);
         case fs::file_type::none:
-            return IsExcluded(path) || visitor_.error(path, "cannot be looked at; it may have gone");
+            return IsExcluded(path) || visitor_.error(path, Error(path, "cannot be looked at; it may have gone"));
         default:
             return true;
         }
@@ -90,7 +95,7 @@ bool Walk(const fs::path &path, const WalkSettings &settings, const WalkVisitor 
         return visitor.file(path);
     if (settings.recursive)
         return walker.WalkFolder(path);
-    return visitor.error(path, "is a folder; add -r to scan the files in it");
+    return visitor.error(path, Error(path, "is a folder; add -r to scan the files in it", ErrorCode::IsFolder));
 }
 
 } // namespace tavrik::base

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/error.h"
+
 namespace tavrik::base {
 
 /** What a walk visits and what it leaves out. */
@@ -22,7 +24,7 @@ struct WalkSettings {
 struct WalkVisitor {
     /** Both return whether to go on. */
     std::function<bool(const std::filesystem::path &file)> file;
-    std::function<bool(const std::filesystem::path &folder, const std::string &reason)> error;
+    std::function<bool(const std::filesystem::path &path, const Error &error)> error;
 };
 
 /** Visits `path` itself or, when it is a folder and `recursive`, the regular files in and below it, in the order of

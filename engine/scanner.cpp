@@ -37,6 +37,7 @@ scanner::FileReport Skipped(const Input &input, uint64_t max_size) {
     report.size = input.size();
     report.status = scanner::ScanStatus::Skipped;
     report.error = fmt::format("larger than {} bytes", max_size);
+    report.error_code = base::ErrorCode::TooLarge;
     return report;
 }
 

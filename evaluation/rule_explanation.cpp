@@ -206,6 +206,12 @@ void AddLine(std::string &out, std::string_view mark, const rules::text::Printed
     }
 }
 
+// A file's value without the words before it.
+std::string WithoutWords(const std::string &value) {
+    constexpr std::string_view kWords = "the file has ";
+    return value.starts_with(kWords) ? value.substr(kWords.size()) : value;
+}
+
 } // namespace
 
 RuleExplanation ExplainRule(const HeuristicRule &rule, Features &features) {
@@ -223,6 +229,7 @@ RuleExplanation ExplainRule(const HeuristicRule &rule, Features &features) {
             mark = is_met ? "ok" : is_required ? "FAIL" : "-";
             explanation.failed += !is_met && is_required ? 1 : 0;
             value = file_value.Of(line.item, line.first);
+            explanation.conditions.push_back({std::string(line.text), WithoutWords(value), is_met, is_required});
         }
         AddLine(explanation.text, mark, line, value);
     }

@@ -133,7 +133,8 @@ void WriteFinding(std::string &text, const std::optional<Finding> &finding, bool
 
 } // namespace
 
-Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &source, const HostRecords &records) {
+Explanation Explain(const Module &module, uint32_t entry, base::ByteSource &whole, const HostRecords &records) {
+    base::WindowSource source(whole, 0, kLargestFile);
     const LocatorInfo &info = kLocatorInfo[entry];
     Explanation explanation;
     std::string &text = explanation.text;

@@ -31,6 +31,9 @@ public:
     /** The module that belongs to the running program, see base::DefaultModulePath. */
     static std::filesystem::path DefaultPath();
 
+    /** The module's file, absolute. */
+    const std::filesystem::path &path() const { return path_; }
+
     /** The payload locators, in place: valid as long as this object. */
     std::span<const LocatorTableEntry> locators() const { return locators_; }
 

@@ -2,10 +2,25 @@
 
 namespace tavrik::scanner {
 
+const char *StatusName(ScanStatus status) {
+    switch (status) {
+    case ScanStatus::Scanned:
+        return "scanned";
+    case ScanStatus::NotPe:
+        return "not-pe";
+    case ScanStatus::Skipped:
+        return "skipped";
+    default:
+        return "error";
+    }
+}
+
 std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour) {
     switch (format) {
     case ReportFormat::JsonLines:
         return JsonLine(report) + '\n';
+    case ReportFormat::Csv:
+        return CsvLines(report);
     default:
         return TextLines(report, in_colour);
     }

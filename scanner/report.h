@@ -10,7 +10,7 @@
 namespace tavrik::scanner {
 
 /** What a report is printed as. */
-enum class ReportFormat { Text, JsonLines };
+enum class ReportFormat { Text, JsonLines, Csv };
 
 /** The report in that format, each line with its line feed. */
 std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour);
@@ -22,6 +22,19 @@ std::string TextLines(const FileReport &report, bool in_colour);
  * "not-pe", "skipped" or "error"), reason (of "skipped") or error (of "error"), detections and findings. Bytes of the
  * name that are not valid UTF-8 are replaced by U+FFFD. */
 std::string JsonLine(const FileReport &report);
+
+/** The names of the columns and the rows of a file for spreadsheets (RFC 4180, with line feeds): a row for each result,
+ * or one for the file when there is none. File names are printable; a text that spreadsheets would take for a formula
+ * begins with an apostrophe. */
+std::string CsvHeader();
+std::string CsvLines(const FileReport &report);
+
+/** A status in a word: "scanned", "not-pe", "skipped" or "error". */
+const char *StatusName(ScanStatus status);
+
+/** The lines for standard error about what is no failure, each with its line feed: why the file was skipped
+ * (`names_skipped`) and the notes. */
+std::string NoteLines(const FileReport &report, bool names_skipped);
 
 /** The line for standard error about a file that could not be scanned as a whole, with its line feed. */
 std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour);

@@ -7,34 +7,36 @@
 
 namespace tavrik::scanner {
 
-namespace {
-
-const char *StatusName(ScanStatus status) {
-    switch (status) {
-    case ScanStatus::Scanned:
-        return "scanned";
-    case ScanStatus::NotPe:
-        return "not-pe";
-    case ScanStatus::Skipped:
-        return "skipped";
-    default:
-        return "error";
-    }
+void AddPath(Json &object, const std::string &key, const std::filesystem::path &path) {
+    const std::string text = base::PathText(path);
+    object[key] = text;
+    if (!base::IsUtf8(text))
+        object[key + "_b64"] = base::Base64(text);
 }
 
-} // namespace
+Json ProblemObject(std::string_view code, const std::string &text) {
+    return {{"code", code}, {"text", text}};
+}
 
 Json ReportObject(const FileReport &report) {
     Json line;
-    line["file"] = base::PathText(report.file);
+    line["schema"] = kJsonSchema;
+    AddPath(line, "file", report.file);
     line["size"] = report.size ? Json(*report.size) : Json(nullptr);
     if (!report.sha256.empty())
         line["sha256"] = report.sha256;
     line["status"] = StatusName(report.status);
     if (report.status == ScanStatus::Failed)
-        line["error"] = report.error;
+        line["error"] = ProblemObject(base::ErrorCodeName(report.error_code), report.error);
     if (report.status == ScanStatus::Skipped)
-        line["reason"] = report.error;
+        line["reason"] = ProblemObject(base::ErrorCodeName(report.error_code), report.error);
+    for (const Note &note : report.notes)
+        line["notes"].push_back(ProblemObject(note.code, note.text));
+    if (report.missing_bytes) {
+        line["truncated"] = *report.missing_bytes > 0;
+        if (*report.missing_bytes > 0)
+            line["missing"] = *report.missing_bytes;
+    }
     Json &detections = line["detections"] = Json::array();
     for (const Detection &detection : report.detections)
         detections.push_back(
@@ -48,7 +50,7 @@ Json ReportObject(const FileReport &report) {
                                                   {"size", finding.size}});
         for (const CarvedPayload &carved : report.carved)
             if (carved.offset == finding.offset)
-                object["carved"] = base::PathText(carved.file);
+                AddPath(object, "carved", carved.file);
     }
     return line;
 }

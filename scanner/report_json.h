@@ -10,6 +10,17 @@ namespace tavrik::scanner {
 
 using Json = nlohmann::ordered_json;
 
+/** The number of the form that docs/json.md describes. It grows when a program that reads the objects could
+ * misunderstand them; keys that are added leave it as it is. */
+inline constexpr int kJsonSchema = 1;
+
+/** Adds a path to an object: `key` has its text, in which bytes that are not UTF-8 become U+FFFD, and where there are
+ * any, `key`_b64 has all bytes in base64. */
+void AddPath(Json &object, const std::string &key, const std::filesystem::path &path);
+
+/** What is wrong or remarkable: {"code": a word, "text": for people}. */
+Json ProblemObject(std::string_view code, const std::string &text);
+
 /** The object of a file's report, see docs/json.md. */
 Json ReportObject(const FileReport &report);
 

@@ -30,6 +30,19 @@ std::string TextLines(const FileReport &report, bool in_colour) {
     return lines;
 }
 
+std::string NoteLines(const FileReport &report, bool names_skipped) {
+    std::string lines;
+    const auto add = [&](std::string_view kind, const std::string &text) {
+        fmt::format_to(std::back_inserter(lines), "tavrik-scan: {}: {}{}\n", base::PrintablePath(report.file), kind,
+                       base::Printable(text));
+    };
+    if (names_skipped && report.status == ScanStatus::Skipped)
+        add("skipped: ", report.error);
+    for (const Note &note : report.notes)
+        add("", note.text);
+    return lines;
+}
+
 std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour) {
     return fmt::format("tavrik-scan: {}: {}\n", base::PrintablePath(file),
                        base::Paint(in_colour, base::Colour::Error, base::Printable(reason)));

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <new>
+#include <system_error>
 
 #include <fmt/format.h>
 
 #include "base/error.h"
 #include "base/sha256.h"
+#include "base/stream_source.h"
 #include "scanner/clean_action.h"
 #include "scanner/module_stream.h"
 #include "scanner/profile.h"
@@ -27,7 +29,8 @@ std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::By
     return Finding{entry, result.kind, result.offset, result.size};
 }
 
-std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const HostRecords &records) {
+std::vector<Finding> RunLocators(const Module &module, base::ByteSource &whole, const HostRecords &records) {
+    base::WindowSource source(whole, 0, kLargestFile);
     std::vector<Finding> findings;
     for (uint32_t entry = 0; entry < module.locators().size(); ++entry)
         for (const SectionHeader &first_section : records.first_sections) {
@@ -38,9 +41,9 @@ std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source,
     return findings;
 }
 
-std::string TooLargeText(uint64_t size) {
-    return fmt::format("has {} bytes; files of 2 GiB and more cannot be searched for payloads, since the module counts "
-                       "offsets in signed 32-bit numbers",
+std::string SearchedInPartText(uint64_t size) {
+    return fmt::format("has {} bytes; the locators search the first 2 GiB, since the module counts offsets in signed "
+                       "32-bit numbers",
                        size);
 }
 
@@ -49,33 +52,53 @@ std::string_view DetectionName(const HeuristicRule &rule) {
     return name.substr(0, name.find('\0'));
 }
 
+namespace {
+
+constexpr uint64_t kLargestStream = uint64_t{4} << 30; // bytes; a temporary file holds them
+
+std::shared_ptr<base::StreamSource> ReadStream(const Input &input, uint64_t most, const Deadline &deadline) {
+    const auto read = [&](base::InputStream &&stream) {
+        return std::make_shared<base::StreamSource>(stream, most, [&deadline] { return deadline.HasPassed(); });
+    };
+    try {
+        return input.kind == Input::Kind::StandardInput ? read(base::InputStream::StandardInput())
+                                                        : read(base::InputStream(input.path));
+    } catch (const std::system_error &error) {
+        throw base::Error(input.path, error.code().message());
+    }
+}
+
+// How many of the bytes that the headers of a PE file say are in it lie beyond its end: of the section table and of the
+// sections' raw data.
+uint64_t MissingBytes(const pe::Image &image, const HostRecords &records) {
+    uint64_t end = uint64_t{image.SignatureOffset()} + pe::kOptionalHeaderOffset +
+                   records.file_header.SizeOfOptionalHeader +
+                   sizeof(SectionHeader) * records.file_header.NumberOfSections;
+    for (const SectionHeader &section : records.sections)
+        if (section.PointerToRawData != 0 && section.SizeOfRawData != 0)
+            end = std::max(end, uint64_t{section.PointerToRawData} + section.SizeOfRawData);
+    return end - std::min(end, image.size());
+}
+
+} // namespace
+
 Scanner::Scanner(const Module &module, const ScanSettings &settings) : Scanner(module, module.rules(), settings) {}
 
 Scanner::Scanner(const Module &module, std::span<HeuristicRule *const> rules, const ScanSettings &settings)
     : module_(module), rules_(rules), settings_(settings), index_(rules) {}
 
-FileReport Scanner::Scan(const std::filesystem::path &file, Profile *profile) const {
+FileReport Scanner::Scan(const Input &input, Profile *profile) const {
     FileReport report;
-    report.file = file;
-    const Deadline deadline(settings_.timeout);
+    report.file = input.path;
     try {
-        const StepTimer timer(profile, Step::Open);
-        base::FileSource opened(file);
-        report.size = opened.size();
-        if (settings_.max_size && opened.size() > *settings_.max_size) {
-            report.status = ScanStatus::Skipped;
-            report.error = fmt::format("larger than {} bytes", *settings_.max_size);
-            return report;
-        }
-        WatchedSource source(opened, deadline, profile);
-        Examine(source, report, profile);
-        if (source.was_interrupted())
-            report.status = ScanStatus::Interrupted;
+        ScanInput(input, report, profile);
     } catch (const base::Error &error) {
         report.error = error.reason();
+        report.error_code = error.code();
     } catch (const std::bad_alloc &) {
         report.status = ScanStatus::Failed;
         report.error = "not enough memory; scan fewer files at once (-j)";
+        report.error_code = base::ErrorCode::OutOfMemory;
     }
     return report;
 }
@@ -88,10 +111,49 @@ FileReport Scanner::Scan(base::ByteSource &source, const std::filesystem::path &
     return report;
 }
 
+void Scanner::ScanInput(const Input &input, FileReport &report, Profile *profile) const {
+    const Deadline deadline(settings_.timeout);
+    const StepTimer timer(profile, Step::Open);
+    const auto skip = [&] {
+        report.status = ScanStatus::Skipped;
+        report.error = fmt::format("larger than {} bytes", *settings_.max_size);
+        report.error_code = base::ErrorCode::TooLarge;
+    };
+    if (input.kind == Input::Kind::File) {
+        base::FileSource file(input.path);
+        report.size = file.size();
+        if (settings_.max_size && file.size() > *settings_.max_size)
+            return skip();
+        Watch(file, deadline, report, profile);
+        report.bytes_read = file.bytes_read();
+        return;
+    }
+    const uint64_t most = std::min(settings_.max_size.value_or(kLargestStream), kLargestStream);
+    const std::shared_ptr<base::StreamSource> stream = ReadStream(input, most, deadline);
+    report.bytes_read = stream->size();
+    if (stream->IsCut() && most < kLargestStream)
+        return skip();
+    if (stream->IsCut())
+        throw base::Error(input.path, "delivers more than 4 GiB; write it to a file and scan that",
+                          base::ErrorCode::TooLarge);
+    report.size = stream->size();
+    report.stream = stream;
+    Watch(*stream, deadline, report, profile);
+}
+
+// Scans a source until the deadline.
+void Scanner::Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const {
+    WatchedSource source(opened, deadline, profile);
+    Examine(source, report, profile);
+    if (source.was_interrupted())
+        report.status = ScanStatus::Interrupted;
+}
+
 void Scanner::Examine(base::ByteSource &source, FileReport &report, Profile *profile) const {
-    const auto fail = [&report](const std::string &why) {
+    const auto fail = [&](const std::string &why) {
         report.status = ScanStatus::Failed;
         report.error = why;
+        report.error_code = source.error_code();
     };
     if (settings_.sha256) {
         const StepTimer timer(profile, Step::Sha256);
@@ -109,11 +171,12 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, Profile *pro
     report.status = pe.status == PeStatus::NotPe ? ScanStatus::NotPe : ScanStatus::Scanned;
     if (pe.status == PeStatus::NotPe)
         return;
+    report.missing_bytes = MissingBytes(features->image(), pe.records);
     Detect(*features, source, report, profile);
     if (!source.error().empty())
         return fail(source.error());
     if (source.size() > kLargestFile)
-        return fail(TooLargeText(source.size()));
+        report.notes.push_back({"searched-in-part", SearchedInPartText(source.size())});
     const StepTimer timer(profile, Step::Locators);
     report.findings = RunLocators(module_, source, pe.records);
     if (!source.error().empty())

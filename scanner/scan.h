@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -53,13 +54,32 @@ struct CarvedPayload {
     std::filesystem::path file;
 };
 
+/** Something about a file that is no failure, for programs and for people. */
+struct Note {
+    std::string_view code; // a word such as "searched-in-part"
+    std::string text;
+};
+
+/** A file to scan, or a stream that is read to its end first. */
+struct Input {
+    enum class Kind { File, Pipe, StandardInput };
+
+    std::filesystem::path path; // "-" for standard input
+    Kind kind = Kind::File;
+};
+
 /** The results of scanning a file. */
 struct FileReport {
     std::filesystem::path file;
     std::optional<uint64_t> size; // in bytes, when the file could be opened
     std::string sha256;           // in hexadecimal digits; "" when not asked for or not known
     ScanStatus status = ScanStatus::Failed;
-    std::string error; // the reason and the remedy, without the file's name
+    std::string error;                                    // the reason and the remedy, without the file's name
+    base::ErrorCode error_code = base::ErrorCode::Failed; // of `error`
+    std::vector<Note> notes;
+    uint64_t bytes_read = 0;                  // by the scan, from the file or stream
+    std::optional<uint64_t> missing_bytes;    // of a PE file: how many its section table says are there beyond its end
+    std::shared_ptr<base::ByteSource> stream; // what was read of an input that cannot be opened again; else null
     std::vector<Detection> detections;
     std::vector<Finding> findings;
     std::vector<CarvedPayload> carved; // added by the caller that carves
@@ -72,6 +92,7 @@ struct ScanSettings {
     double timeout = 0;               // seconds for a file; 0 is no limit
 };
 
+class Deadline;
 class Profile;
 
 /** Scans files with one module. Immutable, so that threads can share one. */
@@ -83,15 +104,20 @@ public:
     /** With rules in place of the module's; these must outlive the object, too. */
     Scanner(const Module &module, std::span<HeuristicRule *const> rules, const ScanSettings &settings);
 
-    /** Scans a file, which is only read. Every failure is in the report. `profile`, if not null, measures
+    /** Scans a file, which is only read, or a stream. Every failure is in the report. `profile`, if not null, measures
      * the steps. */
-    FileReport Scan(const std::filesystem::path &file, Profile *profile = nullptr) const;
+    FileReport Scan(const Input &input, Profile *profile = nullptr) const;
+    FileReport Scan(const std::filesystem::path &file, Profile *profile = nullptr) const {
+        return Scan(Input{file}, profile);
+    }
 
     /** Scans what the source reads; the report calls it `name`. Its size and the time are the caller's to limit: the
      * settings' limits do not apply. Throws std::bad_alloc. */
     FileReport Scan(base::ByteSource &source, const std::filesystem::path &name) const;
 
 private:
+    void ScanInput(const Input &input, FileReport &report, Profile *profile) const;
+    void Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const;
     void Examine(base::ByteSource &source, FileReport &report, Profile *profile) const;
     void Detect(evaluation::Features &features, const base::ByteSource &source, FileReport &report,
                 Profile *profile) const;
@@ -110,11 +136,11 @@ std::optional<Finding> RunLocator(const Module &module, uint32_t entry, base::By
                                   const HostRecords &records, const SectionHeader &first_section);
 
 /** Calls every locator with every candidate for the first section. Returns the distinct findings in the table's order.
- * The source must not be larger than kLargestFile. */
+ * Of a source that is larger than kLargestFile only the beginning is searched. */
 std::vector<Finding> RunLocators(const Module &module, base::ByteSource &source, const HostRecords &records);
 
-/** The error text for a file of `size` bytes that is too large for the locators. */
-std::string TooLargeText(uint64_t size);
+/** What is said of a file of `size` bytes, more than kLargestFile, of which the locators search only the beginning. */
+std::string SearchedInPartText(uint64_t size);
 
 } // namespace tavrik::scanner
 

@@ -1,6 +1,7 @@
 #include "scanner/totals.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <fmt/format.h>
 
@@ -12,10 +13,21 @@ namespace tavrik::scanner {
 namespace {
 
 constexpr double kMegabyte = 1e6;
+constexpr double kLongestTime = 1e9;  // seconds that are shown
 constexpr double kShortestRun = 1e-6; // seconds; avoids a division by 0
 
 double Rate(double count, double seconds) {
     return count / std::max(seconds, kShortestRun);
+}
+
+// A duration for people, rounded up: "8 s", "2 min 5 s", "3 h 10 min".
+std::string TimeText(double seconds) {
+    const auto whole = static_cast<uint64_t>(std::ceil(std::min(seconds, kLongestTime)));
+    if (whole < 60)
+        return fmt::format("{} s", whole);
+    if (whole < 3600)
+        return fmt::format("{} min {} s", whole / 60, whole % 60);
+    return fmt::format("{} h {} min", whole / 3600, whole / 60 % 60);
 }
 
 } // namespace
@@ -25,28 +37,48 @@ void Totals::Add(const FileReport &report) {
         ++skipped;
         return;
     }
+    errors += report.status == ScanStatus::Failed ? 1 : 0;
+    if (!report.size) {
+        ++not_opened;
+        return;
+    }
     ++files;
-    bytes += report.size.value_or(0);
+    bytes += *report.size;
+    bytes_read += report.bytes_read;
     detections += report.detections.size();
     findings += report.findings.size();
     not_pe += report.status == ScanStatus::NotPe ? 1 : 0;
-    errors += report.status == ScanStatus::Failed ? 1 : 0;
 }
 
 std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted) {
-    const double megabytes = static_cast<double>(totals.bytes) / kMegabyte;
+    const double read = static_cast<double>(totals.bytes_read) / kMegabyte;
     return fmt::format(
-        "tavrik-scan: {}{}, {:.1f} MB in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, {}{}\n",
-        is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"), megabytes, seconds,
-        Rate(static_cast<double>(totals.files), seconds), Rate(megabytes, seconds),
-        base::CountText(totals.detections, "detection"), base::CountText(totals.findings, "finding"), totals.skipped,
-        base::CountText(totals.errors, "error"), totals.not_pe == 0 ? "" : fmt::format(", {} not PE", totals.not_pe));
+        "tavrik-scan: {}{} of {:.1f} MB, {:.1f} MB read in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, "
+        "{}{}\n",
+        is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"),
+        static_cast<double>(totals.bytes) / kMegabyte, read, seconds, Rate(static_cast<double>(totals.files), seconds),
+        Rate(read, seconds), base::CountText(totals.detections, "detection"),
+        base::CountText(totals.findings, "finding"), totals.skipped, base::CountText(totals.errors, "error"),
+        totals.not_pe == 0 ? "" : fmt::format(", {} not PE", totals.not_pe));
 }
 
-std::string ProgressLine(const Totals &totals, double seconds, const std::filesystem::path &file, std::size_t columns) {
+std::string ProgressLine(const Totals &totals, const Expected &expected, double seconds,
+                         const std::filesystem::path &file, std::size_t columns) {
+    const double rate = Rate(static_cast<double>(totals.Done()), seconds);
+    std::string total;
+    std::string left;
+    if (expected.is_complete && expected.files > 0 && expected.files >= totals.Done()) {
+        total = fmt::format(" of {} ({} %)", expected.files, 100 * totals.Done() / expected.files);
+        if (totals.Done() > 0)
+            left = fmt::format(", {} left", TimeText(static_cast<double>(expected.files - totals.Done()) / rate));
+    } else if (expected.files > totals.Done()) {
+        total = fmt::format(" of {} or more", expected.files);
+    }
+    const std::string files =
+        total.empty() ? base::CountText(totals.Done(), "file") : fmt::format("{}{} files", totals.Done(), total);
     const std::string counts =
-        fmt::format("{}, {} found, {:.0f} files/s  ", base::CountText(totals.files, "file"),
-                    totals.detections + totals.findings, Rate(static_cast<double>(totals.files), seconds));
+        fmt::format("{}, {} found, {:.0f} files/s, {:.1f} MB/s{}  ", files, totals.detections + totals.findings, rate,
+                    Rate(static_cast<double>(totals.bytes_read) / kMegabyte, seconds), left);
     if (counts.size() > columns)
         return "";
     return counts + base::ShortenLeft(base::PrintablePath(file), columns - counts.size());

@@ -39,6 +39,9 @@ public:
     uint64_t size() const override { return source_.size(); }
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     const std::string &error() const override { return error_.empty() ? source_.error() : error_; }
+    base::ErrorCode error_code() const override {
+        return error_.empty() ? source_.error_code() : base::ErrorCode::TimedOut;
+    }
 
     /** Whether the user asked to end before everything was read. */
     bool was_interrupted() const { return was_interrupted_; }

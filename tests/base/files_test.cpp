@@ -256,6 +256,7 @@ TEST(PathList, CutsEntriesWhereverPiecesEnd) {
     EXPECT_EQ(PathsOf("", '\n'), Texts{});
     EXPECT_EQ(PathsOf("\n\n", '\n'), Texts{});
     EXPECT_EQ(PathsOf("a\n\nb c\nd", '\n'), (Texts{"a", "b c", "d"}));
+    EXPECT_EQ(PathsOf("a\r\n\r\nb", '\n'), (Texts{"a", "b"})) << "line ends of Windows";
     EXPECT_EQ(PathsOf(std::string("a\nb\0c\0", 6), '\0'), (Texts{"a\nb", "c"}));
     // Entries of all lengths, across the ends of what is read at once.
     std::string list;
@@ -297,16 +298,16 @@ TEST(PathList, SaysWhyItCannotBeRead) {
 std::string Visited(const fs::path &path, const base::WalkSettings &settings, std::size_t most = 100) {
     std::string text;
     std::size_t count = 0;
-    const bool ended = !base::Walk(path, settings,
-                                   {[&](const fs::path &file) {
-                                        text += (text.empty() ? "" : " ") + file.generic_string();
-                                        return ++count < most;
-                                    },
-                                    [&](const fs::path &folder, const std::string &reason) {
-                                        text +=
-                                            (text.empty() ? "[" : " [") + folder.generic_string() + ": " + reason + "]";
-                                        return ++count < most;
-                                    }});
+    const bool ended =
+        !base::Walk(path, settings,
+                    {[&](const fs::path &file) {
+                         text += (text.empty() ? "" : " ") + file.generic_string();
+                         return ++count < most;
+                     },
+                     [&](const fs::path &folder, const base::Error &error) {
+                         text += (text.empty() ? "[" : " [") + folder.generic_string() + ": " + error.reason() + "]";
+                         return ++count < most;
+                     }});
     EXPECT_EQ(ended, count >= most);
     return text;
 }

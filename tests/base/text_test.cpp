@@ -144,5 +144,17 @@ TEST(Colours, AreWantedOrNot) {
     std::remove("no-terminal");
 }
 
+TEST(Base64, HasTheVectorsOfItsStandard) {
+    const std::pair<const char *, const char *> rows[] = {{"", ""},
+                                                          {"f", "Zg=="},
+                                                          {"fo", "Zm8="},
+                                                          {"foo", "Zm9v"},
+                                                          {"foob", "Zm9vYg=="},
+                                                          {"fooba", "Zm9vYmE="},
+                                                          {"\xFB\xFF", "+/8="}};
+    for (const auto &[bytes, text] : rows)
+        EXPECT_EQ(base::Base64(bytes), text);
+}
+
 } // namespace
 } // namespace tavrik::tests

@@ -152,20 +152,29 @@ TEST(Report, HasALineForEachResult) {
 TEST(Report, IsAnObjectForEachFile) {
     EXPECT_EQ(
         scanner::JsonLine(FullReport()),
-        R"({"file":"a.exe","size":1000000,"status":"scanned","detections":[{"rule":173,"name":"Worm.A",)"
+        R"({"schema":1,"file":"a.exe","size":1000000,"status":"scanned","detections":[{"rule":173,"name":"Worm.A",)"
         R"("action":"quarantine"},{"rule":9,"name":"B\n","action":"none"}],"findings":[{"entry":7,"kind":81,)"
         R"("kind_name":"Nullsoft installer","offset":6656,"size":256,"carved":"out/a.bin"},{"entry":3,"kind":113,)"
         R"("kind_name":"cabinet","offset":32,"size":1}]})");
     const std::string end = R"(,"detections":[],"findings":[]})";
     EXPECT_EQ(scanner::JsonLine(Report(scanner::ScanStatus::NotPe)),
-              R"({"file":"a.exe","size":1000000,"status":"not-pe")" + end);
+              R"({"schema":1,"file":"a.exe","size":1000000,"status":"not-pe")" + end);
     EXPECT_EQ(scanner::JsonLine(Report(scanner::ScanStatus::Skipped, "large")),
-              R"({"file":"a.exe","size":1000000,"status":"skipped","reason":"large")" + end);
+              R"({"schema":1,"file":"a.exe","size":1000000,"status":"skipped",)"
+              R"("reason":{"code":"failed","text":"large"})" +
+                  end);
     scanner::FileReport failed = Report(scanner::ScanStatus::Failed, "gone");
     failed.size.reset();
     failed.sha256 = "00ff";
+    failed.error_code = base::ErrorCode::NotFound;
+    failed.notes = {{"searched-in-part", "has many bytes"}};
+    failed.missing_bytes = 5;
+    failed.file = "\xFF.exe";
     EXPECT_EQ(scanner::JsonLine(failed),
-              R"({"file":"a.exe","size":null,"sha256":"00ff","status":"error","error":"gone")" + end);
+              R"({"schema":1,"file":"�.exe","file_b64":"/y5leGU=","size":null,"sha256":"00ff","status":"error",)"
+              R"("error":{"code":"not-found","text":"gone"},"notes":[{"code":"searched-in-part",)"
+              R"("text":"has many bytes"}],"truncated":true,"missing":5)" +
+                  end);
 }
 
 TEST(CleanAction, HasANameAndAMeaning) {
@@ -183,36 +192,46 @@ TEST(CleanAction, HasANameAndAMeaning) {
 
 TEST(Totals, CountEachReportOnce) {
     scanner::Totals totals;
-    EXPECT_EQ(scanner::SummaryLine(totals, 0, false),
-              "tavrik-scan: 0 files, 0.0 MB in 0.00 s (0 files/s, 0.0 MB/s): 0 detections, 0 findings, 0 skipped, 0 "
-              "errors\n");
-    totals.Add(FullReport());
-    totals.Add(Report(scanner::ScanStatus::Scanned));
-    EXPECT_EQ(scanner::SummaryLine(totals, 0.5, false),
-              "tavrik-scan: 2 files, 2.0 MB in 0.50 s (4 files/s, 4.0 MB/s): 2 detections, 2 findings, 0 skipped, 0 "
-              "errors\n");
+    EXPECT_EQ(
+        scanner::SummaryLine(totals, 0, false),
+        "tavrik-scan: 0 files of 0.0 MB, 0.0 MB read in 0.00 s (0 files/s, 0.0 MB/s): 0 detections, 0 findings, 0 "
+        "skipped, 0 errors\n");
+    scanner::FileReport full = FullReport();
+    full.bytes_read = 400'000;
+    totals.Add(full);
     totals.Add(Report(scanner::ScanStatus::NotPe));
     totals.Add(Report(scanner::ScanStatus::Skipped));
-    totals.Add(Report(scanner::ScanStatus::Skipped));
-    scanner::FileReport failed = Report(scanner::ScanStatus::Failed);
-    failed.size.reset();
-    failed.findings = {{7, PAYLOAD_NULLSOFT, 1, 1}};
-    totals.Add(failed);
-    EXPECT_EQ(scanner::SummaryLine(totals, 2, true),
-              "tavrik-scan: interrupted: 4 files, 3.0 MB in 2.00 s (2 files/s, 1.5 MB/s): 2 detections, 3 findings, 2 "
-              "skipped, 1 error, 1 not PE\n");
+    totals.Add(Report(scanner::ScanStatus::Failed));
+    scanner::FileReport missing = Report(scanner::ScanStatus::Failed);
+    missing.size.reset();
+    totals.Add(missing);
+    EXPECT_EQ(scanner::SummaryLine(totals, 0.5, true),
+              "tavrik-scan: interrupted: 3 files of 3.0 MB, 0.4 MB read in 0.50 s (6 files/s, 0.8 MB/s): 2 detections, "
+              "2 findings, 1 skipped, 2 errors, 1 not PE\n");
+    EXPECT_EQ(totals.Done(), 5u);
 }
 
-TEST(Progress, FitsTheTerminal) {
-    const scanner::Totals totals = {.files = 12, .bytes = 0, .detections = 1, .findings = 2, .skipped = 0, .errors = 0};
-    const std::string whole = scanner::ProgressLine(totals, 2, "folder/file.exe", 80);
-    EXPECT_EQ(whole, "12 files, 3 found, 6 files/s  folder/file.exe");
+TEST(Progress, FitsTheTerminalAndKnowsWhatIsLeft) {
+    const scanner::Totals totals = {.files = 10, .bytes_read = 3'000'000, .detections = 1, .findings = 2, .skipped = 2};
+    const struct {
+        scanner::Expected expected;
+        double seconds;
+        const char *line;
+    } rows[] = {
+        {{}, 2, "12 files, 3 found, 6 files/s, 1.5 MB/s  folder/file.exe"},
+        {{40, false}, 2, "12 of 40 or more files, 3 found, 6 files/s, 1.5 MB/s  folder/file.exe"},
+        {{40, true}, 2, "12 of 40 (30 %) files, 3 found, 6 files/s, 1.5 MB/s, 5 s left  folder/file.exe"},
+        {{12000, true}, 2, "12 of 12000 (0 %) files, 3 found, 6 files/s, 1.5 MB/s, 33 min 18 s left  folder/file.exe"},
+        {{120000, true}, 2, "12 of 120000 (0 %) files, 3 found, 6 files/s, 1.5 MB/s, 5 h 33 min left  folder/file.exe"},
+        {{11, true}, 2, "12 files, 3 found, 6 files/s, 1.5 MB/s  folder/file.exe"},
+    };
+    for (const auto &[expected, seconds, line] : rows)
+        EXPECT_EQ(scanner::ProgressLine(totals, expected, seconds, "folder/file.exe", 120), line);
+    const std::string whole = rows[2].line;
     for (std::size_t columns = 0; columns < whole.size(); ++columns)
-        EXPECT_LE(scanner::ProgressLine(totals, 2, "folder/file.exe", columns).size(), columns);
-    EXPECT_EQ(scanner::ProgressLine(totals, 2, "folder/file.exe", whole.size()), whole);
-    EXPECT_EQ(scanner::ProgressLine(totals, 2, "folder/file.exe", 41), "12 files, 3 found, 6 files/s  ...file.exe");
-    EXPECT_EQ(scanner::ProgressLine(totals, 2, "f", 30), "12 files, 3 found, 6 files/s  ");
-    EXPECT_EQ(scanner::ProgressLine(totals, 2, "f", 29), "");
+        EXPECT_LE(scanner::ProgressLine(totals, rows[2].expected, 2, "folder/file.exe", columns).size(), columns);
+    EXPECT_EQ(scanner::ProgressLine(totals, {}, 2, "folder/file.exe", 51),
+              "12 files, 3 found, 6 files/s, 1.5 MB/s  ...file.exe");
 }
 
 // ---- Measurements --------------------------------------------------------------------------------------------------

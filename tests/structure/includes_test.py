@@ -33,8 +33,8 @@ ALLOWED = {
     "rules/yara": ["base", "pe", "rules"],
     "evaluation": ["include/tavrik2", "base", "pe", "rules", "rules/text", "rules/record"],
     "scanner/payloads": ["include/tavrik2", "base"],
-    "scanner": ["include/tavrik2", "tavrik2", "tavrik2/locators", "base", "pe", "rules", "evaluation",
-                "scanner/payloads"],
+    "scanner": ["include/tavrik2", "tavrik2", "tavrik2/locators", "base", "pe", "rules", "rules/text", "rules/record",
+                "evaluation", "scanner/payloads"],
     "include/tavrik": [],
     "engine": ["include/tavrik2", "include/tavrik", "base", "pe", "rules", "rules/text", "rules/record", "rules/analysis",
                "evaluation", "scanner", "tavrik2/locators"],
@@ -47,7 +47,7 @@ ALLOWED = {
     "tools/tavrik-rules": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "rules/analysis",
                            "rules/yara", "evaluation", "database/profile", "database/generator"],
     "tools/tavrik-samples": ["base", "samples"],
-    "tools/tavrik-scan": ["include/tavrik2", "base", "evaluation", "scanner", "scanner/payloads"],
+    "tools/tavrik-scan": ["include/tavrik2", "base", "rules/text", "evaluation", "scanner", "scanner/payloads"],
 }
 # These may include anything; nothing may include them.
 OUTSIDE = ["tests", "bench", "fuzz", "cmake", "examples"]

@@ -30,7 +30,8 @@ TEST_P(ScanOutput, IsAsInItsTranscript) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, ScanOutput,
-                         testing::Values("scan/commands", "scan/explain", "scan/files", "scan/scan", "scan/wrong"));
+                         testing::Values("scan/commands", "scan/explain", "scan/files", "scan/input", "scan/scan",
+                                         "scan/wrong"));
 
 } // namespace
 } // namespace tavrik::tests

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -9,8 +10,10 @@
 #include "base/atomic_file.h"
 #include "base/console.h"
 #include "base/error.h"
+#include "base/program.h"
 #include "base/system.h"
 #include "base/text.h"
+#include "base/version.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "database/profile/profile.h"
@@ -24,8 +27,7 @@ using namespace tavrik;
 
 enum ExitCode : int {
     kFine = 0,
-    kFailed = 1,        // errors in the rules, facts that do not hold, files that cannot be read or written
-    kOutputClosed = 141 // as if the signal for it had ended the program
+    kFailed = 1 // errors in the rules, facts that do not hold, files that cannot be read or written
 };
 
 struct Options {
@@ -97,12 +99,11 @@ ExitCode Generate(const Options &options) {
     return deviations == 0 ? kFine : kFailed;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
+int Run(int argc, char **argv) {
     Options options;
     CLI::App app("Fills hand-written rules up to the published profile of the rule database.", "tavrik-rulegen");
     app.allow_windows_style_options(false);
+    app.set_version_flag("--version", tavrik::base::VersionText("tavrik-rulegen"), "print the versions, and exit");
     app.add_option("RULES", options.inputs,
                    "Files of hand-written rules (default: those in database/rules when this program was built)")
         ->type_name("");
@@ -111,14 +112,13 @@ int main(int argc, char **argv) {
                    "Write the specimens there, as PE files named by place and rule id")
         ->type_name("DIR");
     app.add_flag("--facts", options.print_facts, "Print every fact of the profile");
-    CLI11_PARSE(app, argc, argv);
-    base::PrepareConsole();
-    try {
-        return Generate(options);
-    } catch (const base::ClosedPipe &) {
-        return kOutputClosed;
-    } catch (const std::exception &error) {
-        base::PrintError(fmt::format("tavrik-rulegen: {}\n", error.what()));
-        return kFailed;
-    }
+    if (const std::optional<int> code = base::ParseCommandLine(app, base::Arguments(argc, argv), kFailed))
+        return *code;
+    return Generate(options);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    return base::RunProgram("tavrik-rulegen", kFailed, [&] { return Run(argc, argv); });
 }

@@ -11,6 +11,7 @@
 #include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/json_line.h"
 #include "tools/tavrik-rules/rule_files.h"
+#include "tools/tavrik-rules/sarif.h"
 
 namespace tavrik::rules_tool {
 
@@ -43,7 +44,7 @@ void AddLints(std::deque<RuleText> &texts) {
 
 } // namespace
 
-ExitCode Check(const std::vector<std::string> &files, bool json) {
+ExitCode Check(const std::vector<std::string> &files, CheckFormat format) {
     std::deque<RuleText> texts;
     for (const std::string &name : files)
         texts.emplace_back(name);
@@ -57,14 +58,16 @@ ExitCode Check(const std::vector<std::string> &files, bool json) {
     for (const RuleText &text : texts) {
         for (const rules::text::Diagnostic &diagnostic : text.parsed.diagnostics) {
             ++(diagnostic.severity == rules::text::Severity::Error ? errors : warnings);
-            if (json)
+            if (format == CheckFormat::JsonLines)
                 PrintJsonLine(ToJson(text.source, diagnostic));
-            else
+            else if (format == CheckFormat::Text)
                 base::Print(rules::text::Render(text.source, diagnostic));
         }
         rules += text.parsed.set.rules.size();
     }
-    if (!json)
+    if (format == CheckFormat::Sarif)
+        base::Print(SarifOf(texts));
+    if (format == CheckFormat::Text)
         base::Print(fmt::format("{}, {}, {}\n", base::CountText(rules, "rule"), base::CountText(errors, "error"),
                                 base::CountText(warnings, "warning")));
     return errors > 0 ? kErrorsFound : warnings > 0 ? kWarningsFound : kFine;

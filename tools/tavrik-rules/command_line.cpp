@@ -1,11 +1,19 @@
 #include "tools/tavrik-rules/command_line.h"
 
-#include <algorithm>
+#include <map>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "base/byte_source.h"
+#include "base/error.h"
+#include "base/program.h"
+#include "base/sha256.h"
 #include "base/text.h"
+#include "base/version.h"
+#include "rules/record/reader.h"
+#include "rules/text/digest.h"
 
 namespace tavrik::rules_tool {
 
@@ -23,11 +31,26 @@ constexpr char kFooter[] =
     "dump, stats, list, show and export-yara take rule files, or the module's own rules without any. The file\n"
     "'-' is standard input.";
 
+// With the module beside the program, where there is one.
+std::string VersionText() {
+    std::string text = base::VersionText("tavrik-rules");
+    try {
+        const StoredModule module("");
+        base::FileSource file(module.path());
+        text += fmt::format("module: {}, SHA-256 {}\n", base::PrintablePath(module.path()), base::Sha256Of(file));
+        text += rules::text::DatabaseLine(rules::record::ReadRules(module.table(), rules::record::RecordForm::Stored));
+    } catch (const base::Error &error) {
+        text += fmt::format("module: {}\n", error.what());
+    }
+    return text;
+}
+
 class CommandLine {
 public:
     CommandLine() {
         app_.allow_windows_style_options(false);
         app_.require_subcommand(1);
+        app_.set_version_flag("--version", VersionText, "print the versions and digests, and exit");
         app_.failure_message([](const CLI::App *app, const CLI::Error &error) {
             const bool is_command_wrong = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) &&
                                           app->get_subcommands().empty() && !app->remaining().empty();
@@ -44,18 +67,13 @@ public:
         AddExport();
     }
 
-    ExitCode Run(std::vector<std::string> arguments) {
-        arguments.erase(arguments.begin());
-        std::ranges::reverse(arguments); // the parser takes them last first
-        try {
-            app_.parse(std::move(arguments));
-        } catch (const CLI::ParseError &error) {
-            return app_.exit(error) == 0 ? kFine : kFailed;
-        }
+    int Run(std::vector<std::string> arguments) {
+        if (const std::optional<int> code = base::ParseCommandLine(app_, std::move(arguments), kFailed))
+            return *code;
         const CLI::App *const command = app_.get_subcommands().front();
         const RuleSource source{files_, module_};
         if (command == check_)
-            return Check(files_, json_);
+            return Check(files_, check_format_);
         if (command == compile_)
             return Compile(files_, base::PathOf(folder_));
         if (command == format_)
@@ -79,7 +97,22 @@ private:
     void AddTextCommands() {
         check_ = Add("check", "report every error and warning in rule files");
         AddFiles(check_, true);
-        check_->add_flag("--json", json_, "print one JSON object for each finding");
+        const std::map<std::string, CheckFormat> formats = {
+            {"text", CheckFormat::Text}, {"json", CheckFormat::JsonLines}, {"sarif", CheckFormat::Sarif}};
+        check_
+            ->add_option_function<std::string>(
+                "--format",
+                [this, formats](const std::string &word) {
+                    const auto format = formats.find(word);
+                    if (format == formats.end())
+                        throw CLI::ValidationError(
+                            "--format", fmt::format("'{}' is none of text, json, sarif", base::Printable(word)));
+                    check_format_ = format->second;
+                },
+                "text (default), json (an object a line) or sarif (SARIF 2.1.0, for code review and editors)")
+            ->type_name("FORMAT");
+        check_->add_flag_callback(
+            "--json", [this] { check_format_ = CheckFormat::JsonLines; }, "the same as --format json");
 
         compile_ = Add("compile", "compile rule files to the source of the module's database");
         AddFiles(compile_, true);
@@ -178,6 +211,7 @@ private:
     std::string report_;
     TryOptions try_options_;
     SpecimenOptions specimen_options_;
+    CheckFormat check_format_ = CheckFormat::Text;
     bool json_ = false;
     bool check_only_ = false;
     bool verify_ = false;
@@ -185,7 +219,7 @@ private:
 
 } // namespace
 
-ExitCode RunCommandLine(std::vector<std::string> arguments) {
+int RunCommandLine(std::vector<std::string> arguments) {
     return CommandLine().Run(std::move(arguments));
 }
 

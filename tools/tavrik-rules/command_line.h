@@ -10,7 +10,7 @@
 namespace tavrik::rules_tool {
 
 /** Runs the command that the arguments, the program's name first, ask for. Throws base::Error and base::ClosedPipe. */
-ExitCode RunCommandLine(std::vector<std::string> arguments);
+int RunCommandLine(std::vector<std::string> arguments);
 
 } // namespace tavrik::rules_tool
 

@@ -17,12 +17,13 @@ enum ExitCode : int {
     kFine = 0,
     kErrorsFound = 1,   // in the rules; a profile that is not met; texts that fmt --check would change
     kWarningsFound = 2, // and no errors (check alone)
-    kFailed = 3,        // wrong usage, or a file or module that cannot be read or written
-    kOutputClosed = 141 // as if the signal for it had ended the program
+    kFailed = 3         // wrong usage, or a file or module that cannot be read or written
 };
 
-/** check: parses every file and prints what it finds, as text or as JSON Lines. */
-ExitCode Check(const std::vector<std::string> &files, bool json);
+enum class CheckFormat { Text, JsonLines, Sarif };
+
+/** check: parses every file and prints what it finds. */
+ExitCode Check(const std::vector<std::string> &files, CheckFormat format);
 
 /** compile: all files, in order, to the database's source in `folder`. Files whose text is the same are left alone. */
 ExitCode Compile(const std::vector<std::string> &files, const std::filesystem::path &folder);

@@ -21,21 +21,20 @@ base::Error Failure(const std::filesystem::path &module, const std::string &reas
 
 } // namespace
 
-StoredModule::StoredModule(const std::string &module) {
-    const std::filesystem::path path =
-        std::filesystem::absolute(module.empty() ? base::DefaultModulePath() : base::PathOf(module));
+StoredModule::StoredModule(const std::string &module)
+    : path_(std::filesystem::absolute(module.empty() ? base::DefaultModulePath() : base::PathOf(module))) {
     try {
-        library_.emplace(path);
+        library_.emplace(path_);
     } catch (const std::runtime_error &error) {
-        throw Failure(path, fmt::format("cannot be loaded: {}", error.what()));
+        throw Failure(path_, fmt::format("cannot be loaded: {}", error.what()));
     }
     const auto get = reinterpret_cast<decltype(&HeurGetDetectionInfo)>(library_->Symbol("HeurGetDetectionInfo"));
     if (get == nullptr)
-        throw Failure(path, "is not a rule module, it has no HeurGetDetectionInfo");
+        throw Failure(path_, "is not a rule module, it has no HeurGetDetectionInfo");
     HeuristicRule *const *table = nullptr;
     uint32_t count = 0;
     if (get(&table, &count) != 1)
-        throw Failure(path, "does not hand out its rules");
+        throw Failure(path_, "does not hand out its rules");
     table_ = {table, count};
 }
 

@@ -2,6 +2,7 @@
 #ifndef TAVRIK_TOOLS_TAVRIK_RULES_RULE_SOURCE_H
 #define TAVRIK_TOOLS_TAVRIK_RULES_RULE_SOURCE_H
 
+#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,7 +22,11 @@ public:
 
     std::span<HeuristicRule *const> table() const { return table_; }
 
+    /** The module's file, absolute. */
+    const std::filesystem::path &path() const { return path_; }
+
 private:
+    std::filesystem::path path_;
     std::optional<base::DynamicLibrary> library_;
     std::span<HeuristicRule *const> table_; // in the library
 };

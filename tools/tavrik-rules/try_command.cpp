@@ -144,8 +144,8 @@ ExitCode Try(const TryOptions &options) {
                         trial.Visit(file);
                         return true;
                     },
-                    [&](const std::filesystem::path &folder, const std::string &reason) {
-                        trial.Fail(folder, reason);
+                    [&](const std::filesystem::path &failed, const base::Error &error) {
+                        trial.Fail(failed, error.reason());
                         return true;
                     }});
     return trial.Finish();

@@ -1,13 +1,19 @@
 #include <memory>
 #include <string>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "base/error.h"
 #include "base/text.h"
+#include "evaluation/evaluator.h"
+#include "evaluation/features.h"
 #include "scanner/clean_action.h"
+#include "scanner/host_records.h"
 #include "scanner/module.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/subjects.h"
 
 namespace tavrik::scan_tool {
 
@@ -15,24 +21,52 @@ namespace fs = std::filesystem;
 
 namespace {
 
-ExitCode RunCleanAction(const fs::path &module_path, uint32_t rule_id, const fs::path &file, uint32_t code) {
-    const scanner::Module module(module_path);
+// Whether one of the rules matches the file. Throws base::Error when that cannot be said.
+bool AnyMatches(const std::vector<const HeuristicRule *> &rules, const fs::path &file) {
+    base::FileSource source(file);
+    evaluation::Features features(source);
+    const scanner::PeResult pe = scanner::MakeHostRecords(features.image(), source);
+    if (pe.status == scanner::PeStatus::NotPe)
+        throw base::Error(file, pe.text + "; rules are about PE files only", base::ErrorCode::NotPe);
+    bool matches = false;
+    for (const HeuristicRule *rule : rules)
+        matches = matches || evaluation::Matches(*rule, features);
+    if (!source.error().empty())
+        throw base::Error(file, source.error(), source.error_code());
+    return matches;
+}
+
+ExitCode RunCleanAction(const ScanOptions &options, std::string what, std::string name, uint32_t code) {
+    const scanner::Module module(options.module);
+    PutInOrder(module, what, name);
+    const std::vector<const HeuristicRule *> rules = RulesOf(module, what);
+    const fs::path file = base::PathOf(name);
+    const uint32_t rule_id = rules.front()->rule_id;
+    const auto print = [&](const std::string &answer) {
+        base::Print(fmt::format("{}: rule {} \"{}\" {}\n", base::PrintablePath(file), rule_id,
+                                base::Printable(scanner::DetectionName(*rules.front())), answer));
+    };
+    if (!AnyMatches(rules, file)) {
+        print(fmt::format("does not match, so that nothing is to be cleaned; tavrik-scan explain rule:{} shows why",
+                          rule_id));
+        return kNothingFound;
+    }
     const scanner::CleanDecision decision = module.AskCleanAction(file, code, rule_id);
-    const std::string answer =
-        decision.action == CLEAN_ACTION_NONE
-            ? "no action"
-            : fmt::format("action {}: {}", decision.action, scanner::ActionMeaning(decision.action));
-    base::Print(fmt::format("{}: rule {}, code {}: result {}, {}\n", base::PrintablePath(file), rule_id, code,
-                            decision.applies ? 1 : 0, answer));
     if (decision.action == CLEAN_ACTION_CANNOT_OPEN) {
-        ReportError(file, "cannot be opened for reading and writing; check its name and its permissions");
+        ReportError(file, "cannot be opened for reading and writing; check its permissions");
         return kErrorHappened;
     }
-    return decision.applies ? kFound : kNothingFound;
+    const std::string action =
+        decision.action == CLEAN_ACTION_NONE
+            ? "the module has no action for it"
+            : fmt::format("action {} ({}): {}", decision.action, scanner::ActionName(decision.action),
+                          scanner::ActionMeaning(decision.action));
+    print(fmt::format("matches; code {}: {}", code, action));
+    return decision.applies && !options.exit_zero ? kFound : kNothingFound;
 }
 
 struct Arguments {
-    uint32_t rule = 0;
+    std::string rule;
     std::string file;
     uint32_t code = scanner::kCleanableFinding;
 };
@@ -40,10 +74,10 @@ struct Arguments {
 } // namespace
 
 Command AddCleanAction(CLI::App &app, const ScanOptions &options) {
-    CLI::App *parser =
-        app.add_subcommand("clean-action", "show how to clean a file that a rule detected; changes nothing");
+    CLI::App *parser = app.add_subcommand(
+        "clean-action", "show how to clean a file that a rule matches; the file is opened for writing, never changed");
     const auto arguments = std::make_shared<Arguments>();
-    parser->add_option("RULE", arguments->rule, "number of the rule; 147, 173 and 175 have actions")
+    parser->add_option("RULE", arguments->rule, "the rule as 173, rule:173 or its name; 147, 173 and 175 have actions")
         ->required()
         ->type_name("");
     parser->add_option("FILE", arguments->file, "the detected file")->required()->type_name("");
@@ -51,9 +85,9 @@ Command AddCleanAction(CLI::App &app, const ScanOptions &options) {
         ->capture_default_str()
         ->type_name("NUMBER");
     const auto run = [arguments, &options] {
-        return RunCleanAction(options.module, arguments->rule, PathOfArgument(arguments->file), arguments->code);
+        return RunCleanAction(options, WithoutMark(arguments->rule), WithoutMark(arguments->file), arguments->code);
     };
-    return {parser, run, {"--module"}};
+    return {parser, run, {"--module", "--exit-zero"}};
 }
 
 } // namespace tavrik::scan_tool

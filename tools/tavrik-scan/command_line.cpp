@@ -2,10 +2,16 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "base/console.h"
+#include "base/error.h"
+#include "base/program.h"
+#include "base/version.h"
+#include "scanner/identity.h"
 #include "scanner/module.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
@@ -37,25 +43,22 @@ public:
         app_.require_subcommand(0, 1);
         app_.failure_message([](const CLI::App *, const CLI::Error &error) { return Refusal(error.what()); });
         app_.fallthrough();
-        app_.add_option("PATH", paths_, "files to scan; with -r also folders")->type_name("");
+        app_.add_option("PATH", paths_, "files to scan, - being standard input; with -r also folders")->type_name("");
+        app_.add_flag("--version", print_version_, "print the versions and digests, and exit");
         for (const auto add : {AddInputOptions, AddWorkOptions, AddPayloadOptions, AddOutputOptions})
             add(app_, options_);
-        for (const auto add : {AddExplain, AddLocators, AddCleanAction}) {
+        for (const auto add : {AddExplain, AddLocators, AddCleanAction, AddHelp}) {
             commands_.push_back(add(app_, options_));
             commands_.back().parser->footer("");
         }
     }
 
     int Run(std::vector<std::string> arguments) {
-        // The parser takes them last first, without the program's name.
-        arguments.erase(arguments.begin());
-        std::reverse(arguments.begin(), arguments.end());
         std::transform(arguments.begin(), arguments.end(), arguments.begin(), MarkWhole);
-        try {
-            app_.parse(std::move(arguments));
-        } catch (const CLI::ParseError &error) {
-            return app_.exit(error) == 0 ? kNothingFound : kErrorHappened;
-        }
+        if (const std::optional<int> code = base::ParseCommandLine(app_, std::move(arguments), kErrorHappened))
+            return *code;
+        if (print_version_)
+            return PrintVersion();
         for (const Command &command : commands_)
             if (command.parser->parsed())
                 return RunCommand(command);
@@ -79,6 +82,20 @@ private:
         return command.run();
     }
 
+    // Also without a module, so that it can be told what is wrong.
+    ExitCode PrintVersion() const {
+        std::string text = base::VersionText("tavrik-scan");
+        ExitCode code = kNothingFound;
+        try {
+            text += scanner::IdentityText(scanner::IdentityOf(scanner::Module(options_.module)));
+        } catch (const base::Error &error) {
+            text += fmt::format("module: {}\n", error.what());
+            code = kErrorHappened;
+        }
+        base::Print(text);
+        return code;
+    }
+
     static ExitCode Refuse(const std::string &reason) {
         base::PrintError(Refusal(reason));
         return kErrorHappened;
@@ -88,6 +105,7 @@ private:
     ScanOptions options_;
     std::vector<std::string> paths_;
     std::vector<Command> commands_;
+    bool print_version_ = false;
 };
 
 } // namespace

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "tools/tavrik-scan/scan_options.h"
 
 namespace tavrik::scan_tool {
@@ -18,8 +16,7 @@ enum ExitCode {
     kNothingFound = 0,
     kFound = 1,
     kErrorHappened = 2,
-    kSignalled = 128,   // plus the number of the signal that asked the program to end
-    kOutputClosed = 141 // the same as if SIGPIPE had ended the program
+    kSignalled = 128 // plus the number of the signal that asked the program to end
 };
 
 /** A command of the program, as the command line knows it. */
@@ -33,6 +30,7 @@ struct Command {
 Command AddExplain(CLI::App &app, const ScanOptions &options);
 Command AddLocators(CLI::App &app, const ScanOptions &options);
 Command AddCleanAction(CLI::App &app, const ScanOptions &options);
+Command AddHelp(CLI::App &app, const ScanOptions &options);
 
 /** Scans files and folders as the options say. Returns an ExitCode, or kSignalled plus a signal's number. */
 int RunScan(const ScanOptions &options);

@@ -1,8 +1,6 @@
-#include <charconv>
 #include <memory>
 #include <optional>
-#include <string_view>
-#include <vector>
+#include <string>
 
 #include <fmt/format.h>
 
@@ -11,70 +9,19 @@
 #include "evaluation/rule_explanation.h"
 #include "scanner/clean_action.h"
 #include "scanner/explain.h"
+#include "scanner/explain_json.h"
 #include "scanner/module_stream.h"
+#include "scanner/report_json.h"
 #include "scanner/scan.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/subjects.h"
 
 namespace tavrik::scan_tool {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-// What is to be explained.
-struct Subjects {
-    std::optional<uint32_t> entry;            // of the locator table
-    std::vector<const HeuristicRule *> rules; // in the table's order
-};
-
-std::optional<uint32_t> NumberOf(std::string_view text) {
-    uint32_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && stopped == end ? std::optional(number) : std::nullopt;
-}
-
-template <typename Predicate>
-std::vector<const HeuristicRule *> RulesThat(const scanner::Module &module, Predicate predicate) {
-    std::vector<const HeuristicRule *> rules;
-    for (const HeuristicRule *rule : module.rules())
-        if (predicate(*rule))
-            rules.push_back(rule);
-    return rules;
-}
-
-Subjects SubjectsOf(const scanner::Module &module, const std::string &what) {
-    constexpr std::string_view kEntry = "entry:";
-    constexpr std::string_view kRule = "rule:";
-    const bool names_entry = what.starts_with(kEntry);
-    const bool names_rule = what.starts_with(kRule);
-    const std::string_view digits = std::string_view(what).substr(names_entry  ? kEntry.size()
-                                                                  : names_rule ? kRule.size()
-                                                                               : 0);
-    const std::optional<uint32_t> number = NumberOf(digits);
-    if (!number && (names_entry || names_rule))
-        throw base::Error(
-            fmt::format("\"{}\" is not a number in \"{}\"", base::Printable(digits), base::Printable(what)));
-
-    Subjects subjects;
-    if (number && *number < module.locators().size() && !names_rule)
-        subjects.entry = number;
-    if (number && !names_entry)
-        subjects.rules = RulesThat(module, [&](const HeuristicRule &rule) { return rule.rule_id == *number; });
-    if (!number)
-        subjects.rules =
-            RulesThat(module, [&](const HeuristicRule &rule) { return scanner::DetectionName(rule) == what; });
-    if (!subjects.entry && subjects.rules.empty())
-        throw base::Error(
-            fmt::format("there is no {} \"{}\"; tavrik-scan locators lists the entries, tavrik-rules list the rules",
-                        names_entry  ? "entry"
-                        : names_rule ? "rule"
-                        : number     ? "entry and no rule"
-                                     : "rule with the name",
-                        base::Printable(digits)));
-    return subjects;
-}
 
 std::string Verdict(const evaluation::RuleExplanation &explanation, const HeuristicRule &rule,
                     const scanner::Module &module, const fs::path &file) {
@@ -90,51 +37,87 @@ std::string Verdict(const evaluation::RuleExplanation &explanation, const Heuris
 
 struct Answer {
     std::string text;
+    scanner::Json object; // the same for programs
     bool found = false;
-    std::string error; // why the text is missing or incomplete; "" when it is complete
+    std::optional<base::Error> error; // why the answer is missing or incomplete
 };
 
-Answer ExplainFile(const scanner::Module &module, const Subjects &subjects, const fs::path &file) {
+scanner::Json RuleObject(const evaluation::RuleExplanation &explanation, const HeuristicRule &rule,
+                         const scanner::Module &module, const fs::path &file) {
+    scanner::Json object = {{"rule", uint32_t{rule.rule_id}},
+                            {"name", scanner::DetectionName(rule)},
+                            {"matches", explanation.matches},
+                            {"failed", explanation.failed}};
+    if (explanation.matches)
+        object["action"] =
+            scanner::ActionName(module.PreviewCleanAction(file, scanner::kCleanableFinding, rule.rule_id).action);
+    object["conditions"] = scanner::Json::array();
+    for (const evaluation::JudgedLine &line : explanation.conditions)
+        object["conditions"].push_back(
+            {{"text", line.text},
+             {"holds", line.is_met},
+             {"required", line.is_required},
+             {"has", line.value.empty() ? scanner::Json(nullptr) : scanner::Json(line.value)}});
+    return object;
+}
+
+void ExplainEntry(const scanner::Module &module, uint32_t entry, base::ByteSource &source,
+                  const scanner::HostRecords &records, Answer &answer) {
+    const scanner::Explanation explanation = scanner::Explain(module, entry, source, records);
+    if (source.size() > scanner::kLargestFile)
+        answer.text += fmt::format("The file {}.\n", scanner::SearchedInPartText(source.size()));
+    answer.text += explanation.text;
+    answer.object["entry"] = scanner::EntryObject(module, entry, source, records);
+    answer.found = explanation.found;
+}
+
+void ExplainFile(const scanner::Module &module, const Subjects &subjects, const fs::path &file, Answer &answer) {
     base::FileSource source(file);
+    answer.object["size"] = source.size();
     evaluation::Features features(source);
     const scanner::PeResult pe = scanner::MakeHostRecords(features.image(), source);
+    if (pe.status == scanner::PeStatus::NotPe)
+        throw base::Error(file, pe.text + "; name a PE file", base::ErrorCode::NotPe);
     if (pe.status != scanner::PeStatus::Parsed)
-        throw base::Error(file, pe.status == scanner::PeStatus::NotPe ? pe.text + "; name a PE file" : pe.text);
-    if (source.size() > scanner::kLargestFile && subjects.entry)
-        throw base::Error(file, scanner::TooLargeText(source.size()));
-    Answer answer;
+        throw base::Error(file, pe.text, base::ErrorCode::ReadFailed);
     answer.text = fmt::format("{}: {} bytes, {}, {} of {} section headers present\n", base::PrintablePath(file),
                               source.size(), pe.records.is_pe32_plus ? "PE32+" : "PE32", pe.records.sections.size(),
                               uint16_t{pe.records.file_header.NumberOfSections});
-    if (subjects.entry) {
-        const scanner::Explanation explanation = scanner::Explain(module, *subjects.entry, source, pe.records);
-        answer.text += explanation.text;
-        answer.found = explanation.found;
-    }
+    if (subjects.entry)
+        ExplainEntry(module, *subjects.entry, source, pe.records, answer);
     for (const HeuristicRule *rule : subjects.rules) {
         const evaluation::RuleExplanation explanation = evaluation::ExplainRule(*rule, features);
         answer.text += '\n' + explanation.text + '\n' + Verdict(explanation, *rule, module, file);
+        answer.object["rules"].push_back(RuleObject(explanation, *rule, module, file));
         answer.found = answer.found || explanation.matches;
     }
-    answer.error = source.error();
-    return answer;
+    if (!source.error().empty())
+        throw base::Error(file, source.error(), source.error_code());
 }
 
-ExitCode RunExplain(const fs::path &module_path, const std::string &what, const fs::path &file) {
-    const scanner::Module module(module_path);
+ExitCode RunExplain(const ScanOptions &options, std::string what, std::string name) {
+    if (options.format == scanner::ReportFormat::Csv)
+        throw base::Error("explain has no CSV form; use --format json");
+    const scanner::Module module(options.module);
+    PutInOrder(module, what, name);
     const Subjects subjects = SubjectsOf(module, what);
+    const fs::path file = base::PathOf(name);
     Answer answer;
+    answer.object["schema"] = scanner::kJsonSchema;
+    scanner::AddPath(answer.object, "file", file);
     try {
-        answer = ExplainFile(module, subjects, file);
+        ExplainFile(module, subjects, file, answer);
     } catch (const base::Error &error) {
-        answer.error = error.reason();
+        answer.error = error;
+        answer.object["error"] = scanner::ProblemObject(base::ErrorCodeName(error.code()), error.reason());
     }
-    base::Print(answer.text);
-    if (!answer.error.empty()) {
-        ReportError(file, answer.error);
+    base::Print(options.format == scanner::ReportFormat::JsonLines ? scanner::LineOf(answer.object) + '\n'
+                                                                   : answer.text);
+    if (answer.error) {
+        ReportError(file, answer.error->reason());
         return kErrorHappened;
     }
-    return answer.found ? kFound : kNothingFound;
+    return answer.found && !options.exit_zero ? kFound : kNothingFound;
 }
 
 struct Arguments {
@@ -150,14 +133,14 @@ Command AddExplain(CLI::App &app, const ScanOptions &options) {
     const auto arguments = std::make_shared<Arguments>();
     parser
         ->add_option("WHAT", arguments->what,
-                     "rule:ID, entry:N (0 to 49), a number for both, or a detection's name such as Worm.Autorun.LD4")
+                     "rule:ID, entry:N (0 to 49), a number for both, or a rule's name such as Worm.Autorun.LD4")
         ->required()
         ->type_name("");
     parser->add_option("FILE", arguments->file, "PE file")->required()->type_name("");
     const auto run = [arguments, &options] {
-        return RunExplain(options.module, WithoutMark(arguments->what), PathOfArgument(arguments->file));
+        return RunExplain(options, WithoutMark(arguments->what), WithoutMark(arguments->file));
     };
-    return {parser, run, {"--module"}};
+    return {parser, run, {"--module", "--json", "--format", "--exit-zero"}};
 }
 
 } // namespace tavrik::scan_tool

@@ -16,24 +16,25 @@ Other files are not scanned. Files are only read, never changed and never run.
 const char kHelpUsage[] = "Usage: tavrik-scan [OPTIONS] PATH...\n"
                           "       tavrik-scan [OPTIONS] --files-from LIST [PATH...]\n"
                           "       tavrik-scan [OPTIONS] explain WHAT FILE\n"
+                          "       tavrik-scan [OPTIONS] clean-action RULE FILE\n"
                           "       tavrik-scan locators\n"
-                          "       tavrik-scan [OPTIONS] clean-action RULE FILE\n";
+                          "       tavrik-scan help [COMMAND]\n";
 
 const char kHelpFooter[] =
     R"(Exit codes:
-  0    nothing found
+  0    nothing found, or --exit-zero
   1    something found (explain: a rule or an entry matches; clean-action: an action applies)
   2    an error occurred; it is on standard error, and the other files have been scanned
   130  interrupted by Ctrl-C (143: by SIGTERM); the results up to then have been printed
   141  the reader of standard output has closed the pipe
 
-JSON: each line is an object with
-  file, size (bytes, null when unknown), sha256 (with --sha256)
-  status      "scanned", "not-pe", "skipped" (then: reason) or "error" (then: error)
+JSON: an object a line, in the order of the input whatever -j is, with
+  schema (1), file, size (bytes, null when unknown), sha256 (with --sha256)
+  status      "scanned", "not-pe", "skipped" (then: reason) or "error" (then: error); both are {code, text}
+  truncated   whether a PE file is shorter than its headers say
   detections  [{rule, name, action}], action being "none", "quarantine", "quarantine-and-trace" or "cannot-open"
   findings    [{entry, kind, kind_name, offset, size}], with --carve also carved, the new file
-Lines are in the order of the input, whatever -j is.
-JSON is UTF-8: bytes of names that are not valid UTF-8 are replaced by U+FFFD.
+docs/json.md describes all of it and the columns of --format csv.
 
 Examples:
   tavrik-scan setup.exe                           scan one file
@@ -44,14 +45,15 @@ Examples:
                                                   the names of the detected files
   tavrik-scan -r --json . | jq 'select(.status == "error") | {file, error}'
                                                   what could not be scanned
+  curl -s URL | tavrik-scan -                     scan what a program prints
   find / -xdev -name '*.exe' -print0 | tavrik-scan --files-from - -0
                                                   scan the files that another program lists
   find . -type f -print0 | xargs -0 -n 500 tavrik-scan -q --json -- > found.jsonl
 
-Symbolic links, devices, pipes and sockets inside folders are not scanned. Files of 2 GiB and more are checked against
-the rules; they are too large for the locators, which is an error.
+Symbolic links, devices, pipes and sockets inside folders are not scanned; a pipe that is named is read to its end, at
+most 4 GiB. Of files of 2 GiB and more the locators search the first 2 GiB.
+Sizes are in bytes, or with K, M or G (also KB, KiB and so on), powers of 1024: 500K, 1.5M.
 The size of a finding is what the entry reports, not the length of the payload.
-clean-action does not check whether the rule matches the file; it opens the file for writing but changes nothing.
 A payload is carved from its offset to the end of the file, including an appended signature. The name of the new file is
 that of the scanned one with the offset: setup.exe.0x1a00.bin (.rar, .cab); if it is taken, setup.exe.0x1a00.2.bin.
 Write a file name that equals a command with its folder (./explain), and one that begins with a dash after --.

@@ -1,5 +1,6 @@
 #include "base/text.h"
 #include "tools/tavrik-scan/arguments.h"
+#include "tools/tavrik-scan/exclusions.h"
 #include "tools/tavrik-scan/scan_options.h"
 
 namespace tavrik::scan_tool {
@@ -13,8 +14,8 @@ constexpr char kGroup[] = "Which files";
 void AddInputOptions(CLI::App &app, ScanOptions &options) {
     app.add_flag("-r,--recursive", options.walk.recursive, "scan the files in folders and their subfolders")
         ->group(kGroup);
-    AddValue(app, "--files-from", "LIST", "scan the paths in LIST, one per line; - is standard input", kGroup,
-             [&](const std::string &text) { options.path_list = base::PathOf(text); });
+    AddValue(app, "--files-from", "LIST", "scan the paths in LIST, one per line (LF or CRLF); - is standard input",
+             kGroup, [&](const std::string &text) { options.path_list = base::PathOf(text); });
     app.add_flag_callback(
            "-0,--null", [&] { options.list_separator = '\0'; }, "the paths in LIST end with NUL (find -print0)")
         ->group(kGroup);
@@ -22,10 +23,10 @@ void AddInputOptions(CLI::App &app, ScanOptions &options) {
            "--exclude",
            [&](const std::vector<std::string> &patterns) {
                for (const std::string &pattern : patterns)
-                   options.walk.exclude.push_back(WithoutMark(pattern));
+                   options.walk.exclude.push_back(WithoutTrailingSeparators(WithoutMark(pattern)));
            },
-           "leave out files and folders whose name, or path if PATTERN contains /, matches; *, ? and [a-z] are "
-           "wildcards; repeatable")
+           "leave out files and folders whose name, or whole path if PATTERN contains / before its end, matches; *, ? "
+           "and [a-z] are wildcards; repeatable")
         ->type_name("PATTERN")
         ->allow_extra_args(false)
         ->group(kGroup);

@@ -1,5 +1,6 @@
 #include <string>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "scanner/locator_info.h"

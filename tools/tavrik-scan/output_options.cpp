@@ -33,12 +33,24 @@ void AddWhen(CLI::App &app, const char *name, base::When &value, const char *abo
 } // namespace
 
 void AddOutputOptions(CLI::App &app, ScanOptions &options) {
-    app.add_flag_callback(
-           "--json", [&] { options.format = scanner::ReportFormat::JsonLines; },
-           "print one JSON object for each file, including errors")
-        ->group(kGroup);
+    CLI::Option *json =
+        app.add_flag_callback(
+               "--json", [&] { options.format = scanner::ReportFormat::JsonLines; }, "the same as --format json")
+            ->group(kGroup);
+    AddValue(app, "--format", "text|json|csv",
+             "text: a line for each result (default); json: an object for each file, errors included; csv: a table",
+             kGroup, [&options, json](const std::string &text) {
+                 if (json->count() > 0)
+                     throw CLI::ValidationError("--format", "--json says the same already; leave one of them out");
+                 options.format = RequireWord<scanner::ReportFormat>("--format", text,
+                                                                     {{"text", scanner::ReportFormat::Text},
+                                                                      {"json", scanner::ReportFormat::JsonLines},
+                                                                      {"csv", scanner::ReportFormat::Csv}});
+             });
     app.add_flag("-q,--quiet", options.quiet, "no progress line and no summary")->group(kGroup);
     app.add_flag("--profile", options.profile, "print at the end how much time the steps and the rules took")
+        ->group(kGroup);
+    app.add_flag("--exit-zero", options.exit_zero, "exit with 0 also when something is found; errors still exit with 2")
         ->group(kGroup);
     AddWhen(app, "--color", options.colour, "colours (auto: on terminals, unless NO_COLOR is set)");
     AddWhen(app, "--progress", options.progress, "a line that shows the progress (auto: on terminals)");

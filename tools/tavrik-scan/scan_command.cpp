@@ -13,12 +13,14 @@
 #include "base/ordered_pool.h"
 #include "base/path_list.h"
 #include "base/system.h"
+#include "base/text.h"
 #include "scanner/carve.h"
 #include "scanner/profile.h"
 #include "scanner/report.h"
 #include "scanner/totals.h"
 #include "scanner/watched_source.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/file_counter.h"
 
 namespace tavrik::scan_tool {
 
@@ -26,10 +28,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A path of the walk: a file to scan or, with a reason, something that cannot be scanned.
+// A path of the walk: a file to scan or, with an error, something that cannot be scanned.
 struct Job {
-    fs::path path;
-    std::string error;
+    scanner::Input input;
+    std::optional<base::Error> error;
 };
 
 struct Result {
@@ -41,6 +43,13 @@ ExitCode CodeOf(const scanner::FileReport &report) {
     if (report.status == scanner::ScanStatus::Failed)
         return kErrorHappened;
     return report.findings.empty() && report.detections.empty() ? kNothingFound : kFound;
+}
+
+scanner::Input::Kind KindOf(const fs::path &path) {
+    std::error_code ignored;
+    if (path == kStandardInput)
+        return scanner::Input::Kind::StandardInput;
+    return fs::is_fifo(path, ignored) ? scanner::Input::Kind::Pipe : scanner::Input::Kind::File;
 }
 
 // A run over all paths. Work runs in many threads; Deliver is called by one thread at a time, in the files' order.
@@ -60,15 +69,26 @@ public:
         base::OrderedPool<Job, Result> pool(
             options_.threads, [this](Job &job, unsigned thread) { return Work(job, thread); },
             [this](Result &result) { Deliver(result); });
-        const auto submit = [&pool](const fs::path &path, const std::string &error) {
-            pool.Submit({path, error});
+        if (options_.format == scanner::ReportFormat::Csv)
+            console_.Print(scanner::CsvHeader());
+        std::optional<FileCounter> counter;
+        if (shows_progress_)
+            counter.emplace(options_, expected_);
+        const auto submit = [&pool](scanner::Input input, std::optional<base::Error> error = {}) {
+            pool.Submit({std::move(input), std::move(error)});
             return base::Interruption() == 0;
         };
-        const base::WalkVisitor visitor = {[&](const fs::path &file) { return submit(file, ""); }, submit};
-        const auto walk = [&](const fs::path &path) { return base::Walk(path, options_.walk, visitor); };
-        if (std::all_of(options_.paths.begin(), options_.paths.end(), walk) && options_.path_list) {
+        const base::WalkVisitor visitor = {
+            [&](const fs::path &file) { return submit({file}); },
+            [&](const fs::path &path, const base::Error &error) { return submit({path}, error); }};
+        // Streams are read where the user names them; pipes in folders and lists are left alone.
+        const auto walk_named = [&](const fs::path &path) {
+            const scanner::Input::Kind kind = KindOf(path);
+            return kind == scanner::Input::Kind::File ? base::Walk(path, options_.walk, visitor) : submit({path, kind});
+        };
+        if (std::all_of(options_.paths.begin(), options_.paths.end(), walk_named) && options_.path_list) {
             std::optional<base::PathList> list;
-            for (auto path = NextPath(list); path && walk(*path); path = NextPath(list)) {
+            for (auto path = NextPath(list); path && base::Walk(*path, options_.walk, visitor); path = NextPath(list)) {
             }
         }
         pool.Finish();
@@ -77,6 +97,8 @@ public:
     // Prints the summary. Returns the exit code.
     int Conclude(std::span<HeuristicRule *const> rules) {
         console_.EndProgress();
+        if (totals_.Done() == 0 && !list_failed_ && base::Interruption() == 0)
+            console_.PrintError("tavrik-scan: nothing was scanned: no file is named, or all are excluded\n");
         if (!options_.quiet)
             console_.PrintError(scanner::SummaryLine(totals_, Seconds(), base::Interruption() != 0));
         if (options_.profile) {
@@ -86,7 +108,9 @@ public:
         }
         if (base::Interruption() != 0)
             return kSignalled + base::Interruption();
-        return list_failed_ ? kErrorHappened : code_;
+        if (list_failed_)
+            return kErrorHappened;
+        return code_ == kFound && options_.exit_zero ? kNothingFound : code_;
     }
 
 private:
@@ -116,9 +140,12 @@ private:
     std::function<std::string(std::size_t)> MakeProgress() {
         return [this](std::size_t columns) {
             const std::lock_guard lock(progress_mutex_);
-            return scanner::ProgressLine(totals_, Seconds(), current_file_, columns);
+            return scanner::ProgressLine(totals_, expected_.Get(), Seconds(), current_file_, columns);
         };
     }
+
+    // In the other formats a skipped file has a record of its own.
+    bool NamesSkipped() const { return !options_.quiet && options_.format == scanner::ReportFormat::Text; }
 
     double Seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
 
@@ -133,14 +160,15 @@ private:
         }
         if (shows_progress_) {
             const std::lock_guard lock(progress_mutex_);
-            current_file_ = job.path;
+            current_file_ = job.input.path;
         }
         scanner::Profile *profile = ProfileOf(thread);
-        if (job.error.empty()) {
-            result.report = scanner_.Scan(job.path, profile);
+        if (!job.error) {
+            result.report = scanner_.Scan(job.input, profile);
         } else {
-            result.report.file = std::move(job.path);
-            result.report.error = std::move(job.error);
+            result.report.file = std::move(job.input.path);
+            result.report.error = job.error->reason();
+            result.report.error_code = job.error->code();
         }
         // Lines with carved payloads are made after carving.
         if (!carver_ || result.report.findings.empty()) {
@@ -171,6 +199,8 @@ private:
         }
         if (!result.lines.empty())
             console_.Print(result.lines);
+        if (const std::string notes = scanner::NoteLines(report, NamesSkipped()); !notes.empty())
+            console_.PrintError(notes);
         if (report.status == scanner::ScanStatus::Failed)
             console_.PrintError(scanner::ErrorLine(report.file, report.error, errors_in_colour_));
         code_ = std::max(code_, CodeOf(report));
@@ -179,7 +209,8 @@ private:
     // Called in the files' order, so that the same input gives the same names.
     void CarveFindings(scanner::FileReport &report) {
         try {
-            base::FileSource opened(report.file);
+            std::optional<base::FileSource> reopened;
+            base::ByteSource &opened = report.stream ? *report.stream : reopened.emplace(report.file);
             scanner::WatchedSource source(opened, scanner::Deadline(options_.settings.timeout));
             for (const scanner::Finding &finding : report.findings) {
                 const auto is_same = [&](const scanner::CarvedPayload &carved) {
@@ -196,6 +227,8 @@ private:
                 return;
             }
             report.status = scanner::ScanStatus::Failed;
+            if (report.error.empty())
+                report.error_code = base::ErrorCode::NotCarved;
             report.error += std::string(report.error.empty() ? "" : "; ") + "not carved: " + error.reason();
         }
     }
@@ -211,6 +244,7 @@ private:
     bool list_failed_ = false;
 
     const bool shows_progress_;
+    ExpectedFiles expected_;
     std::mutex progress_mutex_; // guards the next two, which the progress line reads
     scanner::Totals totals_;
     fs::path current_file_;

@@ -7,14 +7,19 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "base/console.h"
 #include "base/walk.h"
 #include "scanner/report.h"
 #include "scanner/scan.h"
 
+namespace CLI {
+class App;
+}
+
 namespace tavrik::scan_tool {
+
+/** The path that means standard input. */
+inline constexpr char kStandardInput[] = "-";
 
 /** The program's options; a command that is no scan takes some of them. */
 struct ScanOptions {
@@ -31,6 +36,7 @@ struct ScanOptions {
 
     scanner::ReportFormat format = scanner::ReportFormat::Text;
     bool quiet = false;
+    bool exit_zero = false; // also when something is found
     bool profile = false;
     base::When colour = base::When::Auto;
     base::When progress = base::When::Auto;

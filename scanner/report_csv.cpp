@@ -1,0 +1,98 @@
+#include <array>
+
+#include <fmt/format.h>
+
+#include "base/text.h"
+#include "scanner/clean_action.h"
+#include "scanner/locator_info.h"
+#include "scanner/report.h"
+
+namespace tavrik::scanner {
+
+namespace {
+
+// The columns, in their order.
+enum Column {
+    File,
+    Size,
+    Sha256,
+    Status,
+    Truncated,
+    Result,
+    Rule,
+    Name,
+    Action,
+    Entry,
+    Kind,
+    Offset,
+    Length,
+    Code,
+    Text
+};
+constexpr std::array kColumns = {"file",   "size",  "sha256", "status", "truncated", "result",     "rule", "name",
+                                 "action", "entry", "kind",   "offset", "length",    "error_code", "error"};
+using Row = std::array<std::string, kColumns.size()>;
+
+// A field of RFC 4180. Spreadsheets take what begins with these characters for a formula, and a file's name is its
+// author's choice.
+std::string Field(const std::string &text) {
+    std::string field = text;
+    if (!field.empty() && std::string_view("=+-@\t\r").find(field.front()) != std::string_view::npos)
+        field.insert(field.begin(), '\'');
+    if (field.find_first_of(",\"\r\n") == std::string::npos)
+        return field;
+    std::string quoted = "\"";
+    for (const char letter : field)
+        quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
+    return quoted + '"';
+}
+
+template <typename Fields>
+std::string Line(const Fields &fields) {
+    std::string line;
+    for (const auto &field : fields)
+        line += (line.empty() ? "" : ",") + Field(field);
+    return line + '\n';
+}
+
+} // namespace
+
+std::string CsvHeader() {
+    return Line(kColumns);
+}
+
+std::string CsvLines(const FileReport &report) {
+    Row common;
+    common[File] = base::PrintablePath(report.file);
+    if (report.size)
+        common[Size] = fmt::format("{}", *report.size);
+    common[Sha256] = report.sha256;
+    common[Status] = StatusName(report.status);
+    if (report.missing_bytes)
+        common[Truncated] = *report.missing_bytes > 0 ? "yes" : "no";
+    if (!report.error.empty()) {
+        common[Code] = base::ErrorCodeName(report.error_code);
+        common[Text] = base::Printable(report.error);
+    }
+    std::string lines;
+    for (const Detection &detection : report.detections) {
+        Row row = common;
+        row[Result] = "detection";
+        row[Rule] = fmt::format("{}", detection.rule);
+        row[Name] = base::Printable(detection.name);
+        row[Action] = ActionName(detection.action);
+        lines += Line(row);
+    }
+    for (const Finding &finding : report.findings) {
+        Row row = common;
+        row[Result] = "finding";
+        row[Entry] = fmt::format("{}", finding.entry);
+        row[Kind] = KindName(finding.kind);
+        row[Offset] = fmt::format("{}", finding.offset);
+        row[Length] = fmt::format("{}", finding.size);
+        lines += Line(row);
+    }
+    return lines.empty() ? Line(common) : lines;
+}
+
+} // namespace tavrik::scanner

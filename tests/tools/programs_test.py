@@ -1,0 +1,132 @@
+#!/usr/bin/env python3
+"""What all programs have in common, and the forms of what they print for other programs.
+
+Usage: programs_test.py FOLDER_OF_PROGRAMS FOLDER_OF_DOCUMENTS
+"""
+import hashlib
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import jsonschema
+
+programs, docs = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+failures = []
+
+
+def check(holds, text):
+    if not holds:
+        failures.append(text)
+
+
+def run(name, *arguments, stdin=b""):
+    return subprocess.run([programs / name, *arguments], input=stdin, capture_output=True, check=False)
+
+
+def lines(name, *arguments, stdin=b""):
+    return [json.loads(line) for line in run(name, *arguments, stdin=stdin).stdout.splitlines()]
+
+
+def unwritable_output(samples):
+    """The exit codes where nothing can be written, and where nobody reads."""
+    table = [("tavrik-scan", ["--help"], 2), ("tavrik-scan", ["--version"], 2), ("tavrik-scan", ["help", "explain"], 2),
+             ("tavrik-scan", ["locators"], 2), ("tavrik-scan", ["-r", "--format", "csv", samples], 2),
+             ("tavrik-rules", ["--help"], 3), ("tavrik-rules", ["check", "--help"], 3), ("tavrik-rules", ["dump"], 3),
+             ("tavrik-rulegen", ["--help"], 1), ("tavrik-names", ["--help"], 2), ("tavrik-names", ["--version"], 2),
+             ("tavrik-samples", ["--help"], 1), ("tavrik-samples", [samples], 1)]
+    for name, arguments, code in table:
+        what = f"{name} {' '.join(arguments)}"
+        with open("/dev/full", "wb") as full:
+            ended = subprocess.run([programs / name, *arguments], stdout=full, stderr=subprocess.PIPE, check=False)
+        check(ended.returncode == code and b"No space left" in ended.stderr, f"{what} >/dev/full: {ended}")
+        reader, writer = os.pipe()
+        os.close(reader)
+        ended = subprocess.run([programs / name, *arguments], stdout=writer, stderr=subprocess.PIPE, check=False)
+        os.close(writer)
+        check((ended.returncode, ended.stderr) == (141, b""), f"{what} into a closed pipe: {ended}")
+
+
+def versions():
+    dump = hashlib.sha256(b"".join(line for line in run("tavrik-rules", "dump").stdout.splitlines(keepends=True)
+                                   if not line.startswith(b"    stored_flags "))).hexdigest()
+    module = hashlib.sha256((programs / "tavrik2.hbx").read_bytes()).hexdigest()
+    numbers = set()
+    for name in ("tavrik-scan", "tavrik-rules", "tavrik-rulegen", "tavrik-names", "tavrik-samples"):
+        text = run(name, "--version").stdout.decode()
+        first, *rest = text.splitlines()
+        check(first.startswith(name + " ") and any(line.startswith("libraries: CLI11 ") for line in rest), text)
+        numbers.add(first.removeprefix(name))
+        if name in ("tavrik-scan", "tavrik-rules"):
+            check(f"tavrik2.hbx, SHA-256 {module}\n" in text and f"database: 6528 rules, SHA-256 {dump}\n" in text, text)
+    check(len(numbers) == 1, f"versions {numbers}")
+
+
+def scan_output(samples):
+    schema = json.loads((docs / "scan-report.schema.json").read_text(encoding="utf-8"))
+    validator = jsonschema.Draft202012Validator(schema)
+    odd = os.fsencode(samples) + b"/odd\xff\n.exe"
+    some = pathlib.Path(samples, "clean-minimal.exe")
+    with open(odd, "wb") as file:
+        file.write(some.read_bytes()[:-1])
+    objects = lines("tavrik-scan", "-r", "--json", "--sha256", samples, "missing")
+    objects += lines("tavrik-scan", "--json", "--max-size", "1K", str(some), "-", stdin=b"x" * 2000)
+    objects += lines("tavrik-scan", "--json", "-", samples, stdin=b"MZ")
+    for entry in range(50):
+        objects += lines("tavrik-scan", "--json", "explain", f"entry:{entry}", str(some))
+    objects += lines("tavrik-scan", "--json", "explain", "rule:173", str(some))
+    objects += lines("tavrik-scan", "--json", "explain", "2", "missing")
+    check(len(objects) > 100, f"only {len(objects)} objects")
+    for value in objects:
+        for error in validator.iter_errors(value):
+            failures.append(f"{error.message}: {json.dumps(value)[:300]}")
+    check(not validator.is_valid({**objects[0], "status": "odd"}), "the schema takes anything")
+    check({code for value in objects for code in [value.get("error", value.get("reason", {})).get("code")]}
+          >= {None, "not-found", "too-large", "is-folder"}, "not all kinds of errors")
+    cut = next(value for value in objects if "file_b64" in value)
+    check(cut["truncated"] and cut["missing"] == 1, f"{cut}")
+    text = (docs / "json.md").read_text(encoding="utf-8")
+    for definition in ("report", "detection", "finding", "explanation", "explainedEntry", "ruleCondition"):
+        for key in schema["$defs"][definition]["properties"]:
+            check(f"`{key}`" in text or f"{key}," in text or f"{key}}}" in text, f"docs/json.md does not tell of {key}")
+    for code in schema["$defs"]["error"]["properties"]["code"]["enum"]:
+        check(f"`{code}`" in text, f"docs/json.md does not tell of the error {code}")
+
+
+def sarif(folder):
+    """What SARIF 2.1.0 asks of a log, of those properties that it has."""
+    path = pathlib.Path(folder, "a b%.rules")
+    path.write_text('rule 1 "A" for program {\n    header { Machina == 1 }\n}\nrule 2 "A" for program {\n}\n', encoding="utf-8")
+    plain = lines("tavrik-rules", "check", "--format", "json", str(path))
+    ended = run("tavrik-rules", "check", "--format", "sarif", str(path))
+    log = json.loads(ended.stdout)
+    check(ended.returncode == 1 and log["version"] == "2.1.0" and len(log["runs"]) == 1, f"{log}")
+    results, driver = log["runs"][0]["results"], log["runs"][0]["tool"]["driver"]
+    check(driver["name"] == "tavrik-rules" and len(plain) == len(results) > 0, f"{len(plain)} and {len(results)} results")
+    check(log["runs"][0]["columnKind"] in ("utf16CodeUnits", "unicodeCodePoints"), "columnKind")
+    for one, other in zip(plain, results):
+        place = other["locations"][0]["physicalLocation"]
+        check(driver["rules"][other["ruleIndex"]]["id"] == other["ruleId"] == one["code"], f"{other}")
+        check(other["level"] == one["severity"] and other["message"]["text"].startswith(one["message"]), f"{other}")
+        check((place["region"]["startLine"], place["region"]["startColumn"]) == (one["line"], one["column"]), f"{place}")
+        check(place["artifactLocation"]["uri"] == path.as_uri(), f"{place}")
+
+
+def main():
+    with tempfile.TemporaryDirectory() as folder:
+        os.chdir(folder)
+        samples = str(pathlib.Path(folder, "samples"))
+        check(run("tavrik-samples", samples).returncode == 0, "tavrik-samples")
+        unwritable_output(samples)
+        versions()
+        scan_output(samples)
+        sarif(folder)
+    for failure in failures:
+        print(failure)
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
