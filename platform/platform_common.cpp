@@ -27,7 +27,7 @@ bool IsSeparator(char c) {
 
 } // namespace
 
-// One call makes one line: line breaks inside the message become spaces, so that no message can pass for two.
+// One call makes one line: line breaks inside the message become spaces, so that no message looks like two.
 TAVRIK_API void PlatformWriteLog(const char *path, const char *line) {
     if (path == nullptr || line == nullptr)
         return;
@@ -43,7 +43,7 @@ TAVRIK_API void PlatformWriteLog(const char *path, const char *line) {
     free(record);
 }
 
-// The arguments tell this implementation nothing that it needs: it serves every client of the process alike.
+// Every client of the process is served alike, so the arguments are not needed.
 TAVRIK_API void PlatformAttach(void *, const HostConfig *, GetInterface, void *) {}
 
 TAVRIK_API void *PlatformAlloc(uint32_t size, uint32_t, uint32_t) {
@@ -64,8 +64,7 @@ TAVRIK_API void PlatformCopyString(char *destination, uint32_t capacity, const c
         destination[0] = '\0';
 }
 
-// A directory that already ends in a separator gets no second one; an empty directory gets none, or the file would move
-// to the root.
+// No separator is added to a directory that ends in one, nor to an empty one, which would become the root.
 TAVRIK_API void PlatformAppendPath(char *destination, uint32_t capacity, const char *file_name) {
     if (destination == nullptr || capacity == 0)
         return;

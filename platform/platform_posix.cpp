@@ -30,7 +30,7 @@ UtcTime GetUtcTime() {
 namespace {
 
 // Log paths are written for Windows. One that starts with a drive, such as "c:\yndebug.log", means the file of that
-// base name in the current folder here; every other path means itself.
+// base name in the current folder here; every other path is used as it is.
 const char *MapLogPath(const char *path) {
     const auto drive = static_cast<unsigned char>(path[0] | 0x20);
     if (drive < 'a' || drive > 'z' || path[1] != ':')
@@ -75,8 +75,8 @@ int VisitModule(dl_phdr_info *info, size_t, void *argument) {
     return search->path[0] != '\0';
 }
 
-// Whether the file that `path` leads to now is a loaded module. The dynamic linker knows its modules' paths as they
-// were given, which proves nothing for relative ones, but it tells files by their identity, too.
+// Whether the file at `path` is a loaded module. The dynamic linker reports paths as they were given, relative ones
+// too, but it also recognises a loaded file by its device and inode.
 bool IsLoadedFrom(const char *path) {
     char absolute[PATH_MAX];
     if (realpath(path, absolute) == nullptr)

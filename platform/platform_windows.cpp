@@ -53,7 +53,7 @@ TAVRIK_API uint32_t PlatformGetModuleDirectory(const char *file_name, char *dire
     if (directory == nullptr || capacity == 0)
         return 0;
     directory[0] = '\0';
-    // No name would mean the program.
+    // A null name would mean the program itself.
     const HMODULE module = file_name == nullptr ? nullptr : GetModuleHandleA(file_name);
     if (module == nullptr)
         return 0;

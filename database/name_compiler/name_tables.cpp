@@ -174,11 +174,11 @@ void Builder::ReadPackers() {
             !ReadNumber(entry.fields[0], 10, kPackerSignatures, row.id) ||
             !ReadText(entry.fields[1], kNoLimit, row.packer) ||
             !ReadNumber(entry.fields[2], 10, kLargestPackerParam, param) ||
-            !ReadNumber(entry.fields[3], 10, PACKER_PATTERN_BEHIND, kind))
+            !ReadNumber(entry.fields[3], 10, PACKER_PATTERN_AFTER, kind))
             continue;
         if (row.id != tables_.packers.size() + 1)
             sources_.Report(entry.fields[0].place, "packer signatures are numbered from 1 without a gap");
-        if (kind != PACKER_PATTERN_AT && kind != PACKER_PATTERN_BEHIND)
+        if (kind != PACKER_PATTERN_AT && kind != PACKER_PATTERN_AFTER)
             sources_.Report(entry.fields[3].place, "expected kind 0 or 2");
         row.param = static_cast<uint8_t>(param);
         row.kind = static_cast<uint8_t>(kind);

@@ -1,7 +1,7 @@
 /* The heuristic rule record, a binary format that the host reads in place, and the publication of the rule table.
  *
  * All integers are little-endian and nothing is padded. The module stores and hands out these values; what they ask of
- * a file is the evaluating host's affair. */
+ * a file is decided by the evaluating host. */
 #ifndef TAVRIK2_HEURISTIC_RULE_H
 #define TAVRIK2_HEURISTIC_RULE_H
 

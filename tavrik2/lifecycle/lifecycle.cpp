@@ -29,8 +29,8 @@ struct ModuleState {
     HostConfig config; // the host's block as of the first initialisation
     void *retained_value;
     const HostServices *services;
-    void *interfaces[kInterfaceCount]; // held for the host's sake, not used here
-    void *lock;                        // created for the host's sake, never acquired here
+    void *interfaces[kInterfaceCount]; // requested from the host and kept, never used
+    void *lock;                        // created and destroyed, never acquired
     void *platform_handle;
     uint32_t scan_sdk_loaded;
 };

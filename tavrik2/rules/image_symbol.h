@@ -1,9 +1,9 @@
-/* Symbols for data that has its place inside a larger object, and data that stays although nothing refers to it. */
+/* Symbols for data inside a larger object, and data that the linker keeps although nothing refers to it. */
 #ifndef TAVRIK2_RULES_IMAGE_SYMBOL_H
 #define TAVRIK2_RULES_IMAGE_SYMBOL_H
 
-/* TAVRIK_IMAGE_SYMBOL(name, image, offset, size): makes `name` (a symbol without mangling, declared elsewhere) stand
- * for the `size` bytes at byte `offset` of the object `image`. The compiler orders separate objects as it likes;
+/* TAVRIK_IMAGE_SYMBOL(name, image, offset, size): makes `name` (a symbol without mangling, declared elsewhere) name
+ * the `size` bytes at byte `offset` of the object `image`. The compiler orders separate objects as it likes;
  * members of one object stay in order. `offset` and `size` are literals.
  *
  * TAVRIK_KEEP: the definition survives the linker's removal of what nothing refers to. On Windows the linker keeps or

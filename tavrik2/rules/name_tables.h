@@ -1,4 +1,4 @@
-/* The name tables and word lists that the module carries beside its rules.
+/* The name tables and word lists that the module carries in addition to its rules.
  *
  * The data is compiled from the text sources in database/names. Only the four name tables are ever written, once, by
  * the preparation; everything else is read-only. Nothing is padded unless said. */
@@ -56,10 +56,10 @@ struct NamePair {
     const uint8_t *second_name; /* start of an entry of NameTable4 */
 };
 
-/** The entry code by which a packer or protector is known. */
+/** The entry code by which a packer or protector is recognised. */
 struct TAVRIK_PACKED PackerSignature {
-    uint32_t id;            /* 1.. in table order */
-    const uint8_t *pattern; /* is right before the record */
+    uint32_t id;            /* counted from 1, in table order */
+    const uint8_t *pattern; /* the bytes right before the record */
     uint8_t pattern_length; /* at most kLongestPackerPattern */
     uint8_t pattern_param;  /* at most kLargestPackerParam: near jumps to follow from the entry point */
     uint8_t pattern_kind;   /* a PackerPatternKind */
@@ -68,14 +68,14 @@ struct TAVRIK_PACKED PackerSignature {
 };
 
 enum PackerPatternKind : uint8_t {
-    PACKER_PATTERN_AT = 0,    /* the bytes are where the jumps lead */
-    PACKER_PATTERN_BEHIND = 2 /* ... or anywhere after that place in its section */
+    PACKER_PATTERN_AT = 0,   /* the bytes are where the jumps lead */
+    PACKER_PATTERN_AFTER = 2 /* ... or anywhere after that place in its section */
 };
 
 constexpr uint32_t kLongestPackerPattern = 201;
 constexpr uint32_t kLargestPackerParam = 5;
 
-/** A packer signature as it lies in the image. */
+/** A packer signature with its pattern, as laid out in the image. */
 template <uint32_t PatternLength>
 struct TAVRIK_PACKED PackerSignatureImage {
     uint8_t pattern[PatternLength];

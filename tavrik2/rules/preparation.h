@@ -1,4 +1,4 @@
-/* The rule database's way from its stored to its working form, once in the life of the process. */
+/* Brings the rule database from its stored into its working form, once in the life of the process. */
 #ifndef TAVRIK2_RULES_PREPARATION_H
 #define TAVRIK2_RULES_PREPARATION_H
 

@@ -56,7 +56,7 @@ struct GateRow {
     Field field;
     RowKind kind;
     Heading heading; // of Begin and Next
-    // Where to go on, for the evaluation: rows of alternatives that are over are passed by at once.
+    // Where the evaluation continues; rows of alternatives that are already decided are skipped.
     uint8_t on_pass; // rows to go forward when the value is accepted
     uint8_t on_fail; // rows to go forward when it is not; 0 ends the gate
 

@@ -10,7 +10,7 @@
 namespace tavrik2 {
 namespace {
 
-// Nearly every block holds no marker and is done with after one pass over it.
+// Nearly every block holds no marker and is dismissed after one pass over it.
 constexpr MarkerFilter kFilter(AutoItMarker, AutoItAltMarkers[0], AutoItAltMarkers[1], AutoItAltMarkers[2],
                                AutoItAltMarkers[3], AutoItAltMarkers[4], AutoItAltMarkers[5], AutoItAltMarkers[6]);
 

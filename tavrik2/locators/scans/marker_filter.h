@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "tavrik2/bytes.h"
+#include "tavrik2/locators/markers.h"
 
 namespace tavrik2 {
 
@@ -38,14 +39,12 @@ private:
     static constexpr std::size_t kShifts = 4; // the places at which a word may begin within a marker
     static constexpr std::size_t kWordCount = kShifts * MarkerCount;
 
-    // The word's upper bits of a multiplicative hash: 16 of them.
+    // The upper 16 bits of a multiplicative hash.
     static constexpr uint32_t Hash(uint32_t word) { return word * 0x9E3779B1u >> 16; }
 
     consteval void Add(const uint8_t *marker) {
         for (std::size_t shift = 0; shift < kShifts; ++shift) {
-            uint32_t word = 0;
-            for (std::size_t byte = 0; byte < kWordSize; ++byte)
-                word |= uint32_t{marker[shift + byte]} << (8 * byte);
+            const uint32_t word = MarkerWord(marker + shift);
             words_[used_++] = word;
             bitmap_[Hash(word) / 64] |= uint64_t{1} << (Hash(word) % 64);
         }
