@@ -1,6 +1,5 @@
 #include "base/atomic_file.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -21,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kMostLinks = 40; // followed one after the other, as many as the system follows
+constexpr int kMostLinks = 40; // in a chain, as many as the system follows
 constexpr int kMostNames = 64; // tried for a temporary file
 
 [[noreturn]] void Fail(const fs::path &path, const std::error_code &error) {
@@ -59,7 +58,7 @@ std::error_code WriteAndClose(std::FILE *stream, std::string_view content, Flush
     return error;
 }
 
-// A new file in the folder of the one that it is to replace; removed unless it did.
+// A new file in the folder of the one that it is to replace. It is removed again if it has not replaced it.
 class TemporaryFile {
 public:
     explicit TemporaryFile(const fs::path &target) {

@@ -1,4 +1,4 @@
-/* Where the host reads bytes from: a file or memory. */
+/* Sources of bytes: a file, memory, or a part of another source. */
 #ifndef TAVRIK_BASE_BYTE_SOURCE_H
 #define TAVRIK_BASE_BYTE_SOURCE_H
 
@@ -44,7 +44,7 @@ public:
     /** Opens the file; throws Error when it is not a regular file or may not be opened. Never creates or changes it. */
     explicit FileSource(const std::filesystem::path &path, Access access = Access::Read);
 
-    /** An empty temporary file without a name, for bytes that memory shall not hold; gone with the object. Throws
+    /** An empty temporary file without a name, for data too large for memory; removed with the object. Throws
      * Error. */
     static FileSource Temporary();
 

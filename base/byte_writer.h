@@ -3,11 +3,11 @@
 #define TAVRIK_BASE_BYTE_WRITER_H
 
 #include <bit>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tavrik::base {

@@ -97,7 +97,7 @@ Console::~Console() {
 void Console::Draw(std::stop_token stop) {
     std::condition_variable_any stopped;
     std::unique_lock lock(mutex_);
-    // Waits before it draws: a run that ends at once shows no line.
+    // Waits before it draws, so that a short run shows no line.
     while (!stopped.wait_for(lock, stop, kRedraw, [&stop] { return stop.stop_requested(); })) {
         base::PrintError(kEraseLine + progress_(TerminalWidth() - 1));
         is_drawn_ = true;

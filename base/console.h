@@ -3,6 +3,7 @@
 #define TAVRIK_BASE_CONSOLE_H
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <mutex>
 #include <stdexcept>

@@ -1,6 +1,7 @@
 #include "base/file_bytes.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace tavrik::base {
 

@@ -5,8 +5,8 @@
 
 #include <array>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <optional>

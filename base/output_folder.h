@@ -10,8 +10,8 @@
 
 namespace tavrik::base {
 
-/** Creates files and folders below one folder: never outside it, never through a symbolic link below it, and never in
- * the place of what is there. One thread at a time. */
+/** Creates files and folders below one folder: never outside it, never through a symbolic link below it, and never
+ * replacing what exists. One thread at a time. */
 class OutputFolder {
 public:
     /** The components of a path below the folder. */
@@ -27,7 +27,7 @@ public:
     /** The folder as it was named. */
     const std::filesystem::path &path() const { return path_; }
 
-    /** Where such a file is, to be shown. */
+    /** The path of such a file, for messages. */
     std::filesystem::path PathOf(Components components) const;
 
     /** Creates a new file for writing, and the folders on the way. Null, with errno set, when that fails: EEXIST when

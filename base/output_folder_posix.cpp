@@ -49,7 +49,7 @@ private:
     int descriptor_;
 };
 
-// Goes down from `from`, which it takes over, and makes what is missing. False, with errno set, when that fails.
+// Moves `folder` down along the components and creates those that are missing. False, with errno set, when that fails.
 bool Descend(Folder &folder, OutputFolder::Components components) {
     if (!std::all_of(components.begin(), components.end(), IsPlainName)) {
         errno = EINVAL;

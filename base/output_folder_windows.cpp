@@ -1,4 +1,5 @@
-// Links and mount points are looked for before each step; whoever may make them may write to the folder anyway.
+// Links and mount points are checked for before each step, not atomically: who may create them may write to the folder
+// anyway.
 #include <windows.h>
 #include <algorithm>
 #include <cerrno>
@@ -24,7 +25,7 @@ bool IsPlainName(std::string_view name) {
            name.find_first_of(std::string_view("/\\:\0", 4)) == name.npos;
 }
 
-// Makes what is missing on the way down. False, with errno set, when that fails or a link is there.
+// Creates the components that are missing below `folder`. False, with errno set, when that fails or one is a link.
 bool Descend(const fs::path &folder, OutputFolder::Components components) {
     if (!std::all_of(components.begin(), components.end(), IsPlainName)) {
         errno = EINVAL;

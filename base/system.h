@@ -50,14 +50,13 @@ bool MeansClosedPipe(int error);
 /** Whether the stream (stdout, stderr) is a terminal. */
 bool IsTerminal(std::FILE *stream);
 
-/** Whether the stream is a terminal that understands escape sequences; switches that on where it
- * must be. */
+/** Whether the stream is a terminal that understands escape sequences; enables them where that is needed. */
 bool EnableEscapes(std::FILE *stream);
 
 /** The columns of the terminal on standard error; a usual number when they are not known. */
 std::size_t TerminalWidth();
 
-/** From now on the first request to end (Ctrl-C, SIGINT, SIGTERM) is only noted, for Interruption. A second one ends
+/** From now on the first request to end (Ctrl-C, SIGINT, SIGTERM) is only recorded, for Interruption. A second one ends
  * the program as usual. */
 void NoteInterruptions();
 

@@ -147,7 +147,7 @@ std::size_t InputStream::Read(char *buffer, std::size_t length, const std::funct
 RegularFile::RegularFile(const std::filesystem::path &path, bool for_writing)
     : handle_(open(path.c_str(), (for_writing ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
     if (handle_ < 0)
-        throw std::system_error(errno, std::generic_category());
+        ThrowLastError();
     struct stat status = {};
     int error = fstat(Descriptor(handle_), &status) == 0 ? 0 : errno;
     if (error == 0 && !S_ISREG(status.st_mode))

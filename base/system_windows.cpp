@@ -277,16 +277,15 @@ bool FlushToDisk(std::FILE *stream) {
 }
 
 std::error_code RenameOver(const fs::path &relative_from, const fs::path &relative_to) {
-    // ReplaceFileW takes a name without a folder for a wrong one.
+    // ReplaceFileW refuses names without a folder.
     std::error_code error;
     const fs::path from = fs::absolute(relative_from, error);
     const fs::path to = fs::absolute(relative_to, error);
-    const auto last_error = [] { return std::error_code(static_cast<int>(GetLastError()), std::system_category()); };
     if (ReplaceFileW(to.c_str(), from.c_str(), nullptr, 0, nullptr, nullptr) != 0)
         return {};
     if (GetLastError() != ERROR_FILE_NOT_FOUND)
-        return last_error();
-    return MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0 ? std::error_code() : last_error();
+        return LastError();
+    return MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0 ? std::error_code() : LastError();
 }
 
 } // namespace tavrik::base

@@ -1,4 +1,4 @@
-/* From the paths that a user names to the files that are scanned. */
+/* Walks over folders: from the paths that a user names to the files in and below them. */
 #ifndef TAVRIK_BASE_WALK_H
 #define TAVRIK_BASE_WALK_H
 

@@ -3,7 +3,6 @@
 #ifndef TAVRIK_PE_FORMAT_H
 #define TAVRIK_PE_FORMAT_H
 
-#include <cstddef>
 #include <cstdint>
 
 namespace tavrik::pe {

@@ -1,7 +1,6 @@
 #include "pe/image.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace tavrik::pe {
 

@@ -1,8 +1,9 @@
-/* The headers of a PE file as rules see them, and the way from addresses to the file. */
+/* The headers of a PE file as rules see them, and the mapping of addresses to file offsets. */
 #ifndef TAVRIK_PE_IMAGE_H
 #define TAVRIK_PE_IMAGE_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -64,7 +65,7 @@ public:
     std::optional<uint64_t> OffsetOfRva(uint32_t rva) const;
     std::optional<uint64_t> OffsetOfAddress(uint32_t address) const;
 
-    // What the fields above are cut from, for readers with other bounds.
+    // What the fields above are read from, for readers with other bounds.
 
     /** Whether a whole DOS header with its signature is there, and the PE signature where it points to. */
     bool HasDosHeader() const { return has_dos_header_; }

@@ -23,6 +23,12 @@ ImportTable::ImportTable(const Image &image) : image_(image), thunk_size_(ThunkS
     }
 }
 
+// 0 where it cannot be read, as at the end of the array.
+uint64_t ImportTable::ThunkAt(uint64_t offset) const {
+    return thunk_size_ == sizeof(uint64_t) ? image_.bytes().Get<uint64_t>(offset).value_or(0)
+                                           : image_.bytes().Get<uint32_t>(offset).value_or(0);
+}
+
 ImportTable::Thunks ImportTable::FindThunks(const Descriptor &descriptor) const {
     const uint32_t original = descriptor.fields[kOriginalFirstThunk];
     std::optional<uint64_t> offset = original == 0 ? std::nullopt : image_.OffsetOfRva(original);
@@ -33,14 +39,8 @@ ImportTable::Thunks ImportTable::FindThunks(const Descriptor &descriptor) const 
         return thunks;
     thunks.offset = *offset;
     const std::size_t most = std::min<std::size_t>(kMostFunctions, kMostFunctionsInAll - function_count_);
-    while (thunks.count < most) {
-        const uint64_t at = *offset + thunks.count * thunk_size_;
-        const bool is_used = thunk_size_ == 8 ? image_.bytes().Get<uint64_t>(at).value_or(0) != 0
-                                              : image_.bytes().Get<uint32_t>(at).value_or(0) != 0;
-        if (!is_used)
-            break;
+    while (thunks.count < most && ThunkAt(*offset + thunks.count * thunk_size_) != 0)
         ++thunks.count;
-    }
     return thunks;
 }
 
@@ -56,13 +56,9 @@ const ImportTable::Functions &ImportTable::FunctionsOf(std::size_t descriptor) {
     Thunks &thunks = thunks_[descriptor];
     if (!thunks.are_read) {
         thunks.are_read = true;
-        for (std::size_t i = 0; i < thunks.count; ++i) {
-            const uint64_t at = thunks.offset + i * thunk_size_;
-            const uint64_t thunk = thunk_size_ == 8 ? image_.bytes().Get<uint64_t>(at).value_or(0)
-                                                    : image_.bytes().Get<uint32_t>(at).value_or(0);
-            if (std::optional<std::string> name = FunctionName(thunk))
+        for (std::size_t i = 0; i < thunks.count; ++i)
+            if (std::optional<std::string> name = FunctionName(ThunkAt(thunks.offset + i * thunk_size_)))
                 thunks.names.insert(std::move(*name));
-        }
     }
     return thunks.names;
 }

@@ -3,11 +3,11 @@
 #define TAVRIK_PE_IMPORT_TABLE_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -48,6 +48,7 @@ private:
         Functions names;
     };
 
+    uint64_t ThunkAt(uint64_t offset) const;
     Thunks FindThunks(const Descriptor &descriptor) const;
     std::optional<std::string> FunctionName(uint64_t thunk) const;
 

@@ -10,7 +10,7 @@
 
 namespace tavrik::pe {
 
-/** In place of the number of what has a name instead. Real numbers have 31 bits. */
+/** The number of a type or entry that has a name instead. Real numbers have 31 bits. */
 inline constexpr uint32_t kNoResourceNumber = 0xFFFFFFFF;
 
 /** What names a type or an entry: a number or a name. */

@@ -1,6 +1,7 @@
 #include "database/generator/specimen.h"
 
 #include <algorithm>
+#include <cstddef>
 
 #include "database/generator/specimen_maker.h"
 #include "pe/format.h"
@@ -31,8 +32,6 @@ constexpr Linker kLinkers[] = {
     {Toolchain::Managed, 8, 0, 0x10E, 4},    {Toolchain::Managed, 11, 0, 0x102, 4},
 };
 
-constexpr uint8_t kStubCode[] = {0x0E, 0x1F, 0xBA, 0x0E, 0x00, 0xB4, 0x09, 0xCD, 0x21, 0xB8, 0x01, 0x4C, 0xCD, 0x21};
-constexpr std::string_view kStubText = "This program cannot be run in DOS mode.\r\r\n$";
 constexpr std::string_view kBorlandStubText = "This program must be run under Win32\r\n$";
 
 } // namespace
@@ -104,11 +103,8 @@ void SpecimenMaker::ChooseLinker() {
 // Code and text of the stub, then the linker's record of the tools.
 void SpecimenMaker::WriteStub() {
     const bool borland = archetype_.toolchain == Toolchain::Delphi || image_.headers.MinorLinkerVersion == 25;
-    Content stub;
-    stub.bytes.assign(std::begin(kStubCode), std::end(kStubCode));
-    const std::string_view text = borland ? kBorlandStubText : kStubText;
-    stub.bytes.insert(stub.bytes.end(), text.begin(), text.end());
-    stub.bytes.resize(borland ? 0xC0 : 0x40);
+    Bytes stub = pe::builder::MakeDosStub(borland ? kBorlandStubText : pe::builder::kUsualDosStubText);
+    stub.resize(borland ? 0xC0 : 0x40);
     if (!borland && archetype_.toolchain != Toolchain::MinGw && archetype_.toolchain != Toolchain::Managed) {
         const uint32_t key = random_.Next32();
         base::ByteWriter rich;
@@ -125,9 +121,9 @@ void SpecimenMaker::WriteStub() {
         rich.U32(key);
         rich.Align(16);
         const Bytes bytes = rich.Take();
-        stub.bytes.insert(stub.bytes.end(), bytes.begin(), bytes.end());
+        stub.insert(stub.end(), bytes.begin(), bytes.end());
     }
-    image_.dos_stub = std::move(stub.bytes);
+    image_.dos_stub = std::move(stub);
 }
 
 void SpecimenMaker::AddOverlay() {

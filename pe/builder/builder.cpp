@@ -13,9 +13,8 @@ namespace {
 
 constexpr uint32_t kPieceAlignment = 16;
 
-// Prints the text after it and ends with exit code 1.
+// Prints the text after it, up to a '$', and ends with exit code 1.
 constexpr uint8_t kDosStubCode[] = {0x0E, 0x1F, 0xBA, 0x0E, 0x00, 0xB4, 0x09, 0xCD, 0x21, 0xB8, 0x01, 0x4C, 0xCD, 0x21};
-constexpr std::string_view kDosStubText = "This program cannot be run in DOS mode.\r\r\n$";
 
 template <typename... Arguments>
 [[noreturn]] void Refuse(fmt::format_string<Arguments...> text, Arguments &&...arguments) {
@@ -48,10 +47,8 @@ private:
         if (headers_.SectionAlignment == 0 || headers_.FileAlignment == 0)
             Refuse("SectionAlignment and FileAlignment must not be 0");
         dos_stub_ = image_.dos_stub;
-        if (dos_stub_.empty()) {
-            dos_stub_.assign(std::begin(kDosStubCode), std::end(kDosStubCode));
-            dos_stub_.insert(dos_stub_.end(), kDosStubText.begin(), kDosStubText.end());
-        }
+        if (dos_stub_.empty())
+            dos_stub_ = MakeDosStub(kUsualDosStubText);
         lfanew_ = base::AlignUp(kDosHeaderSize + static_cast<uint32_t>(dos_stub_.size()), 8);
         optional_header_size_ = WholeOptionalHeaderSize(image_.is_pe32_plus);
         const auto section_count = static_cast<uint32_t>(image_.sections.size());
@@ -292,6 +289,12 @@ private:
 };
 
 } // namespace
+
+base::Bytes MakeDosStub(std::string_view text) {
+    base::Bytes stub(std::begin(kDosStubCode), std::end(kDosStubCode));
+    stub.insert(stub.end(), text.begin(), text.end());
+    return stub;
+}
 
 PeFile PeImage::Build() const {
     return Builder(*this).Build();

@@ -12,10 +12,11 @@
 #define TAVRIK_PE_BUILDER_BUILDER_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -94,7 +95,7 @@ struct Headers {
     uint32_t NumberOfRvaAndSizes = kDirectoryCount; // declared; the file always has the 16
 };
 
-/** Overrides parts of a data directory that a table set or nothing sets. */
+/** Overrides parts of a data directory, whether or not a table has set it. */
 struct DirectoryFields {
     std::optional<uint32_t> VirtualAddress;
     std::optional<uint32_t> Size;
@@ -128,6 +129,10 @@ struct PeFile {
 using DosHeader = std::array<uint16_t, 30>;
 inline constexpr DosHeader kUsualDosHeader = {kDosSignature, 0x90, 3, 0, 4, 0, 0xFFFF, 0, 0xB8, 0, 0, 0, 0x40};
 
+/** A DOS stub that prints `text`, which ends with '$', and ends. */
+inline constexpr std::string_view kUsualDosStubText = "This program cannot be run in DOS mode.\r\r\n$";
+base::Bytes MakeDosStub(std::string_view text);
+
 /** The description of an image. */
 struct PeImage {
     bool is_pe32_plus = false;
@@ -139,7 +144,7 @@ struct PeImage {
     base::Bytes entry_code; // put at the entry point, over what the section holds there
     base::Bytes overlay;    // after the last raw data
 
-    /** The file. Throws std::invalid_argument, with a sentence that says what contradicts what, when the description
+    /** The file. Throws std::invalid_argument, with a sentence that names the contradiction, when the description
      * cannot be met: overlapping sections, contents larger than their section, an entry point without raw data. */
     PeFile Build() const;
 };

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 #include <stdexcept>
-#include <tuple>
 
 #include "pe/format.h"
 
@@ -116,46 +115,9 @@ std::u16string HexDigits(uint32_t value, int digits) {
     return text;
 }
 
-// The offset of each resource's data, from `end` of the directory on.
-std::vector<uint32_t> PlaceData(const ResourceTable &table, uint32_t end) {
-    std::vector<uint32_t> places;
-    for (const Resource &resource : table.resources) {
-        const uint32_t place = resource.offset.value_or(base::AlignUp(end, kDataAlignment));
-        if (place < end)
-            throw std::invalid_argument("a resource's data is placed upon the directory or the resource before it");
-        places.push_back(place);
-        end = base::InFile(uint64_t{place} + resource.data.size());
-    }
-    return places;
-}
-
-} // namespace
-
-LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
-    const Types types = Sort(table);
-
-    // The levels follow each other, then the texts, the data entries and the data.
-    NamePool names;
-    uint32_t names_level = DirectoryLength(types);
-    uint32_t languages_level = names_level;
-    uint32_t texts_start = 0;
-    for (const auto &[type, type_names] : types) {
-        names.Add(type);
-        languages_level += DirectoryLength(type_names);
-    }
-    texts_start = languages_level;
-    for (const auto &[type, type_names] : types) {
-        for (const auto &[name, languages] : type_names) {
-            names.Add(name);
-            texts_start += DirectoryLength(languages);
-        }
-    }
-    const uint32_t data_entries = base::AlignUp(names.Place(texts_start), kDataAlignment);
-    const std::vector<uint32_t> places =
-        PlaceData(table, data_entries + kDataEntrySize * static_cast<uint32_t>(table.resources.size()));
-
-    base::ByteWriter writer;
-    uint32_t target = names_level;
+// The directories of the three levels. `data_entries` is the offset of the first data entry.
+void WriteDirectories(base::ByteWriter &writer, const Types &types, const NamePool &names, uint32_t data_entries) {
+    uint32_t target = DirectoryLength(types);
     WriteDirectoryHeader(writer, CountTexts(types), types.size());
     for (const auto &[type, type_names] : types) {
         writer.U32(names.Reference(type));
@@ -179,6 +141,43 @@ LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
             }
         }
     }
+}
+
+// The offset of each resource's data, from `end` of the directory on.
+std::vector<uint32_t> PlaceData(const ResourceTable &table, uint32_t end) {
+    std::vector<uint32_t> places;
+    for (const Resource &resource : table.resources) {
+        const uint32_t place = resource.offset.value_or(base::AlignUp(end, kDataAlignment));
+        if (place < end)
+            throw std::invalid_argument("a resource's data is placed upon the directory or the resource before it");
+        places.push_back(place);
+        end = base::InFile(uint64_t{place} + resource.data.size());
+    }
+    return places;
+}
+
+} // namespace
+
+LaidTable LayOut(const ResourceTable &table, uint32_t rva) {
+    const Types types = Sort(table);
+
+    // The levels follow each other, then the texts, the data entries and the data.
+    NamePool names;
+    uint32_t texts_start = DirectoryLength(types);
+    for (const auto &[type, type_names] : types) {
+        names.Add(type);
+        texts_start += DirectoryLength(type_names);
+        for (const auto &[name, languages] : type_names) {
+            names.Add(name);
+            texts_start += DirectoryLength(languages);
+        }
+    }
+    const uint32_t data_entries = base::AlignUp(names.Place(texts_start), kDataAlignment);
+    const std::vector<uint32_t> places =
+        PlaceData(table, data_entries + kDataEntrySize * static_cast<uint32_t>(table.resources.size()));
+
+    base::ByteWriter writer;
+    WriteDirectories(writer, types, names, data_entries);
     names.Write(writer);
     writer.FillTo(data_entries);
     for (std::size_t index = 0; index < places.size(); ++index) {

@@ -5,7 +5,6 @@
 #ifndef TAVRIK2_RULES_NAME_TABLES_H
 #define TAVRIK2_RULES_NAME_TABLES_H
 
-#include <cstddef>
 #include <cstdint>
 
 #include "tavrik2/abi.h"

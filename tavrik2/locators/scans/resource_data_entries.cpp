@@ -1,7 +1,5 @@
 #include "tavrik2/locators/scans/resource_data_entries.h"
 
-#include <cstring>
-
 #include "tavrik2/locators/places.h"
 
 namespace tavrik2 {
