@@ -3,6 +3,7 @@
 #define TAVRIK_EVALUATION_FEATURES_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>

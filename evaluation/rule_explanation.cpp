@@ -1,6 +1,5 @@
 #include "evaluation/rule_explanation.h"
 
-#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <optional>

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <span>
 
 #include "rules/model.h"
 #include "tavrik2/heuristic_rule.h"

@@ -3,6 +3,7 @@
 #define TAVRIK_EVALUATION_VB_PROJECT_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>

@@ -1,6 +1,5 @@
 #include "database/generator/expressions.h"
 
-#include <iterator>
 #include <stdexcept>
 
 namespace tavrik::generator {

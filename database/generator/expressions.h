@@ -2,6 +2,7 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_EXPRESSIONS_H
 #define TAVRIK_DATABASE_GENERATOR_EXPRESSIONS_H
 
+#include <cstddef>
 #include <map>
 #include <set>
 #include <string>

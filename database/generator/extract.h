@@ -3,7 +3,7 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_EXTRACT_H
 #define TAVRIK_DATABASE_GENERATOR_EXTRACT_H
 
-#include <string>
+#include <string_view>
 
 #include "database/generator/image_facts.h"
 #include "database/generator/plan.h"

@@ -2,6 +2,7 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_GENERATOR_H
 #define TAVRIK_DATABASE_GENERATOR_GENERATOR_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>

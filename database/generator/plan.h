@@ -4,6 +4,7 @@
 #define TAVRIK_DATABASE_GENERATOR_PLAN_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

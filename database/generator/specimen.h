@@ -2,7 +2,6 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_SPECIMEN_H
 #define TAVRIK_DATABASE_GENERATOR_SPECIMEN_H
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -2,6 +2,7 @@
 #ifndef TAVRIK_DATABASE_GENERATOR_VB_PROJECT_H
 #define TAVRIK_DATABASE_GENERATOR_VB_PROJECT_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 

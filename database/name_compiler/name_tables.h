@@ -3,6 +3,7 @@
 #define TAVRIK_DATABASE_NAME_COMPILER_NAME_TABLES_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

@@ -4,9 +4,8 @@
 #ifndef TAVRIK_DATABASE_NAME_COMPILER_TEXT_SOURCE_H
 #define TAVRIK_DATABASE_NAME_COMPILER_TEXT_SOURCE_H
 
-#include <cstdint>
+#include <cstddef>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace tavrik::name_compiler {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <iterator>
 #include <string>
 
 #include "database/profile/answers.h"

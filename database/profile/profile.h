@@ -5,6 +5,7 @@
 #define TAVRIK_DATABASE_PROFILE_PROFILE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>

@@ -1,6 +1,7 @@
 #include "rules/analysis/name_logic.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "base/characters.h"
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
-#include <string>
 #include <string_view>
 
 #include "rules/record/encoding.h"

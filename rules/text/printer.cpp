@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <charconv>
-#include <cmath>
 #include <stdexcept>
 
 #include "rules/names.h"
