@@ -12,8 +12,7 @@ public:
     explicit Walker(std::string_view text) : text_(text) {}
 
     std::optional<ExpressionError> Walk() {
-        // Per open parenthesis one bit would do, but its operand count is all that is needed: 1 after the first
-        // operand, 2 after the operator.
+        // One character for each open parenthesis: '1' before its operator, '2' after it.
         std::string states;
         bool needs_operand = true;
         while (true) {

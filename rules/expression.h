@@ -29,7 +29,7 @@ LetterSet LettersOf(std::string_view expression);
 
 /** Checks that an expression is a letter or a pair in parentheses joined by & or |, blanks between tokens allowed, that
  * its letters run from A without a gap, and that each has one of `string_count` strings. The empty expression is
- * right. */
+ * valid. */
 std::optional<ExpressionError> CheckExpression(std::string_view expression, std::size_t string_count);
 
 } // namespace tavrik::rules

@@ -292,11 +292,17 @@ static_assert(kHeaderFields[header_field::kNumberOfRvaAndSizes].name == "NumberO
 static_assert(kHeaderFields[header_field::kTlsTable].name == "TLSTable.VirtualAddress");
 static_assert(kHeaderFields[header_field::kClrRuntimeHeader].name == "CLRRuntimeHeader.VirtualAddress");
 static_assert(kHeaderFields[header_field::kVbHeaderOffset].name == "VB.HeaderOffset");
+static_assert(kHeaderFields[header_field::kVbProjectData].name == "VB.ProjectData");
+static_assert(kHeaderFields[header_field::kVbFormCount].name == "VB.FormCount");
 static_assert(kHeaderFields[header_field::kVbFormTable].name == "VB.FormTable");
 static_assert(kHeaderFields[header_field::kVbComRegisterData].name == "VB.ComRegisterData");
+static_assert(kHeaderFields[header_field::kVbProjectVersion].name == "VB.Project.Version");
+static_assert(kHeaderFields[header_field::kVbObjectTable].name == "VB.Project.ObjectTable");
 static_assert(kHeaderFields[header_field::kVbNativeCode].name == "VB.Project.NativeCode");
+static_assert(kHeaderFields[header_field::kVbExternalTable].name == "VB.Project.ExternalTable");
 static_assert(kHeaderFields[header_field::kVbExternalCount].name == "VB.Project.ExternalCount");
 static_assert(kHeaderFields[header_field::kVbProject2].name == "VB.ObjectTable.Project2");
+static_assert(kHeaderFields[header_field::kVbTotalObjects].name == "VB.ObjectTable.TotalObjects");
 static_assert(kHeaderFields[header_field::kVbObjectArray].name == "VB.ObjectTable.ObjectArray");
 
 constexpr Field kSectionFields[] = {
@@ -310,6 +316,9 @@ constexpr Field kSectionFields[] = {
     {8, Origin::SectionHeader, 0x22, 2, Radix::Decimal, "NumberOfLinenumbers"},
     {9, Origin::SectionHeader, 0x24, 4, Radix::Hex, "Characteristics"},
 };
+
+static_assert(kSectionFields[section_field::kSizeOfRawData - 1].name == "SizeOfRawData");
+static_assert(kSectionFields[section_field::kCharacteristics - 1].name == "Characteristics");
 
 constexpr Field kImportTableFields[] = {
     {0, Origin::ImportDescriptor, 0, 4, Radix::Hex, "OriginalFirstThunk"},
@@ -366,6 +375,12 @@ constexpr Field kObjectFields[] = {
     {43, Origin::VbObjectOptional, 0x30, 4, Radix::Hex, "Optional.EventLinks"},
 };
 
+static_assert(kObjectFields[object_field::kObjectInfo].name == "ObjectInfo");
+static_assert(kObjectFields[object_field::kObjectName].name == "ObjectName");
+static_assert(kObjectFields[object_field::kMethodCount].name == "MethodCount");
+static_assert(kObjectFields[object_field::kMethodNames].name == "MethodNames");
+static_assert(kObjectFields[object_field::kObjectType].name == "ObjectType");
+
 // Lookups by number use it as an index.
 template <std::size_t kCount>
 constexpr bool HasNoGap(const Field (&fields)[kCount]) {
@@ -375,12 +390,10 @@ constexpr bool HasNoGap(const Field (&fields)[kCount]) {
     return true;
 }
 
-static_assert(HasNoGap(kHeaderFields) && std::size(kHeaderFields) == 264);
+static_assert(HasNoGap(kHeaderFields) && std::size(kHeaderFields) == kHeaderFieldCount);
 static_assert(HasNoGap(kSectionFields) && std::size(kSectionFields) == 9);
 static_assert(HasNoGap(kImportTableFields) && std::size(kImportTableFields) == 5);
 static_assert(HasNoGap(kObjectFields) && std::size(kObjectFields) == 44);
-static_assert(kHeaderFields[37].name == "Characteristics" && kHeaderFields[67].name == "NumberOfRvaAndSizes" &&
-              kHeaderFields[119].name == "VB.Signature" && kHeaderFields[140].name == "VB.Project.Version");
 
 } // namespace
 

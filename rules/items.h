@@ -1,4 +1,4 @@
-/* The parts of a rule that its text names: the sixteen lists, and the lines beside them. */
+/* The parts of a rule that its text names: the sixteen lists, and the parts of one line. */
 #ifndef TAVRIK_RULES_ITEMS_H
 #define TAVRIK_RULES_ITEMS_H
 

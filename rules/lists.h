@@ -29,7 +29,7 @@ struct ListTag;
 #include "rules/lists.def"
 
 /** Calls visit(ListTag<item>(), holders.list...) for each of the lists in the order of the record. A holder is anything
- * with the sixteen members: a Rule, a binary record, or a struct of one's own. */
+ * with the sixteen members: a Rule, a binary record, or another struct. */
 template <typename Visit, typename... Holders>
 constexpr void EachList(Visit &&visit, Holders &&...holders) {
 #define TAVRIK_LIST(member, Element, item, word, flag) visit(ListTag<Item::item>(), holders.member...);

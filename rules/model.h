@@ -1,5 +1,5 @@
 /* A rule in memory: the contents of the binary record, with one vector for each of its sixteen lists (rules/lists.def)
- * and every string in its true form. The order of the elements is the order of the record and never changes. */
+ * and every string in working form. The order of the elements is the order of the record and never changes. */
 #ifndef TAVRIK_RULES_MODEL_H
 #define TAVRIK_RULES_MODEL_H
 
@@ -23,10 +23,6 @@ enum class Operator : uint8_t {
 };
 
 inline constexpr uint16_t kMaxSectionIndex = 33;
-inline constexpr uint16_t kFirstNameOnlyRole = 505;
-inline constexpr uint16_t kLastNameOnlyRole = 507;
-inline constexpr uint16_t kFirstSectionRole = 600;
-inline constexpr uint16_t kLastSectionRole = 610;
 
 /** Selects a section by its role; smaller numbers are positions in the section table. The first three occur in section
  * names only. */
@@ -47,13 +43,18 @@ enum class SectionRole : uint16_t {
     NextToLast = 610,
 };
 
+inline constexpr auto kFirstNameOnlyRole = static_cast<uint16_t>(SectionRole::Any);
+inline constexpr auto kLastNameOnlyRole = static_cast<uint16_t>(SectionRole::AnyData);
+inline constexpr auto kFirstSectionRole = static_cast<uint16_t>(SectionRole::Last);
+inline constexpr auto kLastSectionRole = static_cast<uint16_t>(SectionRole::NextToLast);
+
 /** Whether a selector of a section name leaves open which of several sections has the name. */
 constexpr bool IsAnySection(uint16_t selector) {
     return selector >= kFirstNameOnlyRole && selector <= kLastNameOnlyRole;
 }
 
-/** Where a string is looked for. The odd code measures positions from the region's start; the even code that follows it
- * measures them from the region's end. */
+/** Where a string is searched for. The odd code measures positions from the region's start; the even code that follows
+ * it measures them from the region's end. */
 enum class StringKind : uint8_t {
     File = 1,
     Headers = 3,
@@ -101,7 +102,7 @@ enum class MeasureRegion : uint8_t {
 
 /** What is measured. */
 enum class Measure : uint8_t {
-    Entropy = 1, // a double, bits a byte
+    Entropy = 1, // a double, bits per byte
     Crc32 = 2,   // a u32
 };
 
@@ -156,7 +157,7 @@ struct StringFeature {
     uint16_t window_length = 0;         // param_c: how many positions; 0: all that follow
     uint8_t kind = 0;                   // a StringKind, or one more for its from-the-end form
     uint8_t index = 0;                  // param_d: number of the section or resource
-    std::string section_name;           // of kNamedSection, at most kMaxSectionName characters; else empty
+    std::string section_name;           // of StringKind::NamedSection, at most kMaxSectionName characters; else empty
     std::string section_tail;           // bytes that follow the name in its 8 bytes, without the final zeros
     uint8_t options = 0;                // param_e: kStringNoCase, kStringWide
     uint16_t drift = 0;                 // param_f: bytes that the window grows by at both ends
@@ -268,7 +269,7 @@ struct MemberName {
     bool operator==(const MemberName &) const = default;
 };
 
-/** A rule: its sixteen lists, each a vector, and the values beside them. */
+/** A rule: its sixteen lists, each a vector, and its single values. */
 struct Rule {
 #define TAVRIK_LIST(member, Element, item, word, flag) std::vector<Element> member;
 #include "rules/lists.def"
@@ -297,7 +298,7 @@ uint8_t ComputeFeatureFlags(const Rule &rule);
  * wildcards, the earliest of equals; 0 when every position is a wildcard. */
 uint8_t DefaultAnchor(const StringFeature &string);
 
-/** The value of a condition on an entropy, in bits a byte; `MeasureBits` is the way back. */
+/** The value of a condition on an entropy, in bits per byte; `MeasureBits` is the inverse. */
 double MeasureEntropy(const MeasureCondition &condition);
 uint64_t MeasureBits(double entropy);
 

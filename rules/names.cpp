@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "rules/numbers.h"
+#include "rules/regions.h"
 
 namespace tavrik::rules {
 
@@ -83,42 +84,33 @@ constexpr NamedNumber kTraitNames[] = {
     {trait::kNativeCode, "native_code"},
 };
 
-constexpr uint8_t Code(StringKind kind) {
-    return static_cast<uint8_t>(kind);
-}
-
-constexpr uint8_t Code(MeasureRegion region) {
-    return static_cast<uint8_t>(region);
-}
-
-constexpr uint8_t Code(SectionRole role) {
-    return static_cast<uint8_t>(Code(MeasureRegion::FirstRole) + (static_cast<uint16_t>(role) - kFirstSectionRole));
-}
-
 constexpr Region kRegions[] = {
-    {"file", RegionArgument::None, Code(StringKind::File), Code(MeasureRegion::File)},
-    {"headers", RegionArgument::None, Code(StringKind::Headers), Code(MeasureRegion::Headers)},
-    {"dos_stub", RegionArgument::None, Code(StringKind::DosStub), Code(MeasureRegion::DosStub)},
-    {"overlay", RegionArgument::None, Code(StringKind::Overlay), Code(MeasureRegion::Overlay)},
-    {"entry_code", RegionArgument::None, Code(StringKind::EntryCode), Code(MeasureRegion::EntryCode)},
-    {"section", RegionArgument::Index, Code(StringKind::IndexedSection), Code(MeasureRegion::IndexedSection)},
-    {"section", RegionArgument::Name, Code(StringKind::NamedSection), 0},
-    {"last", RegionArgument::None, Code(StringKind::LastSection), Code(SectionRole::Last)},
-    {"entry", RegionArgument::None, Code(StringKind::EntrySection), Code(SectionRole::Entry)},
-    {"code", RegionArgument::None, Code(StringKind::CodeSection), Code(SectionRole::Code)},
-    {"data", RegionArgument::None, 0, Code(SectionRole::Data)},
-    {"import", RegionArgument::None, Code(StringKind::ImportSection), Code(SectionRole::Import)},
-    {"resource", RegionArgument::None, Code(StringKind::ResourceSection), Code(SectionRole::Resource)},
-    {"export", RegionArgument::None, Code(StringKind::ExportSection), Code(SectionRole::Export)},
-    {"relocation", RegionArgument::None, 0, Code(SectionRole::Relocation)},
-    {"tls", RegionArgument::None, 0, Code(SectionRole::Tls)},
-    {"largest", RegionArgument::None, Code(StringKind::LargestSection), Code(SectionRole::Largest)},
-    {"next_to_last", RegionArgument::None, 0, Code(SectionRole::NextToLast)},
-    {"resource_data", RegionArgument::Index, Code(StringKind::ResourceData), Code(MeasureRegion::ResourceData)},
-    {"vb", RegionArgument::None, Code(StringKind::VisualBasic), Code(MeasureRegion::VisualBasic)},
+    {"file", RegionArgument::None, CodeOf(StringKind::File), CodeOf(MeasureRegion::File)},
+    {"headers", RegionArgument::None, CodeOf(StringKind::Headers), CodeOf(MeasureRegion::Headers)},
+    {"dos_stub", RegionArgument::None, CodeOf(StringKind::DosStub), CodeOf(MeasureRegion::DosStub)},
+    {"overlay", RegionArgument::None, CodeOf(StringKind::Overlay), CodeOf(MeasureRegion::Overlay)},
+    {"entry_code", RegionArgument::None, CodeOf(StringKind::EntryCode), CodeOf(MeasureRegion::EntryCode)},
+    {"section", RegionArgument::Index, CodeOf(StringKind::IndexedSection), CodeOf(MeasureRegion::IndexedSection)},
+    {"section", RegionArgument::Name, CodeOf(StringKind::NamedSection), 0},
+    {"last", RegionArgument::None, CodeOf(StringKind::LastSection), MeasureCodeOf(SectionRole::Last)},
+    {"entry", RegionArgument::None, CodeOf(StringKind::EntrySection), MeasureCodeOf(SectionRole::Entry)},
+    {"code", RegionArgument::None, CodeOf(StringKind::CodeSection), MeasureCodeOf(SectionRole::Code)},
+    {"data", RegionArgument::None, 0, MeasureCodeOf(SectionRole::Data)},
+    {"import", RegionArgument::None, CodeOf(StringKind::ImportSection), MeasureCodeOf(SectionRole::Import)},
+    {"resource", RegionArgument::None, CodeOf(StringKind::ResourceSection), MeasureCodeOf(SectionRole::Resource)},
+    {"export", RegionArgument::None, CodeOf(StringKind::ExportSection), MeasureCodeOf(SectionRole::Export)},
+    {"relocation", RegionArgument::None, 0, MeasureCodeOf(SectionRole::Relocation)},
+    {"tls", RegionArgument::None, 0, MeasureCodeOf(SectionRole::Tls)},
+    {"largest", RegionArgument::None, CodeOf(StringKind::LargestSection), MeasureCodeOf(SectionRole::Largest)},
+    {"next_to_last", RegionArgument::None, 0, MeasureCodeOf(SectionRole::NextToLast)},
+    {"resource_data", RegionArgument::Index, CodeOf(StringKind::ResourceData), CodeOf(MeasureRegion::ResourceData)},
+    {"vb", RegionArgument::None, CodeOf(StringKind::VisualBasic), CodeOf(MeasureRegion::VisualBasic)},
 };
 
 static_assert(std::size(kResourceKeys) == 36);
+static_assert(kResourceKeys[resource_key::kAssemblyVersion].name == "AssemblyVersion");
+static_assert(kResourceKeys[resource_key::kFixedFileVersion].name == "FixedFileVersion");
+static_assert(kResourceKeys[resource_key::kFixedProductVersion].name == "FixedProductVersion");
 
 } // namespace
 
@@ -158,6 +150,10 @@ std::string_view NameOf(std::span<const NamedNumber> names, uint32_t number) {
 std::optional<uint32_t> NumberOf(std::span<const NamedNumber> names, std::string_view name) {
     const auto found = std::ranges::find(names, name, &NamedNumber::name);
     return found != names.end() ? std::optional(found->number) : std::nullopt;
+}
+
+std::string_view VersionKeyText(uint32_t key) {
+    return key == resource_key::kAssemblyVersion ? "Assembly Version" : NameOf(kResourceKeys, key);
 }
 
 std::string_view OperatorText(Operator op) {

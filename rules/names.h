@@ -1,8 +1,9 @@
-/* The names of everything that a rule can number, written once: the rule language, the host's explanations and the
- * generator all take them from here. Constant data; lookups allocate nothing. */
+/* The names of everything that rules refer to by number: the rule language, the explanations and the generator all take
+ * them from here. Constant data; lookups allocate nothing. */
 #ifndef TAVRIK_RULES_NAMES_H
 #define TAVRIK_RULES_NAMES_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -54,13 +55,16 @@ struct NamedNumber {
 /** What a region's name takes in the text: nothing, `[index]`, or `("section name")`. */
 enum class RegionArgument : uint8_t { None, Index, Name };
 
-/** A stretch of the file that strings are looked for in and measures are taken of. */
+/** A region of the file in which strings are searched for and of which measures are taken. */
 struct Region {
     std::string_view name;
     RegionArgument argument;
     uint8_t string_kind;  // the code that counts from the start; 0 where strings have none
     uint8_t measure_code; // 0 where measures have none
 };
+
+/** The number of header fields. */
+inline constexpr std::size_t kHeaderFieldCount = 264;
 
 /** The tables, each in ascending order of its numbers (the regions in the order of the documentation). */
 std::span<const Field> HeaderFields();      // 0..263, no gap
@@ -81,6 +85,10 @@ const Field *FindField(std::span<const Field> fields, uint32_t number);
 const Field *FindField(std::span<const Field> fields, std::string_view name);
 std::string_view NameOf(std::span<const NamedNumber> names, uint32_t number);
 std::optional<uint32_t> NumberOf(std::span<const NamedNumber> names, std::string_view name);
+
+/** The text of a key in the string tables of version resources: its name, but "Assembly Version" for AssemblyVersion.
+ */
+std::string_view VersionKeyText(uint32_t key);
 
 /** The text of an operator, such as "<=" or "has". */
 std::string_view OperatorText(Operator op);

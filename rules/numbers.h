@@ -74,6 +74,46 @@ enum : uint16_t {
 
 } // namespace header_field
 
+/** SectionCondition::field. */
+namespace section_field {
+
+enum : uint8_t {
+    kSizeOfRawData = 3,
+    kCharacteristics = 9,
+};
+
+} // namespace section_field
+
+/** SecondaryCondition::field. */
+namespace object_field {
+
+enum : uint8_t {
+    kObjectInfo = 0,
+    kObjectName = 6,
+    kMethodCount = 7,
+    kMethodNames = 8,
+    kObjectType = 10,
+};
+
+} // namespace object_field
+
+/** Resource types whose strings have named keys. */
+inline constexpr uint32_t kVersionResource = 16;
+inline constexpr uint32_t kManifestResource = 24;
+
+/** ResourceString::key. */
+namespace resource_key {
+
+enum : uint32_t {
+    kAny = 0,
+    kAssemblyVersion = 14,
+    // Of the fixed part of a version resource; the keys from 1 to below these are of its string tables.
+    kFixedFileVersion = 28,
+    kFixedProductVersion = 29,
+};
+
+} // namespace resource_key
+
 /** The bits of attribute_b. */
 namespace trait {
 

@@ -1,5 +1,5 @@
-/* The regions of a file that strings are looked for in and measures are taken of, by the codes that records number them
- * with: the one place that says which code means which region. */
+/* The regions of a file in which strings are searched for and of which measures are taken, by the codes that records
+ * use for them. Which code means which region is defined here only. */
 #ifndef TAVRIK_RULES_REGIONS_H
 #define TAVRIK_RULES_REGIONS_H
 

@@ -131,7 +131,7 @@ private:
              "remove one of them; alternatives are written in one row: a == 1 | 2");
     }
 
-    // An id that several rules have, but for two rules each of the shared ids.
+    // An id that several rules have; a shared id may be that of two.
     void FindRepeatedIds(std::span<const uint32_t> shared_ids) {
         std::unordered_map<uint32_t, std::vector<const LintedRule *>> rules_of;
         for (const LintedRule &rule : rules_) {
@@ -200,11 +200,11 @@ private:
                  "remove this rule, or narrow the other one");
     }
 
-    static constexpr std::size_t kMost = 100000; // that are kept until they are sorted
+    static constexpr std::size_t kMost = 100000; // findings in a file, before they are sorted and cut
 
     std::span<const LintedFile> files_;
     std::vector<std::vector<text::Diagnostic>> findings_;
-    std::deque<LintedRule> rules_; // which do not move
+    std::deque<LintedRule> rules_; // elements do not move
     std::unordered_map<uint64_t, std::vector<std::size_t>> holders_;
     std::vector<std::size_t> all_;
 };

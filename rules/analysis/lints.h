@@ -1,4 +1,4 @@
-/* Faults of rules that are well formed: conditions that no file meets, and rules that add nothing. */
+/* Warnings about well-formed rules: conditions that no file meets, and conditions and rules that add nothing. */
 #ifndef TAVRIK_RULES_ANALYSIS_LINTS_H
 #define TAVRIK_RULES_ANALYSIS_LINTS_H
 
@@ -18,7 +18,7 @@ struct LintedFile {
 };
 
 /** The warnings about each file, in the order of their places; at most kMaxErrors of each. Rules are compared across
- * all files. Of the ids in `shared_ids` two rules each are not reported for having the same one. */
+ * all files. Each id in `shared_ids` may be that of two rules without a warning. */
 std::vector<std::vector<text::Diagnostic>> FindLints(std::span<const LintedFile> files,
                                                      std::span<const uint32_t> shared_ids = {});
 

@@ -24,13 +24,14 @@ struct NameConflict {
     std::optional<ElementOf> with;
 };
 
+/** All conflicts of a rule, in no particular order. */
 std::vector<NameConflict> FindNameConflicts(const Rule &rule);
 
 /** Every file that meets what `left` asks of names and resources meets what `right` asks of them. (Names of single
  * sections are values, and not looked at.) */
 bool NamesImply(const Rule &left, const Rule &right);
 
-/** A text that a rule asks for: who implies the rule asks for the same, but for the case of letters. */
+/** A text that a rule asks for, in lower case: a rule that implies it asks for the same text, in either case. */
 struct NameMark {
     Item item;
     std::string text;

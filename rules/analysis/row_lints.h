@@ -1,4 +1,4 @@
-/* Faults that can be seen in single parts of a rule. */
+/* Warnings about single parts of a rule. */
 #ifndef TAVRIK_RULES_ANALYSIS_ROW_LINTS_H
 #define TAVRIK_RULES_ANALYSIS_ROW_LINTS_H
 
@@ -20,8 +20,8 @@ struct RowLint {
     std::string help;
 };
 
-/** Empty detection names (W513), strings of wildcards only (W510), strings that are there twice (W511), and ordinals
- * that are none (W512). */
+/** Empty detection names (W513), strings of wildcards only (W510), repeated strings (W511), and names of functions that
+ * begin like an ordinal and are none (W512). */
 std::vector<RowLint> FindRowLints(const Rule &rule);
 
 } // namespace tavrik::rules::analysis

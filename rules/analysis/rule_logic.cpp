@@ -18,9 +18,6 @@ namespace {
 
 namespace field = header_field;
 
-constexpr uint8_t kSizeOfRawData = 3; // section fields
-constexpr uint8_t kSectionCharacteristics = 9;
-
 constexpr uint64_t kLargestWord = std::numeric_limits<uint32_t>::max();
 constexpr uint64_t kLargestEntropy = 8000; // thousandths
 
@@ -46,9 +43,9 @@ constexpr uint64_t SectionKey(uint16_t selector, uint8_t field) {
 
 constexpr TraitCondition kTraitConditions[] = {
     {trait::kOverlay, HeaderKey(field::kOverlaySize), Operator::AtLeast, 1},
-    {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::Entry), kSectionCharacteristics),
+    {trait::kWritableEntry, SectionKey(static_cast<uint16_t>(SectionRole::Entry), section_field::kCharacteristics),
      Operator::HasBits, pe::section_flag::kWrite},
-    {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::Last), kSectionCharacteristics),
+    {trait::kExecutableLast, SectionKey(static_cast<uint16_t>(SectionRole::Last), section_field::kCharacteristics),
      Operator::HasBits, pe::section_flag::kExecute},
     {trait::kNativeCode, HeaderKey(field::kVbNativeCode), Operator::AtLeast, 1},
 };
@@ -399,10 +396,10 @@ std::optional<uint64_t> RuleLogic::LargestRegion(const StringFeature &string) co
         limit(HeaderKey(field::kOverlaySize));
         break;
     case RegionKind::RoleSection:
-        limit(SectionKey(static_cast<uint16_t>(region.role), kSizeOfRawData));
+        limit(SectionKey(static_cast<uint16_t>(region.role), section_field::kSizeOfRawData));
         break;
     case RegionKind::IndexedSection: {
-        limit(SectionKey(string.index, kSizeOfRawData));
+        limit(SectionKey(string.index, section_field::kSizeOfRawData));
         const auto sections = values_.find(HeaderKey(field::kNumberOfSections));
         if (sections != values_.end() && !sections->second.IsEmpty() && sections->second.Greatest() <= string.index)
             largest = 0; // there is no such section

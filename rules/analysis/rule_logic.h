@@ -1,5 +1,5 @@
 /* What can be said of a rule's conditions without a file: which of them no file meets, and which rules match wherever
- * another does. Never claims what is not so; does not find out everything that is so. */
+ * another does. What it claims is true; it does not find everything that is true. */
 #ifndef TAVRIK_RULES_ANALYSIS_RULE_LOGIC_H
 #define TAVRIK_RULES_ANALYSIS_RULE_LOGIC_H
 
@@ -83,9 +83,9 @@ private:
 
     const Rule &rule_;
     std::vector<Constraint> constraints_; // in the order of the rule; of a run of alternatives one
-    std::size_t written_ = 0;             // as many constraints are conditions themselves; others follow from them
+    std::size_t written_ = 0;             // the first of them are conditions themselves; the others are implied
     std::map<Key, ValueSet> values_;      // what they leave, without those that every PE file meets
-    uint32_t traits_ = 0;                 // those that are no constraints
+    uint32_t traits_ = 0;                 // those without a constraint
     std::vector<Conflict> conflicts_;
     bool is_never_met_ = false;
     std::optional<std::vector<LetterSet>> ways_; // the sets of strings that suffice; nothing when they are too many

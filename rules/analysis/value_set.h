@@ -11,7 +11,7 @@
 
 namespace tavrik::rules::analysis {
 
-/** The numbers of some ranges that have certain bits set. Exact under all operations. */
+/** The numbers of some ranges that have certain bits set. All operations but IsWithin are exact. */
 class ValueSet {
 public:
     /** The numbers from `first` to `last`. */
@@ -34,8 +34,8 @@ public:
     /** The number, if there is just one. */
     std::optional<uint64_t> Single() const;
 
-    /** True only when every number of this set is in `other`. Conservative where many numbers would have to be looked
-     * at one by one. */
+    /** True only when every number of this set is in `other`. May be false nevertheless where many numbers would have
+     * to be compared one by one. */
     bool IsWithin(const ValueSet &other) const;
 
     bool Contains(uint64_t value) const;

@@ -146,7 +146,7 @@ void Code(auto &coder, Like<Rule> auto &rule) {
         coder.List(tag, list);
         if (tag.kItem != Item::Strings)
             return;
-        // The values beside the lists follow the strings.
+        // The single values follow the strings.
         coder.Text(rule.expression);
         coder.Values(rule.rule_id);
         coder.template FixedText<kMaxDetectionName + 1>(rule.detection_name);

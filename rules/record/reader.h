@@ -1,4 +1,4 @@
-/* From the records of a loaded module back to rules. */
+/* Reads the records of a loaded module back into rules. */
 #ifndef TAVRIK_RULES_RECORD_READER_H
 #define TAVRIK_RULES_RECORD_READER_H
 

@@ -114,7 +114,7 @@ uint16_t ParseField(TokenCursor &cursor, std::span<const Field> fields, uint32_t
     return field->number;
 }
 
-// What the constants of the PE format are that authors write by name.
+// Constants of the PE format that authors write by name, and their values.
 constexpr std::pair<std::string_view, std::string_view> kKnownValues[] = {{"I386", "0x14C"},
                                                                           {"X86", "0x14C"},
                                                                           {"AMD64", "0x8664"},
@@ -219,7 +219,7 @@ void ParseMeasureRegion(TokenCursor &cursor, MeasureCondition &element) {
 
 } // namespace
 
-void ParseHeaderRow(TokenCursor &cursor, std::vector<HeaderCondition> &list, std::size_t begin) {
+void ParseRow(TokenCursor &cursor, std::vector<HeaderCondition> &list, std::size_t begin) {
     HeaderCondition element;
     element.field = ParseField(cursor, HeaderFields(), UINT16_MAX);
     const std::size_t added =
@@ -227,7 +227,7 @@ void ParseHeaderRow(TokenCursor &cursor, std::vector<HeaderCondition> &list, std
     CheckAlternatives(cursor, list, added, begin, [](const auto &a, const auto &b) { return a.field == b.field; });
 }
 
-void ParseSectionRow(TokenCursor &cursor, std::vector<SectionCondition> &list, std::size_t begin) {
+void ParseRow(TokenCursor &cursor, std::vector<SectionCondition> &list, std::size_t begin) {
     SectionCondition element;
     element.section = ParseSelector(cursor, false);
     cursor.ExpectSymbol(".");
@@ -238,27 +238,25 @@ void ParseSectionRow(TokenCursor &cursor, std::vector<SectionCondition> &list, s
                       [](const auto &a, const auto &b) { return a.section == b.section && a.field == b.field; });
 }
 
-void ParseSectionNameRow(TokenCursor &cursor, std::vector<SectionNameCondition> &list, std::size_t begin) {
+void ParseRow(TokenCursor &cursor, std::vector<SectionNameCondition> &list, std::size_t begin) {
     SectionNameCondition element;
     element.section = ParseSelector(cursor, true);
     const std::size_t added = ParseTest(cursor, list, element, false, [&cursor](SectionNameCondition &each) {
         each.name = ExpectName(cursor, "a section name", kMaxSectionName);
     });
-    CheckAlternatives(cursor, list, added, begin, [](const auto &a, const auto &b) {
-        const bool several = IsAnySection(a.section);
-        return a.section == b.section && !several;
-    });
+    CheckAlternatives(cursor, list, added, begin,
+                      [](const auto &a, const auto &b) { return a.section == b.section && !IsAnySection(a.section); });
 }
 
-void ParseImportTableRow(TokenCursor &cursor, std::vector<IndexedCondition> &list, std::size_t begin) {
+void ParseRow(TokenCursor &cursor, std::vector<IndexedCondition> &list, std::size_t begin) {
     ParseNumberedRow(cursor, list, ImportTableFields(), begin);
 }
 
-void ParseObjectFieldRow(TokenCursor &cursor, std::vector<SecondaryCondition> &list, std::size_t begin) {
+void ParseRow(TokenCursor &cursor, std::vector<SecondaryCondition> &list, std::size_t begin) {
     ParseNumberedRow(cursor, list, ObjectFields(), begin);
 }
 
-void ParseMeasureRow(TokenCursor &cursor, std::vector<MeasureCondition> &list, std::size_t begin) {
+void ParseRow(TokenCursor &cursor, std::vector<MeasureCondition> &list, std::size_t begin) {
     MeasureCondition element;
     if (cursor.TakeWord("crc32"))
         element.measure = Measure::Crc32;

@@ -34,7 +34,7 @@ struct Diagnostic {
     std::string help;    // what was expected or what to do; may be empty
 };
 
-/** As many errors, and as many warnings, are reported of one text: one with more is no rule file. */
+/** The most errors, and the most warnings, that are reported for one text: one with more is hardly a rule file. */
 inline constexpr std::size_t kMaxErrors = 200;
 
 /** A text and where it came from. */
@@ -51,9 +51,9 @@ struct Place {
 
 Place PlaceOf(std::string_view text, std::size_t offset);
 
-/** The diagnostic as people read it: file, line, column, code and message, the line itself with a caret below, and the
- * help. Of a file that is no rule text as a whole (E005, E006, E007, W514) there is no such line. Ends with a line's
- * end. Control characters of the source are shown as '?'. */
+/** The diagnostic as it is printed: file, line, column, code and message, the line itself with a caret below, and the
+ * help. Diagnostics about a file as a whole (E005, E006, E007, W514) have no such line. Ends with a line feed. Control
+ * characters of the source are shown as '?'. */
 std::string Render(const Source &source, const Diagnostic &diagnostic);
 
 /** True when one of them is an error. */

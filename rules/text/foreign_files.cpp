@@ -11,7 +11,7 @@ namespace tavrik::rules::text {
 
 namespace {
 
-// With a byte order mark, or with NULs as every other of its first bytes.
+// It has a byte order mark, or every other of its first bytes is NUL.
 bool IsUtf16(std::string_view text) {
     constexpr std::size_t kLooked = 8; // bytes
     if (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF"))
@@ -25,7 +25,7 @@ bool IsUtf16(std::string_view text) {
     return true;
 }
 
-// Rules of YARA begin with a word where ours have a number, and each has a "condition:".
+// YARA rules begin with a name where ours have a number, and each has a "condition:".
 bool IsYara(std::string_view text) {
     constexpr std::array<std::string_view, 4> kFirstWords = {"import", "include", "private", "global"};
     std::vector<Diagnostic> ignored;

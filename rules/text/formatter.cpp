@@ -12,7 +12,7 @@ namespace tavrik::rules::text {
 
 namespace {
 
-// A place in a text that comments hold on to: a line of canonical form, or an element of one.
+// A place in a text to which comments are attached: a line of canonical form, or an element of one.
 struct Anchor {
     std::size_t rule = 0;
     LineKind kind = LineKind::Head;
@@ -109,10 +109,10 @@ private:
                 TakeLeftOver(rule, comments);
             TakeComments({rule, line.kind, line.item, 0}, comments);
         }
-        // A comment before a closing brace stands with the rows.
+        // A comment before a closing brace is indented like the rows.
         const bool closing = line.kind == LineKind::ItemEnd || line.kind == LineKind::RuleEnd;
-        // What follows a comment that goes to a line's end would not stay after the row: such comments, but for the
-        // last, move before it.
+        // Nothing can follow a comment that extends to the line's end: such comments, except the last, move before the
+        // row.
         auto &after = comments.after;
         const auto rest = std::find_if(after.rbegin() + (after.empty() ? 0 : 1), after.rend(), EndsLine).base();
         comments.before.insert(comments.before.end(), after.begin(), rest);
@@ -156,7 +156,7 @@ private:
         }
     }
 
-    // The lines of a long comment end as all others do.
+    // Line ends within a comment become line feeds, like all others.
     void PrintComment(std::string_view comment) {
         while (!comment.empty()) {
             const std::size_t end = std::min(comment.find('\n'), comment.size());

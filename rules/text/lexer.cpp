@@ -27,7 +27,7 @@ constexpr bool IsWordPart(char c) {
 constexpr std::array<std::string_view, 22> kSymbols = {"..", "==", "!=", "<=", ">=", "??", "{", "}", "[", "]", "(",
                                                        ")",  ".",  ",",  ";",  "|",  "&",  "#", "=", "~", "<", ">"};
 
-// What stands between a first byte and the next one like it on the same line, both included; "" without the second.
+// From the first byte to the next `last` on the same line, both included; "" if there is none.
 std::string_view Enclosed(std::string_view rest, char last) {
     const std::size_t end = rest.find_first_of(std::string{last, '\n'}, 1);
     return end == std::string_view::npos || rest[end] == '\n' ? "" : rest.substr(0, end + 1);
@@ -111,7 +111,7 @@ Token Lexer::NextInHexString() {
     return Next();
 }
 
-// What another language of this field writes; the parser has nothing to add.
+// A form of another rule language, reported here; the parser adds no error to it.
 Token Lexer::TakeForeign(std::size_t length, std::string message, std::string help) {
     Report(Code::E104, position_, length, std::move(message), std::move(help));
     return Take(TokenKind::Other, length);
@@ -119,7 +119,7 @@ Token Lexer::TakeForeign(std::size_t length, std::string message, std::string he
 
 Token Lexer::NextExpression() {
     SkipBlanks();
-    // No expression has a slash: one begins a comment.
+    // Expressions have no slash, so that one begins a comment.
     const std::size_t end = std::min(text_.find_first_of("\r\n};\"/", position_), text_.size());
     std::size_t length = end - position_;
     while (length > 0 && (text_[position_ + length - 1] == ' ' || text_[position_ + length - 1] == '\t'))

@@ -1,4 +1,4 @@
-/* The words of the rule language. */
+/* The tokens of the rule language. */
 #ifndef TAVRIK_RULES_TEXT_LEXER_H
 #define TAVRIK_RULES_TEXT_LEXER_H
 
@@ -19,7 +19,7 @@ enum class TokenKind : uint8_t {
     Real,       // with a fraction
     Text,       // in double quotes
     Symbol,     // one of { } [ ] ( ) . .. , ; | & # = ~ == != < > <= >= ??
-    Other,      // a byte that begins no word; reported already
+    Other,      // bytes that begin no token, reported already; or an expression
 };
 
 struct Token {
@@ -29,26 +29,28 @@ struct Token {
     bool first_on_line = false;
 };
 
-/** A comment as written, without a line's end and blanks before it. */
+/** A comment as written, without a line's end and the blanks before that. */
 struct Comment {
     std::size_t offset = 0;
     std::string_view text;
-    bool own_line = false; // nothing but blanks stands before it on its line
+    bool own_line = false; // only blanks precede it on its line
 };
 
-/** Splits a text into words, one at a time. The text must outlive the lexer and its tokens. */
+/** Splits a text into tokens, one at a time. The text must outlive the lexer and its tokens. */
 class Lexer {
 public:
+    /** Errors are appended to `diagnostics`, which must outlive the lexer. */
     Lexer(std::string_view text, std::vector<Diagnostic> &diagnostics);
 
-    /** The next word; End again and again at the end. */
+    /** The next token; at the end of the text End, however often it is called. */
     Token Next();
 
-    /** The next word of a hex string's inside, where two hexadecimal digits are a word (an Identifier), whatever
-     * follows them. What YARA writes there beyond our forms is reported, and becomes one Other. */
+    /** The next token within a hex string, where two hexadecimal digits are one (an Identifier), whatever follows them.
+     * Forms of YARA's that the language does not have are reported, and become one Other. */
     Token NextInHexString();
 
-    /** The rest of the current line up to a line's end, a '}' or a ';', without blanks at its ends: an expression. */
+    /** The rest of the current line up to a line's end, a '}' or a ';', without blanks at its ends: an expression, as
+     * one Other. */
     Token NextExpression();
 
     const std::vector<Comment> &comments() const { return comments_; }

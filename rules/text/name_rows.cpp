@@ -33,7 +33,7 @@ uint16_t ParseElement(TokenCursor &cursor) {
 
 } // namespace
 
-void ParseImportModule(TokenCursor &cursor, std::vector<ImportModule> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ImportModule> &list, std::size_t) {
     ImportModule element;
     if (cursor.AtSymbol("["))
         element.index = static_cast<int16_t>(ParsePosition(cursor, INT16_MAX, "an import's position"));
@@ -42,7 +42,7 @@ void ParseImportModule(TokenCursor &cursor, std::vector<ImportModule> &list) {
     list.push_back(std::move(element));
 }
 
-void ParseImportFunction(TokenCursor &cursor, std::vector<ImportFunction> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ImportFunction> &list, std::size_t) {
     ImportFunction element;
     if (cursor.TakeWord("any"))
         element.index = kAnyModule;
@@ -52,13 +52,13 @@ void ParseImportFunction(TokenCursor &cursor, std::vector<ImportFunction> &list)
     list.push_back(std::move(element));
 }
 
-void ParseExportName(TokenCursor &cursor, std::vector<ExportName> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ExportName> &list, std::size_t) {
     ExportName element;
     ParseOperatorAndName(cursor, element, "an exported name");
     list.push_back(std::move(element));
 }
 
-void ParseObjectName(TokenCursor &cursor, std::vector<ObjectName> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ObjectName> &list, std::size_t) {
     ObjectName element;
     element.index = ParsePosition(cursor, UINT16_MAX, "an object's position");
     ParseOperatorAndName(cursor, element, "an object's name");
@@ -66,7 +66,7 @@ void ParseObjectName(TokenCursor &cursor, std::vector<ObjectName> &list) {
     list.push_back(std::move(element));
 }
 
-void ParseMemberName(TokenCursor &cursor, std::vector<MemberName> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<MemberName> &list, std::size_t) {
     MemberName element;
     element.index = ParseElement(cursor);
     ParseOperatorAndName(cursor, element, "a member's name");

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <iterator>
 #include <span>
-#include <type_traits>
 #include <utility>
 
 #include "rules/expression.h"
+#include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/text/foreign_files.h"
 #include "rules/text/rows.h"
@@ -202,7 +202,7 @@ private:
                 throw Unreadable{};
             const std::size_t begin = cursor_.offset();
             try {
-                const std::size_t count = ParseRow(rule, item, begin);
+                const std::size_t count = ParseRowOf(item, rule, begin);
                 place.rows.insert(place.rows.end(), count, begin);
                 CheckOrder(item);
             } catch (const Unreadable &) {
@@ -241,52 +241,20 @@ private:
             cursor_.Report(Code::E103, begin, length, message);
     }
 
-    // Parses one row; returns the number of elements that it added.
-    std::size_t ParseRow(Rule &rule, Item item, std::size_t begin) {
-        const auto add = [this, begin](auto &list, auto parse) {
+    // Parses one row of a list; returns the number of elements that it added.
+    std::size_t ParseRowOf(Item item, Rule &rule, std::size_t begin) {
+        if (item == Item::ExportModule && rule.export_module_names.size() >= kMaxExportModuleNames)
+            cursor_.Report(Code::E305, begin, cursor_.length(), "a rule names one export module at most");
+        std::size_t added = 0;
+        const auto parse = [&](auto tag, auto &list) {
+            if (tag.kItem != item)
+                return;
             const std::size_t before = list.size();
-            if constexpr (std::is_invocable_v<decltype(parse), TokenCursor &, decltype(list), std::size_t>)
-                parse(cursor_, list, begin);
-            else
-                parse(cursor_, list);
-            return list.size() - before;
+            ParseRow(cursor_, list, begin);
+            added = list.size() - before;
         };
-        switch (item) {
-        case Item::Header:
-            return add(rule.header_conditions, ParseHeaderRow);
-        case Item::Sections:
-            return add(rule.section_conditions, ParseSectionRow);
-        case Item::SectionNames:
-            return add(rule.section_names, ParseSectionNameRow);
-        case Item::Strings:
-            return add(rule.strings, ParseStringRow);
-        case Item::ImportTable:
-            return add(rule.indexed_conditions, ParseImportTableRow);
-        case Item::ImportModules:
-            return add(rule.import_modules, ParseImportModule);
-        case Item::ImportFunctions:
-            return add(rule.import_functions, ParseImportFunction);
-        case Item::ExportModule:
-            if (!rule.export_module_names.empty())
-                cursor_.Report(Code::E305, begin, cursor_.length(), "a rule names one export module at most");
-            return add(rule.export_module_names, ParseExportName);
-        case Item::ExportFunctions:
-            return add(rule.export_functions, ParseExportName);
-        case Item::Resources:
-            return add(rule.resource_entries, ParseResource);
-        case Item::ResourceTypes:
-            return add(rule.resource_type_entries, ParseResourceType);
-        case Item::ResourceStrings:
-            return add(rule.resource_strings, ParseResourceString);
-        case Item::Measures:
-            return add(rule.measure_conditions, ParseMeasureRow);
-        case Item::ObjectFields:
-            return add(rule.secondary_conditions, ParseObjectFieldRow);
-        case Item::ObjectNames:
-            return add(rule.object_names, ParseObjectName);
-        default:
-            return add(rule.member_names, ParseMemberName);
-        }
+        EachList(parse, rule);
+        return added;
     }
 
     // Whether the expression has a word of another language, which is reported.

@@ -41,7 +41,7 @@ struct ParsedFile {
 };
 
 /** Parses a whole text and reports all its errors, in the order of their places. `text` must outlive the result's
- * comments. Nothing a text holds makes it fail otherwise. */
+ * comments. Never throws for the content of a text. */
 ParsedFile ParseRules(std::string_view text);
 
 } // namespace tavrik::rules::text

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "rules/names.h"
+#include "rules/numbers.h"
 #include "rules/text/values.h"
 
 namespace tavrik::rules::text {
@@ -63,11 +64,6 @@ std::string Selector(uint16_t section) {
     return role.empty() ? Position(section) : std::string(role);
 }
 
-// The operator of a name before its text; the usual one is left out.
-std::string NameOperator(Operator op) {
-    return op == Operator::Equal ? "" : std::string(OperatorText(op)) + " ";
-}
-
 std::string Options(uint8_t option) {
     if ((option & ~(kNameCased | kNamePrefix)) != 0)
         return " option " + Decimal(option);
@@ -89,7 +85,7 @@ std::string Bits(std::span<const NamedNumber> names, uint32_t bits) {
     return text;
 }
 
-// A row of a block: what is asked about, what is asked, and the elements of the list that it stands for.
+// A row of a block: what is asked about, what is asked, and the elements of the list that it covers.
 struct Row {
     std::string left;
     std::string right;
@@ -174,10 +170,7 @@ std::vector<Row> SectionNameRows(const Rule &rule) {
     return ConditionRows(
         rule.section_names, false, [](const auto &e) { return Selector(e.section); },
         [](const auto &e) { return QuoteText(e.name); },
-        [](const auto &a, const auto &b) {
-            const bool several = IsAnySection(a.section);
-            return a.section == b.section && !several;
-        });
+        [](const auto &a, const auto &b) { return a.section == b.section && !IsAnySection(a.section); });
 }
 
 // Conditions on a field of a numbered structure: import descriptors and objects.
@@ -322,18 +315,15 @@ std::string ResourceStringText(const ResourceString &e) {
            QuoteText(e.text) + Language(e.language);
 }
 
-std::string ImportModuleText(const ImportModule &e) {
-    const std::string position = e.index < 0 ? "" : Position(static_cast<uint32_t>(e.index)) + " ";
-    return position + NameOperator(e.op) + QuoteText(e.name) + Options(e.option);
-}
-
-std::string ExportText(const ExportName &e) {
-    return NameOperator(e.op) + QuoteText(e.name);
-}
-
+// A name with its operator, of which the usual one is left out.
 template <typename Element>
 std::string NameText(const Element &e) {
-    return NameOperator(e.op) + QuoteText(e.name);
+    return (e.op == Operator::Equal ? "" : std::string(OperatorText(e.op)) + " ") + QuoteText(e.name);
+}
+
+std::string ImportModuleText(const ImportModule &e) {
+    const std::string position = e.index < 0 ? "" : Position(static_cast<uint32_t>(e.index)) + " ";
+    return position + NameText(e) + Options(e.option);
 }
 
 // A name that belongs to an element of another list of the rule.
@@ -343,14 +333,14 @@ std::string ElementText(const Element &e) {
 }
 
 std::string ObjectText(const ObjectName &e) {
-    return Position(e.index) + " " + NameOperator(e.op) + QuoteText(e.name) + Options(e.option);
+    return Position(e.index) + " " + NameText(e) + Options(e.option);
 }
 
 std::string MemberText(const MemberName &e) {
     return ElementText(e) + Options(e.option);
 }
 
-// An expression as it was written; blanks at its ends must be seen.
+// An expression as it was written; in quotes if it begins or ends with a blank.
 std::string ExpressionText(const std::string &expression) {
     const bool plain = expression.front() != ' ' && expression.back() != ' ';
     return plain ? expression : QuoteText(expression);
@@ -407,8 +397,8 @@ std::vector<PrintedLine> RuleLines(const Rule &rule) {
         return e.index == rule.import_modules.size() ? "any " + NameText(e) : ElementText(e);
     };
     lines.AddBlock(Item::ImportFunctions, PlainRows(rule.import_functions, function_text), false);
-    lines.AddBlock(Item::ExportModule, PlainRows(rule.export_module_names, ExportText), false);
-    lines.AddBlock(Item::ExportFunctions, PlainRows(rule.export_functions, ExportText), false);
+    lines.AddBlock(Item::ExportModule, PlainRows(rule.export_module_names, NameText<ExportName>), false);
+    lines.AddBlock(Item::ExportFunctions, PlainRows(rule.export_functions, NameText<ExportName>), false);
     lines.AddBlock(Item::Resources, PlainRows(rule.resource_entries, ResourceText), false);
     lines.AddBlock(Item::ResourceTypes, PlainRows(rule.resource_type_entries, ResourceTypeText), false);
     lines.AddBlock(Item::ResourceStrings, PlainRows(rule.resource_strings, ResourceStringText), false);

@@ -13,7 +13,7 @@
 
 namespace tavrik::rules::text {
 
-/** The canonical text of a rule, with a line's end after its closing brace. Throws std::invalid_argument for a value
+/** The canonical text of a rule, with a line feed after its closing brace. Throws std::invalid_argument for a value
  * that the language cannot write (not a valid string kind). */
 std::string PrintRule(const Rule &rule);
 
@@ -26,14 +26,14 @@ enum class LineKind : uint8_t { Head, Item, Row, ItemEnd, RuleEnd };
 /** A line of canonical text (of a long hex string, several), without its indentation and line's end. */
 struct PrintedLine {
     LineKind kind = LineKind::Row;
-    Item item = Item::Count; // of a kItem, kRow or kItemEnd
-    std::size_t first = 0;   // of a kRow: the list's first element that it stands for
-    std::size_t count = 0;   // of a kRow: the number of these elements
+    Item item = Item::Count; // of LineKind::Item, Row and ItemEnd
+    std::size_t first = 0;   // of LineKind::Row: the list's first element that it covers
+    std::size_t count = 0;   // of LineKind::Row: the number of these elements
     std::size_t indent = 0;  // levels
     std::string text;
 };
 
-/** The lines of a rule's canonical text, for those who lay comments between them. */
+/** The lines of a rule's canonical text, for callers that insert comments between them. */
 std::vector<PrintedLine> RuleLines(const Rule &rule);
 
 /** Blanks for a level of indentation. */

@@ -1,4 +1,5 @@
 // Rows of the blocks resources, resource_types and resource_strings.
+#include "rules/numbers.h"
 #include "rules/text/rows.h"
 #include "rules/text/values.h"
 
@@ -41,7 +42,7 @@ uint32_t ParseKey(TokenCursor &cursor, uint32_t type) {
 
 } // namespace
 
-void ParseResource(TokenCursor &cursor, std::vector<ResourceEntry> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ResourceEntry> &list, std::size_t) {
     ResourceEntry element;
     element.type = LookUpNumber(cursor, ResourceTypes(), "a resource type");
     ParseWhich(cursor, element.id, element.name);
@@ -51,7 +52,7 @@ void ParseResource(TokenCursor &cursor, std::vector<ResourceEntry> &list) {
     list.push_back(std::move(element));
 }
 
-void ParseResourceType(TokenCursor &cursor, std::vector<ResourceTypeEntry> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ResourceTypeEntry> &list, std::size_t) {
     ResourceTypeEntry element;
     if (cursor.TakeWord("type"))
         element.level = kResourceTypeLevel;
@@ -70,7 +71,7 @@ void ParseResourceType(TokenCursor &cursor, std::vector<ResourceTypeEntry> &list
     list.push_back(std::move(element));
 }
 
-void ParseResourceString(TokenCursor &cursor, std::vector<ResourceString> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<ResourceString> &list, std::size_t) {
     ResourceString element;
     element.type = LookUpNumber(cursor, ResourceTypes(), "a resource type");
     ParseWhich(cursor, element.id, element.name);

@@ -152,7 +152,7 @@ void CheckLabel(TokenCursor &cursor, std::size_t count) {
 
 } // namespace
 
-void ParseStringRow(TokenCursor &cursor, std::vector<StringFeature> &list) {
+void ParseRow(TokenCursor &cursor, std::vector<StringFeature> &list, std::size_t) {
     const std::size_t count = list.size();
     StringFeature &string = list.emplace_back(); // also of a row with errors, so that the letters go on
     CheckLabel(cursor, count);

@@ -15,8 +15,6 @@
 namespace tavrik::rules::text {
 
 inline constexpr uint16_t kAnyModule = 0xFFFF; // of a function row, until the rows of import_modules are counted
-inline constexpr uint32_t kVersionResource = 16; // resource types whose strings have names
-inline constexpr uint32_t kManifestResource = 24;
 
 /** A value as written, with its place. */
 template <typename Value>
@@ -26,7 +24,8 @@ struct Written {
     std::size_t length = 0;
 };
 
-/** A number of at most `largest`; `what` names it in errors. Throws Unreadable when the current token is none. */
+/** A number of at most `largest`; `what` names it in errors. Throws Unreadable when the current token is not a number.
+ */
 Written<uint64_t> ExpectNumber(TokenCursor &cursor, uint64_t largest, std::string_view what);
 
 /** A number that fits an integer type. Throws Unreadable. */
@@ -35,7 +34,7 @@ Integer Take(TokenCursor &cursor, std::string_view what) {
     return static_cast<Integer>(ExpectNumber(cursor, std::numeric_limits<Integer>::max(), what).value);
 }
 
-/** An entropy in bits a byte. Throws Unreadable. */
+/** An entropy in bits per byte. Throws Unreadable. */
 double ExpectReal(TokenCursor &cursor);
 
 /** The bytes that a text in quotes denotes. Throws Unreadable. */

@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "pe/format.h"
 #include "rules/names.h"
 
 namespace tavrik::rules::yara {
@@ -136,8 +137,9 @@ Span RawData(std::string_view header) {
 }
 
 std::string HasDescriptors(std::string_view offset, uint64_t count) {
-    return format("{0} + {1} <= filesize and not for any d in (0..{2}) : (uint32({0} + d * 20 + 12) == 0)", offset,
-                  20 * count, count - 1);
+    using namespace pe::import_descriptor;
+    return format("{0} + {1} <= filesize and not for any d in (0..{2}) : (uint32({0} + d * {3} + {4}) == 0)", offset,
+                  kSize * count, count - 1, kSize, 4 * kName);
 }
 
 } // namespace tavrik::rules::yara

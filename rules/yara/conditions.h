@@ -26,13 +26,15 @@ struct NotExpressible {
 
 using Parts = std::vector<std::string>;
 
+/** The parts joined by "and". */
 std::string All(const Parts &parts);
-/** In parentheses where there are several. */
+/** The parts joined by "or", in parentheses where there are several. */
 std::string Any(const Parts &parts);
 
+/** The comparison of an expression with a number. */
 std::string Compared(std::string_view value, Operator op, uint32_t wanted);
 
-/** A test of one value: an operator and values, of which there are several only with kEqual. */
+/** A test of one value: an operator and values, of which there are several only with Operator::Equal. */
 struct Test {
     Operator op;
     std::vector<uint32_t> values;
@@ -44,11 +46,11 @@ struct Test {
     bool Asks(uint32_t value) const { return op == Operator::Equal && values.size() == 1 && values[0] == value; }
 };
 
-/** The test of a value that only "at least" can be asked of: `at_least` writes that it is at least a number. */
+/** The test of a value that can only be compared by "at least": `at_least` writes that comparison with a number. */
 std::string TestByBounds(const Test &test, const std::function<std::string(uint64_t)> &at_least);
 
-/** Calls action(first, count) for each run of alternatives in a list: conditions with kEqual of which `same` says that
- * they are about the same value. */
+/** Calls action(first, count) for each run of alternatives in a list: conditions with Operator::Equal of which `same`
+ * says that they are about the same value. */
 template <typename List, typename Same, typename Action>
 void ForRuns(const List &list, Same same, Action action) {
     for (std::size_t first = 0, count = 1; first < list.size(); first += count) {
@@ -69,8 +71,8 @@ Test TestOf(const List &list, std::size_t first, std::size_t count) {
     return test;
 }
 
-/** A stretch of the file: offsets as expressions. Strings cannot reach beyond the file, so that for them `end` need not
- * be cut there; `cut_end` is. */
+/** A part of the file: offsets as expressions. `cut_end` is `end` cut at the end of the file; strings do without, as
+ * they cannot extend beyond the file. */
 struct Span {
     std::string begin;
     std::string end;
@@ -90,7 +92,7 @@ inline constexpr unsigned kCharacteristics = 36;
 std::string HeaderOf(std::string_view index);
 /** The field at `offset` of the section whose header is at `header`. */
 std::string SectionField(std::string_view header, unsigned offset);
-/** That the section is so named. */
+/** That the section has this name. */
 std::string Named(std::string_view header, std::string_view name);
 /** That the section holds an RVA, be it in its memory or in its raw data. */
 std::string Holds(std::string_view header, std::string_view rva);

@@ -16,7 +16,7 @@ namespace field = header_field;
 
 namespace {
 
-// Where a region of strings or measures is; kNowhere for those that need no finding, whose span PlainSpan() gives.
+// Where a region of strings or measures is; kNowhere for those at known offsets, whose span PlainSpan() gives.
 Place RegionPlace(CodedRegion region, uint16_t index, std::string_view section_name) {
     switch (region.kind) {
     case RegionKind::RoleSection:
@@ -38,7 +38,7 @@ Place RegionPlace(CodedRegion region, uint16_t index, std::string_view section_n
     }
 }
 
-// The span of a region that is where the header says.
+// The span of a region whose offsets are constants or header fields.
 Span PlainSpan(RegionKind region, const std::function<std::string()> &headers_size) {
     switch (region) {
     case RegionKind::File:
@@ -91,7 +91,7 @@ std::string Window(char letter, const StringFeature &string, const Span &span) {
     return format("${} in ({}..{})", letter, first, last);
 }
 
-// An entropy in thousandths of a bit, compared where the rounded values would be.
+// An entropy compared with a number of thousandths of a bit, at the bounds between which it is rounded to it.
 std::string EntropyTest(std::string_view value, Operator op, uint32_t thousandths) {
     const double low = (thousandths - 0.5) / 1000;
     const double high = (thousandths + 0.5) / 1000;

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "pe/format.h"
 #include "rules/yara/rule_writer.h"
 #include "rules/yara/strings.h"
 
@@ -27,8 +28,8 @@ private rule pe_file {
 }
 )";
 
-bool AsksNothing(const Rule &rule) {
-    return rule.attribute_b == 0 && ComputeFeatureFlags(rule) == 0;
+std::string RuleName(uint32_t id, std::size_t rules_before) {
+    return format("rule_{}_{}", id, rules_before);
 }
 
 } // namespace
@@ -38,7 +39,7 @@ std::string YaraRuleName(const RuleSet &set, std::size_t place) {
     std::size_t before = 0;
     for (std::size_t i = 0; i < place; ++i)
         before += set.rules[i].rule_id == id ? 1u : 0u;
-    return format("rule_{}_{}", id, before);
+    return RuleName(id, before);
 }
 
 YaraExport ExportYara(const RuleSet &set) {
@@ -49,14 +50,14 @@ YaraExport ExportYara(const RuleSet &set) {
         const Rule &rule = set.rules[place];
         const std::size_t before = same_ids[rule.rule_id]++;
         try {
-            if (AsksNothing(rule))
-                yara::Refuse("a rule that asks nothing");
+            if (ComputeFeatureFlags(rule) == 0)
+                Refuse("a rule that asks nothing");
             // What the conditions need together is known only when all are written; then each can rely on it.
             constexpr unsigned kEverything = 0x10000;
-            const Need granted = RuleWriter(rule, {kEverything, kEverything, 16}).need();
+            const Need granted = RuleWriter(rule, {kEverything, kEverything, pe::kDirectoryCount}).need();
             const RuleWriter writer(rule, granted);
-            result.text += format("\nrule rule_{}_{} {{\n    meta:\n        id = {}\n        name = {}\n", rule.rule_id,
-                                  before, rule.rule_id, YaraText(rule.detection_name));
+            result.text += format("\nrule {} {{\n    meta:\n        id = {}\n        name = {}\n",
+                                  RuleName(rule.rule_id, before), rule.rule_id, YaraText(rule.detection_name));
             if (!writer.strings().empty())
                 result.text += "    strings:\n";
             for (const std::string &string : writer.strings())

@@ -1,4 +1,4 @@
-/* Rules as text of the widely used open rule language, for those who run both. */
+/* Rules as YARA text, for those who use both. */
 #ifndef TAVRIK_RULES_YARA_EXPORT_H
 #define TAVRIK_RULES_YARA_EXPORT_H
 
@@ -10,7 +10,7 @@
 
 namespace tavrik::rules::yara {
 
-/** A rule that the other language cannot express, and the first reason found. */
+/** A rule that YARA cannot express, and the first reason found. */
 struct OmittedRule {
     std::size_t place = 0; // in the rule set
     std::string reason;

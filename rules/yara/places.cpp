@@ -26,7 +26,7 @@ Need RuleWriter::NeedOf(uint16_t number) const {
     return need;
 }
 
-// Where the field stands, from the PE signature.
+// The field's offset from the PE signature.
 std::string RuleWriter::Offset(uint16_t number) const {
     const uint16_t offset = FindField(HeaderFields(), number)->offset;
     const unsigned narrow = offset;
@@ -76,7 +76,7 @@ std::string RuleWriter::Guard(const Need &need) const {
     return text;
 }
 
-// SizeOfHeaders where it is known to be there.
+// SizeOfHeaders, which must be known to be present.
 std::string RuleWriter::HeadersSize() const {
     if (!granted_.Covers(NeedOf(field::kSizeOfHeaders)))
         Refuse("a place that depends on SizeOfHeaders, in files that may lack it");
@@ -136,7 +136,7 @@ std::string RuleWriter::AtOffsetOf(const std::string &rva, const Need &need, con
                SectionField(header, kSizeOfRawData),
                has_loops ? asked(offset) : format("for any e in ({}) : ({})", offset, asked("e")));
     const std::string size = HeadersSize();
-    // Which section comes first is no matter where none may hold the address.
+    // No section may hold the address, so that their order does not matter.
     const std::string in_headers =
         format("({0} < {1} and {0} < filesize and not for any i in (0..n - 1) : ({2}) and {3})", rva, size,
                Holds(header, rva), body({SpanOf(rva, size), "", ""}));

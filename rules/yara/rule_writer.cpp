@@ -81,13 +81,13 @@ void RuleWriter::FlushGroups() {
         // A loop costs more than what is in it, so that all that is asked of a place shares one. Measures read more
         // than that and come last of all.
         std::vector<std::pair<Rank, Body>> cheap;
-        std::vector<std::pair<Rank, Body>> dear;
+        std::vector<std::pair<Rank, Body>> expensive;
         for (const auto &body : bodies)
-            (body.first == kMeasure ? dear : cheap).push_back(body);
+            (body.first == kMeasure ? expensive : cheap).push_back(body);
         if (!cheap.empty())
             Add(is_fixed ? kFixedSection : kLoop, true, write(cheap));
-        if (!dear.empty())
-            Add(kMeasure, true, write(dear));
+        if (!expensive.empty())
+            Add(kMeasure, true, write(expensive));
     }
     groups_.clear();
 }

@@ -1,4 +1,4 @@
-/* One rule as a condition of the other language. */
+/* One rule as a YARA condition. */
 #ifndef TAVRIK_RULES_YARA_RULE_WRITER_H
 #define TAVRIK_RULES_YARA_RULE_WRITER_H
 
@@ -25,7 +25,7 @@ using pe::kMagicPe32Plus;
 /** The order of conditions: what is cheap and rarely met comes first. */
 enum Rank { kRareHeader, kWideHeader, kHeader, kPlainString, kFixedSection, kLoop, kRich, kMeasure };
 
-/** What fields of the optional header need of a file, so that they are there. */
+/** What the optional header of a file must contain for certain fields to be present. */
 struct Need {
     unsigned end_pe32 = 0; // bytes of the optional header
     unsigned end_pe32_plus = 0;
@@ -42,7 +42,7 @@ struct Need {
     }
 };
 
-/** Where a condition is asked: a section, or a stretch that takes some finding. */
+/** Where a condition is asked: a section, or a part of the file whose offset has to be computed. */
 struct Place {
     enum Kind : uint8_t { kNowhere, kFixed, kRole, kNamed, kEntryCode, kOverlay };
     Kind kind = kNowhere;
@@ -60,13 +60,13 @@ struct Scene {
 };
 using Body = std::function<std::string(const Scene &)>;
 
-/** Throws NotExpressible for a rule that the other language cannot express exactly. */
+/** Writes one rule. Throws NotExpressible for a rule that YARA cannot express exactly. */
 class RuleWriter {
 public:
-    /** `granted` is what all conditions together need, as an earlier writing of the same rule found it. */
+    /** `granted` is what all conditions together need, as an earlier pass over the same rule found it. */
     RuleWriter(const Rule &rule, const Need &granted) : rule_(rule), granted_(granted) { Write(); }
 
-    /** What the conditions written so need together. */
+    /** What the conditions that were written need together. */
     const Need &need() const { return need_; }
     /** Definitions of its strings. */
     const Parts &strings() const { return strings_; }
@@ -89,6 +89,11 @@ private:
     // structure.cpp
     void WriteHeader();
     void WriteHeaderRun(uint16_t number, const Test &test);
+    void WriteOptionalField(uint16_t number, const Test &test, Rank rank);
+    void WriteDerived(uint16_t number, const Test &test, Rank rank);
+    void WriteRich(uint16_t number, const Test &test);
+    void WriteImportModuleCount(const Test &test);
+    void WriteExportNameCount(const Test &test);
     void WriteSections();
     void WriteSectionNames();
     void WriteTraits();

@@ -1,4 +1,4 @@
-/* String definitions of the other rule language. */
+/* YARA's string definitions. */
 #ifndef TAVRIK_RULES_YARA_STRINGS_H
 #define TAVRIK_RULES_YARA_STRINGS_H
 
@@ -14,9 +14,9 @@ namespace tavrik::rules::yara {
 /** A text literal in quotes. */
 std::string YaraText(std::string_view text);
 
-/** The definition of a string, quoted or in braces, with its modifiers; nothing when a file may hold
- * too many of it for the engine. Zero bytes
- * of a wide string are written out, since the `wide` modifier does not ask for each of them. */
+/** The definition of a string, quoted or in braces, with its modifiers; nothing when a file may have too many
+ * occurrences of it for the engine. Zero bytes of a wide string are written out, since the `wide` modifier does not ask
+ * for each of them. */
 std::optional<std::string> YaraString(const StringFeature &string);
 
 /** The bytes of the file that the string spans. */

@@ -19,7 +19,7 @@ constexpr uint32_t kMostModules = 1024; // import descriptors that count
 
 constexpr std::string_view kRichEnd = "(math.min(uint32(0x3C), 0x10000) - 8) \\ 4";
 
-// Derived values are at most 0xFFFFFFFF here and may be more there.
+// Derived values are at most 0xFFFFFFFF in rules; in YARA they may be larger.
 void CheckDerived(const Test &test) {
     for (const uint32_t value : test.values)
         if (test.op == Operator::HasBits || value == std::numeric_limits<uint32_t>::max())
@@ -50,28 +50,37 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
         Refuse("a header value without a number");
     const bool is_rare = test.op == Operator::Equal && test.values.size() == 1 && test.values[0] > 0xFFFF;
     const Rank rank = is_rare ? kRareHeader : test.op == Operator::Equal && test.values[0] > 0 ? kWideHeader : kHeader;
-    const Place entry_section{Place::kRole, static_cast<uint16_t>(SectionRole::Entry), ""};
-    const Place entry_code{Place::kEntryCode, 0, ""};
     switch (field->origin) {
     case Origin::DosHeader:
         return Add(rank, false, test.On(format("uint{}(0x{:X})", 8 * field->width, field->offset)));
     case Origin::FileHeader:
-        return Add(rank, false, test.On(format("uint{}(uint32(0x3C) + 0x{:X})", 8 * field->width, 4 + field->offset)));
+        return Add(
+            rank, false,
+            test.On(format("uint{}(uint32(0x3C) + 0x{:X})", 8 * field->width, pe::kFileHeaderOffset + field->offset)));
     case Origin::OptionalHeader:
-        if (number == field::kMagic) {
-            asks_magic_ = true;
-            if (magic_ == 0 || !test.Asks(magic_))
-                Add(rank, false, test.On("uint16(uint32(0x3C) + 0x18)"));
-            return;
-        }
-        if (number == field::kBaseOfData && magic_ == kMagicPe32Plus)
-            Refuse("a condition that is never met");
-        return Add(rank, false, test.On(Required(number)));
+        return WriteOptionalField(number, test, rank);
     case Origin::Derived:
-        break;
+        return WriteDerived(number, test, rank);
     default:
         Refuse("values of Visual Basic structures");
     }
+}
+
+void RuleWriter::WriteOptionalField(uint16_t number, const Test &test, Rank rank) {
+    if (number == field::kMagic) {
+        asks_magic_ = true;
+        if (magic_ == 0 || !test.Asks(magic_))
+            Add(rank, false, test.On("uint16(uint32(0x3C) + 0x18)"));
+        return;
+    }
+    if (number == field::kBaseOfData && magic_ == kMagicPe32Plus)
+        Refuse("a condition that is never met");
+    Add(rank, false, test.On(Required(number)));
+}
+
+void RuleWriter::WriteDerived(uint16_t number, const Test &test, Rank rank) {
+    const Place entry_section{Place::kRole, static_cast<uint16_t>(SectionRole::Entry), ""};
+    const Place entry_code{Place::kEntryCode, 0, ""};
     switch (number) {
     case field::kFileSize:
         CheckDerived(test);
@@ -80,7 +89,7 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
         CheckDerived(test);
         return Add(kLoop, true,
                    TestByBounds(test, [&](uint64_t value) { return OverlayAtLeast(format("0x{:X}", value)); }));
-    case field::kOverlaySize: {
+    case field::kOverlaySize:
         CheckDerived(test);
         // The size is at least v where the offset is at most filesize - v, that is, not at least one more.
         return Add(kLoop, true, TestByBounds(test, [&](uint64_t value) {
@@ -88,7 +97,6 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
                                          : format("(filesize >= {0} and not {1})", value,
                                                   OverlayAtLeast(format("filesize - 0x{:X}", value - 1)));
                    }));
-    }
     case field::kEntryPointOffset:
         CheckDerived(test);
         return AddAt(entry_code, rank, [=](const Scene &scene) { return test.On("(" + scene.span.begin + ")"); });
@@ -109,53 +117,21 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
     case field::kRichOffset:
     case field::kRichKey:
     case field::kRichCount:
-    case field::kRichLastBuild: {
-        // The last "Rich", and for two of the values the nearest "DanS" before it, both in words.
-        std::string asked;
-        if (number == field::kRichOffset)
-            asked = test.On("(r * 4)");
-        else if (number == field::kRichKey)
-            asked = test.On("uint32(r * 4 + 4)");
-        else
-            asked = format(
-                "for any d in (16..r - 4) : (uint32(d * 4) == 0x{0:X} ^ uint32(r * 4 + 4) and not for any q in (d + "
-                "1..r - 1) : (uint32(q * 4) == 0x{0:X} ^ uint32(r * 4 + 4)) and (r - d) % 2 == 0 and {1})",
-                pe::rich::kStartMark,
-                number == field::kRichCount ? test.On("((r - d - 4) \\ 2)")
-                                            : "r > d + 4 and " + test.On("(uint32(r * 4 - 8) ^ uint32(r * 4 + 4))"));
-        return Add(kRich, false,
-                   format("for any r in (16..{0}) : (uint32(r * 4) == 0x{2:X} and not for any q in (r + 1..{0}) : "
-                          "(uint32(q * 4) == 0x{2:X}) and {1})",
-                          kRichEnd, asked, pe::rich::kEndMark));
-    }
-    case field::kImageBaseHigh:
-        need_.Add({0x1C + 4, 0x1C + 4, 0});
+    case field::kRichLastBuild:
+        return WriteRich(number, test);
+    case field::kImageBaseHigh: {
+        constexpr unsigned kEnd = pe::optional_header::kImageBaseHighPlus + 4;
+        need_.Add({kEnd, kEnd, 0});
         if (magic_ != kMagicPe32Plus)
             Refuse("a condition that is never met");
-        return Add(rank, false, test.On("uint32(uint32(0x3C) + 0x34)"));
-    case field::kImportModuleCount: {
-        const Need need = NeedOf(field::kImportTable);
-        const std::string rva = Value(field::kImportTable);
-        return Add(kLoop, true, TestByBounds(test, [&](uint64_t value) {
-                       if (value == 0 || value > kMostModules)
-                           return std::string(value == 0 ? "true" : "false");
-                       const std::string found = AtOffsetOf(
-                           rva, need, [&](const Scene &scene) { return HasDescriptors(scene.span.begin, value); },
-                           true);
-                       return format("({} != 0 and {})", rva, found);
-                   }));
+        return Add(rank, false,
+                   test.On(format("uint32(uint32(0x3C) + 0x{:X})",
+                                  pe::kOptionalHeaderOffset + pe::optional_header::kImageBaseHighPlus)));
     }
-    case field::kExportNameCount: {
-        const Need need = NeedOf(field::kExportTable);
-        const std::string rva = Value(field::kExportTable);
-        // A file without the directory has 0 names.
-        const bool or_absent = test.Accepts(0);
-        const std::string found = AtOffsetOf(rva, need, [&](const Scene &scene) {
-            const std::string asked = test.On(format("uint32({} + 24)", scene.span.begin));
-            return format("{} + 40 <= filesize and {}", scene.span.begin, or_absent ? "not (" + asked + ")" : asked);
-        });
-        return Add(kLoop, true, format("{}({} != 0 and {})", or_absent ? "not " : "", rva, found));
-    }
+    case field::kImportModuleCount:
+        return WriteImportModuleCount(test);
+    case field::kExportNameCount:
+        return WriteExportNameCount(test);
     case field::kClrFlags:
         Refuse("flags of the .NET header");
     case field::kImportFunctionCount:
@@ -165,6 +141,52 @@ void RuleWriter::WriteHeaderRun(uint16_t number, const Test &test) {
     default:
         Refuse("values of Visual Basic structures");
     }
+}
+
+// The last "Rich", and for two of the values the nearest "DanS" before it, both in words.
+void RuleWriter::WriteRich(uint16_t number, const Test &test) {
+    std::string asked;
+    if (number == field::kRichOffset)
+        asked = test.On("(r * 4)");
+    else if (number == field::kRichKey)
+        asked = test.On("uint32(r * 4 + 4)");
+    else
+        asked =
+            format("for any d in (16..r - 4) : (uint32(d * 4) == 0x{0:X} ^ uint32(r * 4 + 4) and not for any q in (d + "
+                   "1..r - 1) : (uint32(q * 4) == 0x{0:X} ^ uint32(r * 4 + 4)) and (r - d) % 2 == 0 and {1})",
+                   pe::rich::kStartMark,
+                   number == field::kRichCount ? test.On("((r - d - 4) \\ 2)")
+                                               : "r > d + 4 and " + test.On("(uint32(r * 4 - 8) ^ uint32(r * 4 + 4))"));
+    Add(kRich, false,
+        format(
+            "for any r in (16..{0}) : (uint32(r * 4) == 0x{2:X} and not for any q in (r + 1..{0}) : (uint32(q * 4) == "
+            "0x{2:X}) and {1})",
+            kRichEnd, asked, pe::rich::kEndMark));
+}
+
+void RuleWriter::WriteImportModuleCount(const Test &test) {
+    const Need need = NeedOf(field::kImportTable);
+    const std::string rva = Value(field::kImportTable);
+    Add(kLoop, true, TestByBounds(test, [&](uint64_t value) {
+            if (value == 0 || value > kMostModules)
+                return std::string(value == 0 ? "true" : "false");
+            const std::string found = AtOffsetOf(
+                rva, need, [&](const Scene &scene) { return HasDescriptors(scene.span.begin, value); }, true);
+            return format("({} != 0 and {})", rva, found);
+        }));
+}
+
+void RuleWriter::WriteExportNameCount(const Test &test) {
+    const Need need = NeedOf(field::kExportTable);
+    const std::string rva = Value(field::kExportTable);
+    // A file without the directory has 0 names.
+    const bool or_absent = test.Accepts(0);
+    const std::string found = AtOffsetOf(rva, need, [&](const Scene &scene) {
+        using namespace pe::export_directory;
+        const std::string asked = test.On(format("uint32({} + {})", scene.span.begin, 4 * kNumberOfNames));
+        return format("{} + {} <= filesize and {}", scene.span.begin, kSize, or_absent ? "not (" + asked + ")" : asked);
+    });
+    Add(kLoop, true, format("{}({} != 0 and {})", or_absent ? "not " : "", rva, found));
 }
 
 // ---- Sections -------------------------------------------------------------------------------------------------------
@@ -186,16 +208,15 @@ void RuleWriter::WriteSections() {
 }
 
 void RuleWriter::WriteSectionNames() {
-    const auto is_single = [](uint16_t section) { return section < kFirstNameOnlyRole || section > kLastNameOnlyRole; };
     ForRuns(
         rule_.section_names,
-        [&](const auto &a, const auto &b) { return a.section == b.section && is_single(a.section); },
+        [](const auto &a, const auto &b) { return a.section == b.section && !IsAnySection(a.section); },
         [&](std::size_t first, std::size_t count) {
             const SectionNameCondition &condition = rule_.section_names[first];
             if (condition.op != Operator::Equal && condition.op != Operator::NotEqual)
                 Refuse("an operator that is never met");
             const bool is_not = condition.op == Operator::NotEqual;
-            if (is_single(condition.section)) {
+            if (!IsAnySection(condition.section)) {
                 AddAt(SectionPlace(condition.section), kHeader, [=, this](const Scene &scene) {
                     Parts parts;
                     for (std::size_t i = first; i < first + count; ++i)
@@ -256,7 +277,7 @@ void RuleWriter::WriteImportTable() {
             const std::string found = AtOffsetOf(
                 rva, {},
                 [&](const Scene &scene) {
-                    const unsigned place = 20u * condition.index + field->offset;
+                    const unsigned place = pe::import_descriptor::kSize * condition.index + field->offset;
                     return format("{} and {}", HasDescriptors(scene.span.begin, condition.index + 1u),
                                   test.On(format("uint32({} + {})", scene.span.begin, place)));
                 },
