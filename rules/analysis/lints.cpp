@@ -115,7 +115,7 @@ private:
                         "its region is too small, or not there, with the sizes and numbers that the rule asks for");
         if (conflict.kind == Conflict::Kind::Redundant)
             return Warn(rule, offset, text::Code::W511,
-                        "this condition asks nothing beside that at " +
+                        "this condition adds nothing to the one at " +
                             PlaceText(rule, OffsetOf(*rule.origin, conflict.with.value_or(conflict.at))),
                         "every file that meets the others on this value meets it; remove it");
         text::Code code = conflict.kind == Conflict::Kind::Value ? text::Code::W503 : text::Code::W504;
@@ -125,7 +125,7 @@ private:
                         "swap the bounds: in " + range->second + ".." + range->first);
         if (other == offset)
             return Warn(rule, offset, code, "no file meets this condition, so the rule never matches",
-                        "there is no such value, or names do not know this operator");
+                        "there is no such value, or the operator does not apply to names");
         Warn(rule, offset, code,
              "no file meets both this condition and that at " + PlaceText(rule, other) + ", so the rule never matches",
              "remove one of them; alternatives are written in one row: a == 1 | 2");
@@ -193,7 +193,7 @@ private:
         if (are_equal)
             Warn(narrow, narrow.origin->begin, text::Code::W507,
                  Named(narrow) + " asks for the same as " + Reference(wide),
-                 "remove one of them, or ask for something that sets them apart");
+                 "remove one of them, or ask for something that distinguishes them");
         else
             Warn(narrow, narrow.origin->begin, text::Code::W508,
                  "every file that " + Named(narrow) + " matches is matched by " + Reference(wide) + " as well",

@@ -26,12 +26,12 @@ std::vector<RowLint> FindRowLints(const Rule &rule) {
     std::vector<RowLint> found;
     if (rule.detection_name.empty())
         found.push_back({text::Code::W513, std::nullopt, "this rule has no detection name",
-                         "its findings could not be told from those of others; name it"});
+                         "its findings could not be told apart from those of others; name it"});
     for (std::size_t i = 0; i < rule.strings.size(); ++i) {
         const StringFeature &string = rule.strings[i];
         if (string.mask.count() == string.bytes.size())
             found.push_back({text::Code::W510, ElementOf{Item::Strings, i},
-                             "string " + Letter(i) + " is wildcards only: any bytes are this string",
+                             "string " + Letter(i) + " is wildcards only: any bytes match it",
                              "give at least one byte"});
         const auto same = std::ranges::find(rule.strings, string);
         if (same != rule.strings.begin() + static_cast<std::ptrdiff_t>(i))

@@ -126,8 +126,8 @@ private:
             ++count;
         } while (cursor_.TakeSymbol(","));
         if (library && count > 1)
-            cursor_.Report(Code::E304, begin, cursor_.end_of_last() - begin, "'library' stands alone",
-                           "it is the value without any bit");
+            cursor_.Report(Code::E304, begin, cursor_.end_of_last() - begin,
+                           "'library' cannot be combined with other targets", "it is the value without any bit");
         return targets;
     }
 
@@ -209,7 +209,7 @@ private:
                 cursor_.SkipRow(begin);
             }
             if (cursor_.AtSymbol(",")) {
-                cursor_.Report(Code::E106, cursor_.offset(), 1, "no comma stands between rows",
+                cursor_.Report(Code::E106, cursor_.offset(), 1, "rows are not separated by commas",
                                "each row has its line, or ends with ;");
                 cursor_.Advance();
             }
