@@ -62,23 +62,12 @@ bool MeetsHeader(std::span<const HeaderCondition> elements, Features &features) 
         [&](const HeaderCondition &e) { return MeetsValue(e.op, features.Header(e.field), e.value); });
 }
 
-std::optional<uint32_t> SectionValue(Features &features, uint16_t selector, uint8_t number) {
-    const std::optional<std::size_t> section = features.SectionOf(selector);
-    const rules::Field *field = rules::FindField(rules::SectionFields(), number);
-    if (!section || field == nullptr)
-        return std::nullopt;
-    const auto *header = reinterpret_cast<const uint8_t *>(&features.sections()[*section]);
-    uint32_t value = 0;
-    std::memcpy(&value, header + field->offset, field->width);
-    return value;
-}
-
 bool MeetsSections(std::span<const SectionCondition> elements, Features &features) {
     return EveryRunIsMet(
         elements,
         [](const auto &left, const auto &right) { return left.section == right.section && left.field == right.field; },
         [&](const SectionCondition &e) {
-            return MeetsValue(e.op, SectionValue(features, e.section, e.field), e.value);
+            return MeetsValue(e.op, features.SectionValue(e.section, e.field), e.value);
         });
 }
 
@@ -147,10 +136,6 @@ bool MeetsName(uint8_t op, const std::optional<Name> &name, IsWanted is_wanted) 
     return name && MeetsPresence(op, is_wanted(*name));
 }
 
-bool IsAnySectionSelector(uint16_t selector) {
-    return selector >= rules::kFirstNameOnlyRole && selector <= rules::kLastNameOnlyRole;
-}
-
 bool IsOfClass(const SectionHeader &section, uint16_t selector) {
     const bool is_code = (section.Characteristics & section_flag::kExecute) != 0;
     switch (static_cast<rules::SectionRole>(selector)) {
@@ -166,7 +151,7 @@ bool IsOfClass(const SectionHeader &section, uint16_t selector) {
 bool MeetsSectionName(const SectionNameCondition &e, Features &features) {
     const std::string_view wanted(e.name, strnlen(e.name, sizeof(e.name)));
     const auto sections = features.sections();
-    if (IsAnySectionSelector(e.section))
+    if (rules::IsAnySection(e.section))
         return MeetsPresence(e.op, std::any_of(sections.begin(), sections.end(), [&](const SectionHeader &section) {
                                  return IsOfClass(section, e.section) && SectionName(section) == wanted;
                              }));
@@ -178,7 +163,7 @@ bool MeetsSectionNames(std::span<const SectionNameCondition> elements, Features 
     return EveryRunIsMet(
         elements,
         [](const auto &left, const auto &right) {
-            return left.section == right.section && !IsAnySectionSelector(left.section);
+            return left.section == right.section && !rules::IsAnySection(left.section);
         },
         [&](const SectionNameCondition &e) { return MeetsSectionName(e, features); });
 }

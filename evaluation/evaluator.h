@@ -21,7 +21,7 @@ bool AsksSomething(const HeuristicRule &rule);
 bool MeetsStructure(const HeuristicRule &rule, Features &features);
 bool MeetsStrings(const HeuristicRule &rule, Features &features);
 
-/** The strings' part for somebody who knows by other means which of the rule's strings, from 0, are there. */
+/** The strings' part for callers that know otherwise which of the rule's strings, counted from 0, are present. */
 bool MeetsStrings(const HeuristicRule &rule, const std::function<bool(std::size_t string)> &is_present);
 
 /** Whether the elements `first` up to `first` + `count` of the rule's list `item` are met on their own. A run of

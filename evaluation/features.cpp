@@ -26,8 +26,8 @@ namespace rich = pe::rich;
 // The DOS stub that is searched for the linker's product list.
 constexpr uint32_t kLongestStub = 64 * 1024;
 
-// CRC-32s are taken of resources as long as their data and that of all before them make at most this many times the
-// file: in a well-formed file they do not even make one.
+// CRC-32s are taken of resources as long as their data and that of all before them are together at most this many times
+// as long as the file; in a well-formed file they are shorter than the file.
 constexpr uint64_t kResourceDataBound = 2;
 
 uint32_t Narrow(uint64_t value) {
@@ -161,17 +161,27 @@ uint64_t Features::OverlayOffset() const {
 }
 
 std::optional<std::size_t> Features::SectionOf(uint16_t selector) {
-    if (selector < kFirstRole)
+    if (selector < rules::kFirstSectionRole)
         return selector < kSelectablePositions && selector < sections().size() ? std::optional<std::size_t>(selector)
                                                                                : std::nullopt;
-    if (selector - kFirstRole >= static_cast<int>(kRoles))
+    if (selector > rules::kLastSectionRole)
         return std::nullopt;
-    SectionPlace &place = roles_[selector - kFirstRole];
+    SectionPlace &place = roles_[selector - rules::kFirstSectionRole];
     if (!place.is_known) {
         place.section = FindRole(selector);
         place.is_known = true;
     }
     return place.section;
+}
+
+std::optional<uint32_t> Features::SectionValue(uint16_t selector, uint8_t number) {
+    const std::optional<std::size_t> section = SectionOf(selector);
+    const rules::Field *field = rules::FindField(rules::SectionFields(), number);
+    if (!section || field == nullptr)
+        return std::nullopt;
+    uint32_t value = 0;
+    std::memcpy(&value, reinterpret_cast<const uint8_t *>(&sections()[*section]) + field->offset, field->width);
+    return value;
 }
 
 std::optional<std::size_t> Features::FindRole(uint16_t role) {

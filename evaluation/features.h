@@ -20,13 +20,13 @@
 #include "pe/image.h"
 #include "pe/import_table.h"
 #include "pe/resource_tree.h"
+#include "rules/names.h"
 #include "rules/regions.h"
 #include "tavrik2/heuristic_rule.h"
 
 namespace tavrik::evaluation {
 
-/** The number of header fields that conditions can name, 0 to 263. */
-inline constexpr std::size_t kHeaderFieldCount = 264;
+using rules::kHeaderFieldCount;
 
 /** The name of a section, from its header. */
 std::string_view SectionName(const SectionHeader &section);
@@ -60,6 +60,9 @@ public:
     /** The position of the section that a selector names: an index below 500, or a role from 600 on. */
     std::optional<std::size_t> SectionOf(uint16_t selector);
 
+    /** The value of a field of the section that a selector names; nothing without such a section or field. */
+    std::optional<uint32_t> SectionValue(uint16_t selector, uint8_t field);
+
     /** The region of a string; of a measure, by its code and number (param_a and param_c). */
     base::Region StringRegion(const StringFeature &string);
     base::Region MeasuredRegion(uint8_t code, uint8_t index);
@@ -80,8 +83,7 @@ public:
 
 private:
     enum class State : uint8_t { Unknown, Absent, Present };
-    static constexpr uint16_t kFirstRole = 600;
-    static constexpr std::size_t kRoles = 11;
+    static constexpr std::size_t kRoles = rules::kLastSectionRole - rules::kFirstSectionRole + 1;
     using MeasureKey = std::tuple<uint8_t, uint8_t, uint8_t, uint32_t>; // kind, code, index, length
 
     struct SectionPlace {

@@ -1,4 +1,4 @@
-/* Measures of a stretch of a file. */
+/* Measures of a region of a file. */
 #ifndef TAVRIK_EVALUATION_MEASURES_H
 #define TAVRIK_EVALUATION_MEASURES_H
 

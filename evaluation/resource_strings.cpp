@@ -7,6 +7,7 @@
 #include "base/utf8.h"
 #include "pe/manifest.h"
 #include "rules/names.h"
+#include "rules/numbers.h"
 
 namespace tavrik::evaluation {
 
@@ -16,13 +17,7 @@ constexpr std::size_t kMostBytes = 65536; // of one version or manifest resource
 
 namespace resource_type = pe::resource_type;
 
-enum Key : uint32_t {
-    kAnyKey = 0,
-    kAssemblyVersion = 14,
-    kLastVersionKey = 27,
-    kFixedFileVersion = 28,
-    kFixedProductVersion = 29,
-};
+namespace resource_key = rules::resource_key;
 
 bool IsNumberSelected(uint32_t wanted, uint32_t number) {
     return wanted == rules::kAnyResource || wanted == number;
@@ -108,7 +103,8 @@ bool ResourceStrings::AnyText(const ResourceString &element, std::size_t longest
                 return true;
             break;
         case resource_type::kManifest:
-            if (const auto text = ManifestText(resource, element.key); text && visit(*text, element.key == kAnyKey))
+            if (const auto text = ManifestText(resource, element.key);
+                text && visit(*text, element.key == resource_key::kAny))
                 return true;
             break;
         default:
@@ -123,16 +119,17 @@ bool ResourceStrings::AnyText(const ResourceString &element, std::size_t longest
 template <typename Visit>
 bool ResourceStrings::AnyVersionText(std::size_t resource, uint32_t key, Visit visit) {
     const pe::VersionInfo &version = VersionOf(resource);
-    if (key == kFixedFileVersion || key == kFixedProductVersion) {
-        const std::string &fixed = key == kFixedFileVersion ? version.file_version : version.product_version;
+    if (key == resource_key::kFixedFileVersion || key == resource_key::kFixedProductVersion) {
+        const bool is_file = key == resource_key::kFixedFileVersion;
+        const std::string &fixed = is_file ? version.file_version : version.product_version;
         return !fixed.empty() && visit(fixed, false);
     }
-    if (key > kLastVersionKey)
+    if (key >= resource_key::kFixedFileVersion)
         return false;
-    const std::string_view name =
-        key == kAssemblyVersion ? "Assembly Version" : rules::NameOf(rules::ResourceKeys(), key);
+    const std::string_view name = rules::VersionKeyText(key);
     return std::any_of(version.strings.begin(), version.strings.end(), [&](const auto &string) {
-        return (key == kAnyKey || base::IsEqualIgnoringCase(string.first, name)) && visit(string.second, false);
+        return (key == resource_key::kAny || base::IsEqualIgnoringCase(string.first, name)) &&
+               visit(string.second, false);
     });
 }
 

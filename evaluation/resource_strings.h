@@ -38,7 +38,7 @@ public:
     /** Whether the file meets an element of resource_strings. */
     bool IsMet(const ResourceString &element);
 
-    /** What the element is compared with, at most `limit` of the texts, for people. */
+    /** The texts that the element is compared with, at most `limit` of them, for explanations. */
     std::vector<std::string> Candidates(const ResourceString &element, std::size_t limit);
 
 private:

@@ -1,6 +1,5 @@
 #include "evaluation/rule_explanation.h"
 
-#include <cstring>
 #include <iterator>
 #include <optional>
 #include <string_view>
@@ -135,18 +134,14 @@ private:
     }
 
     std::string SectionText(const SectionCondition &e) {
-        const std::optional<std::size_t> section = features_.SectionOf(e.section);
-        const rules::Field *field = rules::FindField(rules::SectionFields(), e.field);
-        if (!section || field == nullptr)
+        const std::optional<uint32_t> value = features_.SectionValue(e.section, e.field);
+        if (!value)
             return "the file has no such section";
-        uint32_t value = 0;
-        std::memcpy(&value, reinterpret_cast<const uint8_t *>(&features_.sections()[*section]) + field->offset,
-                    field->width);
-        return NumberText(value, field->radix);
+        return NumberText(value, rules::FindField(rules::SectionFields(), e.field)->radix);
     }
 
     std::string SectionNameText(const SectionNameCondition &e) {
-        if (e.section >= rules::kFirstNameOnlyRole && e.section <= rules::kLastNameOnlyRole) {
+        if (rules::IsAnySection(e.section)) {
             std::vector<std::string_view> names;
             for (const SectionHeader &section : features_.sections())
                 names.push_back(SectionName(section));

@@ -1,4 +1,4 @@
-/* Why a rule does or does not match a file, for people. */
+/* Explanations of why a rule does or does not match a file. */
 #ifndef TAVRIK_EVALUATION_RULE_EXPLANATION_H
 #define TAVRIK_EVALUATION_RULE_EXPLANATION_H
 

@@ -17,15 +17,15 @@ constexpr auto kEqual = static_cast<uint8_t>(rules::Operator::Equal);
 
 // ---- Which condition a rule is filed under -------------------------------------------------------------------------
 
-// How many files, in some unit, are thought to have a value beside those that the rules themselves suggest.
+// Estimates, in an arbitrary unit, of how many files have a value, added to what the rules themselves suggest.
 constexpr uint32_t kOrdinaryField = 20;
 constexpr uint32_t kCommonValue = 10'000;
-constexpr uint32_t kDearField = 100'000;
+constexpr uint32_t kExpensiveField = 100'000;
 
 // The first field that is not read from the headers at once.
-constexpr uint16_t kFirstDearField = field::kRichOffset;
+constexpr uint16_t kFirstExpensiveField = field::kRichOffset;
 
-// Fields whose values hardly repeat between programs that have nothing to do with each other.
+// Fields whose values hardly repeat between unrelated programs.
 constexpr uint16_t kSelectiveFields[] = {
     field::kTimeDateStamp,     field::kSizeOfCode, field::kSizeOfInitializedData, field::kAddressOfEntryPoint,
     field::kSizeOfImage,       field::kCheckSum,
@@ -37,8 +37,8 @@ uint32_t PriorOf(uint16_t field, uint32_t value) {
     uint32_t prior = std::ranges::find(kSelectiveFields, field) != std::end(kSelectiveFields) ? 0 : kOrdinaryField;
     if (value == 0)
         prior += kCommonValue;
-    if (field >= kFirstDearField)
-        prior += kDearField;
+    if (field >= kFirstExpensiveField)
+        prior += kExpensiveField;
     return prior;
 }
 
@@ -157,7 +157,7 @@ RuleIndex::RuleIndex(std::span<HeuristicRule *const> rules) : rules_(rules) {
             filed.emplace_back(KeyOf(condition.field, condition.value), position);
     }
     std::ranges::sort(filed);
-    filed.erase(std::unique(filed.begin(), filed.end()), filed.end()); // a value may stand twice in a run
+    filed.erase(std::unique(filed.begin(), filed.end()), filed.end()); // a value may occur twice in a run
     BuildTable(filed);
 }
 

@@ -17,7 +17,7 @@
 
 namespace tavrik::evaluation {
 
-/** Is told what each rule that was looked at cost. */
+/** Is told how long each rule that was evaluated took. */
 class RuleObserver {
 public:
     virtual ~RuleObserver() = default;
@@ -28,9 +28,9 @@ public:
 };
 
 /** An index over a rule table. Each rule is filed under the value of one header field that it asks for and that few
- * files have; a file's own values lead to the few rules that can match, and these are decided like any. The
- * strings of those that are left are looked for one by one, or, when that would take longer, those of all rules in one
- * pass over the file. Many threads can share one object. */
+ * files have; a file's own values lead to the few rules that can match, and these are decided by the plain
+ * evaluator. The strings of those that are left are searched for one by one, or, when that would take longer, those of
+ * all rules in one pass over the file. Many threads can share one object. */
 class RuleIndex {
 public:
     /** The records, in working form, must outlive the object. */
@@ -39,7 +39,7 @@ public:
     /** The positions of the rules that match the file, ascending: those for which Matches is true. */
     std::vector<uint32_t> Match(Features &features, RuleObserver *observer = nullptr) const;
 
-    /** The number of rules that no exact header value is asked by, so that they are asked of every file. */
+    /** The number of rules without an exact header value, which are evaluated on every file. */
     std::size_t unfiled() const { return unfiled_.size(); }
 
 private:

@@ -48,7 +48,7 @@ constexpr unsigned BitOf(uint32_t hash) {
     return (hash >> (32 - kFilterBits)) % kWordBits;
 }
 
-inline bool MayStand(const FilterWord *filter, uint32_t hash) {
+inline bool MayOccur(const FilterWord *filter, uint32_t hash) {
     return (filter[WordOf(hash)] >> BitOf(hash) & 1) != 0;
 }
 
@@ -218,7 +218,7 @@ private:
         for (std::size_t end = NextWake(); at < end; ++at) {
             const uint32_t gram = Fold(bytes + at);
             // Runs of one byte repeat a gram.
-            if (!MayStand(filter, Hash(gram)) || gram == idle) [[likely]]
+            if (!MayOccur(filter, Hash(gram)) || gram == idle) [[likely]]
                 continue;
             if (CompareGram(gram, at)) {
                 idle = gram;

@@ -49,8 +49,9 @@ inline bool IsPatternAt(const uint8_t *bytes, const uint8_t *value, const uint8_
     return !differs(length - sizeof(Word));
 }
 
-/** The bytes of an occurrence, with wildcards, case and width worked in: a file's byte fits when its bits under `care`
- * are those of `value`. `care` is 0 for a wildcard, all but kCaseBit for a letter in either case, else 0xFF. */
+/** The bytes of an occurrence, with wildcards, case and width taken into account: a file's byte fits when its bits
+ * under `care` are those of `value`. `care` is 0 for a wildcard, all but kCaseBit for a letter in either case, else
+ * 0xFF. */
 struct StringPattern {
     /** `string` is in working form. */
     explicit StringPattern(const StringFeature &string);
@@ -62,7 +63,7 @@ struct StringPattern {
     std::size_t length = 0; // bytes
 };
 
-/** The places where an occurrence counts: offsets in the region from `first` up to but not with `end`. */
+/** The places where an occurrence counts: offsets in the region from `first` up to, not including, `end`. */
 struct Starts {
     uint64_t first = 0;
     uint64_t end = 0;

@@ -94,7 +94,7 @@ private:
     std::array<uint8_t, 256> moves_;
 };
 
-bool StandsPlainlyAt(base::FileBytes &bytes, uint64_t offset, const StringFeature &string) {
+bool IsPlainlyAt(base::FileBytes &bytes, uint64_t offset, const StringFeature &string) {
     const auto lower = [](uint8_t byte) { return base::LowerAscii(static_cast<char>(byte)); };
     const bool ignores_case = (string.param_e & rules::kStringNoCase) != 0;
     const bool is_wide = (string.param_e & rules::kStringWide) != 0;
@@ -143,7 +143,7 @@ bool IsStringPresentPlainly(base::FileBytes &bytes, base::Region region, const S
         const bool is_early = position + string.param_f < string.param_b;
         const bool is_late =
             string.param_c != 0 && position >= uint64_t{string.param_b} + string.param_c + string.param_f;
-        if (!is_early && !is_late && StandsPlainlyAt(bytes, region.offset + start, string))
+        if (!is_early && !is_late && IsPlainlyAt(bytes, region.offset + start, string))
             return true;
     }
     return false;

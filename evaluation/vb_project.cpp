@@ -2,46 +2,33 @@
 
 #include <algorithm>
 
+#include "rules/numbers.h"
+#include "rules/vb_format.h"
+
 namespace tavrik::evaluation {
 
 using rules::Origin;
 
 namespace {
 
-constexpr uint32_t kSignature = 0x21354256; // "VB5!"
+namespace field = rules::header_field;
+namespace object_field = rules::object_field;
+namespace vb = rules::vb;
 
-// Sizes of the structures, in bytes; of the external references, of one.
-constexpr std::size_t kHeaderSize = 0x68;
-constexpr std::size_t kProjectSize = 0x23C;
-constexpr std::size_t kObjectTableSize = 0x54;
-constexpr std::size_t kComDataSize = 0x2A;
-constexpr std::size_t kProject2Size = 0x28;
-constexpr std::size_t kFormSize = 0x50;
-constexpr std::size_t kExternalSize = 8;
-constexpr std::size_t kObjectSize = 48;
-constexpr std::size_t kObjectInfoSize = 56;
-constexpr std::size_t kOptionalInfoSize = 0x34;
+const rules::Field &HeaderField(uint16_t number) {
+    return rules::HeaderFields()[number];
+}
 
-// Offsets of the fields that lead on, and of the counts.
-enum HeaderOffset : uint16_t { kProjectData = 0x30, kFormCount = 0x44, kFormTable = 0x4C, kComRegisterData = 0x54 };
-enum ProjectOffset : uint16_t { kObjectTable = 0x4, kExternalTable = 0x234, kExternalCount = 0x238 };
-enum ObjectTableOffset : uint16_t { kProject2 = 0x8, kTotalObjects = 0x2A, kObjectArray = 0x30 };
-enum ObjectOffset : uint16_t {
-    kObjectInfo = 0x0,
-    kObjectName = 0x18,
-    kMethodCount = 0x1C,
-    kMethodNames = 0x20,
-    kObjectType = 0x28
-};
-
-constexpr uint32_t kHasOptionalInfo = 2; // bit of ObjectType
+const rules::Field &ObjectField(uint16_t number) {
+    return rules::ObjectFields()[number];
+}
 
 } // namespace
 
 VbProject::VbProject(const pe::Image &image) : image_(image) {
     const std::optional<uint32_t> address = PushedAddress();
-    const std::optional<uint64_t> header = WholeAt(OffsetOf(address), kHeaderSize);
-    if (!header || Number(header, 0, 4) != kSignature)
+    const std::optional<uint64_t> header = WholeAt(OffsetOf(address), vb::kHeaderSize);
+    if (!header || Number(header, 0, 4) != vb::kSignature)
         return;
     header_ = header;
     if (const std::optional<std::size_t> section = image_.SectionHolding(*address - image_.ImageBase()))
@@ -92,26 +79,26 @@ std::optional<uint64_t> VbProject::PlaceOf(Origin origin) {
 }
 
 std::optional<uint64_t> VbProject::FindStructure(Origin origin) {
-    const auto follow = [this](Origin from, uint16_t offset, std::size_t size) {
-        return WholeAt(OffsetOf(Number(PlaceOf(from), offset, 4)), size);
+    const auto follow = [this](uint16_t number, std::size_t size) {
+        return WholeAt(OffsetOf(Value(HeaderField(number))), size);
     };
     switch (origin) {
     case Origin::VbHeader:
         return header_;
     case Origin::VbProject:
-        return follow(Origin::VbHeader, kProjectData, kProjectSize);
+        return follow(field::kVbProjectData, vb::kProjectSize);
     case Origin::VbComData:
-        return follow(Origin::VbHeader, kComRegisterData, kComDataSize);
+        return follow(field::kVbComRegisterData, vb::kComDataSize);
     case Origin::VbForm:
-        if (Number(header_, kFormCount, 2).value_or(0) == 0)
+        if (Value(HeaderField(field::kVbFormCount)).value_or(0) == 0)
             return std::nullopt;
-        return follow(Origin::VbHeader, kFormTable, kFormSize);
+        return follow(field::kVbFormTable, vb::kFormSize);
     case Origin::VbObjectTable:
-        return follow(Origin::VbProject, kObjectTable, kObjectTableSize);
+        return follow(field::kVbObjectTable, vb::kObjectTableSize);
     case Origin::VbExternals:
-        return follow(Origin::VbProject, kExternalTable, 0);
+        return follow(field::kVbExternalTable, 0);
     case Origin::VbProject2:
-        return follow(Origin::VbObjectTable, kProject2, kProject2Size);
+        return follow(field::kVbProject2, vb::kProject2Size);
     default:
         return std::nullopt;
     }
@@ -122,49 +109,50 @@ std::optional<uint32_t> VbProject::Value(const rules::Field &field) {
         return std::nullopt;
     const std::optional<uint64_t> structure = PlaceOf(field.origin);
     if (field.origin == Origin::VbExternals && structure) {
-        const std::size_t index = field.offset / kExternalSize;
-        if (index >= Number(PlaceOf(Origin::VbProject), kExternalCount, 4).value_or(0) ||
-            !WholeAt(*structure + index * kExternalSize, kExternalSize))
+        const std::size_t index = field.offset / vb::kExternalSize;
+        if (index >= Value(HeaderField(field::kVbExternalCount)).value_or(0) ||
+            !WholeAt(*structure + index * vb::kExternalSize, vb::kExternalSize))
             return std::nullopt;
     }
     return Number(structure, field.offset, field.width);
 }
 
 uint32_t VbProject::ObjectCount() {
-    return std::min(Number(PlaceOf(Origin::VbObjectTable), kTotalObjects, 2).value_or(0), kMostObjects);
+    return std::min(Value(HeaderField(field::kVbTotalObjects)).value_or(0), kMostObjects);
 }
 
 std::optional<uint64_t> VbProject::ObjectAt(uint32_t object) {
     if (object >= ObjectCount())
         return std::nullopt;
-    const std::optional<uint64_t> array = OffsetOf(Number(PlaceOf(Origin::VbObjectTable), kObjectArray, 4));
-    return array ? WholeAt(*array + uint64_t{object} * kObjectSize, kObjectSize) : std::nullopt;
+    const std::optional<uint64_t> array = OffsetOf(Value(HeaderField(field::kVbObjectArray)));
+    return array ? WholeAt(*array + uint64_t{object} * vb::kObjectSize, vb::kObjectSize) : std::nullopt;
 }
 
 std::optional<uint32_t> VbProject::ObjectValue(uint32_t object, const rules::Field &field) {
     const std::optional<uint64_t> descriptor = ObjectAt(object);
     if (field.origin == Origin::VbObject)
         return Number(descriptor, field.offset, field.width);
-    const std::optional<uint64_t> info = WholeAt(OffsetOf(Number(descriptor, kObjectInfo, 4)), kObjectInfoSize);
+    const std::optional<uint64_t> info =
+        WholeAt(OffsetOf(ObjectValue(object, ObjectField(object_field::kObjectInfo))), vb::kObjectInfoSize);
     if (field.origin == Origin::VbObjectInfo || !info)
         return Number(info, field.offset, field.width);
-    if ((Number(descriptor, kObjectType, 4).value_or(0) & kHasOptionalInfo) == 0)
+    if ((ObjectValue(object, ObjectField(object_field::kObjectType)).value_or(0) & vb::kHasOptionalInfo) == 0)
         return std::nullopt;
-    return Number(WholeAt(*info + kObjectInfoSize, kOptionalInfoSize), field.offset, field.width);
+    return Number(WholeAt(*info + vb::kObjectInfoSize, vb::kOptionalInfoSize), field.offset, field.width);
 }
 
 std::optional<std::string> VbProject::ObjectName(uint32_t object) {
-    const std::optional<uint64_t> name = OffsetOf(Number(ObjectAt(object), kObjectName, 4));
+    const std::optional<uint64_t> name = OffsetOf(ObjectValue(object, ObjectField(object_field::kObjectName)));
     return name ? image_.bytes().Text(*name) : std::nullopt;
 }
 
 std::optional<std::vector<std::string>> VbProject::MethodNames(uint32_t object) {
-    const std::optional<uint64_t> descriptor = ObjectAt(object);
-    if (!descriptor)
+    if (!ObjectAt(object))
         return std::nullopt;
     std::vector<std::string> names;
-    const uint32_t count = std::min(Number(descriptor, kMethodCount, 4).value_or(0), kMostMethods);
-    const std::optional<uint64_t> table = OffsetOf(Number(descriptor, kMethodNames, 4));
+    const uint32_t methods = ObjectValue(object, ObjectField(object_field::kMethodCount)).value_or(0);
+    const uint32_t count = std::min(methods, kMostMethods);
+    const std::optional<uint64_t> table = OffsetOf(ObjectValue(object, ObjectField(object_field::kMethodNames)));
     for (uint32_t i = 0; table && i < count; ++i) {
         const std::optional<uint32_t> address = image_.bytes().Get<uint32_t>(*table + uint64_t{i} * sizeof(uint32_t));
         if (!address)

@@ -44,7 +44,7 @@ public:
     std::optional<std::vector<std::string>> MethodNames(uint32_t object);
 
 private:
-    static constexpr std::size_t kStructures = 7; // those that exist once: the origins kVbHeader to kVbExternals
+    static constexpr std::size_t kStructures = 7; // those that exist once: Origin::VbHeader to VbExternals
 
     struct Place {
         bool is_known = false;
