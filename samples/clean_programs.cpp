@@ -8,10 +8,6 @@
 namespace tavrik::samples {
 namespace {
 
-pe::builder::Resource Manifest(std::string_view text) {
-    return {.type = pe::resource_type::kManifest, .data = base::Bytes(text.begin(), text.end())};
-}
-
 pe::builder::Resource Version(const pe::builder::VersionInfo &info) {
     return {.type = pe::resource_type::kVersion, .data = info.Lay()};
 }

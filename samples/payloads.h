@@ -1,5 +1,5 @@
-/* What installers, script wrappers and self-extractors carry: the first bytes by which a payload is known. They are
- * written out here once more, apart from the module's own tables, so that a slip in one of them shows. */
+/* The first bytes of the payloads of installers, script wrappers and self-extractors. They repeat the module's own
+ * tables on purpose, so that a mistake in one of the two is found. */
 #ifndef TAVRIK_SAMPLES_PAYLOADS_H
 #define TAVRIK_SAMPLES_PAYLOADS_H
 
@@ -12,7 +12,8 @@ inline const base::Bytes kNullsoftHeader = {0xEF, 0xBE, 0xAD, 0xDE, 'N', 'u', 'l
                                             's',  'o',  'f',  't',  'I', 'n', 's', 't'};
 
 /** A compiled script of the EA06 generation: marker, "AU3!EA06", 16 bytes of a checksum and the first encrypted block,
- * whose head is the same in all scripts of one compiler. Every scan for scripts knows it by some of these bytes. */
+ * whose head is the same in all scripts of one compiler. Every scan for scripts recognises it by some of these bytes.
+ */
 inline const base::Bytes kAutoItScript = {
     0xA3, 0x48, 0x4B, 0xBE, 0x98, 0x6C, 0x4A, 0xA9, 0x99, 0x4C, 0x53, 0x0A, 0x86, 0xD6, 0x48, 0x7D, //
     'A',  'U',  '3',  '!',  'E',  'A',  '0',  '6',                                                  //

@@ -59,10 +59,6 @@ pe::builder::Resource EmptyResource(uint16_t type, uint32_t size, uint16_t name 
     return {.type = type, .name = name, .data = base::Bytes(size), .offset = offset};
 }
 
-pe::builder::Resource Manifest(std::string_view text) {
-    return {.type = pe::resource_type::kManifest, .data = base::Bytes(text.begin(), text.end())};
-}
-
 constexpr std::string_view kAdministratorManifest =
     "<assembly xmlns=\"urn:schemas-microsoft-com:asm.v1\" manifestVersion=\"1.0\">"
     "<trustInfo xmlns=\"urn:schemas-microsoft-com:asm.v3\"><security><requestedPrivileges>"

@@ -4,11 +4,17 @@
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "pe/builder/builder.h"
 #include "tavrik2/payload_locator.h"
 
 namespace tavrik::samples {
+
+/** A manifest resource of that text. */
+inline pe::builder::Resource Manifest(std::string_view text) {
+    return {.type = pe::resource_type::kManifest, .data = base::Bytes(text.begin(), text.end())};
+}
 
 /** A file with a payload, and what the locator that it is for reports of it. */
 struct Made {
@@ -16,7 +22,7 @@ struct Made {
     LocatorResult finding;
 };
 
-/** A sample for an entry. Its distances and offsets are those of the builds that the locators know. */
+/** A sample for an entry. Its distances and offsets are those of the builds that the locators recognise. */
 struct Recipe {
     uint32_t entry;
     const char *name;

@@ -5,10 +5,13 @@
 
 #include <fmt/format.h>
 
+#include "pe/format.h"
 #include "samples/recipes.h"
 
 namespace tavrik::samples {
 namespace {
+
+using namespace pe::optional_header;
 
 // ---- Near misses ---------------------------------------------------------------------------------------------------
 
@@ -21,19 +24,18 @@ struct NearMiss {
     uint8_t value; // that is there instead
 };
 
-constexpr uint32_t kLfanewByte = 60; // of the file
-constexpr uint32_t kOptionalHeaderByte = 24;
-
-constexpr uint32_t OptionalHeaderByte(uint32_t byte) {
-    return kOptionalHeaderByte + byte;
+constexpr uint32_t OptionalHeaderByte(uint32_t field, uint32_t byte = 0) {
+    return pe::kOptionalHeaderOffset + field + byte;
 }
 
 constexpr NearMiss kNearMisses[] = {
-    {7, "nullsoft", "as entry 7's installer, but for the console", OptionalHeaderByte(68), 3},
-    {32, "autoit", "as entry 32's script wrapper, but with an entry point below 0x16000", OptionalHeaderByte(16 + 2),
-     0},
-    {38, "cabinet", "as entry 38's self-extractor, but of image version 14", OptionalHeaderByte(44), 14},
-    {39, "rar", "as entry 39's self-extractor, but with an entry point below 0xB000", OptionalHeaderByte(16 + 1), 0xAF},
+    {7, "nullsoft", "as entry 7's installer, but for the console", OptionalHeaderByte(kSubsystem), 3},
+    {32, "autoit", "as entry 32's script wrapper, but with an entry point below 0x16000",
+     OptionalHeaderByte(kAddressOfEntryPoint, 2), 0},
+    {38, "cabinet", "as entry 38's self-extractor, but of image version 14", OptionalHeaderByte(kMajorImageVersion),
+     14},
+    {39, "rar", "as entry 39's self-extractor, but with an entry point below 0xB000",
+     OptionalHeaderByte(kAddressOfEntryPoint, 1), 0xAF},
 };
 
 // ---- The set -------------------------------------------------------------------------------------------------------
@@ -49,7 +51,7 @@ Sample MakeNearMiss(const NearMiss &miss) {
     const auto recipe =
         std::find_if(recipes.begin(), recipes.end(), [&](const Recipe &one) { return one.entry == miss.entry; });
     Made made = recipe->make();
-    const uint32_t signature = made.file.bytes[kLfanewByte]; // the usual DOS stub ends below byte 256
+    const uint32_t signature = made.file.bytes[pe::kLfanewOffset]; // the usual DOS stub ends below byte 256
     made.file.bytes[signature + miss.byte] = miss.value;
     return {fmt::format("near-miss-{}.exe", miss.name), miss.about, miss.entry, std::nullopt,
             std::move(made.file.bytes)};

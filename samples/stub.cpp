@@ -16,7 +16,8 @@ constexpr uint32_t kEntryCodeRoom = 0x40;
 constexpr uint32_t kDefaultCodeSize = 0x600;
 constexpr uint32_t kUnpackedDataSize = 0x9000; // of an installer's section that only exists in memory
 
-constexpr uint32_t kUninitializedSection = 0xC0000080;
+constexpr uint32_t kUninitializedSection =
+    pe::section_flag::kUninitializedData | pe::section_flag::kRead | pe::section_flag::kWrite;
 
 // xor eax, eax; ret; then breakpoints.
 constexpr uint8_t kEntryCode[ENTRY_CODE_BYTES] = {0x33, 0xC0, 0xC3, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC,
@@ -220,7 +221,7 @@ private:
         if (address)
             piece.offset = *address - *section.VirtualAddress;
         section.pieces.push_back(piece);
-        // The directories may declare more than the tables need; it is there.
+        // The directories may declare more than the tables need; the file contains all of it.
         const uint32_t declared =
             std::max(Get(Field::ImportSize).value_or(0), Get(Field::ImportAddressTableSize).value_or(0));
         section.pieces.push_back({.content = base::Bytes(declared)});
@@ -235,7 +236,7 @@ private:
             table.resources.push_back(
                 {.type = pe::resource_type::kVersion,
                  .data = pe::builder::VersionInfo{.strings = {{u"FileDescription", u"Sample"}}}.Lay()});
-        // In front of imports that share the section, for the directory is at its start.
+        // Before imports in the same section, since the directory is at its start.
         const auto length = static_cast<uint32_t>(pe::builder::LayOut(table, 0).bytes.size());
         section.pieces.insert(section.pieces.begin(), pe::builder::Piece{.content = std::move(table), .offset = 0});
         section.SizeOfRawData.reset();

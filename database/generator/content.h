@@ -16,7 +16,7 @@ namespace tavrik::generator {
 
 using Bytes = std::vector<uint8_t>;
 
-/** A stretch worth a string: an instruction sequence, or a text. */
+/** A range that makes a good string: an instruction sequence, or a text. */
 struct Mark {
     uint32_t offset = 0;                            // into the content
     uint32_t length = 0;                            // characters or bytes of the string; a wide one takes twice as many

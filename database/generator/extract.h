@@ -1,5 +1,5 @@
-/* The way from a specimen to its rule: picks as many features of each list as the plan allots, all of them read from
- * the specimen's bytes. */
+/* Makes the rule of a specimen: picks as many features of each list as the plan allots, all of them read from the
+ * specimen's bytes. */
 #ifndef TAVRIK_DATABASE_GENERATOR_EXTRACT_H
 #define TAVRIK_DATABASE_GENERATOR_EXTRACT_H
 

@@ -17,8 +17,7 @@ using rules::StringKind;
 
 // ---- Strings -------------------------------------------------------------------------------------------------------
 
-constexpr uint32_t kBlock = 0x100;        // windows are cut in these
-constexpr uint32_t kLastPosition = 65520; // that windows begin at
+constexpr uint32_t kBlock = 0x100; // windows are cut in these
 constexpr uint32_t kLastStringSection = 20;
 
 class Strings {
@@ -126,11 +125,11 @@ private:
         for (uint32_t i = 0; i < facts_.Sections().size(); ++i) {
             const Stretch region = facts_.RawData(i);
             const std::vector<Mark> marks = MarksIn(region);
-            const auto far = std::ranges::find(marks, region.offset + kLastPosition, &Mark::offset);
+            const auto far = std::ranges::find(marks, region.offset + kFarPosition, &Mark::offset);
             if (far == marks.end())
                 continue;
             string.index = static_cast<uint8_t>(i);
-            string.window_start = kLastPosition;
+            string.window_start = kFarPosition;
             string.window_length = 1;
             Fill(string, *far, region);
             return Finish(string);
@@ -183,7 +182,7 @@ private:
         constexpr uint16_t kDrifts[] = {0x100, 0x100, 0x200, 0x400, 0x800, 0x1000};
         constexpr uint16_t kSmallDrifts[] = {8, 16, 64};
         const uint32_t form = random_.Below(100U);
-        if (form < 45 || position >= kLastPosition - kBlock)
+        if (form < 45 || position >= kFarPosition - kBlock)
             return;
         const auto block = static_cast<uint16_t>(position / kBlock * kBlock);
         string.window_start = block;

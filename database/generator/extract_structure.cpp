@@ -15,7 +15,7 @@ using rules::SecondaryCondition;
 using rules::SectionCondition;
 using rules::SectionNameCondition;
 
-// How readily analysts test a stretch of header fields.
+// How likely rules are to test a range of header fields.
 struct Weight {
     uint32_t first;
     uint32_t last;
@@ -34,13 +34,13 @@ constexpr Weight kHeaderWeights[] = {
     {130, 139, 8}, {141, 150, 4}, {151, 195, 3}, {196, 263, 3},
 };
 
-// What hardly two files share, so that even a short rule knows its own; the more telling the more often. Visual Basic
-// programs enter at the same few places and differ by the identifiers of their projects.
-constexpr uint16_t kTellingFields[] = {44, 44, 44, 107, 107, 33, 109};
-constexpr uint16_t kTellingBasicFields[] = {33, 109, 157, 158, 159, 160, 145, 165};
+// Fields that hardly any two files share, so that even a short rule matches its own file only; the more distinctive,
+// the more often listed. Visual Basic programs have few entry points and differ by the identifiers of their projects.
+constexpr uint16_t kDistinctiveFields[] = {44, 44, 44, 107, 107, 33, 109};
+constexpr uint16_t kDistinctiveBasicFields[] = {33, 109, 157, 158, 159, 160, 145, 165};
 constexpr uint32_t kConstantTimeDateStamp = 0x2A425E19; // of a linker that knows no other
 
-// What differs from build to build.
+// Fields that differ from build to build.
 constexpr uint16_t kOwnFields[] = {41, 42, 57, 59, 71, 73, 100};
 
 // Fields that rules also test by a range, with the step that its bounds are multiples of.
@@ -82,8 +82,7 @@ Value TakeAt(std::vector<Value> &values, std::size_t index) {
 class Headers {
 public:
     Headers(const Source &source, rules::Rule &rule)
-        : source_(source), random_(source.random), list_(rule.header_conditions),
-          left_(source.plan.counts[kHeaderConditions]) {}
+        : source_(source), random_(source.random), list_(rule.header_conditions), left_(source.plan.counts[kHeader]) {}
 
     void Extract() {
         if (left_ == 0)
@@ -103,9 +102,9 @@ public:
 private:
     void AddOwn() {
         if (source_.plan.IsVisualBasic())
-            AddOneOf(kTellingBasicFields);
+            AddOneOf(kDistinctiveBasicFields);
         else
-            AddOneOf(kTellingFields);
+            AddOneOf(kDistinctiveFields);
         AddOneOf(kOwnFields);
     }
 
@@ -191,7 +190,6 @@ private:
 
 constexpr uint8_t kSectionFields[] = {1, 2, 3, 4, 9};
 constexpr uint8_t kRareSectionFields[] = {5, 6, 7, 8};
-constexpr uint8_t kSectionCharacteristics = 9;
 
 std::vector<uint16_t> Selectors(const ImageFacts &facts) {
     std::vector<uint16_t> selectors;
@@ -222,7 +220,7 @@ void AddSectionConditions(const Source &source, std::vector<SectionCondition> &l
         if (random.Chance(kRarePercent))
             pool.push_back({selector, random.Pick(kRareSectionFields)});
     }
-    uint32_t left = source.plan.counts[kSectionConditions];
+    uint32_t left = source.plan.counts[kSections];
     while (left > 0) {
         if (places.empty() && role_places.empty())
             FailShort(source.plan, "section conditions");
@@ -230,7 +228,7 @@ void AddSectionConditions(const Source &source, std::vector<SectionCondition> &l
         const Place place = TakeAt(pool, random.Below(pool.size()));
         const uint32_t value = source.facts.SectionValue(*source.facts.SectionOf(place.selector), place.field);
         const uint32_t step = StepOf(kRangedSections, place.field);
-        if (place.field == kSectionCharacteristics && random.Chance(kFlagPercent)) {
+        if (place.field == rules::section_field::kCharacteristics && random.Chance(kFlagPercent)) {
             list.push_back({place.selector, place.field, Operator::HasBits, value});
         } else if (step != 0 && left >= 2 && random.Chance(kRangePercent)) {
             const Range range = Around(value, step, random);
@@ -286,7 +284,7 @@ void AddObjectFields(const Source &source, std::vector<SecondaryCondition> &list
         uint8_t field;
     };
     Random &random = source.random;
-    uint32_t left = source.plan.counts[kSecondaryConditions];
+    uint32_t left = source.plan.counts[kObjectFields];
     std::vector<Place> places;
     for (uint32_t object = 0; left > 0 && object < source.facts.ObjectCount(); ++object)
         for (uint32_t field = 0; field < rules::ObjectFields().size(); ++field)

@@ -18,10 +18,10 @@ void AddIndexed(const Source &source, std::vector<rules::IndexedCondition> &list
         for (uint32_t field = 0; field < kFields; ++field)
             pool.push_back({static_cast<uint8_t>(i), static_cast<uint8_t>(field), Operator::Equal,
                             *source.facts.Read(imports[i].descriptor + 4 * field, 4)});
-    if (pool.size() < source.plan.counts[kIndexedConditions])
+    if (pool.size() < source.plan.counts[kImportTable])
         FailShort(source.plan, "import descriptor fields");
     source.random.Shuffle(pool);
-    pool.resize(source.plan.counts[kIndexedConditions]);
+    pool.resize(source.plan.counts[kImportTable]);
     std::ranges::sort(pool, [](const rules::IndexedCondition &a, const rules::IndexedCondition &b) {
         return a.index != b.index ? a.index < b.index : a.field < b.field;
     });
@@ -100,7 +100,7 @@ void AddImports(const Source &source, rules::Rule &rule) {
 }
 
 void AddExports(const Source &source, rules::Rule &rule) {
-    if (source.plan.counts[kExportModuleNames] != 0)
+    if (source.plan.counts[kExportModule] != 0)
         rule.export_module_names.push_back({Operator::Equal, source.specimen.export_module});
     if (source.specimen.exports.size() < source.plan.counts[kExportFunctions])
         FailShort(source.plan, "exports");

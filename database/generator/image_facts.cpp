@@ -6,6 +6,7 @@
 
 #include "pe/format.h"
 #include "rules/numbers.h"
+#include "rules/vb_format.h"
 
 namespace tavrik::generator {
 namespace {
@@ -19,14 +20,9 @@ using rules::SectionRole;
 using pe::kFileHeaderOffset;
 using pe::kOptionalHeaderOffset;
 
-constexpr uint32_t kVbSignature = 0x21354256;
-
 namespace field = rules::header_field;
 
-constexpr uint32_t kObjectSize = 48;
-constexpr uint32_t kObjectInfoSize = 56;
-constexpr uint32_t kObjectTypeField = 10;
-constexpr uint32_t kOptionalInfoFlag = 2;
+namespace vb = rules::vb;
 
 } // namespace
 
@@ -47,7 +43,7 @@ ImageFacts::ImageFacts(std::span<const uint8_t> file) : file_(file) {
         constexpr uint8_t kPush = 0x68;
         constexpr uint8_t kCall = 0xE8;
         if (Read(*entry, 1) == kPush && Read(*entry + 5, 1) == kCall)
-            if (const auto header = OffsetOfAddress(Read(*entry + 1, 4)); header && Read(*header, 4) == kVbSignature)
+            if (const auto header = OffsetOfAddress(Read(*entry + 1, 4)); header && Read(*header, 4) == vb::kSignature)
                 vb_header_ = *header;
     }
 }
@@ -84,7 +80,8 @@ std::optional<uint32_t> ImageFacts::Header(uint32_t number) const {
         return std::nullopt;
     if (field.origin == Origin::VbForm && Header(field::kVbFormCount) == 0U)
         return std::nullopt;
-    if (field.origin == Origin::VbExternals && field.offset / 8 >= Header(field::kVbExternalCount).value_or(0))
+    if (field.origin == Origin::VbExternals &&
+        field.offset / vb::kExternalSize >= Header(field::kVbExternalCount).value_or(0))
         return std::nullopt;
     return Read(uint64_t{*base} + field.offset, field.width);
 }
@@ -195,26 +192,27 @@ std::optional<uint32_t> ImageFacts::Derived(uint32_t number) const {
 }
 
 std::optional<uint32_t> ImageFacts::RichValue(uint32_t number) const {
+    using namespace pe::rich;
     constexpr uint32_t kFirst = pe::kDosHeaderSize;
-    uint32_t rich = headers_ >= 8 ? (headers_ - 8) / 4 * 4 : 0;
-    while (rich >= kFirst && Read(rich, 4) != pe::rich::kEndMark)
-        rich -= 4;
-    if (rich < kFirst)
+    uint32_t end = headers_ >= kEndSize ? (headers_ - kEndSize) / 4 * 4 : 0;
+    while (end >= kFirst && Read(end, 4) != kEndMark)
+        end -= 4;
+    if (end < kFirst)
         return std::nullopt;
-    const uint32_t key = Read(rich + 4, 4).value_or(0);
+    const uint32_t key = Read(end + 4, 4).value_or(0);
     if (number == field::kRichOffset)
-        return rich;
+        return end;
     if (number == field::kRichKey)
         return key;
-    uint32_t dans = rich - 4;
-    while (dans >= kFirst && Read(dans, 4) != (pe::rich::kStartMark ^ key))
-        dans -= 4;
-    if (dans < kFirst || rich < dans + 16 || (rich - dans - 16) % 8 != 0)
+    uint32_t start = end - 4;
+    while (start >= kFirst && Read(start, 4) != (kStartMark ^ key))
+        start -= 4;
+    if (start < kFirst || end < start + kHeaderSize || (end - start - kHeaderSize) % kEntrySize != 0)
         return std::nullopt;
-    const uint32_t count = (rich - dans - 16) / 8;
+    const uint32_t count = (end - start - kHeaderSize) / kEntrySize;
     if (number == field::kRichCount)
         return count;
-    return count != 0 ? std::optional(Read(rich - 8, 4).value_or(0) ^ key) : std::nullopt;
+    return count != 0 ? std::optional(Read(end - kEntrySize, 4).value_or(0) ^ key) : std::nullopt;
 }
 
 std::optional<uint32_t> ImageFacts::VisualBasicBase(Origin origin) const {
@@ -249,7 +247,7 @@ std::optional<uint32_t> ImageFacts::ObjectField(uint32_t object, uint32_t number
     const auto array = OffsetOfAddress(Header(field::kVbObjectArray));
     if (!array || object >= ObjectCount())
         return std::nullopt;
-    const uint32_t descriptor = *array + kObjectSize * object;
+    const uint32_t descriptor = *array + vb::kObjectSize * object;
     if (field.origin == Origin::VbObject)
         return Read(descriptor + field.offset, field.width);
     const auto info = OffsetOfAddress(Read(descriptor, 4));
@@ -257,9 +255,9 @@ std::optional<uint32_t> ImageFacts::ObjectField(uint32_t object, uint32_t number
         return std::nullopt;
     if (field.origin == Origin::VbObjectInfo)
         return Read(*info + field.offset, field.width);
-    if ((ObjectField(object, kObjectTypeField).value_or(0) & kOptionalInfoFlag) == 0)
+    if ((ObjectField(object, rules::object_field::kObjectType).value_or(0) & vb::kHasOptionalInfo) == 0)
         return std::nullopt;
-    return Read(*info + kObjectInfoSize + field.offset, field.width);
+    return Read(*info + vb::kObjectInfoSize + field.offset, field.width);
 }
 
 std::optional<uint32_t> ImageFacts::SectionOf(uint16_t selector) const {

@@ -1,5 +1,5 @@
 /* What a rule can ask of a finished image, read back from its bytes: the generator takes every value from here, so that
- * a rule says what its specimen really shows.
+ * a rule matches what its specimen contains.
  *
  * This is on purpose a second reading besides that of pe/ and evaluation/: every value of the database comes from here
  * and is checked against the evaluator by the tests, so a fault in one of the two readings shows as a rule that does
@@ -19,7 +19,7 @@
 
 namespace tavrik::generator {
 
-/** A stretch of the file: offset and length in bytes. */
+/** A range of the file: offset and length in bytes. */
 struct Stretch {
     uint32_t offset = 0;
     uint32_t size = 0;
@@ -74,7 +74,7 @@ public:
     const std::vector<ImportFacts> &Imports() const { return imports_; }
     const std::vector<ResourceFacts> &Resources() const { return resources_; }
 
-    /** The number of Visual Basic objects, a field of one of them, and where one begins. */
+    /** The number of Visual Basic objects, and a field of one of them. */
     uint32_t ObjectCount() const;
     std::optional<uint32_t> ObjectField(uint32_t object, uint32_t field) const;
 
@@ -94,7 +94,6 @@ private:
     uint32_t OverlayOffset() const;
     Stretch RegionAt(rules::CodedRegion region, uint32_t index, const std::string &name) const;
     Stretch VisualBasicRegion() const;
-    std::optional<uint32_t> Required(uint32_t field) const { return Header(field); }
     std::string TextAt(uint32_t offset) const;
     void ReadImports();
     void ReadResources();
@@ -109,7 +108,7 @@ private:
     uint32_t vb_header_ = 0; // file offset; 0: none
 };
 
-/** The Shannon entropy of the bytes in thousandths of a bit a byte, by integer arithmetic; exact to one unit. */
+/** The Shannon entropy of the bytes in thousandths of a bit per byte, by integer arithmetic; exact to one unit. */
 uint32_t EntropyInThousandths(std::span<const uint8_t> bytes);
 
 } // namespace tavrik::generator

@@ -14,29 +14,21 @@
 
 namespace tavrik::generator {
 
-/** The sixteen lists in the order of the record. */
+/** The sixteen lists in the order of the record, by the names of their blocks: kHeader and so on. */
 enum List : std::size_t {
-    kHeaderConditions,
-    kSectionConditions,
-    kSectionNames,
-    kStrings,
-    kIndexedConditions,
-    kImportModules,
-    kImportFunctions,
-    kExportModuleNames,
-    kExportFunctions,
-    kResourceEntries,
-    kResourceTypeEntries,
-    kResourceStrings,
-    kMeasureConditions,
-    kSecondaryConditions,
-    kObjectNames,
-    kMemberNames,
+#define TAVRIK_LIST(member, Element, item, word, flag) k##item,
+#include "rules/lists.def"
     kListCount,
 };
 
 /** Whether a rule tests a value of which the profile counts the usual one. */
 enum class CountedTest : uint8_t { None, Usual, Other };
+
+/** The import descriptors of specimens with many: as many positions as rules name. */
+inline constexpr uint32_t kManyModules = 21;
+
+/** The greatest window start of a string. */
+inline constexpr uint32_t kFarPosition = 65520;
 
 /** Which resource a resource_strings element reads. */
 struct StringKey {
@@ -58,10 +50,10 @@ struct RulePlan {
     bool blank_names = false;     // all sections are unnamed
     bool kernel_name = false;     // names "KERNEL32.dll" in this spelling
     bool many_sections = false;   // the specimen has all 34 sections that selectors can number
-    bool many_modules = false;    // and this one 21 import descriptors
+    bool many_modules = false;    // and this one kManyModules import descriptors
     uint32_t named_module = 0;    // with many modules: the position that the rule should name, if it can
     bool many_objects = false;    // and this one 40 Visual Basic objects
-    bool far_string = false;      // a string at the greatest window start
+    bool far_string = false;      // a string at kFarPosition
     bool number_resource = false; // a string in a resource other than the first
     uint8_t section_tails = 0;    // section names of strings followed by other bytes
     std::array<uint32_t, kListCount> counts = {};
@@ -83,7 +75,7 @@ struct Slot {
 };
 
 /** Decides the whole table, so that together with `written` (borrowed) it meets the profile. Throws
- * std::invalid_argument with a sentence that says what in `written` leaves the generator no room. */
+ * std::invalid_argument, with a sentence that says why, when `written` cannot be completed to the profile. */
 std::vector<Slot> PlanTable(const rules::RuleSet &written);
 
 } // namespace tavrik::generator

@@ -84,7 +84,7 @@ void Planner::ChooseTraits() {
     for (RulePlan *plan : plans_) {
         const uint32_t traits = random_.Pick(plan->archetype->traits);
         const bool imports_many = plan->counts[kImportFunctions] > kFunctionsOfFew ||
-                                  plan->counts[kImportModules] > 2 || plan->counts[kIndexedConditions] > 0 ||
+                                  plan->counts[kImportModules] > 2 || plan->counts[kImportTable] > 0 ||
                                   plan->many_modules;
         if ((traits & rules::trait::kFewImports) != 0 && imports_many)
             continue;
@@ -197,8 +197,8 @@ void Planner::ChooseMeasures() {
     };
     std::vector<Place> places;
     for (RulePlan *plan : plans_) {
-        plan->measure_regions.assign(plan->counts[kMeasureConditions], kSection);
-        for (uint32_t i = 0; i < plan->counts[kMeasureConditions]; ++i)
+        plan->measure_regions.assign(plan->counts[kMeasures], kSection);
+        for (uint32_t i = 0; i < plan->counts[kMeasures]; ++i)
             places.push_back({plan, i});
     }
     random_.Shuffle(places);

@@ -92,7 +92,7 @@ void Planner::ShareContentLists() {
     Plans users = Shuffled([](const RulePlan &) { return true; });
     ShareStrings(users);
     random_.Shuffle(users);
-    Share(kMeasureConditions, users, 1, 10);
+    Share(kMeasures, users, 1, 10);
 }
 
 // Some rules get many strings, so that every size of expression has its rules.
@@ -123,7 +123,7 @@ void Planner::ShareStructureLists() {
     Plans users = Shuffled([](const RulePlan &) { return true; });
     for (RulePlan *plan : many)
         MoveToFront(users, plan);
-    Share(kSectionConditions, users, 1, 30);
+    Share(kSections, users, 1, 30);
     random_.Shuffle(users);
     for (RulePlan *plan : many)
         MoveToFront(users, plan);
@@ -138,17 +138,16 @@ void Planner::ShareStructureLists() {
 
 // Rules that name functions mostly name their modules too.
 void Planner::ShareImports() {
-    constexpr uint32_t kManyModules = 80;
-    constexpr uint32_t kModulePositions = 21;
+    constexpr uint32_t kRulesOfManyModules = 80;
     constexpr std::size_t kBasicModules = 30;
     constexpr std::size_t kFunctionsAlone = 5; // one rule in so many
     Plans users = Shuffled([](const RulePlan &plan) {
         return plan.archetype->toolchain == Toolchain::Msvc6 || plan.archetype->toolchain == Toolchain::Msvc9 ||
                plan.archetype->toolchain == Toolchain::MinGw || plan.archetype->toolchain == Toolchain::Delphi;
     });
-    for (uint32_t i = 0; i < kManyModules; ++i) {
+    for (uint32_t i = 0; i < kRulesOfManyModules; ++i) {
         users[i]->many_modules = true;
-        users[i]->named_module = i % kModulePositions;
+        users[i]->named_module = i % kManyModules;
     }
 
     Plans basic = Shuffled([](const RulePlan &plan) { return plan.IsVisualBasic(); });
@@ -164,8 +163,8 @@ void Planner::ShareImports() {
         with_functions.push_back(i % kFunctionsAlone == 0 ? users.at(module_rules + i) : users[i]);
     Share(kImportFunctions, with_functions, ElementsLeft(kImportFunctions), 1, 9, true);
 
-    users.resize(RulesLeft(written_, kIndexedConditions));
-    Share(kIndexedConditions, users, ElementsLeft(kIndexedConditions), 1, 9, true);
+    users.resize(RulesLeft(written_, kImportTable));
+    Share(kImportTable, users, ElementsLeft(kImportTable), 1, 9, true);
 
     const std::size_t kernel = room_.Elements(profile::kKernelNames, &Rule::import_modules,
                                               [](const auto &module) { return module.name == profile::kKernelName; });
@@ -175,7 +174,7 @@ void Planner::ShareImports() {
 
 void Planner::ShareExports() {
     const auto is_library = [](const RulePlan &plan) { return plan.IsLibrary(); };
-    Share(kExportModuleNames, Shuffled(is_library), 1, 1);
+    Share(kExportModule, Shuffled(is_library), 1, 1);
     Share(kExportFunctions, Shuffled(is_library), 1, 5);
 }
 
@@ -183,21 +182,21 @@ void Planner::ShareResources() {
     const auto any = [](const RulePlan &) { return true; };
     const auto has_resources = [](const RulePlan &plan) { return plan.archetype->toolchain != Toolchain::Managed; };
     Plans entries = Shuffled(has_resources);
-    Share(kResourceEntries, entries, 1, 9);
+    Share(kResources, entries, 1, 9);
     for (RulePlan *plan : entries)
-        for (uint32_t i = 0; i < plan->counts[kResourceEntries]; ++i)
+        for (uint32_t i = 0; i < plan->counts[kResources]; ++i)
             plan->resource_types.push_back(random_.Pick(kEntryTypes));
 
     Plans types = Shuffled(any);
-    Share(kResourceTypeEntries, types, 1, 3);
+    Share(kResourceTypes, types, 1, 3);
     std::vector<uint32_t> numbers(room_.Elements(profile::kAnyResourceTypes, &Rule::resource_type_entries,
                                                  [](const auto &entry) { return entry.number == rules::kAnyResource; }),
                                   rules::kAnyResource);
-    for (std::size_t i = 0; numbers.size() < ElementsLeft(kResourceTypeEntries); ++i)
+    for (std::size_t i = 0; numbers.size() < ElementsLeft(kResourceTypes); ++i)
         numbers.push_back(kTypeNumbers[i % std::size(kTypeNumbers)]);
     random_.Shuffle(numbers);
     for (RulePlan *plan : types)
-        for (uint32_t i = 0; i < plan->counts[kResourceTypeEntries]; ++i) {
+        for (uint32_t i = 0; i < plan->counts[kResourceTypes]; ++i) {
             plan->resource_numbers.push_back(numbers.back());
             numbers.pop_back();
         }
@@ -240,7 +239,7 @@ void Planner::ShareVisualBasicLists() {
     Plans users = Shuffled([](const RulePlan &plan) { return plan.IsVisualBasic(); });
     for (std::size_t i = 0; i < kManyObjects; ++i)
         users[i]->many_objects = true;
-    Share(kSecondaryConditions, users, 1, 45);
+    Share(kObjectFields, users, 1, 45);
     Share(kObjectNames, users, 1, 6);
     Share(kMemberNames, users, 1, 8);
 }
@@ -249,14 +248,14 @@ void Planner::ShareVisualBasicLists() {
 void Planner::ShareHeaders() {
     constexpr uint32_t kFewest = 4;
     Plans users = Shuffled([](const RulePlan &) { return true; });
-    std::size_t without = plans_.size() - RulesLeft(written_, kHeaderConditions);
+    std::size_t without = plans_.size() - RulesLeft(written_, kHeader);
     for (auto plan = users.begin(); without > 0;) {
-        const bool fits = (*plan)->counts[kStrings] >= 2 && (*plan)->counts[kMeasureConditions] >= 3 &&
+        const bool fits = (*plan)->counts[kStrings] >= 2 && (*plan)->counts[kMeasures] >= 3 &&
                           !(*plan)->IsVisualBasic() && (*plan)->archetype->target == kProgramTarget;
         plan = fits ? users.erase(plan) : plan + 1;
         without -= fits ? 1 : 0;
     }
-    Share(kHeaderConditions, users, kFewest, 50);
+    Share(kHeader, users, kFewest, 50);
 
     const auto tested = [&](std::size_t whole, uint32_t target) {
         const std::size_t rules = room_.Rules(whole, [&](const Rule &rule) {
@@ -265,9 +264,8 @@ void Planner::ShareHeaders() {
                        return condition.field == rules::header_field::kCharacteristics;
                    });
         });
-        Plans chosen = Shuffled([&](const RulePlan &plan) {
-            return plan.archetype->target == target && plan.counts[kHeaderConditions] != 0;
-        });
+        Plans chosen = Shuffled(
+            [&](const RulePlan &plan) { return plan.archetype->target == target && plan.counts[kHeader] != 0; });
         for (std::size_t i = 0; i < rules; ++i)
             chosen.at(i)->tests_characteristics = true;
     };

@@ -8,6 +8,7 @@
 #include "database/generator/names.h"
 #include "pe/format.h"
 #include "rules/names.h"
+#include "rules/numbers.h"
 #include "rules/regions.h"
 
 namespace tavrik::generator {
@@ -24,9 +25,7 @@ constexpr uint16_t kLanguages[] = {kEnglish, kEnglish, kEnglish, kEnglish, kEngl
 namespace resource_type = pe::resource_type;
 using pe::kStringsOfBlock;
 
-constexpr uint32_t kFixedFileVersion = 28;
-constexpr uint32_t kFixedProductVersion = 29;
-constexpr uint32_t kAssemblyVersion = 14;
+namespace resource_key = rules::resource_key;
 
 std::u16string Wide(std::string_view text) {
     return std::u16string(text.begin(), text.end());
@@ -139,7 +138,7 @@ private:
         switch (key) {
         case 4:
         case 11:
-        case kAssemblyVersion:
+        case resource_key::kAssemblyVersion:
             for (const uint32_t limit : {9U, 20U, 999U})
                 text += (text.empty() ? "" : ".") + std::to_string(random_.Below(limit));
             return text;
@@ -186,9 +185,9 @@ private:
             if (wanted.type == resource_type::kVersion) {
                 has_version = true;
                 text.id = random_.Chance(70) ? 1 : rules::kAnyResource;
-                if (wanted.key == kFixedFileVersion)
+                if (wanted.key == resource_key::kFixedFileVersion)
                     text.text = Dotted(version.file_version);
-                else if (wanted.key == kFixedProductVersion)
+                else if (wanted.key == resource_key::kFixedProductVersion)
                     text.text = Dotted(version.product_version);
                 else if (wanted.key == 0 && !version.strings.empty())
                     text.text =
@@ -217,11 +216,8 @@ private:
     }
 
     std::string AddVersionString(pe::builder::VersionInfo &version, uint32_t key) {
-        std::string name(rules::NameOf(rules::ResourceKeys(), key));
-        if (key == kAssemblyVersion)
-            name = "Assembly Version";
         std::string text = VersionText(key);
-        version.strings.emplace_back(Wide(name), Wide(text));
+        version.strings.emplace_back(Wide(rules::VersionKeyText(key)), Wide(text));
         return text;
     }
 

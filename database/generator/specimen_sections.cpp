@@ -11,8 +11,7 @@ using pe::builder::Piece;
 using pe::builder::Section;
 namespace trait = rules::trait;
 
-constexpr uint32_t kSelectableSections = 34;
-constexpr uint32_t kFarPosition = 65520; // greatest window start
+constexpr uint32_t kSelectableSections = rules::kMaxSectionIndex + 1;
 
 constexpr Shape kMsvcShapes[] = {{".text", 0x60000020, Fill::Code},
                                  {".rdata", 0x40000040, Fill::ReadOnly},

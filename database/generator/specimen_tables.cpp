@@ -13,15 +13,13 @@ namespace trait = rules::trait;
 
 void SpecimenMaker::AddTables(pe::builder::Section &section) {
     section.pieces.push_back({.content = MakeImports()});
-    const bool exports = plan_.counts[kExportFunctions] != 0 || plan_.counts[kExportModuleNames] != 0 ||
+    const bool exports = plan_.counts[kExportFunctions] != 0 || plan_.counts[kExportModule] != 0 ||
                          Measures(rules::SectionRole::Export) || ReadsStrings(rules::StringKind::ExportSection);
     if (exports || (plan_.IsLibrary() && random_.Chance(60)))
         section.pieces.push_back({.content = MakeExports()});
 }
 
 pe::builder::ImportTable SpecimenMaker::MakeImports() {
-    constexpr uint32_t kAllModules = 21;
-    constexpr uint32_t kFewFunctions = 8;
     std::vector<const ModuleFunctions *> modules;
     const auto add = [&](const ModuleFunctions &module) {
         if (std::ranges::find(modules, &module) == modules.end())
@@ -29,9 +27,8 @@ pe::builder::ImportTable SpecimenMaker::MakeImports() {
     };
     for (const char letter : archetype_.modules)
         add(*std::ranges::find(Modules(), letter, &ModuleFunctions::letter));
-    const uint32_t wanted = plan_.many_modules
-                                ? kAllModules
-                                : std::max(plan_.counts[kImportModules], plan_.counts[kIndexedConditions] / 5 + 1);
+    const uint32_t wanted =
+        plan_.many_modules ? kManyModules : std::max(plan_.counts[kImportModules], plan_.counts[kImportTable] / 5 + 1);
     while (modules.size() < wanted) {
         const ModuleFunctions &module = random_.Pick(Modules());
         constexpr std::string_view kNotForPrograms = "BTXY";
@@ -42,7 +39,7 @@ pe::builder::ImportTable SpecimenMaker::MakeImports() {
         modules.resize(3);
 
     pe::builder::ImportTable table;
-    uint32_t left = kFewFunctions;
+    uint32_t left = rules::kFewImports;
     for (const ModuleFunctions *module : modules) {
         pe::builder::ImportedModule imported{SpellModule(*module), {}};
         const uint32_t available = static_cast<uint32_t>(module->functions.size());

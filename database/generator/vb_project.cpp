@@ -8,23 +8,18 @@
 #include "pe/builder/tables.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
+#include "rules/vb_format.h"
 
 namespace tavrik::generator {
 namespace {
 
-constexpr uint32_t kSignature = 0x21354256;
+namespace vb = rules::vb;
+
 constexpr uint32_t kOtherLanguages[] = {0x804, 0x419, 0x416, 0x407, 0x40C, 0x41F};
 
-constexpr uint32_t kHeaderSize = 0x68;
-constexpr uint32_t kProjectSize = 0x23C;
-constexpr uint32_t kObjectTableSize = 0x54;
-constexpr uint32_t kComDataSize = 0x2C;
-constexpr uint32_t kProject2Size = 0x28;
-constexpr uint32_t kFormSize = 0x50;
-constexpr uint32_t kExternalSize = 8;
-constexpr uint32_t kObjectSize = 0x30;
-constexpr uint32_t kObjectInfoSize = 56;
-constexpr uint32_t kObjectOptionalSize = 64;
+// Two structures extend beyond the last field that rules can ask for.
+constexpr uint32_t kWholeComDataSize = 0x2C;
+constexpr uint32_t kWholeOptionalInfoSize = 64;
 
 constexpr uint32_t kEntrySize = 16; // room for the entry code
 
@@ -90,7 +85,7 @@ private:
 };
 
 std::vector<VbObject> ChooseObjects(const RulePlan &plan, Random &random) {
-    const uint32_t wanted = std::max(plan.counts[kObjectNames], plan.counts[kSecondaryConditions] / 30 + 1);
+    const uint32_t wanted = std::max(plan.counts[kObjectNames], plan.counts[kObjectFields] / 30 + 1);
     const uint32_t count = plan.many_objects ? kMostObjects : random.Between(wanted, wanted + 4);
     std::vector<VbObject> objects;
     for (uint32_t i = 0; i < count; ++i) {
@@ -137,7 +132,7 @@ public:
         WriteComData();
         WriteProject2();
         for (uint32_t i = 0; i < forms_; ++i)
-            WriteForm(form_table_ + kFormSize * i, i);
+            WriteForm(form_table_ + vb::kFormSize * i, i);
         for (uint32_t i = 0; i < externals_; ++i)
             WriteExternal(i);
         for (uint32_t i = 0; i < object_count_; ++i)
@@ -158,14 +153,14 @@ private:
     }
 
     void ReserveStructures() {
-        header_ = layout_.Reserve(kHeaderSize);
-        info_ = layout_.Reserve(kProjectSize);
-        table_ = layout_.Reserve(kObjectTableSize);
-        com_ = layout_.Reserve(kComDataSize);
-        project2_ = layout_.Reserve(kProject2Size);
-        form_table_ = layout_.Reserve(kFormSize * forms_);
-        external_table_ = layout_.Reserve(kExternalSize * std::max(externals_, 1U));
-        objects_ = layout_.Reserve(kObjectSize * object_count_);
+        header_ = layout_.Reserve(vb::kHeaderSize);
+        info_ = layout_.Reserve(vb::kProjectSize);
+        table_ = layout_.Reserve(vb::kObjectTableSize);
+        com_ = layout_.Reserve(kWholeComDataSize);
+        project2_ = layout_.Reserve(vb::kProject2Size);
+        form_table_ = layout_.Reserve(vb::kFormSize * forms_);
+        external_table_ = layout_.Reserve(vb::kExternalSize * std::max(externals_, 1U));
+        objects_ = layout_.Reserve(vb::kObjectSize * object_count_);
     }
 
     // Push the header's address, call the runtime by the first jump.
@@ -182,7 +177,7 @@ private:
 
     void WriteHeader() {
         constexpr uint32_t kLanguageLibrary = 6; // offset of a text: "*" for none
-        layout_.Set(header_, "VB.Signature", kSignature);
+        layout_.Set(header_, "VB.Signature", vb::kSignature);
         layout_.Set(header_, "VB.RuntimeBuild", 0x1000 + random_.Below(0x600U));
         layout_.SetByte(header_ + kLanguageLibrary, '*');
         layout_.Set(header_, "VB.RuntimeRevision", random_.Below(16U));
@@ -260,7 +255,7 @@ private:
     }
 
     void WriteForm(uint32_t form, uint32_t index) {
-        layout_.Set(form, "VB.Form.StructureSize", kFormSize);
+        layout_.Set(form, "VB.Form.StructureSize", vb::kFormSize);
         layout_.SetUuid(form, "VB.Form.ObjectUuid");
         layout_.Set(form, "VB.Form.ObjectId", index + 1);
         layout_.Set(form, "VB.Form.OleMisc", 0x10000 | random_.Below(0x1000U));
@@ -275,7 +270,8 @@ private:
         constexpr uint32_t kDeclaredFunction = 7;
         constexpr uint32_t kTypeLibrary = 6;
         constexpr uint32_t kCommonModules = 5;
-        const uint32_t entry = external_table_ + kExternalSize * index; // the fields' names end before the table may
+        const uint32_t entry =
+            external_table_ + vb::kExternalSize * index; // the fields' names end before the table may
         layout_.Set(entry, "VB.External[0].Kind", random_.Chance(90) ? kDeclaredFunction : kTypeLibrary);
         const uint32_t descriptor = layout_.Reserve(8);
         layout_.Set(entry, "VB.External[0].Descriptor", descriptor);
@@ -286,8 +282,8 @@ private:
 
     void WriteObject(uint32_t index) {
         const VbObject &object = project_.objects[index];
-        const uint32_t descriptor = objects_ + kObjectSize * index;
-        const uint32_t info = layout_.Reserve(kObjectInfoSize + (object.is_form ? kObjectOptionalSize : 0));
+        const uint32_t descriptor = objects_ + vb::kObjectSize * index;
+        const uint32_t info = layout_.Reserve(vb::kObjectInfoSize + (object.is_form ? kWholeOptionalInfoSize : 0));
         const auto methods = static_cast<uint32_t>(object.methods.size());
         const uint32_t method_names = layout_.Reserve(4 * methods);
 
@@ -306,7 +302,7 @@ private:
             layout_.SetLong(method_names + 4 * k, layout_.Text(object.methods[k]));
         WriteObjectInfo(info, index, descriptor, methods);
         if (object.is_form)
-            WriteOptionalInfo(info + kObjectInfoSize, methods);
+            WriteOptionalInfo(info + vb::kObjectInfoSize, methods);
     }
 
     void WriteObjectInfo(uint32_t info, uint32_t index, uint32_t descriptor, uint32_t methods) {

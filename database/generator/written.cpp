@@ -20,7 +20,7 @@ constexpr StringKey kManifestTexts[] = {{24, 30}, {24, 34}, {16, 3}};
 constexpr StringKey kTableTexts[] = {{6, 102}, {6, 103}};
 constexpr uint32_t kTypes[] = {rules::kAnyResource, 101};
 
-/** What shapes a specimen besides its archetype. */
+/** What determines a specimen besides its archetype. */
 struct WrittenSpecimen {
     uint32_t rule_id;
     std::string_view category;
@@ -178,7 +178,7 @@ std::optional<RulePlan> WrittenPlan(uint32_t rule_id) {
     plan.counts[kImportModules] = written->modules;
     plan.counts[kImportFunctions] = written->functions;
     plan.counts[kExportFunctions] = written->exports;
-    plan.counts[kExportModuleNames] = written->exports != 0 ? 1 : 0;
+    plan.counts[kExportModule] = written->exports != 0 ? 1 : 0;
     plan.counts[kObjectNames] = written->objects;
     plan.counts[kMemberNames] = written->objects;
     plan.resource_types.assign(written->resources.begin(), written->resources.end());

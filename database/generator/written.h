@@ -1,4 +1,4 @@
-/* The specimens of the hand-written rules: which image the author of each had before him. */
+/* The specimens of the hand-written rules: the image that each was written for. */
 #ifndef TAVRIK_DATABASE_GENERATOR_WRITTEN_H
 #define TAVRIK_DATABASE_GENERATOR_WRITTEN_H
 

@@ -1,5 +1,5 @@
-/* The facts of the profile by subject; CheckProfile joins them. Each fact is computed from a rule set and given beside
- * what the profile publishes. */
+/* The facts of the profile by subject; CheckProfile joins them. Each fact is computed from a rule set and given with
+ * the published value. */
 #ifndef TAVRIK_DATABASE_PROFILE_FACTS_H
 #define TAVRIK_DATABASE_PROFILE_FACTS_H
 

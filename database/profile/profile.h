@@ -1,6 +1,5 @@
 /* The published profile of the rule database: every count, range and set of values that the compiled-in rules are known
- * by, as one table of facts. The generator fills a rule set up to it, and the tools show it beside what they counted.
- */
+ * by, as one table of facts. The generator fills a rule set up to it, and the tools compare their counts with it. */
 #ifndef TAVRIK_DATABASE_PROFILE_PROFILE_H
 #define TAVRIK_DATABASE_PROFILE_PROFILE_H
 
@@ -32,7 +31,7 @@ std::span<const ListProfile> ListProfiles();
 /** That of one list. */
 const ListProfile &ProfileOf(rules::Item item);
 
-/** Counts that the generator has to meet element by element; the facts below hold them too. */
+/** Counts that the generator has to meet element by element; they are part of the facts below too. */
 inline constexpr std::size_t kRules = 6528;
 inline constexpr uint32_t kFirstId = 1;
 inline constexpr uint32_t kLastId = 9531;

@@ -67,7 +67,7 @@ std::vector<FactResult> CheckRecords(std::span<HeuristicRule *const> table) {
         rules::EachList(check_list, *rule);
     }
     return {
-        {"records that stand off a 16-byte boundary", "0", std::to_string(misaligned)},
+        {"records not on a 16-byte boundary", "0", std::to_string(misaligned)},
         {"lists whose pointer and count disagree", "0", std::to_string(wrong_pointers)},
         {"expressions that are null", "0", std::to_string(null_expressions)},
         {"addresses of the text KERNEL32.dll", "1", std::to_string(names.Shared(profile::kKernelName))},

@@ -10,7 +10,7 @@
 
 namespace tavrik::profile {
 
-/** Checks the records of a loaded module where they stand: alignment, empty lists, shared names. */
+/** Checks the records of a loaded module in place: alignment, empty lists, shared names. */
 std::vector<FactResult> CheckRecords(std::span<HeuristicRule *const> table);
 
 } // namespace tavrik::profile

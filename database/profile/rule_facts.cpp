@@ -22,7 +22,7 @@ std::string IdDescents(const rules::RuleSet &set) {
     return Count(descents);
 }
 
-std::string IdsBehindGreater(const rules::RuleSet &set) {
+std::string IdsBelowEarlier(const rules::RuleSet &set) {
     std::size_t count = 0;
     uint32_t greatest = 0;
     for (const rules::Rule &rule : set.rules) {
@@ -85,7 +85,7 @@ std::vector<FactResult> RuleFacts(const rules::RuleSet &set) {
         {"rules", Count(kRules), Count(set.rules.size())},
         {"rule_id: range", Range(kFirstId, kLastId), Bounds(ValuesOfRules(set, &rules::Rule::rule_id))},
         {"rule_id: not above the one before", Count(kIdExceptions), IdDescents(set)},
-        {"rule_id: below an earlier one", Count(kIdExceptions), IdsBehindGreater(set)},
+        {"rule_id: below an earlier one", Count(kIdExceptions), IdsBelowEarlier(set)},
         {"rule_id: carried by several rules", PublishedDoubleIds(), RepeatedIds(set)},
         {"detection_name of rule 147", "TrojanPWS.Lolyda.AT5", NameOfRule(set, 147)},
         {"detection_name of rule 173", "Worm.Autorun.LD4", NameOfRule(set, 173)},

@@ -15,8 +15,6 @@ namespace {
 
 namespace field = rules::header_field;
 
-constexpr uint8_t kSectionCharacteristics = 9;
-
 // Calls visit(op) for the operator of every element of every list that has one, or of those with names.
 template <typename Visit>
 void EachOperator(const rules::RuleSet &set, bool with_names_only, Visit visit) {
@@ -53,7 +51,8 @@ struct Bound {
     uint64_t amount;
 };
 
-// Bounds of one list that do not stand as a lower one directly before a higher one on the same value, once a value.
+// Bounds of one list that are not a pair: a lower bound directly followed by a higher one on the same value, once for
+// each value.
 std::size_t UnpairedBounds(const std::vector<Bound> &bounds) {
     std::size_t unpaired = 0;
     std::set<std::array<uint64_t, 4>> seen;
@@ -134,7 +133,7 @@ std::size_t OddFlagTests(const rules::RuleSet &set) {
                    }) +
            CountOf(set, &rules::Rule::section_conditions,
                    [&](const rules::SectionCondition &condition) {
-                       return has(condition) && condition.field != kSectionCharacteristics;
+                       return has(condition) && condition.field != rules::section_field::kCharacteristics;
                    }) +
            CountOf(set, &rules::Rule::indexed_conditions, has);
 }
@@ -162,7 +161,7 @@ std::vector<FactResult> StructureFacts(const rules::RuleSet &set) {
         {"op 7 with 0x60000020 on section Characteristics", "present",
          Present(CountOf(set, &rules::Rule::section_conditions,
                          [](const rules::SectionCondition &condition) {
-                             return condition.field == kSectionCharacteristics &&
+                             return condition.field == rules::section_field::kCharacteristics &&
                                     condition.op == rules::Operator::HasBits && condition.value == 0x60000020;
                          }) > 0)},
         {"header_conditions: fields", "0..263",
