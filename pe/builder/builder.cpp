@@ -291,8 +291,8 @@ private:
 } // namespace
 
 base::Bytes MakeDosStub(std::string_view text) {
-    base::Bytes stub(std::begin(kDosStubCode), std::end(kDosStubCode));
-    stub.insert(stub.end(), text.begin(), text.end());
+    base::Bytes stub(sizeof kDosStubCode + text.size());
+    std::copy(text.begin(), text.end(), std::copy(std::begin(kDosStubCode), std::end(kDosStubCode), stub.begin()));
     return stub;
 }
 
