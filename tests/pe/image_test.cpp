@@ -268,7 +268,10 @@ PeImage Open() {
 }
 
 TEST(PeBuilder, ComputesWhatIsLeftOpen) {
-    pe::builder::PeFile file = Open().Build();
+    PeImage image = Open();
+    image.sections[2].VirtualAddress = 0xF000; // and left open after all
+    image.sections[2].VirtualAddress.reset();
+    pe::builder::PeFile file = image.Build();
     const struct {
         uint32_t virtual_size, address, raw_size, offset;
     } rows[] = {{0x8000, 0x1000, 0x400, 0x400},
