@@ -109,8 +109,8 @@ private:
                             "--format", fmt::format("'{}' is none of text, json, sarif", base::Printable(word)));
                     check_format_ = format->second;
                 },
-                "text (default), json (an object a line) or sarif (SARIF 2.1.0, for code review and editors)")
-            ->type_name("FORMAT");
+                "text (default), json: an object for each finding, sarif: SARIF 2.1.0 for editors and code reviews")
+            ->type_name("text|json|sarif");
         check_->add_flag_callback(
             "--json", [this] { check_format_ = CheckFormat::JsonLines; }, "the same as --format json");
 
