@@ -88,9 +88,10 @@ def scan_output(samples):
     cut = next(value for value in objects if "file_b64" in value)
     check(cut["truncated"] and cut["missing"] == 1, f"{cut}")
     text = (docs / "json.md").read_text(encoding="utf-8")
-    for definition in ("report", "detection", "finding", "explanation", "explainedEntry", "ruleCondition"):
+    for definition in ("report", "detection", "finding", "payload", "carved", "near", "explanation", "explainedEntry",
+                       "ruleCondition"):
         for key in schema["$defs"][definition]["properties"]:
-            check(f"`{key}`" in text or f"{key}," in text or f"{key}}}" in text, f"docs/json.md does not tell of {key}")
+            check(f"`{key}" in text or f"{key}," in text or f"{key}}}" in text, f"docs/json.md does not tell of {key}")
     for code in schema["$defs"]["error"]["properties"]["code"]["enum"]:
         check(f"`{code}`" in text, f"docs/json.md does not tell of the error {code}")
 
