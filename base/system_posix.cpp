@@ -55,7 +55,12 @@ void *DynamicLibrary::Symbol(const char *name) const {
 }
 
 fs::path ProgramFolder() {
-    return fs::read_symlink("/proc/self/exe").parent_path();
+    std::error_code error;
+    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    if (!error)
+        return program.parent_path();
+    // Without /proc, as in a fresh root: the path that the program was started by.
+    return fs::canonical(reinterpret_cast<const char *>(getauxval(AT_EXECFN))).parent_path();
 }
 
 fs::path BinaryFolder() {

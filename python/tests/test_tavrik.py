@@ -109,7 +109,7 @@ def test_raises_what_files_and_callers_do_wrong(scanner):
             raise OSError("the disk is gone")
 
     with pytest.raises(OSError, match="the disk is gone"):
-        scanner.scan(Broken(b"MZ"))
+        scanner.scan(Broken(b"MZ" * 100))
     with pytest.raises(TypeError):
         scanner.scan(7)
     with pytest.raises(ValueError):

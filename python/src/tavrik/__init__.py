@@ -156,8 +156,9 @@ class Scanner(_Handle):
         """
         error = sized("tavrik_error")
         place = ffi.new("tavrik_report **")
-        opened = Opened(source, name)
-        status = lib.tavrik_scan(self._open, opened.input, ffi.NULL if cancel is None else cancel._open, place, error)
+        token = ffi.NULL if cancel is None else cancel._open
+        with Opened(source, name) as opened:
+            status = lib.tavrik_scan(self._open, opened.input, token, place, error)
         handle = place[0] if place[0] == ffi.NULL else ffi.gc(place[0], lib.tavrik_report_free)
         if opened.failure is not None:
             raise opened.failure
@@ -215,14 +216,14 @@ class Scanner(_Handle):
         return values
 
     def _ask(self, source: Source, cancel: Optional[Cancel], kind: str, free: Any, call: Callable[..., int]) -> Any:
-        opened = Opened(source, None)
         token = ffi.NULL if cancel is None else cancel._open
-        try:
-            return _make(lambda place, error: call(self._open, opened.input, token, place, error), kind, free)
-        except Error:
-            if opened.failure is not None:
-                raise opened.failure from None
-            raise
+        with Opened(source, None) as opened:
+            try:
+                return _make(lambda place, error: call(self._open, opened.input, token, place, error), kind, free)
+            except Error:
+                if opened.failure is not None:
+                    raise opened.failure from None
+                raise
 
     # ---- The module ----
 

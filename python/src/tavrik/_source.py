@@ -11,25 +11,43 @@ from ._native import ffi, sized
 Source = Union[str, "os.PathLike[str]", bytes, bytearray, memoryview, BinaryIO]
 
 
+def _has_buffer(source: Any) -> bool:
+    try:
+        with memoryview(source):
+            return True
+    except TypeError:
+        return False
+
+
 class Opened:
     """A source as the C interface takes it, for the length of one call."""
 
     def __init__(self, source: Source, name: Optional[str]) -> None:
         self.failure: Optional[BaseException] = None
         self._kept: List[Any] = []
+        self._buffer: Any = None
         self.input = sized("tavrik_input")
         if isinstance(source, (str, os.PathLike)):
             self._name(os.fspath(source))
+        elif _has_buffer(source):
+            self._name(name or "")
+            self._buffer = ffi.from_buffer(source)
+            # An empty buffer still has to be somewhere.
+            self.input.bytes = ffi.cast("void *", self._buffer) if len(self._buffer) else self._keep(ffi.new("char[1]"))
+            self.input.length = len(self._buffer)
         elif hasattr(source, "read") and hasattr(source, "seek"):
             self._name(name if name is not None else str(getattr(source, "name", "")))
             self._stream(source)
         else:
-            self._name(name or "")
-            # An empty buffer still has to be somewhere.
-            buffer = ffi.from_buffer(source) if len(memoryview(source)) else ffi.new("char[1]")
-            self._keep(buffer)
-            self.input.bytes = ffi.cast("void *", buffer)
-            self.input.length = memoryview(source).nbytes
+            raise TypeError(f"a path, a buffer or a binary file object is needed, not {type(source).__name__}")
+
+    def __enter__(self) -> "Opened":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        """Lets go of the buffer, so that its owner can close it."""
+        if self._buffer is not None:
+            ffi.release(self._buffer)
 
     def _keep(self, value: Any) -> Any:
         self._kept.append(value)
