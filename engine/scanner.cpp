@@ -41,11 +41,11 @@ scanner::FileReport Skipped(const Input &input, uint64_t max_size) {
     return report;
 }
 
-// The code of a report of an input that has been read; what was read counts before what that led to.
+// The code of a report of an input that has been read.
 tavrik_status StatusOf(const Input &input, const scanner::FileReport &report) {
     if (input.status() != TAVRIK_OK || report.status != scanner::ScanStatus::Failed)
         return input.status();
-    return input.size() > scanner::kLargestFile ? TAVRIK_ERROR_TOO_LARGE : TAVRIK_ERROR_MEMORY;
+    return TAVRIK_ERROR_INTERNAL;
 }
 
 tavrik_outcome OutcomeOf(scanner::ScanStatus status) {

@@ -58,7 +58,7 @@ typedef enum tavrik_status {
     TAVRIK_ERROR_INTERNAL = 3,            /* a fault of the library: please report it */
     TAVRIK_ERROR_FILE = 10,               /* the file cannot be opened */
     TAVRIK_ERROR_READ = 11,               /* the file or stream failed while it was read */
-    TAVRIK_ERROR_TOO_LARGE = 12,          /* 2 GiB or more: the rules were asked, the locators cannot be */
+    TAVRIK_ERROR_TOO_LARGE = 12,          /* larger than max_size, or than a locator can be explained for (2 GiB) */
     TAVRIK_ERROR_TIMEOUT = 13,            /* the time of the settings was over */
     TAVRIK_ERROR_CANCELLED = 14,          /* by tavrik_cancel_request */
     TAVRIK_ERROR_RULES = 20,              /* the rules have errors: see their diagnostics */
@@ -230,8 +230,8 @@ TAVRIK_PUBLIC void tavrik_cancel_free(tavrik_cancel *cancel);
 /* What a scan found. */
 typedef struct tavrik_report tavrik_report;
 
-/* Scans a file. `cancel` may be null. On TAVRIK_ERROR_READ, _TIMEOUT, _CANCELLED and _TOO_LARGE *report is not null and
- * holds what was found before; rules' answers about a file that could not be read as a whole are dropped. */
+/* Scans a file. `cancel` may be null. On TAVRIK_ERROR_READ, _TIMEOUT and _CANCELLED *report is not null and holds what
+ * was found before; rules' answers about a file that could not be read as a whole are dropped. */
 TAVRIK_PUBLIC tavrik_status tavrik_scan(const tavrik_scanner *scanner, const tavrik_input *input, tavrik_cancel *cancel,
                                         tavrik_report **report, tavrik_error *error);
 TAVRIK_PUBLIC void tavrik_report_free(tavrik_report *report);
