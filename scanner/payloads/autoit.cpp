@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/utf8.h"
+#include "scanner/payloads/file_time.h"
 #include "scanner/payloads/readers.h"
 
 namespace tavrik::scanner::payloads {
@@ -28,15 +29,6 @@ constexpr AutoItGeneration kGenerations[] = {
     {"EA05", Keystream::Kind::Twister, false, false, true, 0xCEB06DFF, 0x29BC, 0xA25E, 0x29AC, 0xF25E, 0x45AA, 0xC3D2,
      0x22AF},
 };
-
-// Of a FILETIME, 100 ns since 1601; nothing for 0, which stands for no time.
-std::optional<int64_t> UnixTime(uint64_t file_time) {
-    constexpr uint64_t kTicksInSecond = 10'000'000;
-    constexpr int64_t kSecondsTo1970 = 11'644'473'600;
-    if (file_time == 0)
-        return std::nullopt;
-    return static_cast<int64_t>(file_time / kTicksInSecond) - kSecondsTo1970;
-}
 
 // The distance from `begin` to the end of the closing tag, where it is within reach.
 std::optional<uint64_t> FindClosingTag(base::ByteSource &source, uint64_t begin) {

@@ -24,9 +24,6 @@ constexpr uint32_t kForceCrc = 8;
 constexpr uint32_t kKnownFlags = 0xFF; // derived builds have a few more than the four of the original
 constexpr uint32_t kCrcLength = 4;
 
-constexpr uint32_t kIsCompressed = 0x80000000; // in the length of a block
-constexpr uint32_t kLengthOfLength = 4;
-
 // What the start of a compressed block shows.
 struct Signature {
     NsisMethod method;
@@ -61,7 +58,7 @@ std::optional<NsisArchive> ReadNsisArchive(base::ByteSource &source, uint64_t of
     if (!length || (*flags & ~kKnownFlags) != 0 || *script_size == 0 || *script_size > kLargestNsisScript)
         return std::nullopt;
     const bool has_crc = (*flags & kForceCrc) != 0 || (*flags & kNoCrc) == 0;
-    const uint32_t frame = kFirstHeaderLength + kLengthOfLength + (has_crc ? kCrcLength : 0);
+    const uint32_t frame = kFirstHeaderLength + kNsisBlockHead + (has_crc ? kCrcLength : 0);
     if (*length <= frame)
         return std::nullopt;
     NsisArchive archive;
@@ -78,10 +75,10 @@ std::optional<NsisArchive> ReadNsisArchive(base::ByteSource &source, uint64_t of
     const std::span<const uint8_t, 12> view(start);
     const Signature solid = SignatureOf(view.first<8>());
     // By chance a solid stream can look like a block's length; a block has to fit into the archive.
-    const bool fits = (first & ~kIsCompressed) <= *length - frame;
+    const bool fits = (first & ~kNsisIsCompressed) <= *length - frame;
     if (first == *script_size && fits) {
         archive.method = NsisMethod::Stored;
-    } else if (solid.method == NsisMethod::Deflate && (first & kIsCompressed) != 0 && fits) {
+    } else if (solid.method == NsisMethod::Deflate && (first & kNsisIsCompressed) != 0 && fits) {
         const Signature block = SignatureOf(view.last<8>());
         archive.method = block.method;
         archive.has_filter_byte = block.has_filter_byte;

@@ -34,6 +34,11 @@ struct NsisArchive {
 /** The largest script that is read, in bytes. Those of large installers have about 2 MB. */
 inline constexpr uint32_t kLargestNsisScript = 16u << 20;
 
+/** In front of each block are its length and, unless the archive is solid, in the highest bit whether it is compressed.
+ */
+inline constexpr uint32_t kNsisBlockHead = 4; // bytes
+inline constexpr uint32_t kNsisIsCompressed = 0x80000000;
+
 /** The archive whose flags are at `offset`; nothing when there is none. How it is compressed is what its first bytes
  * say, which by chance can be wrong: OpenNsisScript makes sure. */
 std::optional<NsisArchive> ReadNsisArchive(base::ByteSource &source, uint64_t offset);

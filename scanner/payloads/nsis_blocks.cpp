@@ -9,8 +9,6 @@
 namespace tavrik::scanner::payloads {
 namespace {
 
-constexpr uint32_t kIsCompressed = 0x80000000; // in the length of a block
-constexpr uint32_t kLengthOfLength = 4;
 constexpr std::size_t kSkipPiece = 32 * 1024;
 
 /** Stands for a method that is not read here. */
@@ -54,15 +52,15 @@ bool NsisBlocks::OpenBlock(uint64_t position) {
     const uint64_t begin = archive_.data + position;
     decoder_.reset();
     const std::optional<uint32_t> head = base::FileBytes(source_).Get<uint32_t>(begin);
-    if (!head || begin + kLengthOfLength > archive_.data_end) {
+    if (!head || begin + kNsisBlockHead > archive_.data_end) {
         error_ = kEndsEarly;
         return false;
     }
-    const uint32_t length = *head & ~kIsCompressed;
-    const uint64_t data = begin + kLengthOfLength;
-    next_ = position + kLengthOfLength + length;
+    const uint32_t length = *head & ~kNsisIsCompressed;
+    const uint64_t data = begin + kNsisBlockHead;
+    next_ = position + kNsisBlockHead + length;
     packed_size_ = length;
-    if ((*head & kIsCompressed) != 0) {
+    if ((*head & kNsisIsCompressed) != 0) {
         decoder_ = MakeDecoder(data, data + length);
     } else {
         size_ = length;
@@ -82,7 +80,7 @@ bool NsisBlocks::OpenInStream(uint64_t position) {
         position_ = 0;
     }
     std::vector<uint8_t> skipped(static_cast<std::size_t>(std::min<uint64_t>(kSkipPiece, position - position_)));
-    uint8_t head[kLengthOfLength];
+    uint8_t head[kNsisBlockHead];
     while (position_ < position) {
         const auto wanted = static_cast<std::size_t>(std::min<uint64_t>(skipped.size(), position - position_));
         const std::size_t count = decoder_->Read(skipped.data(), wanted);
@@ -96,7 +94,7 @@ bool NsisBlocks::OpenInStream(uint64_t position) {
         if (count == sizeof(head)) {
             const uint32_t length =
                 head[0] | uint32_t{head[1]} << 8 | uint32_t{head[2]} << 16 | uint32_t{head[3]} << 24;
-            if ((length & kIsCompressed) != 0) {
+            if ((length & kNsisIsCompressed) != 0) {
                 error_ = kIsDamaged;
                 return false;
             }

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "scanner/payloads/file_time.h"
 #include "scanner/payloads/nsis_strings.h"
 
 namespace tavrik::scanner::payloads {
@@ -24,7 +25,6 @@ constexpr std::size_t kEntryLength = 4 + 4 * kParameters;
 constexpr std::size_t kBlocks = 8;
 constexpr std::size_t kFirstBlock = 4; // behind the flags
 constexpr std::size_t kLanguageHead = 10;
-constexpr uint32_t kNoTime = UINT32_MAX;
 
 // The blocks that are used here, by their place in the table.
 constexpr std::size_t kEntries = 2;
@@ -64,14 +64,6 @@ std::optional<std::array<Block, kBlocks>> ReadBlocks(std::span<const uint8_t> sc
     return blocks;
 }
 
-std::optional<int64_t> UnixTime(uint32_t low, uint32_t high) {
-    constexpr uint64_t kTicksInSecond = 10'000'000;
-    constexpr int64_t kSecondsTo1970 = 11'644'473'600;
-    if ((low == kNoTime && high == kNoTime) || (low == 0 && high == 0))
-        return std::nullopt;
-    return static_cast<int64_t>((uint64_t{high} << 32 | low) / kTicksInSecond) - kSecondsTo1970;
-}
-
 bool HasRoot(std::string_view path) {
     return path.starts_with('\\') || path.starts_with('/') || (path.size() > 1 && path[1] == ':');
 }
@@ -95,7 +87,8 @@ public:
                 values_[parameters[0]] = Text(parameters[1]);
             break;
         case kExtractFile:
-            Add(parameters[1], {Text(parameters[1]), parameters[2], UnixTime(parameters[3], parameters[4])});
+            Add(parameters[1],
+                {Text(parameters[1]), parameters[2], UnixTime(uint64_t{parameters[4]} << 32 | parameters[3])});
             break;
         case kWriteUninstaller:
             Add(parameters[0], {Text(parameters[0]), parameters[1], std::nullopt, true, parameters[2]});

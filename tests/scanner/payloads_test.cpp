@@ -246,8 +246,8 @@ TEST(Deflate, StoredBlocksHaveTheirLengthOnceOrTwice) {
     };
     std::string error;
     for (const std::string &length : {plain, twice}) {
-        const std::string block = '\0' + length + data;
-        const std::string stream = block + block + fixed;
+        const std::string stream =
+            std::string(1, '\0').append(length).append(data).append(1, '\0').append(length).append(data) + fixed;
         EXPECT_EQ(inflate(stream, error), data + data + "a");
         EXPECT_EQ(error, "");
         for (std::size_t cut = 0; cut < stream.size(); ++cut) {

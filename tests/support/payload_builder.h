@@ -136,7 +136,8 @@ inline std::string ScriptArchive(const ScriptBuild &build, const std::vector<Scr
         out += Encrypted(build, "FILE", build.magic_seed) + text(file.kind, build.kind_mask, build.kind_seed) +
                text(file.path, build.path_mask, build.path_seed) + Little(file.is_compressed, 1) +
                Little(data.size() ^ build.size_mask, 4) + Little(file.bytes.size() ^ build.size_mask, 4) +
-               Little(Adler32(data) ^ build.checksum_mask, 4) + time + time + Encrypted(build, data, data_seed);
+               Little(Adler32(data) ^ build.checksum_mask, 4) +
+               std::string(time).append(time).append(Encrypted(build, data, data_seed));
     }
     return out + tag;
 }
