@@ -22,9 +22,10 @@ modules=$(pkg-config --variable=moduledir tavrik2)
 "$build/bin/tavrik-samples" "$prefix/samples" >/dev/null
 sample=$(compgen -G "$prefix/samples/entry07-*.exe")
 status=0
-"$prefix/bin/tavrik-scan" -q "$sample" >"$prefix/scanned" || status=$?
+"$prefix/bin/tavrik-scan" -q --json "$sample" >"$prefix/scanned" || status=$?
 ((status == 1)) || fail "the installed tavrik-scan returned $status"
-offset=$(sed -n 's/.*entry 7, .*offset \(0x[0-9a-f]*\).*/\1/p' "$prefix/scanned")
+offset=$(python3 -c 'import json, sys
+print(*(hex(found["offset"]) for found in json.load(open(sys.argv[1]))["findings"] if found["entry"] == 7))' "$prefix/scanned")
 [[ $offset ]] || fail "the installed tavrik-scan found nothing in $sample"
 "$prefix/bin/tavrik-rules" show 173 | grep -q Worm.Autorun.LD4 || fail "the installed tavrik-rules has no rule 173"
 
