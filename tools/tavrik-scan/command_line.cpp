@@ -32,6 +32,14 @@ class Formatter : public CLI::Formatter {
     }
 };
 
+// Which of the program's options a command takes.
+std::string FooterOf(const Command &command) {
+    std::string names = "--quiet";
+    for (const std::string &name : command.options)
+        names += ", " + name;
+    return fmt::format("Also takes {} of the options that tavrik-scan --help lists.\n", names);
+}
+
 class CommandLine {
 public:
     CommandLine() {
@@ -49,7 +57,7 @@ public:
             add(app_, options_);
         for (const auto add : {AddExplain, AddLocators, AddCleanAction, AddHelp}) {
             commands_.push_back(add(app_, options_));
-            commands_.back().parser->footer("");
+            commands_.back().parser->footer(FooterOf(commands_.back()));
         }
     }
 
