@@ -28,7 +28,7 @@ uint8_t ParseOptions(TokenCursor &cursor) {
 // The row of another list that a name belongs to.
 uint16_t ParseElement(TokenCursor &cursor) {
     cursor.ExpectSymbol("#", "the row of the other list that this belongs to, counted from 0: #0");
-    return Take<uint16_t>(cursor, "an element's number");
+    return static_cast<uint16_t>(ExpectNumber(cursor, kAnyModule - 1, "a row's number").value);
 }
 
 } // namespace
