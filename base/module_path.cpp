@@ -2,7 +2,6 @@
 
 #include <system_error>
 
-
 namespace tavrik::base {
 
 namespace fs = std::filesystem;

@@ -5,9 +5,8 @@
 #include <fstream>
 #include <future>
 #include <memory>
-#include <vector>
-
 #include <tavrik/tavrik.hpp>
+#include <vector>
 
 namespace {
 
