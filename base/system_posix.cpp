@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <locale.h>
 #include <poll.h>
 #include <string_view>
 #include <sys/auxv.h>
@@ -16,6 +17,7 @@
 #include "base/error.h"
 #include "base/module_path.h"
 #include "base/system.h"
+#include "base/utf8_locale.h"
 
 namespace tavrik::base {
 
@@ -241,6 +243,17 @@ std::error_code RenameOver(const fs::path &from, const fs::path &to) {
     std::error_code error;
     fs::rename(from, to, error);
     return error;
+}
+
+Utf8Locale::Utf8Locale() {
+    // Made once and kept: making it reads files.
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t{});
+    before_ = utf8 == locale_t{} ? nullptr : uselocale(utf8);
+}
+
+Utf8Locale::~Utf8Locale() {
+    if (before_ != nullptr)
+        uselocale(static_cast<locale_t>(before_));
 }
 
 } // namespace tavrik::base

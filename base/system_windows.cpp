@@ -15,6 +15,7 @@
 #include "base/error.h"
 #include "base/module_path.h"
 #include "base/system.h"
+#include "base/utf8_locale.h"
 
 namespace tavrik::base {
 
@@ -287,5 +288,9 @@ std::error_code RenameOver(const fs::path &relative_from, const fs::path &relati
         return LastError();
     return MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0 ? std::error_code() : LastError();
 }
+
+Utf8Locale::Utf8Locale() : before_(nullptr) {}
+
+Utf8Locale::~Utf8Locale() = default;
 
 } // namespace tavrik::base

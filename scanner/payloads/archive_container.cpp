@@ -2,15 +2,253 @@
 
 #include "scanner/payloads/archive_container.h"
 
+#include <algorithm>
+#include <archive.h>
+#include <archive_entry.h>
+#include <array>
+#include <cerrno>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+#include "base/utf8_locale.h"
+#include "scanner/payloads/archive_signatures.h"
+
 namespace tavrik::scanner::payloads {
 
-std::unique_ptr<Container> OpenArchivePayload(base::ByteSource &, const Extent &extent) {
-    return std::make_unique<UnreadableContainer>("this build reads no cabinets and RAR archives; 7z x opens them (" +
-                                                 extent.description + ")");
+namespace {
+
+constexpr std::size_t kBlockSize = 64 * 1024;
+
+// The library asks to be called again after some failures; it must not go on like this for ever.
+constexpr int kMostRetries = 16;
+
+struct ReaderDeleter {
+    void operator()(archive *reader) const { archive_read_free(reader); }
+};
+
+void SupportFilters(archive *reader) {
+    for (const auto add :
+         {archive_read_support_filter_gzip, archive_read_support_filter_xz, archive_read_support_filter_bzip2,
+          archive_read_support_filter_zstd, archive_read_support_filter_lz4, archive_read_support_filter_lzip,
+          archive_read_support_filter_lzma})
+        add(reader);
 }
 
-std::unique_ptr<Container> OpenArchive(base::ByteSource &) {
-    return nullptr;
+// Only what a kind needs. Never all: one of the formats reads files of this machine that the archive names, and some
+// filters run programs.
+void Support(archive *reader, ArchiveKind kind) {
+    switch (kind) {
+    case ArchiveKind::Zip:
+        archive_read_support_format_zip(reader);
+        return;
+    case ArchiveKind::SevenZip:
+        archive_read_support_format_7zip(reader);
+        return;
+    case ArchiveKind::Rar:
+        archive_read_support_format_rar(reader);
+        archive_read_support_format_rar5(reader);
+        return;
+    case ArchiveKind::Cabinet:
+        archive_read_support_format_cab(reader);
+        return;
+    case ArchiveKind::Rpm:
+        archive_read_support_filter_rpm(reader);
+        SupportFilters(reader);
+        archive_read_support_format_cpio(reader);
+        return;
+    case ArchiveKind::Filtered:
+        SupportFilters(reader);
+        archive_read_support_format_raw(reader);
+        return;
+    case ArchiveKind::FilteredTar:
+        SupportFilters(reader);
+        archive_read_support_format_tar(reader);
+        return;
+    case ArchiveKind::FilteredCpio:
+        SupportFilters(reader);
+        archive_read_support_format_cpio(reader);
+        return;
+    case ArchiveKind::Tar:
+        archive_read_support_format_tar(reader);
+        return;
+    case ArchiveKind::Cpio:
+        archive_read_support_format_cpio(reader);
+        return;
+    case ArchiveKind::Ar:
+        archive_read_support_format_ar(reader);
+        return;
+    case ArchiveKind::Xar:
+        archive_read_support_format_xar(reader);
+        return;
+    case ArchiveKind::Lha:
+        archive_read_support_format_lha(reader);
+        return;
+    case ArchiveKind::Iso:
+        archive_read_support_format_iso9660(reader);
+        return;
+    }
+}
+
+class ArchiveContainer final : public Container {
+public:
+    ArchiveContainer(base::ByteSource &source, uint64_t offset, uint64_t length, ArchiveKind kind)
+        : window_(source, offset, length), reader_(archive_read_new()) {
+        const base::Utf8Locale locale;
+        archive *reader = reader_.get();
+        Support(reader, kind);
+        archive_read_set_callback_data(reader, this);
+        archive_read_set_read_callback(reader, ReadBlock);
+        archive_read_set_seek_callback(reader, Seek);
+        archive_read_set_skip_callback(reader, Skip);
+        if (archive_read_open1(reader) != ARCHIVE_OK)
+            error_ = Failure();
+    }
+
+    std::optional<Member> Next() override {
+        const base::Utf8Locale locale;
+        member_error_.clear();
+        if (at_end_ || !error_.empty())
+            return std::nullopt;
+        for (int tries = 0; tries < kMostRetries; ++tries) {
+            archive_entry *entry = nullptr;
+            const int result = archive_read_next_header(reader_.get(), &entry);
+            if (result == ARCHIVE_EOF) {
+                at_end_ = true;
+                return std::nullopt;
+            }
+            if (result == ARCHIVE_FATAL) {
+                error_ = Failure();
+                return std::nullopt;
+            }
+            if (result == ARCHIVE_RETRY || result == ARCHIVE_FAILED)
+                continue;
+            if (std::optional<Member> member = MemberOf(entry))
+                return member;
+            tries = 0; // a link; there are as many as the archive has bytes for
+        }
+        error_ = Failure();
+        return std::nullopt;
+    }
+
+    std::size_t Read(void *buffer, std::size_t length) override {
+        const base::Utf8Locale locale;
+        if (at_end_ || !error_.empty() || !member_error_.empty())
+            return 0;
+        const la_ssize_t count = archive_read_data(reader_.get(), buffer, length);
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        member_error_ = is_encrypted_ ? "is encrypted; unpack it with its password by another program" : Failure();
+        return 0;
+    }
+
+    const std::string &member_error() const override { return member_error_; }
+    const std::string &error() const override { return error_; }
+
+private:
+    // A file or a folder; nothing for links and devices, which have no bytes of their own.
+    std::optional<Member> MemberOf(archive_entry *entry) {
+        const auto type = archive_entry_filetype(entry);
+        if ((type != AE_IFREG && type != AE_IFDIR && type != 0) || archive_entry_hardlink_utf8(entry) != nullptr)
+            return std::nullopt;
+        Member member;
+        const char *path = archive_entry_pathname_utf8(entry);
+        if (path == nullptr)
+            path = archive_entry_pathname(entry); // in an unknown encoding
+        member.path = path == nullptr ? "" : path;
+        member.is_folder = type == AE_IFDIR;
+        if (archive_entry_size_is_set(entry) != 0 && archive_entry_size(entry) >= 0)
+            member.size = static_cast<uint64_t>(archive_entry_size(entry));
+        if (archive_entry_mtime_is_set(entry) != 0)
+            member.time = archive_entry_mtime(entry);
+        member.encrypted = is_encrypted_ = archive_entry_is_data_encrypted(entry) != 0;
+        return member;
+    }
+
+    std::string Failure() const {
+        if (!window_.error().empty())
+            return window_.error();
+        const char *text = archive_error_string(reader_.get());
+        return base::Printable(text == nullptr ? "no more of it can be read" : text) +
+               "; the archive is damaged, or other programs such as 7z know more of its format";
+    }
+
+    static ArchiveContainer &Self(void *self) { return *static_cast<ArchiveContainer *>(self); }
+
+    static la_ssize_t ReadBlock(archive *reader, void *data, const void **buffer) {
+        ArchiveContainer &self = Self(data);
+        const std::size_t count = self.window_.ReadAt(self.position_, self.block_.data(), self.block_.size());
+        *buffer = self.block_.data();
+        self.position_ += count;
+        if (self.window_.error().empty())
+            return static_cast<la_ssize_t>(count);
+        archive_set_error(reader, EIO, "%s", self.window_.error().c_str());
+        return ARCHIVE_FATAL;
+    }
+
+    static la_int64_t Seek(archive *, void *data, la_int64_t offset, int whence) {
+        ArchiveContainer &self = Self(data);
+        const auto size = static_cast<la_int64_t>(self.window_.size());
+        const la_int64_t start = whence == SEEK_SET   ? 0
+                                 : whence == SEEK_END ? size
+                                                      : static_cast<la_int64_t>(self.position_);
+        la_int64_t position = 0;
+        if (__builtin_add_overflow(start, offset, &position) || position < 0)
+            return ARCHIVE_FATAL;
+        self.position_ = static_cast<uint64_t>(position);
+        return position;
+    }
+
+    static la_int64_t Skip(archive *, void *data, la_int64_t request) {
+        ArchiveContainer &self = Self(data);
+        const uint64_t size = self.window_.size();
+        const uint64_t rest = self.position_ < size ? size - self.position_ : 0;
+        const uint64_t count = request < 0 ? 0 : std::min(rest, static_cast<uint64_t>(request));
+        self.position_ += count;
+        return static_cast<la_int64_t>(count);
+    }
+
+    base::WindowSource window_;
+    uint64_t position_ = 0;
+    std::vector<uint8_t> block_ = std::vector<uint8_t>(kBlockSize);
+    bool at_end_ = false;
+    bool is_encrypted_ = false; // the member that was given last
+    std::string member_error_;
+    std::string error_;
+    std::unique_ptr<archive, ReaderDeleter> reader_; // last: its end may still call back
+};
+
+// What is in a compressed stream. The library would take one of zeros for a tar archive without members.
+ArchiveKind KindOfStream(base::ByteSource &source) {
+    ArchiveContainer stream(source, 0, source.size(), ArchiveKind::Filtered);
+    std::array<uint8_t, 512> head = {}; // a header of tar
+    if (!stream.Next())
+        return ArchiveKind::Filtered;
+    const std::size_t count = stream.Read(head.data(), head.size());
+    base::MemorySource inner{std::span(head).first(count)};
+    const ArchiveSignature *signature = SignatureOf(inner);
+    if (signature != nullptr && signature->kind == ArchiveKind::Tar)
+        return ArchiveKind::FilteredTar;
+    return signature != nullptr && signature->kind == ArchiveKind::Cpio ? ArchiveKind::FilteredCpio
+                                                                        : ArchiveKind::Filtered;
+}
+
+} // namespace
+
+const bool kReadsArchives = true;
+
+std::unique_ptr<Container> OpenArchive(base::ByteSource &source) {
+    const ArchiveSignature *signature = SignatureOf(source);
+    if (signature == nullptr)
+        return nullptr;
+    const ArchiveKind kind = signature->kind == ArchiveKind::Filtered ? KindOfStream(source) : signature->kind;
+    return std::make_unique<ArchiveContainer>(source, 0, source.size(), kind);
+}
+
+std::unique_ptr<Container> OpenArchivePayload(base::ByteSource &source, const Extent &extent) {
+    const ArchiveKind kind = extent.format == Format::Cabinet ? ArchiveKind::Cabinet : ArchiveKind::Rar;
+    return std::make_unique<ArchiveContainer>(source, extent.offset, extent.present, kind);
 }
 
 } // namespace tavrik::scanner::payloads

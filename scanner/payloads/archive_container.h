@@ -13,6 +13,9 @@ namespace tavrik::scanner::payloads {
 /** The contents of a cabinet or RAR archive, for OpenPayload. Never null. */
 std::unique_ptr<Container> OpenArchivePayload(base::ByteSource &source, const Extent &extent);
 
+/** Whether this build has the archive library; without it OpenArchive gives null for all sources. */
+extern const bool kReadsArchives;
+
 /** A container without members. */
 class UnreadableContainer final : public Container {
 public:
