@@ -23,6 +23,8 @@ enum class ErrorCode {
     OutOfMemory,
     NotPe,
     NotCarved,
+    Encrypted,
+    NotUnpacked, // a member of a container
     Count
 };
 

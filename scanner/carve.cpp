@@ -12,9 +12,8 @@
 
 #include "base/characters.h"
 #include "base/error.h"
-#include "base/system.h"
+#include "base/sha256.h"
 #include "base/text.h"
-#include "tavrik2/payload_locator.h"
 
 namespace tavrik::scanner {
 
@@ -35,42 +34,30 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// A RAR or cabinet archive is complete from its signature on, so archive tools open it; the others are parts of a
-// program.
-const char *ExtensionOf(uint32_t kind) {
-    switch (kind) {
-    case PAYLOAD_RAR:
-        return "rar";
-    case PAYLOAD_CABINET:
-        return "cab";
-    default:
-        return "bin";
-    }
-}
-
 std::string SystemError() {
     return std::generic_category().message(errno);
 }
 
-// Creates the first file from `number` on whose name is free; `number` becomes its number.
-std::pair<File, fs::path> CreateFile(const fs::path &folder, const std::string &beginning, const char *extension,
-                                     unsigned &number) {
+// Creates the first file from `number` on whose name is free; `number` becomes its number and `name` its name.
+File CreateFile(base::OutputFolder &folder, const std::string &beginning, const char *extension, unsigned &number,
+                std::string &name) {
     for (; number <= kMostNames; ++number) {
-        fs::path path = folder / base::PathOf(number == 1 ? fmt::format("{}.{}", beginning, extension)
-                                                          : fmt::format("{}.{}.{}", beginning, number, extension));
-        if (File file(base::CreateNewFile(path)); file != nullptr)
-            return {std::move(file), std::move(path)};
+        name = number == 1 ? fmt::format("{}.{}", beginning, extension)
+                           : fmt::format("{}.{}.{}", beginning, number, extension);
+        if (File file(folder.Create({&name, 1})); file != nullptr)
+            return file;
         if (errno != EEXIST)
-            throw base::Error(fmt::format("{} cannot be created: {}", base::PrintablePath(path), SystemError()));
+            throw base::Error(
+                fmt::format("{} cannot be created: {}", base::PrintablePath(folder.PathOf({&name, 1})), SystemError()));
     }
-    throw base::Error(fmt::format("{} has too many files called {}; name an empty folder", base::PrintablePath(folder),
-                                  base::Printable(beginning)));
+    throw base::Error(fmt::format("{} has too many files called {}; name an empty folder",
+                                  base::PrintablePath(folder.path()), base::Printable(beginning)));
 }
 
-// Copies the source from `offset` to its end and closes the file. Returns what failed; "" when nothing has.
-std::string Copy(base::ByteSource &source, uint64_t offset, File to) {
+// Copies the source and closes the file. Returns what failed; "" when nothing has.
+std::string Copy(base::ByteSource &source, File to) {
     std::vector<uint8_t> block(kBlockSize);
-    while (offset < source.size()) {
+    for (uint64_t offset = 0; offset < source.size();) {
         const std::size_t count = source.ReadAt(offset, block.data(), block.size());
         if (!source.error().empty())
             return source.error();
@@ -103,29 +90,39 @@ std::string SafeName(const fs::path &file) {
     return name;
 }
 
-Carver::Carver(fs::path folder) : folder_(std::move(folder)) {
-    std::error_code error;
-    fs::create_directories(folder_, error);
-    if (!fs::is_directory(folder_, error))
-        throw base::Error(fmt::format("payloads cannot be written to {}: {}; name a folder with --carve",
-                                      base::PrintablePath(folder_), error ? error.message() : "it is not a folder"));
-}
+Carver::Carver(const fs::path &folder, const CarveSettings &settings) : folder_(folder), settings_(settings) {}
 
-fs::path Carver::Carve(base::ByteSource &source, const fs::path &file, uint64_t offset, uint32_t kind) {
-    const std::string beginning = fmt::format("{}.0x{:x}", SafeName(file), offset);
-    const char *extension = ExtensionOf(kind);
+void Carver::Carve(base::ByteSource &source, const fs::path &file, Payload &payload) {
+    const uint64_t to_end = source.size() - std::min(payload.offset, source.size());
+    const bool is_exact = payload.extent && !settings_.with_tail;
+    const uint64_t length = is_exact ? payload.extent->present : to_end;
+    if (length > settings_.limit) {
+        payload.not_carved = fmt::format("has {} bytes, more than the {} of --carve-limit", length, settings_.limit);
+        return;
+    }
+    base::WindowSource bytes(source, payload.offset, length);
+    const std::string sha256 = is_exact && !payload.sha256.empty() ? payload.sha256 : base::Sha256Of(bytes);
+    if (const auto earlier = written_.find(sha256); earlier != written_.end()) {
+        payload.carved = {earlier->second, length, sha256, false};
+        return;
+    }
+    const std::string beginning = fmt::format("{}.0x{:x}", SafeName(file), payload.offset);
+    const char *extension = payload.extent ? payloads::ExtensionOf(payload.extent->format) : "bin";
     const auto known = next_numbers_.find(beginning);
     unsigned number = known == next_numbers_.end() ? 1 : known->second;
-    auto [output, path] = CreateFile(folder_, beginning, extension, number);
+    std::string name;
+    File output = CreateFile(folder_, beginning, extension, number, name);
     if (number > 1)
         next_numbers_[beginning] = number + 1;
-    const std::string failure = Copy(source, offset, std::move(output));
+    const fs::path path = folder_.PathOf({&name, 1});
+    const std::string failure = Copy(bytes, std::move(output));
     if (!failure.empty()) {
-        std::error_code ignored;
-        fs::remove(path, ignored);
+        folder_.Remove({&name, 1});
         throw base::Error(fmt::format("{}: {}", base::PrintablePath(path), failure));
     }
-    return path;
+    payload.carved = {path, length, sha256, true};
+    if (!sha256.empty())
+        written_.emplace(sha256, path);
 }
 
 } // namespace tavrik::scanner

@@ -18,7 +18,7 @@ constexpr std::size_t kShownRules = 10;
 
 // By the values of Step. Time outside the work on files has no line.
 constexpr std::array<const char *, static_cast<std::size_t>(Step::Count)> kStepNames = {
-    nullptr, "open", "sha256", "headers", "rules", "clean actions", "locators", "carve", "output",
+    nullptr, "open", "sha256", "headers", "rules", "clean actions", "locators", "unpack", "carve", "output",
 };
 
 double Milliseconds(Profile::Duration time) {

@@ -16,7 +16,7 @@
 namespace tavrik::scanner {
 
 /** The steps of scanning a file; they do not overlap. */
-enum class Step : uint8_t { Other, Open, Sha256, Headers, Rules, CleanAction, Locators, Carve, Output, Count };
+enum class Step : uint8_t { Other, Open, Sha256, Headers, Rules, CleanAction, Locators, Unpack, Carve, Output, Count };
 
 /** Measurements of one thread. */
 class Profile final : public evaluation::RuleObserver {

@@ -15,7 +15,9 @@ const char *StatusName(ScanStatus status) {
     }
 }
 
-std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour) {
+namespace {
+
+std::string LinesOf(const FileReport &report, ReportFormat format, bool in_colour) {
     switch (format) {
     case ReportFormat::JsonLines:
         return JsonLine(report) + '\n';
@@ -24,6 +26,14 @@ std::string ReportLines(const FileReport &report, ReportFormat format, bool in_c
     default:
         return TextLines(report, in_colour);
     }
+}
+
+} // namespace
+
+std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour) {
+    std::string lines;
+    report.ForEach([&](const FileReport &each) { lines += LinesOf(each, format, in_colour); });
+    return lines;
 }
 
 } // namespace tavrik::scanner

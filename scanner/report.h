@@ -12,15 +12,15 @@ namespace tavrik::scanner {
 /** What a report is printed as. */
 enum class ReportFormat { Text, JsonLines, Csv };
 
-/** The report in that format, each line with its line feed. */
+/** The report, and those of the files inside, in that format; each line with its line feed. */
 std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour);
 
-/** A line for each detection, finding and carved payload, each with its line feed; "" when there is none. */
+/** A line for each detection, payload and carved payload, each with its line feed; "" when there is none. */
 std::string TextLines(const FileReport &report, bool in_colour);
 
 /** One JSON object without line feeds: file, size (null when unknown), sha256 (when it is known), status ("scanned",
- * "not-pe", "skipped" or "error"), reason (of "skipped") or error (of "error"), detections and findings. Bytes of the
- * name that are not valid UTF-8 are replaced by U+FFFD. */
+ * "not-pe", "skipped" or "error"), reason (of "skipped") or error (of "error"), detections, findings and payloads.
+ * Bytes of the name that are not valid UTF-8 are replaced by U+FFFD. */
 std::string JsonLine(const FileReport &report);
 
 /** The names of the columns and the rows of a file for spreadsheets (RFC 4180, with line feeds): a row for each result,

@@ -1,6 +1,7 @@
 #include <array>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "base/text.h"
 #include "scanner/clean_action.h"
@@ -90,6 +91,16 @@ std::string CsvLines(const FileReport &report) {
         row[Kind] = KindName(finding.kind);
         row[Offset] = fmt::format("{}", finding.offset);
         row[Length] = fmt::format("{}", finding.size);
+        lines += Line(row);
+    }
+    for (const Payload &payload : report.payloads) {
+        Row row = common;
+        row[Result] = "payload";
+        row[Name] = base::Printable(payload.extent ? payload.extent->description : "");
+        row[Entry] = fmt::format("{}", fmt::join(payload.entries, " "));
+        row[Kind] = KindName(payload.kind);
+        row[Offset] = fmt::format("{}", payload.offset);
+        row[Length] = payload.extent ? fmt::format("{}", payload.extent->length) : "";
         lines += Line(row);
     }
     return lines.empty() ? Line(common) : lines;

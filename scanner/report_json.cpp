@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "scanner/clean_action.h"
 #include "scanner/locator_info.h"
+#include "scanner/payload_report.h"
 #include "scanner/report.h"
 
 namespace tavrik::scanner {
@@ -22,6 +23,8 @@ Json ReportObject(const FileReport &report) {
     Json line;
     line["schema"] = kJsonSchema;
     AddPath(line, "file", report.file);
+    if (report.parent)
+        AddPath(line, "parent", *report.parent);
     line["size"] = report.size ? Json(*report.size) : Json(nullptr);
     if (!report.sha256.empty())
         line["sha256"] = report.sha256;
@@ -42,16 +45,15 @@ Json ReportObject(const FileReport &report) {
         detections.push_back(
             {{"rule", detection.rule}, {"name", detection.name}, {"action", ActionName(detection.action)}});
     Json &findings = line["findings"] = Json::array();
-    for (const Finding &finding : report.findings) {
-        Json &object = findings.emplace_back(Json{{"entry", finding.entry},
-                                                  {"kind", finding.kind},
-                                                  {"kind_name", KindName(finding.kind)},
-                                                  {"offset", finding.offset},
-                                                  {"size", finding.size}});
-        for (const CarvedPayload &carved : report.carved)
-            if (carved.offset == finding.offset)
-                AddPath(object, "carved", carved.file);
-    }
+    for (const Finding &finding : report.findings)
+        findings.push_back({{"entry", finding.entry},
+                            {"kind", finding.kind},
+                            {"kind_name", KindName(finding.kind)},
+                            {"offset", finding.offset},
+                            {"size", finding.size}});
+    Json &payloads = line["payloads"] = Json::array();
+    for (const Payload &payload : report.payloads)
+        payloads.push_back(PayloadObject(payload));
     return line;
 }
 

@@ -5,13 +5,13 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "scanner/clean_action.h"
-#include "scanner/locator_info.h"
+#include "scanner/payload_report.h"
 #include "scanner/report.h"
 
 namespace tavrik::scanner {
 
 std::string TextLines(const FileReport &report, bool in_colour) {
-    if (report.detections.empty() && report.findings.empty())
+    if (report.detections.empty() && report.payloads.empty())
         return "";
     const std::string file = base::PrintablePath(report.file);
     std::string lines;
@@ -21,12 +21,11 @@ std::string TextLines(const FileReport &report, bool in_colour) {
     for (const Detection &detection : report.detections)
         add(base::Colour::Detection, fmt::format("rule {} \"{}\", action {}", detection.rule,
                                                  base::Printable(detection.name), ActionName(detection.action)));
-    for (const Finding &finding : report.findings)
-        add(base::Colour::Finding, fmt::format("entry {}, {}, offset {:#x}, size {}", finding.entry,
-                                               KindName(finding.kind), finding.offset, finding.size));
-    for (const CarvedPayload &carved : report.carved)
-        add(base::Colour::Finding, fmt::format("carved offset {:#x}, size {}, to {}", carved.offset, carved.size,
-                                               base::PrintablePath(carved.file)));
+    for (const Payload &payload : report.payloads)
+        add(base::Colour::Finding, PayloadText(payload));
+    for (const Payload &payload : report.payloads)
+        if (const std::string carved = CarvedText(payload); !carved.empty())
+            add(base::Colour::Finding, carved);
     return lines;
 }
 

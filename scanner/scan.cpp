@@ -10,6 +10,7 @@
 #include "base/sha256.h"
 #include "base/stream_source.h"
 #include "scanner/clean_action.h"
+#include "scanner/inside.h"
 #include "scanner/module_stream.h"
 #include "scanner/profile.h"
 #include "scanner/watched_source.h"
@@ -104,9 +105,9 @@ FileReport Scanner::Scan(const Input &input, Profile *profile) const {
 }
 
 FileReport Scanner::Scan(base::ByteSource &source, const std::filesystem::path &name) const {
-    FileReport report; // without a name as long as it is examined: it is no file
+    FileReport report;
     report.size = source.size();
-    Examine(source, report, nullptr);
+    Examine(source, report, {}, nullptr); // it is no file on the disk
     report.file = name;
     return report;
 }
@@ -144,12 +145,31 @@ void Scanner::ScanInput(const Input &input, FileReport &report, Profile *profile
 // Scans a source until the deadline.
 void Scanner::Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const {
     WatchedSource source(opened, deadline, profile);
-    Examine(source, report, profile);
+    Examine(source, report, report.file, profile);
+    if (settings_.inside && (report.status == ScanStatus::Scanned || report.status == ScanStatus::NotPe))
+        ScanInside(source, report, deadline, profile);
     if (source.was_interrupted())
         report.status = ScanStatus::Interrupted;
 }
 
-void Scanner::Examine(base::ByteSource &source, FileReport &report, Profile *profile) const {
+void Scanner::ScanInside(base::ByteSource &source, FileReport &report, const Deadline &deadline,
+                         Profile *profile) const {
+    const StepTimer timer(profile, Step::Unpack);
+    const std::filesystem::path on_disk = report.file;
+    const auto examine = [&](base::ByteSource &inner, FileReport &inner_report) {
+        Examine(inner, inner_report, on_disk, profile);
+    };
+    InsideScan(settings_, deadline, source.size(), examine).Scan(source, report);
+    source.ReadAt(0, nullptr, 0); // a deadline that has passed meanwhile counts for the file
+    if (source.error().empty())
+        return;
+    report.status = ScanStatus::Failed;
+    report.error = source.error();
+    report.error_code = source.error_code();
+}
+
+void Scanner::Examine(base::ByteSource &source, FileReport &report, const std::filesystem::path &on_disk,
+                      Profile *profile) const {
     const auto fail = [&](const std::string &why) {
         report.status = ScanStatus::Failed;
         report.error = why;
@@ -172,19 +192,21 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, Profile *pro
     if (pe.status == PeStatus::NotPe)
         return;
     report.missing_bytes = MissingBytes(features->image(), pe.records);
-    Detect(*features, source, report, profile);
+    Detect(*features, source, report, on_disk, profile);
     if (!source.error().empty())
         return fail(source.error());
     if (source.size() > kLargestFile)
         report.notes.push_back({"searched-in-part", SearchedInPartText(source.size())});
     const StepTimer timer(profile, Step::Locators);
     report.findings = RunLocators(module_, source, pe.records);
+    report.payloads = PayloadsOf(source, report.findings);
+    HashPayloads(source, report.payloads);
     if (!source.error().empty())
         fail(source.error());
 }
 
 void Scanner::Detect(evaluation::Features &features, const base::ByteSource &source, FileReport &report,
-                     Profile *profile) const {
+                     const std::filesystem::path &on_disk, Profile *profile) const {
     const StepTimer rules_timer(profile, Step::Rules);
     const std::vector<uint32_t> matches = index_.Match(features, profile);
     // What could not be read counts as not there, which some rules ask for: such matches mean nothing.
@@ -193,9 +215,9 @@ void Scanner::Detect(evaluation::Features &features, const base::ByteSource &sou
     const StepTimer timer(profile, Step::CleanAction);
     for (const uint32_t position : matches) {
         const HeuristicRule &rule = *rules_[position];
-        const CleanDecision decision = report.file.empty()
+        const CleanDecision decision = on_disk.empty()
                                            ? module_.PreviewCleanAction(kCleanableFinding, rule.rule_id)
-                                           : module_.PreviewCleanAction(report.file, kCleanableFinding, rule.rule_id);
+                                           : module_.PreviewCleanAction(on_disk, kCleanableFinding, rule.rule_id);
         report.detections.push_back({rule.rule_id, DetectionName(rule), decision.action});
     }
 }

@@ -16,18 +16,10 @@
 #include "evaluation/rule_index.h"
 #include "scanner/host_records.h"
 #include "scanner/module.h"
+#include "scanner/payload.h"
+#include "scanner/unpack_budget.h"
 
 namespace tavrik::scanner {
-
-/** A payload that a locator found. */
-struct Finding {
-    uint32_t entry;  // of the locator table
-    uint32_t kind;   // a PayloadKind
-    uint32_t offset; // in the file
-    uint32_t size;   // bytes that the locator reports at offset
-
-    bool operator==(const Finding &) const = default;
-};
 
 /** A rule that matches the file. */
 struct Detection {
@@ -47,13 +39,6 @@ enum class ScanStatus {
     Interrupted // the user asked the program to end; the report is not complete
 };
 
-/** A payload that was written to a file of its own. */
-struct CarvedPayload {
-    uint64_t offset; // in the scanned file
-    uint64_t size;   // bytes that were written
-    std::filesystem::path file;
-};
-
 /** Something about a file that is no failure, for programs and for people. */
 struct Note {
     std::string_view code; // a word such as "searched-in-part"
@@ -68,11 +53,12 @@ struct Input {
     Kind kind = Kind::File;
 };
 
-/** The results of scanning a file. */
+/** The results of scanning a file, which may be inside another one. */
 struct FileReport {
-    std::filesystem::path file;
-    std::optional<uint64_t> size; // in bytes, when the file could be opened
-    std::string sha256;           // in hexadecimal digits; "" when not asked for or not known
+    std::filesystem::path file;                  // of a file inside another one "setup.exe!$INSTDIR/x.exe"
+    std::optional<std::filesystem::path> parent; // the file that it is inside of
+    std::optional<uint64_t> size;                // in bytes, when the file could be opened
+    std::string sha256;                          // in hexadecimal digits; "" when not asked for or not known
     ScanStatus status = ScanStatus::Failed;
     std::string error;                                    // the reason and the remedy, without the file's name
     base::ErrorCode error_code = base::ErrorCode::Failed; // of `error`
@@ -81,15 +67,27 @@ struct FileReport {
     std::optional<uint64_t> missing_bytes;    // of a PE file: how many its section table says are there beyond its end
     std::shared_ptr<base::ByteSource> stream; // what was read of an input that cannot be opened again; else null
     std::vector<Detection> detections;
-    std::vector<Finding> findings;
-    std::vector<CarvedPayload> carved; // added by the caller that carves
+    std::vector<Finding> findings;  // what each locator said
+    std::vector<Payload> payloads;  // what is there, each once
+    std::vector<FileReport> inside; // of its payloads, or of an archive, in the container's order
+
+    /** Calls `visit` with this report and with those inside, each before what is inside it. */
+    template <typename Visit>
+    void ForEach(const Visit &visit) const {
+        visit(*this);
+        for (const FileReport &report : inside)
+            report.ForEach(visit);
+    }
 };
 
 /** Options and limits of a scan. */
 struct ScanSettings {
     bool sha256 = false;
     std::optional<uint64_t> max_size; // in bytes; larger files are skipped
-    double timeout = 0;               // seconds for a file; 0 is no limit
+    double timeout = 0;               // seconds for a file with all that is inside; 0 is no limit
+    bool inside = true;               // files inside payloads and archives are scanned too
+    unsigned inside_depth = 4;        // containers that are opened within each other
+    UnpackLimits inside_limits;
 };
 
 class Deadline;
@@ -112,15 +110,17 @@ public:
     }
 
     /** Scans what the source reads; the report calls it `name`. Its size and the time are the caller's to limit: the
-     * settings' limits do not apply. Throws std::bad_alloc. */
+     * settings' limits do not apply, and what is inside is not scanned. Throws std::bad_alloc. */
     FileReport Scan(base::ByteSource &source, const std::filesystem::path &name) const;
 
 private:
     void ScanInput(const Input &input, FileReport &report, Profile *profile) const;
     void Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const;
-    void Examine(base::ByteSource &source, FileReport &report, Profile *profile) const;
+    void Examine(base::ByteSource &source, FileReport &report, const std::filesystem::path &on_disk,
+                 Profile *profile) const;
     void Detect(evaluation::Features &features, const base::ByteSource &source, FileReport &report,
-                Profile *profile) const;
+                const std::filesystem::path &on_disk, Profile *profile) const;
+    void ScanInside(base::ByteSource &source, FileReport &report, const Deadline &deadline, Profile *profile) const;
 
     const Module &module_;
     std::span<HeuristicRule *const> rules_;

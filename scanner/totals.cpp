@@ -30,6 +30,12 @@ std::string TimeText(double seconds) {
     return fmt::format("{} h {} min", whole / 3600, whole / 60 % 60);
 }
 
+std::string PayloadCount(const Totals &totals) {
+    const std::string count = base::CountText(totals.payloads, "payload");
+    return totals.payloads == 0 ? count
+                                : fmt::format("{} in {}", count, base::CountText(totals.files_with_payloads, "file"));
+}
+
 } // namespace
 
 void Totals::Add(const FileReport &report) {
@@ -45,21 +51,31 @@ void Totals::Add(const FileReport &report) {
     ++files;
     bytes += *report.size;
     bytes_read += report.bytes_read;
-    detections += report.detections.size();
-    findings += report.findings.size();
-    not_pe += report.status == ScanStatus::NotPe ? 1 : 0;
+    not_pe += report.status == ScanStatus::NotPe ? 1u : 0u;
+    report.ForEach([this, &report](const FileReport &each) {
+        detections += each.detections.size();
+        payloads += each.payloads.size();
+        files_with_payloads += each.payloads.empty() ? 0u : 1u;
+        if (&each == &report)
+            return;
+        ++inside;
+        inside_skipped += each.status == ScanStatus::Skipped ? 1u : 0u;
+        errors += each.status == ScanStatus::Failed ? 1u : 0u;
+    });
 }
 
 std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted) {
     const double read = static_cast<double>(totals.bytes_read) / kMegabyte;
-    return fmt::format(
-        "tavrik-scan: {}{} of {:.1f} MB, {:.1f} MB read in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): {}, {}, {} skipped, "
-        "{}{}\n",
-        is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"),
-        static_cast<double>(totals.bytes) / kMegabyte, read, seconds, Rate(static_cast<double>(totals.files), seconds),
-        Rate(read, seconds), base::CountText(totals.detections, "detection"),
-        base::CountText(totals.findings, "finding"), totals.skipped, base::CountText(totals.errors, "error"),
-        totals.not_pe == 0 ? "" : fmt::format(", {} not PE", totals.not_pe));
+    return fmt::format("tavrik-scan: {}{} of {:.1f} MB{}, {:.1f} MB read in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): "
+                       "{}, {}, {} skipped, "
+                       "{}{}\n",
+                       is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"),
+                       static_cast<double>(totals.bytes) / kMegabyte,
+                       totals.inside == 0 ? "" : fmt::format(" with {} inside", base::CountText(totals.inside, "file")),
+                       read, seconds, Rate(static_cast<double>(totals.files), seconds), Rate(read, seconds),
+                       base::CountText(totals.detections, "detection"), PayloadCount(totals),
+                       totals.skipped + totals.inside_skipped, base::CountText(totals.errors, "error"),
+                       totals.not_pe == 0 ? "" : fmt::format(", {} not PE", totals.not_pe));
 }
 
 std::string ProgressLine(const Totals &totals, const Expected &expected, double seconds,
@@ -77,7 +93,7 @@ std::string ProgressLine(const Totals &totals, const Expected &expected, double 
     const std::string files =
         total.empty() ? base::CountText(totals.Done(), "file") : fmt::format("{}{} files", totals.Done(), total);
     const std::string counts =
-        fmt::format("{}, {} found, {:.0f} files/s, {:.1f} MB/s{}  ", files, totals.detections + totals.findings, rate,
+        fmt::format("{}, {} found, {:.0f} files/s, {:.1f} MB/s{}  ", files, totals.detections + totals.payloads, rate,
                     Rate(static_cast<double>(totals.bytes_read) / kMegabyte, seconds), left);
     if (counts.size() > columns)
         return "";

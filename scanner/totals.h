@@ -15,12 +15,16 @@ struct Totals {
     uint64_t bytes = 0;      // the sum of their sizes
     uint64_t bytes_read = 0; // of them
     uint64_t detections = 0;
-    uint64_t findings = 0;
+    uint64_t payloads = 0;
+    uint64_t files_with_payloads = 0;
     uint64_t skipped = 0;
     uint64_t errors = 0;
     uint64_t not_pe = 0;
     uint64_t not_opened = 0; // of the errors
+    uint64_t inside = 0;     // files inside the others; detections, payloads, skipped ones and errors are counted above
+    uint64_t inside_skipped = 0;
 
+    /** Adds a file with all that is inside it. */
     void Add(const FileReport &report);
 
     /** All that have been dealt with: scanned, skipped and those that could not be opened. */

@@ -11,6 +11,7 @@
 #include "scanner/carve.h"
 #include "scanner/clean_action.h"
 #include "scanner/module_stream.h"
+#include "scanner/payload_report.h"
 #include "scanner/profile.h"
 #include "scanner/report.h"
 #include "scanner/totals.h"
@@ -78,42 +79,58 @@ TEST(SafeName, LeavesNoCharacterThatIsSpecialToASystem) {
         << "cut within a character";
 }
 
-TEST(Carver, WritesFromTheOffsetToTheEndIntoNewFiles) {
-    const FreshFolder folder;
-    const std::string bytes = std::string(600'000, 'a') + "end";
-    base::MemorySource source(BytesOf(bytes));
-    scanner::Carver carver("new/deep");
-    const auto carve = [&](const char *file, uint64_t offset, uint32_t kind) {
-        return carver.Carve(source, file, offset, kind).generic_string();
-    };
-    EXPECT_EQ(carve("b/setup.exe", 7, PAYLOAD_RAR), "new/deep/setup.exe.0x7.rar");
-    EXPECT_EQ(ReadFile("new/deep/setup.exe.0x7.rar"), bytes.substr(7));
-    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_CABINET), "new/deep/setup.exe.0x1a.cab");
-    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_NULLSOFT), "new/deep/setup.exe.0x1a.bin");
-    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_AUTOIT), "new/deep/setup.exe.0x1a.2.bin");
-    EXPECT_EQ(carve("setup.exe", 0x1A, PAYLOAD_AUTOIT), "new/deep/setup.exe.0x1a.3.bin");
-    EXPECT_EQ(carve("setup.exe", bytes.size(), PAYLOAD_AUTOIT), "new/deep/setup.exe.0x927c3.bin");
-    EXPECT_EQ(ReadFile("new/deep/setup.exe.0x927c3.bin"), "");
-    Write("new/deep/other.0x0.bin", "kept");
-    EXPECT_EQ(carve("other", 0, 0), "new/deep/other.0x0.2.bin");
-    EXPECT_EQ(ReadFile("new/deep/other.0x0.bin"), "kept");
+/** A payload of `length` bytes; of an unknown structure where that is 0. */
+scanner::Payload PayloadAt(uint64_t offset, uint64_t length = 0) {
+    scanner::Payload payload;
+    payload.kind = PAYLOAD_NULLSOFT;
+    payload.offset = offset;
+    payload.entries = {7};
+    if (length > 0)
+        payload.extent = {scanner::payloads::Format::Nsis, "NSIS", offset, length, length, true, false};
+    return payload;
+}
 
-    const auto failure = [](const auto &run) -> std::string {
-        try {
-            run();
-        } catch (const base::Error &error) {
-            return error.reason();
-        }
-        return "";
+/** What has happened with the payload, in words. */
+std::string Carved(scanner::Carver &carver, base::ByteSource &source, const char *file, scanner::Payload payload) {
+    try {
+        carver.Carve(source, file, payload);
+    } catch (const base::Error &error) {
+        return error.reason();
+    }
+    return scanner::CarvedText(payload);
+}
+
+TEST(Carver, WritesExactlyThePayloadOnceIntoNewFiles) {
+    const FreshFolder folder;
+    std::string bytes = std::string(300'000, 'a') + "payload" + std::string(300'000, 'b') + "payload";
+    base::MemorySource source(BytesOf(bytes));
+    scanner::Carver carver("new/deep", {.limit = 400'000, .with_tail = false});
+    const auto carve = [&](const char *file, const scanner::Payload &payload) {
+        return Carved(carver, source, file, payload);
     };
+    const std::string first = (std::filesystem::path("new/deep") / "setup.exe.0x493e0.nsis").string();
+    EXPECT_EQ(carve("b/setup.exe", PayloadAt(300'000, 7)), "offset 0x493e0 carved, 7 bytes, to " + first);
+    EXPECT_EQ(ReadFile(first), "payload");
+    EXPECT_EQ(carve("other.exe", PayloadAt(600'007, 7)), "offset 0x927c7 carved, 7 bytes, the same as " + first);
+    EXPECT_EQ(carve("other.exe", PayloadAt(600'007)), "offset 0x927c7 carved, 7 bytes, the same as " + first);
+    EXPECT_EQ(carve("setup.exe", PayloadAt(0, 400'001)),
+              "offset 0x0 not carved: has 400001 bytes, more than the 400000 of --carve-limit");
+    EXPECT_TRUE(carve("setup.exe", PayloadAt(300'000, 8)).ends_with("setup.exe.0x493e0.2.nsis"));
+    EXPECT_TRUE(carve("setup.exe", PayloadAt(300'000, 9)).ends_with("setup.exe.0x493e0.3.nsis"));
+    Write("new/deep/other.0x61a80.bin", "kept");
+    EXPECT_TRUE(carve("other", PayloadAt(400'000)).ends_with("other.0x61a80.2.bin"));
+    EXPECT_EQ(ReadFile("new/deep/other.0x61a80.2.bin"), bytes.substr(400'000));
+    EXPECT_EQ(ReadFile("new/deep/other.0x61a80.bin"), "kept");
+    EXPECT_TRUE(carve("end", PayloadAt(bytes.size())).ends_with("end.0x927ce.bin"));
+    EXPECT_EQ(ReadFile("new/deep/end.0x927ce.bin"), "");
+    scanner::Carver with_tail("tail", {.with_tail = true});
+    Carved(with_tail, source, "a", PayloadAt(600'007, 3));
+    EXPECT_EQ(ReadFile("tail/a.0x927c7.nsis"), "payload");
+
     CutSource cut("text");
     const auto shown = (std::filesystem::path("new/deep") / "cut.0x1.bin").string();
-    EXPECT_EQ(failure([&] { carver.Carve(cut, "cut", 1, 0); }), shown + ": the file has become shorter");
+    EXPECT_EQ(Carved(carver, cut, "cut", PayloadAt(1)), shown + ": the file has become shorter");
     EXPECT_FALSE(std::filesystem::exists(shown)) << "part of a payload is left";
-    Write("file", "text");
-    const std::string refused = failure([] { scanner::Carver("file"); });
-    EXPECT_EQ(refused.find("payloads cannot be written to file: "), 0u) << refused;
-    EXPECT_TRUE(refused.ends_with("; name a folder with --carve")) << refused;
 }
 
 // ---- Reports -------------------------------------------------------------------------------------------------------
@@ -131,20 +148,26 @@ scanner::FileReport FullReport() {
     scanner::FileReport report = Report(scanner::ScanStatus::Scanned);
     report.detections = {{173, "Worm.A", CLEAN_ACTION_4021}, {9, "B\n", CLEAN_ACTION_NONE}};
     report.findings = {{7, PAYLOAD_NULLSOFT, 0x1A00, 256}, {3, PAYLOAD_CABINET, 0x20, 1}};
-    report.carved = {{0x1A00, 77, "out/a.bin"}};
+    report.payloads = {PayloadAt(0x19FC, 123), PayloadAt(0x20)};
+    report.payloads[0].entries = {7, 9};
+    report.payloads[0].extent->length = 200;
+    report.payloads[0].extent->complete = false;
+    report.payloads[0].carved = {"out/a.nsis", 123, "ff", true};
     return report;
 }
 
 TEST(Report, HasALineForEachResult) {
     EXPECT_EQ(scanner::TextLines(Report(scanner::ScanStatus::Scanned), false), "");
-    EXPECT_EQ(scanner::TextLines(FullReport(), false), "a.exe: rule 173 \"Worm.A\", action quarantine\n"
-                                                       "a.exe: rule 9 \"B\\x0a\", action none\n"
-                                                       "a.exe: entry 7, Nullsoft installer, offset 0x1a00, size 256\n"
-                                                       "a.exe: entry 3, cabinet, offset 0x20, size 1\n"
-                                                       "a.exe: carved offset 0x1a00, size 77, to out/a.bin\n");
+    EXPECT_EQ(scanner::TextLines(FullReport(), false),
+              "a.exe: rule 173 \"Worm.A\", action quarantine\n"
+              "a.exe: rule 9 \"B\\x0a\", action none\n"
+              "a.exe: entries 7, 9: NSIS, offset 0x19fc, length 200 "
+              "(truncated, 77 bytes missing)\n"
+              "a.exe: entry 7: Nullsoft installer, offset 0x20, length unknown\n"
+              "a.exe: offset 0x19fc carved, 123 bytes, to out/a.nsis\n");
     const std::string painted = scanner::TextLines(FullReport(), true);
     EXPECT_EQ(painted.find("a.exe: \x1b[1;31mrule 173 \"Worm.A\", action quarantine\x1b[0m\n"), 0u) << painted;
-    EXPECT_NE(painted.find("a.exe: \x1b[33mentry 3, "), std::string::npos) << painted;
+    EXPECT_NE(painted.find("a.exe: \x1b[33mentry 7: "), std::string::npos) << painted;
     EXPECT_EQ(scanner::ErrorLine("a\n", "is a \x1b", false), "tavrik-scan: a\\x0a: is a \\x1b\n");
     EXPECT_EQ(scanner::ErrorLine("a", "late", true), "tavrik-scan: a: \x1b[31mlate\x1b[0m\n");
 }
@@ -154,9 +177,13 @@ TEST(Report, IsAnObjectForEachFile) {
         scanner::JsonLine(FullReport()),
         R"({"schema":1,"file":"a.exe","size":1000000,"status":"scanned","detections":[{"rule":173,"name":"Worm.A",)"
         R"("action":"quarantine"},{"rule":9,"name":"B\n","action":"none"}],"findings":[{"entry":7,"kind":81,)"
-        R"("kind_name":"Nullsoft installer","offset":6656,"size":256,"carved":"out/a.bin"},{"entry":3,"kind":113,)"
-        R"("kind_name":"cabinet","offset":32,"size":1}]})");
-    const std::string end = R"(,"detections":[],"findings":[]})";
+        R"("kind_name":"Nullsoft installer","offset":6656,"size":256},{"entry":3,"kind":113,)"
+        R"("kind_name":"cabinet","offset":32,"size":1}],"payloads":[{"entries":[7,9],"offset":6652,"format":"nsis",)"
+        R"("description":"NSIS","length":200,"present":123,"complete":false,"missing":77,"encrypted":false,)"
+        R"("sha256":null,"carved":{"file":"out/a.nsis","length":123,"sha256":"ff","new":true}},{"entries":[7],)"
+        R"("offset":32,"format":null,"description":"Nullsoft installer","length":null,"present":null,)"
+        R"("complete":null,"missing":null,"encrypted":null,"sha256":null}]})");
+    const std::string end = R"(,"detections":[],"findings":[],"payloads":[]})";
     EXPECT_EQ(scanner::JsonLine(Report(scanner::ScanStatus::NotPe)),
               R"({"schema":1,"file":"a.exe","size":1000000,"status":"not-pe")" + end);
     EXPECT_EQ(scanner::JsonLine(Report(scanner::ScanStatus::Skipped, "large")),
@@ -194,7 +221,7 @@ TEST(Totals, CountEachReportOnce) {
     scanner::Totals totals;
     EXPECT_EQ(
         scanner::SummaryLine(totals, 0, false),
-        "tavrik-scan: 0 files of 0.0 MB, 0.0 MB read in 0.00 s (0 files/s, 0.0 MB/s): 0 detections, 0 findings, 0 "
+        "tavrik-scan: 0 files of 0.0 MB, 0.0 MB read in 0.00 s (0 files/s, 0.0 MB/s): 0 detections, 0 payloads, 0 "
         "skipped, 0 errors\n");
     scanner::FileReport full = FullReport();
     full.bytes_read = 400'000;
@@ -207,12 +234,12 @@ TEST(Totals, CountEachReportOnce) {
     totals.Add(missing);
     EXPECT_EQ(scanner::SummaryLine(totals, 0.5, true),
               "tavrik-scan: interrupted: 3 files of 3.0 MB, 0.4 MB read in 0.50 s (6 files/s, 0.8 MB/s): 2 detections, "
-              "2 findings, 1 skipped, 2 errors, 1 not PE\n");
+              "2 payloads in 1 file, 1 skipped, 2 errors, 1 not PE\n");
     EXPECT_EQ(totals.Done(), 5u);
 }
 
 TEST(Progress, FitsTheTerminalAndKnowsWhatIsLeft) {
-    const scanner::Totals totals = {.files = 10, .bytes_read = 3'000'000, .detections = 1, .findings = 2, .skipped = 2};
+    const scanner::Totals totals = {.files = 10, .bytes_read = 3'000'000, .detections = 1, .payloads = 2, .skipped = 2};
     const struct {
         scanner::Expected expected;
         double seconds;

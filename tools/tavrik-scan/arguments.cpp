@@ -70,6 +70,15 @@ uint64_t RequireSize(const std::string &option, const std::string &text) {
     return *size;
 }
 
+uint64_t RequireCount(const std::string &option, const std::string &text) {
+    uint64_t count = 0;
+    const auto [stopped, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (error != std::errc() || stopped != text.data() + text.size() || count == 0)
+        throw CLI::ValidationError(option,
+                                   fmt::format("\"{}\" is not a whole number from 1 on", base::Printable(text)));
+    return count;
+}
+
 CLI::Option *AddValue(CLI::App &app, const char *name, const char *type, const char *about, const char *group,
                       std::function<void(const std::string &text)> take) {
     return app

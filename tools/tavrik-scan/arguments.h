@@ -28,6 +28,9 @@ std::optional<uint64_t> ParseSize(const std::string &text);
 /** Parses a size of at least one byte; what is wrong goes to the user as a CLI::ValidationError of `option`. */
 uint64_t RequireSize(const std::string &option, const std::string &text);
 
+/** Parses a whole number of at least 1, in the same way. */
+uint64_t RequireCount(const std::string &option, const std::string &text);
+
 /** An option with a value that `take` keeps. It may be given once. */
 CLI::Option *AddValue(CLI::App &app, const char *name, const char *type, const char *about, const char *group,
                       std::function<void(const std::string &text)> take);

@@ -55,7 +55,7 @@ public:
         app_.add_flag("--version", print_version_, "print the versions and digests, and exit");
         for (const auto add : {AddInputOptions, AddWorkOptions, AddPayloadOptions, AddOutputOptions})
             add(app_, options_);
-        for (const auto add : {AddExplain, AddLocators, AddCleanAction, AddHelp}) {
+        for (const auto add : {AddExplain, AddContents, AddUnpack, AddLocators, AddCleanAction, AddHelp}) {
             commands_.push_back(add(app_, options_));
             commands_.back().parser->footer(FooterOf(commands_.back()));
         }

@@ -30,10 +30,16 @@ struct Command {
 Command AddExplain(CLI::App &app, const ScanOptions &options);
 Command AddLocators(CLI::App &app, const ScanOptions &options);
 Command AddCleanAction(CLI::App &app, const ScanOptions &options);
+Command AddContents(CLI::App &app, const ScanOptions &options);
+Command AddUnpack(CLI::App &app, const ScanOptions &options);
 Command AddHelp(CLI::App &app, const ScanOptions &options);
 
 /** Scans files and folders as the options say. Returns an ExitCode, or kSignalled plus a signal's number. */
 int RunScan(const ScanOptions &options);
+
+/** The error of a file without contents that could be opened. */
+inline constexpr char kNothingInside[] =
+    "has no payload whose structure is known and is no archive that this build reads; scan it, or name another file";
 
 /** Writes one line about a file to standard error. */
 void ReportError(const std::filesystem::path &file, const std::string &reason);

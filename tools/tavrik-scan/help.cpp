@@ -8,14 +8,16 @@ const char kHelpDescription[] =
 Prints a line for each result:
   FILE: rule 173 "Worm.Autorun.LD4", action quarantine
       a detection: the file matches the rule; the action is the module's for cleaning it
-  FILE: entry 7, Nullsoft installer, offset 0x1a00, size 256
-      a finding: the file contains an installer, a script or an archive, found by that entry of the locator table
-Other files are not scanned. Files are only read, never changed and never run.
+  FILE: entries 7, 42: NSIS 3 Unicode, LZMA solid, offset 0x1a00, length 123456 (complete)
+      a payload: the file contains an installer, a script or an archive, found by these entries of the locator table
+Files inside payloads and archives are scanned too, as FILE!MEMBER. Other files are not scanned. Files are only read, never changed and never run.
 )";
 
 const char kHelpUsage[] = "Usage: tavrik-scan [OPTIONS] PATH...\n"
                           "       tavrik-scan [OPTIONS] --files-from LIST [PATH...]\n"
                           "       tavrik-scan [OPTIONS] explain WHAT FILE\n"
+                          "       tavrik-scan [OPTIONS] contents FILE...\n"
+                          "       tavrik-scan [OPTIONS] unpack FILE -o DIR\n"
                           "       tavrik-scan [OPTIONS] clean-action RULE FILE\n"
                           "       tavrik-scan locators\n"
                           "       tavrik-scan help [COMMAND]\n";
@@ -33,7 +35,9 @@ JSON: an object a line, in the order of the input whatever -j is, with
   status      "scanned", "not-pe", "skipped" (then: reason) or "error" (then: error); both are {code, text}
   truncated   whether a PE file is shorter than its headers say
   detections  [{rule, name, action}], action being "none", "quarantine", "quarantine-and-trace" or "cannot-open"
-  findings    [{entry, kind, kind_name, offset, size}], with --carve also carved, the new file
+  findings    [{entry, kind, kind_name, offset, size}]: what each entry said
+  payloads    [{entries, offset, format, description, length, complete, sha256, ...}]: what is there, each once
+  parent      of a file inside another one: that file
 docs/json.md describes all of it and the columns of --format csv.
 
 Examples:
@@ -53,9 +57,11 @@ Examples:
 Symbolic links, devices, pipes and sockets inside folders are not scanned; a pipe that is named is read to its end, at
 most 4 GiB. Of files of 2 GiB and more the locators search the first 2 GiB.
 Sizes are in bytes, or with K, M or G (also KB, KiB and so on), powers of 1024: 500K, 1.5M.
-The size of a finding is what the entry reports, not the length of the payload.
-A payload is carved from its offset to the end of the file, including an appended signature. The name of the new file is
-that of the scanned one with the offset: setup.exe.0x1a00.bin (.rar, .cab); if it is taken, setup.exe.0x1a00.2.bin.
+The size of a finding is what the entry reports; the length of a payload is that of its own structure.
+A carved payload is named after the scanned file with the offset: setup.exe.0x1a00.nsis (.a3x, .cab, .rar; .bin, up to the
+end of the file, where the structure is not known); if the name is taken, setup.exe.0x1a00.2.nsis. The same bytes are
+written once. Payloads of files inside other files are not carved: unpack those first.
+contents and unpack end with 0 when everything could be read, else with 2.
 Write a file name that equals a command with its folder (./explain), and one that begins with a dash after --.
 Control characters in file names are shown as \xNN.)";
 

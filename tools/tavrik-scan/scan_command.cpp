@@ -40,9 +40,14 @@ struct Result {
 };
 
 ExitCode CodeOf(const scanner::FileReport &report) {
-    if (report.status == scanner::ScanStatus::Failed)
-        return kErrorHappened;
-    return report.findings.empty() && report.detections.empty() ? kNothingFound : kFound;
+    ExitCode code = kNothingFound;
+    report.ForEach([&code](const scanner::FileReport &each) {
+        if (each.status == scanner::ScanStatus::Failed)
+            code = kErrorHappened;
+        else if (!each.payloads.empty() || !each.detections.empty())
+            code = std::max(code, kFound);
+    });
+    return code;
 }
 
 scanner::Input::Kind KindOf(const fs::path &path) {
@@ -61,7 +66,7 @@ public:
           profiles_(options.profile ? options.threads + 1 : 0), shows_progress_(ShowsProgress()),
           console_(shows_progress_ ? MakeProgress() : nullptr) {
         if (options.carve_folder)
-            carver_.emplace(*options.carve_folder);
+            carver_.emplace(*options.carve_folder, options.carve);
     }
 
     // Returns when the results have been printed: all, or those up to an interruption.
@@ -171,7 +176,7 @@ private:
             result.report.error_code = job.error->code();
         }
         // Lines with carved payloads are made after carving.
-        if (!carver_ || result.report.findings.empty()) {
+        if (!carver_ || result.report.payloads.empty()) {
             const scanner::StepTimer timer(profile, scanner::Step::Output);
             result.lines = Lines(result.report);
         }
@@ -185,9 +190,9 @@ private:
     void Deliver(Result &result) {
         scanner::FileReport &report = result.report;
         scanner::Profile *profile = ProfileOf(options_.threads);
-        if (carver_ && !report.findings.empty() && report.status != scanner::ScanStatus::Interrupted) {
+        if (carver_ && !report.payloads.empty() && report.status != scanner::ScanStatus::Interrupted) {
             const scanner::StepTimer timer(profile, scanner::Step::Carve);
-            CarveFindings(report);
+            CarvePayloads(report);
             result.lines = Lines(report);
         }
         if (report.status == scanner::ScanStatus::Interrupted)
@@ -199,28 +204,23 @@ private:
         }
         if (!result.lines.empty())
             console_.Print(result.lines);
-        if (const std::string notes = scanner::NoteLines(report, NamesSkipped()); !notes.empty())
-            console_.PrintError(notes);
-        if (report.status == scanner::ScanStatus::Failed)
-            console_.PrintError(scanner::ErrorLine(report.file, report.error, errors_in_colour_));
+        report.ForEach([this](const scanner::FileReport &each) {
+            if (const std::string notes = scanner::NoteLines(each, NamesSkipped()); !notes.empty())
+                console_.PrintError(notes);
+            if (each.status == scanner::ScanStatus::Failed)
+                console_.PrintError(scanner::ErrorLine(each.file, each.error, errors_in_colour_));
+        });
         code_ = std::max(code_, CodeOf(report));
     }
 
     // Called in the files' order, so that the same input gives the same names.
-    void CarveFindings(scanner::FileReport &report) {
+    void CarvePayloads(scanner::FileReport &report) {
         try {
             std::optional<base::FileSource> reopened;
             base::ByteSource &opened = report.stream ? *report.stream : reopened.emplace(report.file);
             scanner::WatchedSource source(opened, scanner::Deadline(options_.settings.timeout));
-            for (const scanner::Finding &finding : report.findings) {
-                const auto is_same = [&](const scanner::CarvedPayload &carved) {
-                    return carved.offset == finding.offset;
-                };
-                if (std::any_of(report.carved.begin(), report.carved.end(), is_same))
-                    continue;
-                const fs::path file = carver_->Carve(source, report.file, finding.offset, finding.kind);
-                report.carved.push_back({finding.offset, source.size() - finding.offset, file});
-            }
+            for (scanner::Payload &payload : report.payloads)
+                carver_->Carve(source, report.file, payload);
         } catch (const base::Error &error) {
             if (base::Interruption() != 0) {
                 report.status = scanner::ScanStatus::Interrupted;

@@ -15,6 +15,8 @@ std::string ScanConflict(const ScanOptions &options) {
         return "-0 needs the list of --files-from";
     if (options.settings.sha256 && options.format == scanner::ReportFormat::Text)
         return "--sha256 is shown in JSON and CSV only; add --json or --format csv";
+    if (options.carve.with_tail && !options.carve_folder)
+        return "--carve-tail needs --carve";
     const std::vector<std::filesystem::path> known =
         options.path_list ? std::vector<std::filesystem::path>() : options.paths;
     for (const std::string &pattern : options.walk.exclude)

@@ -9,6 +9,7 @@
 
 #include "base/console.h"
 #include "base/walk.h"
+#include "scanner/carve.h"
 #include "scanner/report.h"
 #include "scanner/scan.h"
 
@@ -33,6 +34,7 @@ struct ScanOptions {
     scanner::ScanSettings settings;
     unsigned threads = 1;
     std::optional<std::filesystem::path> carve_folder;
+    scanner::CarveSettings carve;
 
     scanner::ReportFormat format = scanner::ReportFormat::Text;
     bool quiet = false;
