@@ -293,9 +293,10 @@ def equivalent_of(fault, entries):
                  and entry["change"] in ("*", fault.after)), None)
 
 
-def try_stage(batch, workers, stage, baseline, say):
-    """Tries the faults, neighbours in a file one after the other, so that little is built again."""
-    queue = collections.deque(sorted(batch, key=lambda fault: (fault.file, fault.start)))
+def try_stage(batch, workers, stage, baseline, outcomes, say):
+    """Tries the faults, neighbours in a file one after the other, so that little is built again, and headers last."""
+    queue = collections.deque(sorted(batch, key=lambda fault: (not fault.file.endswith((".cpp", ".c")), fault.file,
+                                                               fault.start)))
     results, lock, errors = [], threading.Lock(), []
 
     def work(worker, take):
@@ -312,9 +313,10 @@ def try_stage(batch, workers, stage, baseline, say):
                 return
             with lock:
                 results.append((fault, *verdict))
+                outcomes.put(fault, *verdict)
                 say(f"{time.monotonic() - began:6.1f} s  {verdict[0]:16}  {fault.file}:{fault.line}  {fault.kind}  {verdict[1]}")
 
-    threads = [threading.Thread(target=work, args=(worker, queue.popleft if number % 2 == 0 else queue.pop))
+    threads = [threading.Thread(target=work, args=(worker, queue.popleft))
                for number, worker in enumerate(workers)]
     for thread in threads:
         thread.start()
@@ -351,12 +353,9 @@ def try_area(name, area, found, workers, baseline, outcomes, options):
             if not batch:
                 break
             baseline.prepare(stage, workers)
-            tried = try_stage(batch, workers, stage, baseline, lambda text: print(f"{name:10} {text}", file=sys.stderr, flush=True))
+            tried = try_stage(batch, workers, stage, baseline, outcomes, lambda text: print(f"{name:10} {text}", file=sys.stderr, flush=True))
             is_last = number == len(stages) - 1
-            final = [result for result in tried if is_last or result[1] != SURVIVED]
-            for result in final:
-                outcomes.put(*result)
-            results += final
+            results += [result for result in tried if is_last or result[1] != SURVIVED]
             batch = [result[0] for result in tried if result[1] == SURVIVED]
         counted = sum(result[1] != UNCOMPILED for result in results)
     results.sort(key=lambda result: (result[0].file, result[0].start))
