@@ -23,15 +23,18 @@ enum Column {
     Rule,
     Name,
     Action,
-    Entry,
-    Kind,
+    Entries,
+    Description,
     Offset,
     Length,
+    Complete,
+    Encrypted,
     Code,
     Text
 };
-constexpr std::array kColumns = {"file",   "size",  "sha256", "status", "truncated", "result",     "rule", "name",
-                                 "action", "entry", "kind",   "offset", "length",    "error_code", "error"};
+constexpr std::array kColumns = {"file",   "size",     "sha256",    "status",     "truncated",   "result",
+                                 "rule",   "name",     "action",    "entries",    "description", "offset",
+                                 "length", "complete", "encrypted", "error_code", "error"};
 using Row = std::array<std::string, kColumns.size()>;
 
 // A field of RFC 4180. Spreadsheets take what begins with these characters for a formula, and a file's name is its
@@ -56,6 +59,25 @@ std::string Line(const Fields &fields) {
     return line + '\n';
 }
 
+const char *YesNo(bool value) {
+    return value ? "yes" : "no";
+}
+
+Row PayloadRow(const Row &common, const Payload &payload) {
+    Row row = common;
+    row[Result] = "payload";
+    row[Entries] = fmt::format("{}", fmt::join(payload.entries, " "));
+    row[Description] = KindName(payload.kind);
+    row[Offset] = fmt::format("{}", payload.offset);
+    if (payload.extent) {
+        row[Description] = base::Printable(payload.extent->description);
+        row[Length] = fmt::format("{}", payload.extent->length);
+        row[Complete] = YesNo(payload.extent->complete);
+        row[Encrypted] = YesNo(payload.extent->encrypted);
+    }
+    return row;
+}
+
 } // namespace
 
 std::string CsvHeader() {
@@ -70,7 +92,7 @@ std::string CsvLines(const FileReport &report) {
     common[Sha256] = report.sha256;
     common[Status] = StatusName(report.status);
     if (report.missing_bytes)
-        common[Truncated] = *report.missing_bytes > 0 ? "yes" : "no";
+        common[Truncated] = YesNo(*report.missing_bytes > 0);
     if (!report.error.empty()) {
         common[Code] = base::ErrorCodeName(report.error_code);
         common[Text] = base::Printable(report.error);
@@ -84,25 +106,8 @@ std::string CsvLines(const FileReport &report) {
         row[Action] = ActionName(detection.action);
         lines += Line(row);
     }
-    for (const Finding &finding : report.findings) {
-        Row row = common;
-        row[Result] = "finding";
-        row[Entry] = fmt::format("{}", finding.entry);
-        row[Kind] = KindName(finding.kind);
-        row[Offset] = fmt::format("{}", finding.offset);
-        row[Length] = fmt::format("{}", finding.size);
-        lines += Line(row);
-    }
-    for (const Payload &payload : report.payloads) {
-        Row row = common;
-        row[Result] = "payload";
-        row[Name] = base::Printable(payload.extent ? payload.extent->description : "");
-        row[Entry] = fmt::format("{}", fmt::join(payload.entries, " "));
-        row[Kind] = KindName(payload.kind);
-        row[Offset] = fmt::format("{}", payload.offset);
-        row[Length] = payload.extent ? fmt::format("{}", payload.extent->length) : "";
-        lines += Line(row);
-    }
+    for (const Payload &payload : report.payloads)
+        lines += Line(PayloadRow(common, payload));
     return lines.empty() ? Line(common) : lines;
 }
 
