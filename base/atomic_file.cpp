@@ -47,75 +47,108 @@ fs::path FollowLinks(const fs::path &path) {
     Fail(path, std::make_error_code(std::errc::too_many_symbolic_link_levels));
 }
 
-// Writes all and closes the stream.
-std::error_code WriteAndClose(std::FILE *stream, std::string_view content, Flush flush) {
+// Ends writing and closes the stream.
+std::error_code Close(std::FILE *stream, Flush flush) {
     std::error_code error;
-    if (std::fwrite(content.data(), 1, content.size(), stream) != content.size() || std::fflush(stream) != 0 ||
-        (flush == Flush::ToDisk && !FlushToDisk(stream)))
+    if (std::fflush(stream) != 0 || (flush == Flush::ToDisk && !FlushToDisk(stream)))
         error = LastError();
     if (std::fclose(stream) != 0 && !error)
         error = LastError();
     return error;
 }
 
-// A new file in the folder of the one that it is to replace. It is removed again if it has not replaced it.
-class TemporaryFile {
+} // namespace
+
+// A device or pipe that is written to as it is, or a new file in the folder of the one that it is to replace; the new
+// file is removed unless it did.
+class AtomicFile::Impl {
 public:
-    explicit TemporaryFile(const fs::path &target) {
-        // The name does not grow with the target's, which may have the greatest length already.
-        std::random_device random;
-        for (int tries = 0; stream_ == nullptr && tries < kMostNames; ++tries) {
-            path_ = target.parent_path() / fmt::format(".tavrik-{:08x}.tmp", random());
-            stream_ = CreateNewFile(path_);
-            if (stream_ == nullptr && errno != EEXIST)
-                break;
+    explicit Impl(const fs::path &path) {
+        std::error_code error;
+        const fs::file_status status = fs::status(path, error);
+        if (fs::is_directory(status))
+            Fail(path, std::make_error_code(std::errc::is_a_directory));
+        is_there_ = fs::exists(status);
+        if (is_there_ && !fs::is_regular_file(status)) {
+            stream_ = OpenForWriting(path);
+        } else {
+            target_ = FollowLinks(path);
+            CreateTemporary();
+        }
+        if (stream_ == nullptr)
+            Fail(path, LastError());
+        if (IsTemporary() && is_there_ && !CopyPermissions(target_, stream_)) {
+            error = LastError();
+            Discard();
+            Fail(path, error);
         }
     }
-    ~TemporaryFile() {
-        std::error_code ignored;
-        if (stream_ != nullptr)
-            std::fclose(stream_);
-        if (exists_)
-            fs::remove(path_, ignored);
-    }
-    TemporaryFile(const TemporaryFile &) = delete;
-    TemporaryFile &operator=(const TemporaryFile &) = delete;
+    ~Impl() { Discard(); }
+    Impl(const Impl &) = delete;
+    Impl &operator=(const Impl &) = delete;
 
-    std::error_code Replace(const fs::path &target, bool is_there, std::string_view content, Flush flush) {
-        if (stream_ == nullptr)
-            return LastError();
-        exists_ = true;
-        if (is_there && !CopyPermissions(target, stream_))
-            return LastError();
-        std::error_code error = WriteAndClose(std::exchange(stream_, nullptr), content, flush);
+    std::error_code Write(std::string_view piece) {
+        return std::fwrite(piece.data(), 1, piece.size(), stream_) == piece.size() ? std::error_code() : LastError();
+    }
+
+    std::error_code Commit(Flush flush) {
+        std::error_code error = Close(std::exchange(stream_, nullptr), IsTemporary() ? flush : Flush::None);
+        if (!error && IsTemporary())
+            error = RenameOver(temporary_, target_);
         if (!error)
-            error = RenameOver(path_, target);
-        exists_ = static_cast<bool>(error);
+            temporary_.clear();
         return error;
     }
 
 private:
-    fs::path path_;
+    bool IsTemporary() const { return !temporary_.empty(); }
+
+    // The name does not grow with the target's, which may have the greatest length already.
+    void CreateTemporary() {
+        std::random_device random;
+        for (int tries = 0; stream_ == nullptr && tries < kMostNames; ++tries) {
+            const fs::path name = target_.parent_path() / fmt::format(".tavrik-{:08x}.tmp", random());
+            stream_ = CreateNewFile(name);
+            if (stream_ != nullptr)
+                temporary_ = name;
+            else if (errno != EEXIST)
+                break;
+        }
+    }
+
+    void Discard() {
+        std::error_code ignored;
+        if (stream_ != nullptr)
+            std::fclose(std::exchange(stream_, nullptr));
+        if (IsTemporary())
+            fs::remove(temporary_, ignored);
+        temporary_.clear();
+    }
+
+    fs::path target_;
+    fs::path temporary_; // "" while there is none
     std::FILE *stream_ = nullptr;
-    bool exists_ = false;
+    bool is_there_ = false;
 };
 
-} // namespace
+AtomicFile::AtomicFile(const fs::path &path) : path_(path), impl_(std::make_unique<Impl>(path)) {}
+
+AtomicFile::~AtomicFile() = default;
+
+void AtomicFile::Write(std::string_view piece) {
+    if (const std::error_code error = impl_->Write(piece))
+        Fail(path_, error);
+}
+
+void AtomicFile::Commit(Flush flush) {
+    if (const std::error_code error = impl_->Commit(flush))
+        Fail(path_, error);
+}
 
 void WriteWholeFile(const fs::path &path, std::string_view content, Flush flush) {
-    std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    if (fs::is_directory(status))
-        Fail(path, std::make_error_code(std::errc::is_a_directory));
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        std::FILE *const stream = OpenForWriting(path);
-        error = stream == nullptr ? LastError() : WriteAndClose(stream, content, Flush::None);
-    } else {
-        const fs::path target = FollowLinks(path);
-        error = TemporaryFile(target).Replace(target, fs::exists(status), content, flush);
-    }
-    if (error)
-        Fail(path, error);
+    AtomicFile file(path);
+    file.Write(content);
+    file.Commit(flush);
 }
 
 void WriteWholeFile(const fs::path &path, std::span<const uint8_t> content, Flush flush) {

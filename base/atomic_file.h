@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <span>
 #include <string_view>
 
@@ -22,6 +23,30 @@ enum class Flush { ToDisk, None };
  * Error. */
 void WriteWholeFile(const std::filesystem::path &path, std::string_view content, Flush flush = Flush::ToDisk);
 void WriteWholeFile(const std::filesystem::path &path, std::span<const uint8_t> content, Flush flush = Flush::ToDisk);
+
+/** The same for content that comes piece by piece: the file has it from Commit on. Serves one thread at a time. */
+class AtomicFile {
+public:
+    /** Begins the temporary file. Throws Error when there can be none. */
+    explicit AtomicFile(const std::filesystem::path &path);
+
+    /** Without Commit the file stays as it was. */
+    ~AtomicFile();
+    AtomicFile(const AtomicFile &) = delete;
+    AtomicFile &operator=(const AtomicFile &) = delete;
+
+    /** Throws Error. */
+    void Write(std::string_view piece);
+
+    /** Gives the file its content; nothing may be written afterwards. Throws Error. */
+    void Commit(Flush flush = Flush::ToDisk);
+
+private:
+    class Impl;
+
+    std::filesystem::path path_; // as the caller named it
+    std::unique_ptr<Impl> impl_;
+};
 
 /** WriteWholeFile, unless the file has this content already: its time then stays as it is. Returns whether it was
  * written. Throws Error. */

@@ -29,6 +29,8 @@ const char *Escape(Colour colour) {
         return "\x1b[1;31m"; // bold red
     case Colour::Finding:
         return "\x1b[33m"; // yellow
+    case Colour::NearMiss:
+        return "\x1b[36m"; // cyan
     default:
         return "\x1b[31m"; // red
     }

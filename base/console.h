@@ -31,7 +31,7 @@ void PrintError(const std::string &text);
 enum class When { Auto, Always, Never };
 
 /** Colours for parts of a line. */
-enum class Colour { Detection, Finding, Error };
+enum class Colour { Detection, Finding, NearMiss, Error };
 
 /** The text in its colour, or as it is. */
 std::string Paint(bool in_colour, Colour colour, std::string_view text);
