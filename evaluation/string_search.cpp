@@ -61,31 +61,34 @@ public:
         }
     }
 
-    bool IsIn(std::span<const uint8_t> bytes) const { return has_rarest_ ? IsInByRarest(bytes) : IsInByMoves(bytes); }
+    /** Where the first occurrence begins. */
+    std::optional<std::size_t> FindIn(std::span<const uint8_t> bytes) const {
+        return has_rarest_ ? FindByRarest(bytes) : FindByMoves(bytes);
+    }
 
 private:
     static constexpr std::size_t kShortStretch = 4; // bytes
 
     static uint8_t Move(std::size_t distance) { return static_cast<uint8_t>(std::min<std::size_t>(distance, 255)); }
 
-    bool IsInByMoves(std::span<const uint8_t> bytes) const {
+    std::optional<std::size_t> FindByMoves(std::span<const uint8_t> bytes) const {
         for (std::size_t at = 0; at + pattern_.length <= bytes.size(); at += moves_[bytes[at + key_]])
             if (pattern_.IsAt(&bytes[at]))
-                return true;
-        return false;
+                return at;
+        return std::nullopt;
     }
 
-    bool IsInByRarest(std::span<const uint8_t> bytes) const {
+    std::optional<std::size_t> FindByRarest(std::span<const uint8_t> bytes) const {
         for (std::size_t at = 0; at + pattern_.length <= bytes.size(); ++at) {
             const uint8_t *from = &bytes[at + key_];
             const void *rarest = std::memchr(from, pattern_.value[key_], bytes.size() - pattern_.length - at + 1);
             if (rarest == nullptr)
-                return false;
+                return std::nullopt;
             at += static_cast<std::size_t>(static_cast<const uint8_t *>(rarest) - from);
             if (pattern_.IsAt(&bytes[at]))
-                return true;
+                return at;
         }
-        return false;
+        return std::nullopt;
     }
 
     const StringPattern &pattern_;
@@ -112,28 +115,33 @@ bool IsPlainlyAt(base::FileBytes &bytes, uint64_t offset, const StringFeature &s
 
 } // namespace
 
-bool IsStringPresent(base::FileBytes &bytes, base::Region region, const StringFeature &string) {
+std::optional<uint64_t> FindString(base::FileBytes &bytes, base::Region region, const StringFeature &string) {
     const StringPattern pattern(string);
     const Starts starts = CountingStarts(string, pattern.length, region.length);
     if (starts.IsEmpty())
-        return false;
+        return std::nullopt;
     const base::Region place = {region.offset + starts.first, starts.end - starts.first - 1 + pattern.length};
     if (place.length == pattern.length) {
         uint8_t there[kLongestPattern];
-        return bytes.Read(place.offset, there, pattern.length) && pattern.IsAt(there);
+        const bool is_there = bytes.Read(place.offset, there, pattern.length) && pattern.IsAt(there);
+        return is_there ? std::optional(place.offset) : std::nullopt;
     }
     const PatternSearch search(pattern, AnchoredStretch(string, pattern));
+    std::optional<uint64_t> found;
+    const auto find = [&](std::span<const uint8_t> piece, uint64_t offset) {
+        if (const std::optional<std::size_t> at = search.FindIn(piece))
+            found = offset + *at;
+        return !found;
+    };
     if (place.length <= kSmallPlace) {
         uint8_t there[kSmallPlace];
         const auto length = static_cast<std::size_t>(place.length);
-        return bytes.Read(place.offset, there, length) && search.IsIn({there, length});
+        if (bytes.Read(place.offset, there, length))
+            find({there, length}, place.offset);
+        return found;
     }
-    bool is_found = false;
-    bytes.ForPieces(place, pattern.length - 1, [&](std::span<const uint8_t> piece, uint64_t) {
-        is_found = search.IsIn(piece);
-        return !is_found;
-    });
-    return is_found;
+    bytes.ForPieces(place, pattern.length - 1, find);
+    return found;
 }
 
 bool IsStringPresentPlainly(base::FileBytes &bytes, base::Region region, const StringFeature &string) {
