@@ -29,6 +29,8 @@ void Finish(tavrik_report &report) {
     }
     for (const scanner::Finding &finding : file.findings)
         report.finding_kinds.push_back(scanner::KindName(finding.kind));
+    for (const scanner::Payload &payload : file.payloads)
+        report.payload_kinds.push_back(scanner::KindName(payload.kind));
 }
 
 scanner::FileReport Skipped(const Input &input, uint64_t max_size) {
@@ -142,6 +144,7 @@ extern "C" tavrik_status tavrik_report_summary(const tavrik_report *report, tavr
         value.file_size = file.size.value_or(0);
         value.detections = file.detections.size();
         value.findings = file.findings.size();
+        value.payloads = file.payloads.size();
         engine::Give(summary, value, "summary");
     });
 }
@@ -173,8 +176,18 @@ extern "C" tavrik_status tavrik_report_finding(const tavrik_report *report, size
 extern "C" tavrik_status tavrik_report_payload(const tavrik_report *report, size_t index, tavrik_payload *payload) {
     return Guard(nullptr, [&] {
         Require(report != nullptr, "report");
-        Require(index < report->payload_kinds.size(), "the index");
+        const scanner::Payload &found = engine::At(report->report.payloads, index);
         tavrik_payload value = {};
+        value.kind = found.kind;
+        value.offset = found.offset;
+        if (found.extent) {
+            value.length = found.extent->length;
+            value.present = found.extent->present;
+        }
+        value.kind_name = report->payload_kinds[index].c_str();
+        value.sha256 = found.sha256.c_str();
+        value.entries = found.entries.data();
+        value.entry_count = found.entries.size();
         engine::Give(payload, value, "payload");
     });
 }

@@ -77,6 +77,8 @@ TEST(Engine, FindsTheSameByPathBytesAndRanges) {
         ASSERT_FALSE(by_path.findings.empty());
         EXPECT_EQ(by_path.findings[0].kind, sample.finding->kind);
         EXPECT_EQ(by_path.findings[0].offset, sample.finding->offset);
+        ASSERT_FALSE(by_path.payloads.empty());
+        EXPECT_EQ(by_path.payloads[0].entries[0], by_path.findings[0].entry);
     }
 }
 
