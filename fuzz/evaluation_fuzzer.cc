@@ -11,9 +11,12 @@
 #include "evaluation/evaluator.h"
 #include "evaluation/rule_explanation.h"
 #include "evaluation/rule_index.h"
+#include "pe/certificate.h"
 #include "rules/record/record_builder.h"
 #include "rules/text/parser.h"
-#include "scanner/pe_image.h"
+#include "scanner/host_records.h"
+#include "scanner/map/file_map.h"
+#include "scanner/near_miss.h"
 
 namespace {
 
@@ -121,9 +124,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     const std::vector<uint8_t> file(data, data + size); // of exactly that size, so that no read after it is missed
     tavrik::base::MemorySource source(file);
-    tavrik::scanner::ParsePe(source);
-
     tavrik::evaluation::Features features(source);
+    tavrik::pe::ReadSigner(features.image());
+    uint64_t covered = 0;
+    for (const tavrik::scanner::map::Segment &segment :
+         tavrik::scanner::map::MakeMap(source, features.image()).segments) {
+        Require(segment.place.offset == covered && segment.place.length != 0);
+        covered = segment.place.End();
+    }
+    Require(covered == size);
+    // The searches of all entries, whatever their gates say.
+    const tavrik::scanner::PeResult pe = tavrik::scanner::MakeHostRecords(features.image(), source);
+    if (pe.status == tavrik::scanner::PeStatus::Parsed)
+        tavrik::scanner::FindNearMisses(source, features.image(), pe.records, tavrik::scanner::kMostFailedConditions,
+                                        {});
     const std::vector<uint32_t> fast = index.Match(features);
     StreamedSource streamed(file);
     tavrik::evaluation::Features streamed_features(streamed);

@@ -9,8 +9,6 @@
 
 namespace tavrik::scanner {
 
-namespace {
-
 const char *FormatName(const payloads::Extent &extent) {
     switch (extent.format) {
     case payloads::Format::Nsis:
@@ -24,8 +22,6 @@ const char *FormatName(const payloads::Extent &extent) {
     }
     return "unknown";
 }
-
-} // namespace
 
 std::string PayloadText(const Payload &payload) {
     const std::string found_by =

@@ -10,6 +10,9 @@
 
 namespace tavrik::scanner {
 
+/** The word for an extent's format in JSON: "nsis", "autoit", "cabinet" or "rar". */
+const char *FormatName(const payloads::Extent &extent);
+
 /** The payload on one line: "entries 16, 26: AutoIt EA06, offset 0x1a00, length 123456 (complete)". */
 std::string PayloadText(const Payload &payload);
 

@@ -34,6 +34,7 @@ public:
     uint64_t size() const override { return source_.size(); }
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     const std::string &error() const override { return source_.error(); }
+    base::ErrorCode error_code() const override { return source_.error_code(); }
 
     /** In the order of the reads. */
     std::span<const Access> accesses() const { return accesses_; }

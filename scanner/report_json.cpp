@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "scanner/clean_action.h"
 #include "scanner/locator_info.h"
+#include "scanner/near_report.h"
 #include "scanner/payload_report.h"
 #include "scanner/report.h"
 
@@ -54,6 +55,11 @@ Json ReportObject(const FileReport &report) {
     Json &payloads = line["payloads"] = Json::array();
     for (const Payload &payload : report.payloads)
         payloads.push_back(PayloadObject(payload));
+    if (report.near) {
+        Json &near = line["near"] = Json::array();
+        for (const NearMiss &miss : *report.near)
+            near.push_back(NearObject(miss));
+    }
     return line;
 }
 

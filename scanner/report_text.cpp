@@ -5,13 +5,14 @@
 #include "base/console.h"
 #include "base/text.h"
 #include "scanner/clean_action.h"
+#include "scanner/near_report.h"
 #include "scanner/payload_report.h"
 #include "scanner/report.h"
 
 namespace tavrik::scanner {
 
 std::string TextLines(const FileReport &report, bool in_colour) {
-    if (report.detections.empty() && report.payloads.empty())
+    if (report.detections.empty() && report.payloads.empty() && !report.near)
         return "";
     const std::string file = base::PrintablePath(report.file);
     std::string lines;
@@ -26,6 +27,8 @@ std::string TextLines(const FileReport &report, bool in_colour) {
     for (const Payload &payload : report.payloads)
         if (const std::string carved = CarvedText(payload); !carved.empty())
             add(base::Colour::Finding, carved);
+    for (const NearMiss &miss : report.near.value_or(std::vector<NearMiss>{}))
+        add(base::Colour::NearMiss, base::Printable(NearText(miss)));
     return lines;
 }
 

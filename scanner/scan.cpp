@@ -13,6 +13,7 @@
 #include "scanner/inside.h"
 #include "scanner/module_stream.h"
 #include "scanner/profile.h"
+#include "scanner/recording_source.h"
 #include "scanner/watched_source.h"
 
 namespace tavrik::scanner {
@@ -144,8 +145,10 @@ void Scanner::ScanInput(const Input &input, FileReport &report, Profile *profile
 
 // Scans a source until the deadline.
 void Scanner::Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const {
-    WatchedSource source(opened, deadline, profile);
+    RecordingSource recorder(opened);
+    WatchedSource source(settings_.record_reads ? recorder : opened, deadline, profile);
     Examine(source, report, report.file, profile);
+    report.read = recorder.ReadRegions();
     if (settings_.inside && (report.status == ScanStatus::Scanned || report.status == ScanStatus::NotPe))
         ScanInside(source, report, deadline, profile);
     if (source.was_interrupted())
@@ -200,6 +203,12 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, const std::f
     const StepTimer timer(profile, Step::Locators);
     report.findings = RunLocators(module_, source, pe.records);
     report.payloads = PayloadsOf(source, report.findings);
+    if (settings_.near_conditions != 0) {
+        std::vector<base::Region> known;
+        for (const Payload &payload : report.payloads)
+            known.push_back({payload.offset, payload.extent ? payload.extent->present : 1});
+        report.near = FindNearMisses(source, features->image(), pe.records, settings_.near_conditions, known);
+    }
     HashPayloads(source, report.payloads);
     if (!source.error().empty())
         fail(source.error());

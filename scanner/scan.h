@@ -16,6 +16,7 @@
 #include "evaluation/rule_index.h"
 #include "scanner/host_records.h"
 #include "scanner/module.h"
+#include "scanner/near_miss.h"
 #include "scanner/payload.h"
 #include "scanner/unpack_budget.h"
 
@@ -67,9 +68,11 @@ struct FileReport {
     std::optional<uint64_t> missing_bytes;    // of a PE file: how many its section table says are there beyond its end
     std::shared_ptr<base::ByteSource> stream; // what was read of an input that cannot be opened again; else null
     std::vector<Detection> detections;
-    std::vector<Finding> findings;  // what each locator said
-    std::vector<Payload> payloads;  // what is there, each once
-    std::vector<FileReport> inside; // of its payloads, or of an archive, in the container's order
+    std::vector<Finding> findings;             // what each locator said
+    std::vector<Payload> payloads;             // what is there, each once
+    std::optional<std::vector<NearMiss>> near; // no findings; when they were asked for and searched for
+    std::vector<base::Region> read;            // when asked for: the bytes that were read, in order
+    std::vector<FileReport> inside;            // of its payloads, or of an archive, in the container's order
 
     /** Calls `visit` with this report and with those inside, each before what is inside it. */
     template <typename Visit>
@@ -88,6 +91,8 @@ struct ScanSettings {
     bool inside = true;               // files inside payloads and archives are scanned too
     unsigned inside_depth = 4;        // containers that are opened within each other
     UnpackLimits inside_limits;
+    std::size_t near_conditions = 0; // of a gate that may fail in a near miss; 0: near misses are not asked for
+    bool record_reads = false;       // in the report
 };
 
 class Deadline;

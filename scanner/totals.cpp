@@ -56,6 +56,7 @@ void Totals::Add(const FileReport &report) {
         detections += each.detections.size();
         payloads += each.payloads.size();
         files_with_payloads += each.payloads.empty() ? 0u : 1u;
+        near_misses += each.near ? each.near->size() : 0;
         if (&each == &report)
             return;
         ++inside;
@@ -67,13 +68,14 @@ void Totals::Add(const FileReport &report) {
 std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted) {
     const double read = static_cast<double>(totals.bytes_read) / kMegabyte;
     return fmt::format("tavrik-scan: {}{} of {:.1f} MB{}, {:.1f} MB read in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): "
-                       "{}, {}, {} skipped, "
+                       "{}, {}{}, {} skipped, "
                        "{}{}\n",
                        is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"),
                        static_cast<double>(totals.bytes) / kMegabyte,
                        totals.inside == 0 ? "" : fmt::format(" with {} inside", base::CountText(totals.inside, "file")),
                        read, seconds, Rate(static_cast<double>(totals.files), seconds), Rate(read, seconds),
                        base::CountText(totals.detections, "detection"), PayloadCount(totals),
+                       totals.near_misses == 0 ? "" : fmt::format(", {} near", totals.near_misses),
                        totals.skipped + totals.inside_skipped, base::CountText(totals.errors, "error"),
                        totals.not_pe == 0 ? "" : fmt::format(", {} not PE", totals.not_pe));
 }

@@ -17,6 +17,7 @@ struct Totals {
     uint64_t detections = 0;
     uint64_t payloads = 0;
     uint64_t files_with_payloads = 0;
+    uint64_t near_misses = 0; // unknown builds included
     uint64_t skipped = 0;
     uint64_t errors = 0;
     uint64_t not_pe = 0;

@@ -38,6 +38,8 @@ ALLOWED = {
     "include/tavrik": [],
     "engine": ["include/tavrik2", "include/tavrik", "base", "pe", "rules", "rules/text", "rules/record", "rules/analysis",
                "evaluation", "scanner", "tavrik2/locators"],
+    "scanner/map": ["include/tavrik2", "base", "pe", "rules", "evaluation", "scanner", "scanner/payloads"],
+    "scanner/html": ["include/tavrik2", "base", "pe", "evaluation", "scanner", "scanner/payloads", "scanner/map"],
     "database/profile": ["include/tavrik2", "base", "rules"],
     "database/name_compiler": ["base", "tavrik2/rules"],
     "database/generator": ["include/tavrik2", "base", "pe", "pe/builder", "rules", "rules/text", "database/profile"],
@@ -47,7 +49,8 @@ ALLOWED = {
     "tools/tavrik-rules": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "rules/analysis",
                            "rules/yara", "evaluation", "database/profile", "database/generator"],
     "tools/tavrik-samples": ["base", "samples"],
-    "tools/tavrik-scan": ["include/tavrik2", "base", "rules/text", "evaluation", "scanner", "scanner/payloads"],
+    "tools/tavrik-scan": ["include/tavrik2", "base", "rules/text", "evaluation", "scanner", "scanner/payloads",
+                          "scanner/map", "scanner/html"],
 }
 # These may include anything; nothing may include them.
 OUTSIDE = ["tests", "bench", "fuzz", "cmake", "examples"]
@@ -65,6 +68,8 @@ NAMESPACES = {
     "scanner": "tavrik::scanner",
     "engine": "tavrik::engine",
     "scanner/payloads": "tavrik::scanner::payloads",
+    "scanner/map": "tavrik::scanner::map",
+    "scanner/html": "tavrik::scanner::html",
     "database/profile": "tavrik::profile",
     "database/name_compiler": "tavrik::name_compiler",
     "database/generator": "tavrik::generator",

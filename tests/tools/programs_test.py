@@ -74,6 +74,7 @@ def scan_output(samples):
     objects = lines("tavrik-scan", "-r", "--json", "--sha256", samples, "missing")
     objects += lines("tavrik-scan", "--json", "--max-size", "1K", str(some), "-", stdin=b"x" * 2000)
     objects += lines("tavrik-scan", "--json", "-", samples, stdin=b"MZ")
+    objects += lines("tavrik-scan", "-r", "--json", "--near", "3", samples)
     for entry in range(50):
         objects += lines("tavrik-scan", "--json", "explain", f"entry:{entry}", str(some))
     objects += lines("tavrik-scan", "--json", "explain", "rule:173", str(some))

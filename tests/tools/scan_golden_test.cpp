@@ -31,7 +31,7 @@ TEST_P(ScanOutput, IsAsInItsTranscript) {
 
 INSTANTIATE_TEST_SUITE_P(Of, ScanOutput,
                          testing::Values("scan/commands", "scan/explain", "scan/files", "scan/input", "scan/scan",
-                                         "scan/wrong"));
+                                         "scan/views", "scan/wrong"));
 
 } // namespace
 } // namespace tavrik::tests

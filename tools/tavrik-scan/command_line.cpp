@@ -53,15 +53,17 @@ public:
         app_.fallthrough();
         app_.add_option("PATH", paths_, "files to scan, - being standard input; with -r also folders")->type_name("");
         app_.add_flag("--version", print_version_, "print the versions and digests, and exit");
-        for (const auto add : {AddInputOptions, AddWorkOptions, AddPayloadOptions, AddOutputOptions})
+        for (const auto add : {AddInputOptions, AddWorkOptions, AddPayloadOptions, AddNearOptions, AddOutputOptions})
             add(app_, options_);
-        for (const auto add : {AddExplain, AddContents, AddUnpack, AddLocators, AddCleanAction, AddHelp}) {
+        for (const auto add : {AddExplain, AddMap, AddContents, AddUnpack, AddLocators, AddCleanAction, AddHelp}) {
             commands_.push_back(add(app_, options_));
             commands_.back().parser->footer(FooterOf(commands_.back()));
         }
     }
 
     int Run(std::vector<std::string> arguments) {
+        options_.command_line = arguments;
+        JoinNear(arguments);
         std::transform(arguments.begin(), arguments.end(), arguments.begin(), MarkWhole);
         if (const std::optional<int> code = base::ParseCommandLine(app_, std::move(arguments), kErrorHappened))
             return *code;

@@ -28,6 +28,7 @@ struct Command {
 
 /** Each adds a command. The program's `options` must outlive the parser; they are complete when the command runs. */
 Command AddExplain(CLI::App &app, const ScanOptions &options);
+Command AddMap(CLI::App &app, const ScanOptions &options);
 Command AddLocators(CLI::App &app, const ScanOptions &options);
 Command AddCleanAction(CLI::App &app, const ScanOptions &options);
 Command AddContents(CLI::App &app, const ScanOptions &options);

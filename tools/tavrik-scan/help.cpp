@@ -10,12 +10,15 @@ Prints a line for each result:
       a detection: the file matches the rule; the action is the module's for cleaning it
   FILE: entries 7, 42: NSIS 3 Unicode, LZMA solid, offset 0x1a00, length 123456 (complete)
       a payload: the file contains an installer, a script or an archive, found by these entries of the locator table
+  FILE: near miss of entry 42: ...; unknown build: ...
+      with --near: a payload that no entry finds, and what the nearest one asks for; no finding
 Files inside payloads and archives are scanned too, as FILE!MEMBER. Other files are not scanned. Files are only read, never changed and never run.
 )";
 
 const char kHelpUsage[] = "Usage: tavrik-scan [OPTIONS] PATH...\n"
                           "       tavrik-scan [OPTIONS] --files-from LIST [PATH...]\n"
                           "       tavrik-scan [OPTIONS] explain WHAT FILE\n"
+                          "       tavrik-scan [OPTIONS] map FILE [-o SVG]\n"
                           "       tavrik-scan [OPTIONS] contents FILE...\n"
                           "       tavrik-scan [OPTIONS] unpack FILE -o DIR\n"
                           "       tavrik-scan [OPTIONS] clean-action RULE FILE\n"
@@ -37,6 +40,7 @@ JSON: an object a line, in the order of the input whatever -j is, with
   detections  [{rule, name, action}], action being "none", "quarantine", "quarantine-and-trace" or "cannot-open"
   findings    [{entry, kind, kind_name, offset, size}]: what each entry said
   payloads    [{entries, offset, format, description, length, complete, sha256, ...}]: what is there, each once
+  near        with --near: payloads that no entry finds: [{status, kind, kind_name, offset, entries, ...}]
   parent      of a file inside another one: that file
 docs/json.md describes all of it and the columns of --format csv.
 
@@ -44,6 +48,8 @@ Examples:
   tavrik-scan setup.exe                           scan one file
   tavrik-scan -r Downloads                        scan a folder and its subfolders
   tavrik-scan explain rule:173 file.exe           why does rule 173 (not) match this file?
+  tavrik-scan map setup.exe                       what is where in this file, as a picture
+  tavrik-scan -r --near --report out.html .       a report for people, one HTML file
   tavrik-scan -r --carve payloads Downloads       write the payloads to the folder payloads
   tavrik-scan -r --json . | jq -r 'select(.detections != []) | .file'
                                                   the names of the detected files

@@ -47,6 +47,12 @@ void AddOutputOptions(CLI::App &app, ScanOptions &options) {
                                                                       {"json", scanner::ReportFormat::JsonLines},
                                                                       {"csv", scanner::ReportFormat::Csv}});
              });
+    AddValue(app, "--report", "FILE", "also write a report for people to FILE: HTML, complete in itself", kGroup,
+             [&](const std::string &text) {
+                 if (text.empty())
+                     throw CLI::ValidationError("--report", "the file's name is empty");
+                 options.report = base::PathOf(text);
+             });
     app.add_flag("-q,--quiet", options.quiet, "no progress line and no summary")->group(kGroup);
     app.add_flag("--profile", options.profile, "print at the end how much time the steps and the rules took")
         ->group(kGroup);

@@ -15,12 +15,14 @@
 #include "base/system.h"
 #include "base/text.h"
 #include "scanner/carve.h"
+#include "scanner/html/html_report.h"
 #include "scanner/profile.h"
 #include "scanner/report.h"
 #include "scanner/totals.h"
 #include "scanner/watched_source.h"
 #include "tools/tavrik-scan/commands.h"
 #include "tools/tavrik-scan/file_counter.h"
+#include "tools/tavrik-scan/run_facts.h"
 
 namespace tavrik::scan_tool {
 
@@ -37,14 +39,16 @@ struct Job {
 struct Result {
     scanner::FileReport report;
     std::string lines; // for standard output
+    std::string row;   // for the report for people
 };
 
-ExitCode CodeOf(const scanner::FileReport &report) {
+ExitCode CodeOf(const scanner::FileReport &report, bool near_is_found) {
     ExitCode code = kNothingFound;
-    report.ForEach([&code](const scanner::FileReport &each) {
+    report.ForEach([&](const scanner::FileReport &each) {
         if (each.status == scanner::ScanStatus::Failed)
             code = kErrorHappened;
-        else if (!each.payloads.empty() || !each.detections.empty())
+        else if (!each.payloads.empty() || !each.detections.empty() ||
+                 (near_is_found && each.near && !each.near->empty()))
             code = std::max(code, kFound);
     });
     return code;
@@ -60,13 +64,16 @@ scanner::Input::Kind KindOf(const fs::path &path) {
 // A run over all paths. Work runs in many threads; Deliver is called by one thread at a time, in the files' order.
 class ScanRun {
 public:
-    ScanRun(const scanner::Scanner &scanner, const ScanOptions &options)
-        : scanner_(scanner), options_(options), out_in_colour_(base::WantsColour(options.colour, stdout)),
+    ScanRun(const scanner::Module &module, const scanner::Scanner &scanner, const ScanOptions &options)
+        : module_(module), scanner_(scanner), options_(options),
+          out_in_colour_(base::WantsColour(options.colour, stdout)),
           errors_in_colour_(base::WantsColour(options.colour, stderr)),
           profiles_(options.profile ? options.threads + 1 : 0), shows_progress_(ShowsProgress()),
           console_(shows_progress_ ? MakeProgress() : nullptr) {
         if (options.carve_folder)
             carver_.emplace(*options.carve_folder, options.carve);
+        if (!options.report.empty())
+            people_.emplace(options.report, FactsOf(module, options));
     }
 
     // Returns when the results have been printed: all, or those up to an interruption.
@@ -102,10 +109,12 @@ public:
     // Prints the summary. Returns the exit code.
     int Conclude(std::span<HeuristicRule *const> rules) {
         console_.EndProgress();
+        if (people_)
+            people_->Finish(SummaryText());
         if (totals_.Done() == 0 && !list_failed_ && base::Interruption() == 0)
             console_.PrintError("tavrik-scan: nothing was scanned: no file is named, or all are excluded\n");
         if (!options_.quiet)
-            console_.PrintError(scanner::SummaryLine(totals_, Seconds(), base::Interruption() != 0));
+            console_.PrintError(SummaryText());
         if (options_.profile) {
             for (std::size_t thread = 1; thread < profiles_.size(); ++thread)
                 profiles_.front().Add(profiles_[thread]);
@@ -149,6 +158,8 @@ private:
         };
     }
 
+    std::string SummaryText() const { return scanner::SummaryLine(totals_, Seconds(), base::Interruption() != 0); }
+
     // In the other formats a skipped file has a record of its own.
     bool NamesSkipped() const { return !options_.quiet && options_.format == scanner::ReportFormat::Text; }
 
@@ -180,7 +191,23 @@ private:
             const scanner::StepTimer timer(profile, scanner::Step::Output);
             result.lines = Lines(result.report);
         }
+        if (people_ && result.report.status != scanner::ScanStatus::Interrupted) {
+            const scanner::StepTimer timer(profile, scanner::Step::Output);
+            result.row = Rows(result.report);
+        }
         return result;
+    }
+
+    // The file's row of the report for people, and those of the files inside it, which cannot be opened again.
+    std::string Rows(const scanner::FileReport &report) const {
+        std::string rows;
+        report.ForEach([&](const scanner::FileReport &each) {
+            const bool is_on_disk = &each == &report && each.size.has_value();
+            rows += scanner::html::FileRow(each, is_on_disk
+                                                     ? scanner::html::Describe(module_, each, options_.settings.timeout)
+                                                     : scanner::html::FileDetails{});
+        });
+        return rows;
     }
 
     std::string Lines(const scanner::FileReport &report) const {
@@ -204,13 +231,15 @@ private:
         }
         if (!result.lines.empty())
             console_.Print(result.lines);
+        if (people_)
+            people_->Add(result.row);
         report.ForEach([this](const scanner::FileReport &each) {
             if (const std::string notes = scanner::NoteLines(each, NamesSkipped()); !notes.empty())
                 console_.PrintError(notes);
             if (each.status == scanner::ScanStatus::Failed)
                 console_.PrintError(scanner::ErrorLine(each.file, each.error, errors_in_colour_));
         });
-        code_ = std::max(code_, CodeOf(report));
+        code_ = std::max(code_, CodeOf(report, options_.near_is_found));
     }
 
     // Called in the files' order, so that the same input gives the same names.
@@ -233,12 +262,14 @@ private:
         }
     }
 
+    const scanner::Module &module_;
     const scanner::Scanner &scanner_;
     const ScanOptions &options_;
     const bool out_in_colour_;
     const bool errors_in_colour_;
     const Clock::time_point start_ = Clock::now();
     std::optional<scanner::Carver> carver_;
+    std::optional<scanner::html::HtmlReport> people_;
     std::vector<scanner::Profile> profiles_;
     ExitCode code_ = kNothingFound;
     bool list_failed_ = false;
@@ -256,8 +287,10 @@ private:
 int RunScan(const ScanOptions &options) {
     base::NoteInterruptions();
     const scanner::Module module(options.module);
-    const scanner::Scanner scanner(module, options.settings);
-    ScanRun run(scanner, options);
+    scanner::ScanSettings settings = options.settings;
+    settings.record_reads = !options.report.empty();
+    const scanner::Scanner scanner(module, settings);
+    ScanRun run(module, scanner, options);
     run.Run();
     return run.Conclude(module.rules());
 }

@@ -17,6 +17,8 @@ std::string ScanConflict(const ScanOptions &options) {
         return "--sha256 is shown in JSON and CSV only; add --json or --format csv";
     if (options.carve.with_tail && !options.carve_folder)
         return "--carve-tail needs --carve";
+    if (options.near_is_found && options.settings.near_conditions == 0)
+        return "--near-is-found needs --near";
     const std::vector<std::filesystem::path> known =
         options.path_list ? std::vector<std::filesystem::path>() : options.paths;
     for (const std::string &pattern : options.walk.exclude)

@@ -37,6 +37,9 @@ struct ScanOptions {
     scanner::CarveSettings carve;
 
     scanner::ReportFormat format = scanner::ReportFormat::Text;
+    bool near_is_found = false;            // for the exit code
+    std::filesystem::path report;          // the HTML file to write; "" for none
+    std::vector<std::string> command_line; // for the report
     bool quiet = false;
     bool exit_zero = false; // also when something is found
     bool profile = false;
@@ -48,7 +51,12 @@ struct ScanOptions {
 void AddInputOptions(CLI::App &app, ScanOptions &options);
 void AddWorkOptions(CLI::App &app, ScanOptions &options);
 void AddPayloadOptions(CLI::App &app, ScanOptions &options);
+void AddNearOptions(CLI::App &app, ScanOptions &options);
 void AddOutputOptions(CLI::App &app, ScanOptions &options);
+
+/** Gives --near the number that follows it, or else the default, as its value, so that the parser does not take a file
+ * for it. */
+void JoinNear(std::vector<std::string> &arguments);
 
 /** What is wrong with options that do not go together in a scan; "" when nothing is. */
 std::string ScanConflict(const ScanOptions &options);
