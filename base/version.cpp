@@ -23,8 +23,9 @@ std::string LibraryVersions() {
     return libraries;
 }
 
-std::string VersionText(std::string_view program) {
-    return fmt::format("{} {}\nlibraries: {}\n", program, kVersion, LibraryVersions());
+std::string VersionText(std::string_view program, std::string_view more) {
+    return fmt::format("{} {}\nlibraries: {}{}{}\n", program, kVersion, LibraryVersions(), more.empty() ? "" : ", ",
+                       more);
 }
 
 } // namespace tavrik::base

@@ -13,6 +13,7 @@
 #include "base/version.h"
 #include "scanner/identity.h"
 #include "scanner/module.h"
+#include "scanner/payloads/libraries.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
 #include "tools/tavrik-scan/help.h"
@@ -94,7 +95,7 @@ private:
 
     // Also without a module, so that it can be told what is wrong.
     ExitCode PrintVersion() const {
-        std::string text = base::VersionText("tavrik-scan");
+        std::string text = base::VersionText("tavrik-scan", scanner::payloads::LibraryVersions());
         ExitCode code = kNothingFound;
         try {
             text += scanner::IdentityText(scanner::IdentityOf(scanner::Module(options_.module)));
