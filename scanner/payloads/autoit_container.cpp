@@ -17,9 +17,10 @@ std::string PathOf(const AutoItRecord &record, const AutoItGeneration &generatio
     if (!record.path.empty() && !record.kind.starts_with('>'))
         return record.path;
     const std::size_t begin = record.kind.find_first_not_of('>');
-    if (begin == std::string::npos)
+    const std::size_t last = record.kind.find_last_not_of('<');
+    if (begin == std::string::npos || last == std::string::npos || begin > last)
         return "unnamed";
-    return record.kind.substr(begin, record.kind.find_last_not_of('<') + 1 - begin);
+    return record.kind.substr(begin, last + 1 - begin);
 }
 
 /** Adler-32, over pieces. */

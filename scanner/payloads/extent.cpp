@@ -69,13 +69,17 @@ std::optional<Extent> ReadExtentAt(base::ByteSource &source, uint64_t offset) {
     const auto has = [head](std::string_view bytes, std::size_t place) {
         return head.size() >= place + bytes.size() && std::memcmp(head.data() + place, bytes.data(), bytes.size()) == 0;
     };
+    std::optional<Extent> extent;
     if (has("MSCF", 0))
-        return ReadCabinetExtent(source, offset);
-    if (has("Rar!", 0))
-        return ReadRarExtent(source, offset);
-    if (has("NullsoftInst", 2 * kNsisMarkerDistance))
-        return ReadNsisExtent(source, offset);
-    return MayBeAutoIt(head) ? ReadAutoItExtent(source, offset) : std::nullopt;
+        extent = ReadCabinetExtent(source, offset);
+    else if (has("Rar!", 0))
+        extent = ReadRarExtent(source, offset);
+    else if (has("NullsoftInst", 2 * kNsisMarkerDistance))
+        extent = ReadNsisExtent(source, offset);
+    // A script's marker may be anything, the others' included.
+    if (!extent && MayBeAutoIt(head))
+        extent = ReadAutoItExtent(source, offset);
+    return extent;
 }
 
 } // namespace tavrik::scanner::payloads

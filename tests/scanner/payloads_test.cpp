@@ -33,7 +33,6 @@ struct ReadMember {
 struct Contents {
     std::vector<ReadMember> members;
     std::string error;
-
     std::map<std::string, std::string> Files() const {
         std::map<std::string, std::string> files;
         for (const ReadMember &read : members)
@@ -120,6 +119,8 @@ std::vector<Sample> Samples() {
          "AutoIt EA05"},
         {"altered script", Format::AutoIt, PAYLOAD_AUTOIT,
          WithMarker(ScriptArchive(kEA06Build, {kScript}), kAlteredHeaders[0].substr(0, 24)), "AutoIt EA06"},
+        {"script with another marker", Format::AutoIt, PAYLOAD_AUTOIT,
+         WithMarker(ScriptArchive(kEA06Build, {kScript}), "?\?\?\?" + kNullsoft), "AutoIt EA06"},
         {"unknown script", Format::AutoIt, PAYLOAD_AUTOIT, kMarker + "AU3!EA07" + Noise(300) + "AU3!EA07",
          "AutoIt EA07, unknown script build"},
         {"installer", Format::Nsis, PAYLOAD_NULLSOFT, Installer(SmallInstaller()), "NSIS 3 ANSI, not compressed"},
@@ -193,7 +194,7 @@ TEST(CompiledScripts, GiveBackWhatWentIn) {
         noise + std::string(70000, 'a') + noise + "ab" + std::string(300, 'b') + noise.substr(0, 12);
     for (const ScriptBuild &build : {kEA06Build, kEA05Build}) {
         const ScriptFile script = {build.is_ea06 ? kScript.kind : kOldScript.kind, "C:\\t.tmp", text};
-        const ScriptFile without_time = {"", "C:\\work\\empty", "", false, 0};
+        const ScriptFile without_time = {"<<<", "", "", false, 0};
         const ScriptFile marker = {">>>AUTOIT NO CMDEXECUTE<<<", "C:\\t.tmp", "", false};
         const std::string archive = ScriptArchive(build, {script, marker, kEmbedded, without_time});
         if (build.is_ea06) {
@@ -213,7 +214,7 @@ TEST(CompiledScripts, GiveBackWhatWentIn) {
             EXPECT_EQ(members[1].member.path, "AUTOIT NO CMDEXECUTE");
             EXPECT_EQ(members[2].member.path, "C:\\work\\data\\x.bin");
             EXPECT_EQ(members[2].bytes, "as it is");
-            EXPECT_EQ(members[3].bytes, "");
+            EXPECT_EQ(members[3].member.path, "unnamed");
             EXPECT_EQ(members[3].member.time, std::nullopt);
             for (const ReadMember &member : members)
                 EXPECT_EQ(member.error, "");
