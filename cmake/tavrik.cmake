@@ -23,8 +23,7 @@ function(tavrik_module name)
     target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
                            $<$<CXX_COMPILER_ID:Clang>:-Wglobal-constructors -Wexit-time-destructors>)
     set_target_properties(
-        ${name} PROPERTIES PREFIX "" SUFFIX ".hbx" LINKER_LANGUAGE C BUILD_RPATH "$ORIGIN" INSTALL_RPATH "$ORIGIN"
-                           BUILD_RPATH_USE_ORIGIN ON)
+        ${name} PROPERTIES PREFIX "" SUFFIX ".hbx" LINKER_LANGUAGE C INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
     if(WIN32)
         target_link_options(${name} PRIVATE -static -static-libgcc)
     else()

@@ -93,8 +93,10 @@ void Support(archive *reader, ArchiveKind kind) {
 
 class ArchiveContainer final : public Container {
 public:
-    ArchiveContainer(base::ByteSource &source, uint64_t offset, uint64_t length, ArchiveKind kind)
-        : window_(source, offset, length), reader_(archive_read_new()) {
+    // An archive that ends before its end is complete to the library where the cut is between two files.
+    ArchiveContainer(base::ByteSource &source, uint64_t offset, uint64_t length, ArchiveKind kind,
+                     bool is_truncated = false)
+        : window_(source, offset, length), is_truncated_(is_truncated), reader_(archive_read_new()) {
         const base::Utf8Locale locale;
         archive *reader = reader_.get();
         Support(reader, kind);
@@ -116,6 +118,8 @@ public:
             const int result = archive_read_next_header(reader_.get(), &entry);
             if (result == ARCHIVE_EOF) {
                 at_end_ = true;
+                if (is_truncated_)
+                    error_ = "it is truncated, and files may be missing; get the whole file";
                 return std::nullopt;
             }
             if (result == ARCHIVE_FATAL) {
@@ -212,6 +216,7 @@ private:
     base::WindowSource window_;
     uint64_t position_ = 0;
     std::vector<uint8_t> block_ = std::vector<uint8_t>(kBlockSize);
+    bool is_truncated_;
     bool at_end_ = false;
     bool is_encrypted_ = false; // the member that was given last
     std::string member_error_;
@@ -248,7 +253,7 @@ std::unique_ptr<Container> OpenArchive(base::ByteSource &source) {
 
 std::unique_ptr<Container> OpenArchivePayload(base::ByteSource &source, const Extent &extent) {
     const ArchiveKind kind = extent.format == Format::Cabinet ? ArchiveKind::Cabinet : ArchiveKind::Rar;
-    return std::make_unique<ArchiveContainer>(source, extent.offset, extent.present, kind);
+    return std::make_unique<ArchiveContainer>(source, extent.offset, extent.present, kind, !extent.complete);
 }
 
 } // namespace tavrik::scanner::payloads
