@@ -22,7 +22,7 @@ std::string ScanConflict(const ScanOptions &options) {
     const std::vector<std::filesystem::path> known =
         options.path_list ? std::vector<std::filesystem::path>() : options.paths;
     for (const std::string &pattern : options.walk.exclude)
-        if (const std::string reason = WhyNothingMatches(pattern, known); !reason.empty())
+        if (std::string reason = WhyNothingMatches(pattern, known); !reason.empty())
             return reason;
     return "";
 }

@@ -13,7 +13,7 @@
 #include "scanner/report.h"
 #include "scanner/scan.h"
 
-namespace CLI {
+namespace CLI { // NOLINT(readability-identifier-naming): the library's
 class App;
 }
 

@@ -98,7 +98,7 @@ bool IsFile(const std::string &name) {
 
 Subjects SubjectsOf(const scanner::Module &module, const std::string &text) {
     const Named named(text);
-    const Subjects subjects = Find(module, named);
+    Subjects subjects = Find(module, named);
     if (!IsEmpty(subjects))
         return subjects;
     constexpr char kLists[] = "tavrik-scan locators lists the entries, tavrik-rules list the rules";
