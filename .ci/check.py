@@ -15,6 +15,8 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / "tests/structure"))
+import compilation  # noqa: E402
 # The module runs nothing at its start: a constructor or destructor of a global would.
 MODULE = ("tavrik2/", "platform/", "companions/")
 BATCH = 12  # sources that clang-tidy reads as one
@@ -36,7 +38,7 @@ def run(command, folder):
 def compiled(build):
     """The commands that compile our sources: {name from the top of the tree: command}"""
     commands = {}
-    for command in json.loads((build / "compile_commands.json").read_text()):
+    for command in compilation.commands(build):
         path = pathlib.Path(command["directory"], command["file"]).resolve()
         if path.is_relative_to(ROOT):
             commands[str(path.relative_to(ROOT))] = command
@@ -70,12 +72,13 @@ def batches(build, names, commands):
     folder = build / "tidy"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
+    (folder / "compile_commands.json").write_text(json.dumps(list(commands.values())))
     for (place, is_c, words, directory), group in groups.items():
         parts = -(-len(group) // BATCH)
         for part in range(parts):
             chosen = group[part::parts]
             if len(chosen) == 1:
-                yield chosen, ["clang-tidy-14", "-p", str(build), "--quiet", chosen[0]], ROOT
+                yield chosen, ["clang-tidy-14", "-p", str(folder), "--quiet", chosen[0]], ROOT
                 continue
             batch = folder / f"{place.replace('/', '_')}_{len(list(folder.iterdir()))}.{'c' if is_c else 'cpp'}"
             batch.write_text("".join(f'#include "{ROOT / name}" // NOLINT(bugprone-suspicious-include)\n' for name in chosen))
@@ -87,7 +90,7 @@ def tidy(build, names, command, folder):
     """A batch's findings; those of each source where they cannot be compiled as one, for a name that two of them have."""
     code, output = run(command, folder)
     if len(names) > 1 and "[clang-diagnostic-error]" in output:
-        results = [run(["clang-tidy-14", "-p", str(build), "--quiet", name], ROOT) for name in names]
+        results = [run(["clang-tidy-14", "-p", str(build / "tidy"), "--quiet", name], ROOT) for name in names]
         return max(code for code, _ in results), "".join(output for _, output in results)
     return code, output
 

@@ -7,6 +7,10 @@ target_compile_options(
     tavrik_options
     INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wcast-qual -Wformat=2 -Wvla
               $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
+if(CMAKE_UNITY_BUILD)
+    # Several sources compiled as one: what two of them call alike is no shadow, and each of them is still a main file.
+    target_compile_options(tavrik_options INTERFACE -Wno-shadow $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+endif()
 if(TAVRIK_SANITIZE)
     add_compile_options(-fsanitize=${TAVRIK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${TAVRIK_SANITIZE})
@@ -23,7 +27,7 @@ function(tavrik_module name)
     target_compile_options(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
                            $<$<CXX_COMPILER_ID:Clang>:-Wglobal-constructors -Wexit-time-destructors>)
     set_target_properties(
-        ${name} PROPERTIES PREFIX "" SUFFIX ".hbx" LINKER_LANGUAGE C INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
+        ${name} PROPERTIES PREFIX "" SUFFIX ".hbx" LINKER_LANGUAGE C UNITY_BUILD OFF INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
     if(WIN32)
         target_link_options(${name} PRIVATE -static -static-libgcc)
     else()

@@ -13,7 +13,7 @@ namespace {
 
 namespace field = rules::header_field;
 
-constexpr auto kEqual = static_cast<uint8_t>(rules::Operator::Equal);
+constexpr auto kExactValue = static_cast<uint8_t>(rules::Operator::Equal);
 
 // ---- Which condition a rule is filed under -------------------------------------------------------------------------
 
@@ -70,8 +70,8 @@ template <typename Visit>
 void ForExactRuns(Conditions conditions, Visit visit) {
     for (std::size_t i = 0; i < conditions.size();) {
         std::size_t end = i + 1;
-        if (conditions[i].op == kEqual) {
-            while (end < conditions.size() && conditions[end].op == kEqual &&
+        if (conditions[i].op == kExactValue) {
+            while (end < conditions.size() && conditions[end].op == kExactValue &&
                    conditions[end].field == conditions[i].field)
                 ++end;
             if (conditions[i].field < kHeaderFieldCount)

@@ -15,7 +15,7 @@ using Bytes = std::span<const uint8_t>;
 // WIN_CERTIFICATE: dwLength, wRevision, wCertificateType, and the certificate.
 constexpr uint32_t kEntryHeaderSize = 8;
 constexpr uint64_t kTypeOffset = 6;
-constexpr int kMostEntries = 16; // that are looked at
+constexpr int kMostCertificates = 16; // that are looked at
 constexpr uint16_t kPkcsSignedData = 2;
 
 // Tags of DER.
@@ -192,7 +192,7 @@ std::optional<Signer> ReadSigner(const Image &image) {
     const base::Region table = CertificateTable(image);
     // Entries begin at multiples of 8.
     uint64_t entry = table.offset;
-    for (int count = 0; count < kMostEntries && entry + kEntryHeaderSize <= table.End(); ++count) {
+    for (int count = 0; count < kMostCertificates && entry + kEntryHeaderSize <= table.End(); ++count) {
         const uint32_t length = image.bytes().Get<uint32_t>(entry).value_or(0);
         if (length <= kEntryHeaderSize || length > table.End() - entry)
             return std::nullopt;

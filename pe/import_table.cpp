@@ -4,18 +4,17 @@
 
 namespace tavrik::pe {
 
-using namespace import_descriptor;
-
 ImportTable::ImportTable(const Image &image) : image_(image), thunk_size_(ThunkSize(image.IsPe32Plus())) {
     const std::optional<uint32_t> rva = image.DirectoryRva(kImportDirectory);
     const std::optional<uint64_t> table = rva ? image.OffsetOfRva(*rva) : std::nullopt;
     if (!table)
         return;
-    for (uint64_t at = *table; descriptors_.size() < kMostDescriptors; at += kSize) {
+    for (uint64_t at = *table; descriptors_.size() < kMostDescriptors; at += import_descriptor::kSize) {
         Descriptor descriptor;
-        if (!image.bytes().Read(at, descriptor.fields.data(), kSize) || descriptor.fields[kName] == 0)
+        if (!image.bytes().Read(at, descriptor.fields.data(), import_descriptor::kSize) ||
+            descriptor.fields[import_descriptor::kName] == 0)
             break;
-        if (const std::optional<uint64_t> name = image.OffsetOfRva(descriptor.fields[kName]))
+        if (const std::optional<uint64_t> name = image.OffsetOfRva(descriptor.fields[import_descriptor::kName]))
             descriptor.module = image.bytes().Text(*name);
         thunks_.push_back(FindThunks(descriptor));
         function_count_ += static_cast<uint32_t>(thunks_.back().count);
@@ -30,10 +29,10 @@ uint64_t ImportTable::ThunkAt(uint64_t offset) const {
 }
 
 ImportTable::Thunks ImportTable::FindThunks(const Descriptor &descriptor) const {
-    const uint32_t original = descriptor.fields[kOriginalFirstThunk];
+    const uint32_t original = descriptor.fields[import_descriptor::kOriginalFirstThunk];
     std::optional<uint64_t> offset = original == 0 ? std::nullopt : image_.OffsetOfRva(original);
     if (!offset)
-        offset = image_.OffsetOfRva(descriptor.fields[kFirstThunk]);
+        offset = image_.OffsetOfRva(descriptor.fields[import_descriptor::kFirstThunk]);
     Thunks thunks;
     if (!offset)
         return thunks;

@@ -1,15 +1,16 @@
 #!/usr/bin/env python3
 """The tree's own rules: includes run one way, one namespace a folder, no source compiled twice, no long files.
 
-Usage: includes_test.py SOURCE_FOLDER COMPILE_COMMANDS
+Usage: includes_test.py SOURCE_FOLDER BUILD_FOLDER
 """
 import collections
 import html
-import json
 import pathlib
 import re
 import subprocess
 import sys
+
+import compilation
 
 # What the files of each component may include besides their own. A component is a folder with all below it; the
 # longest name that fits a file is its component. Whoever wants a new edge writes it here and in docs/architecture.md.
@@ -169,12 +170,12 @@ def check_namespaces(root, files):
                 failures.append(f"{name}: opens the namespace {opened}; its folder's is {wanted}")
 
 
-def check_builds(root, files, compile_commands):
+def check_builds(root, files, build):
     for name in files:
         if name.endswith("CMakeLists.txt") and re.search(r"^[^#]*\.\./", (root / name).read_text(), re.M):
             failures.append(f"{name}: names a source of another folder by ../: link that folder's library")
     seen = collections.Counter(
-        pathlib.Path(command["directory"], command["file"]).resolve() for command in json.loads(compile_commands.read_text()))
+        pathlib.Path(command["directory"], command["file"]).resolve() for command in compilation.commands(build))
     for source, times in seen.items():
         if times > 1 and source.is_relative_to(root.resolve()) and not source.is_relative_to(root.resolve() / "build"):
             failures.append(f"{source.relative_to(root.resolve())}: is compiled {times} times: put it into one library")
@@ -197,11 +198,11 @@ def check_picture(root):
 
 
 def main():
-    root, compile_commands = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+    root, build = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     files = tracked(root)
     check_cycles(check_includes(root, files))
     check_namespaces(root, files)
-    check_builds(root, files, compile_commands)
+    check_builds(root, files, build)
     check_lengths(root, files)
     check_picture(root)
     for failure in failures:

@@ -25,6 +25,7 @@ struct Miss {
 const Miss kMisses[] = {
     {8, "adjoining", "neither name nor kind", WithSection(4, Section(".rsrc1", 0, 0, 0x5000, 0x1000, 0x40000000))},
     {8, "adjoining", "section 4 ends at the file's end", [](Scene &s) { s.records.file_size = 0x6000; }},
+    {8, "apart", "section 4 ends after the file", WithSection(4, Section(".rsrc", 0, 0, 0x7F000000, 0x1000))},
     {15, "section 0", "section 0 is too small", [](Scene &s) { s.file.sections[0].VirtualSize = 0x64FFF; }},
     {15, "section 0", "section 0 is too large", [](Scene &s) { s.file.sections[0].SizeOfRawData = 0x67001; }},
     {22, "seven sections", "the section is too large", [](Scene &s) { s.file.sections[6].SizeOfRawData = 0xF501; }},
@@ -182,6 +183,20 @@ TEST(Locator, ManifestTextsAtTheStartOfTheBlock) {
         scene.stream.Put(0x6800, text);
         EXPECT_EQ(scene.Call(&result), 1) << entry;
     }
+}
+
+// Where a seek to its header fails, section 5 does not count as one that is apart.
+TEST(Locator, Entry8NeedsTheHeaderOfSection5) {
+    const Find &find = FindOf(8, "apart");
+    Scene scene(find.entry, find.wanted);
+    Build(scene, find);
+    LocatorResult result = kUntouched;
+    ASSERT_EQ(scene.Call(&result), 1);
+    const std::string calls = scene.stream.TakeCalls();
+    const std::size_t read = calls.rfind(" R40"); // after two seeks to the header; the first is examined
+    const auto seeks = std::count(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(read), 'S');
+    EXPECT_EQ(scene.Call(&result, {Fault::SeekElsewhere, static_cast<uint32_t>(seeks - 1)}), 0);
+    EXPECT_TRUE(scene.stream.HasFailed());
 }
 
 TEST(Locator, Entry5NeedsAStream) {
