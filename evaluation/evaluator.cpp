@@ -12,10 +12,10 @@
 
 #include "base/characters.h"
 #include "evaluation/string_search.h"
+#include "evaluation/table_conditions.h"
 #include "rules/expression.h"
 #include "rules/lists.h"
 #include "rules/names.h"
-#include "rules/numbers.h"
 
 namespace tavrik::evaluation {
 
@@ -25,9 +25,6 @@ using rules::Operator;
 namespace {
 
 constexpr auto kEqual = static_cast<uint8_t>(Operator::Equal);
-constexpr auto kNotEqual = static_cast<uint8_t>(Operator::NotEqual);
-
-namespace section_flag = pe::section_flag;
 
 template <typename List>
 auto ElementsOf(const List &list) {
@@ -35,41 +32,6 @@ auto ElementsOf(const List &list) {
 }
 
 // ---- Numbers -------------------------------------------------------------------------------------------------------
-
-bool MeetsValue(uint8_t op, std::optional<uint32_t> x, uint32_t value) {
-    return x && MeetsNumber(op, *x, value);
-}
-
-// Every element is met, where a run of elements that ask with `==` about the same value is met by one of them.
-template <typename Element, typename IsSameValue, typename IsMet>
-bool EveryRunIsMet(std::span<const Element> elements, IsSameValue is_same_value, IsMet is_met) {
-    for (std::size_t i = 0; i < elements.size();) {
-        const Element &first = elements[i];
-        bool met = is_met(first);
-        for (++i;
-             first.op == kEqual && i < elements.size() && elements[i].op == kEqual && is_same_value(first, elements[i]);
-             ++i)
-            met = met || is_met(elements[i]);
-        if (!met)
-            return false;
-    }
-    return true;
-}
-
-bool MeetsHeader(std::span<const HeaderCondition> elements, Features &features) {
-    return EveryRunIsMet(
-        elements, [](const auto &left, const auto &right) { return left.field == right.field; },
-        [&](const HeaderCondition &e) { return MeetsValue(e.op, features.Header(e.field), e.value); });
-}
-
-bool MeetsSections(std::span<const SectionCondition> elements, Features &features) {
-    return EveryRunIsMet(
-        elements,
-        [](const auto &left, const auto &right) { return left.section == right.section && left.field == right.field; },
-        [&](const SectionCondition &e) {
-            return MeetsValue(e.op, features.SectionValue(e.section, e.field), e.value);
-        });
-}
 
 bool MeetsImportTable(std::span<const IndexedCondition> elements, Features &features) {
     return EveryRunIsMet(
@@ -125,47 +87,10 @@ bool IsNamed(std::string_view name, std::string_view wanted, uint8_t option) {
     return (option & rules::kNameCased) != 0 ? name == wanted : base::IsEqualIgnoringCase(name, wanted);
 }
 
-// For a name in a list: whether the list has it as the operator wants.
-bool MeetsPresence(uint8_t op, bool is_there) {
-    return op == kEqual ? is_there : op == kNotEqual && !is_there;
-}
-
 // For the name of one thing, which may be absent.
 template <typename Name, typename IsWanted>
 bool MeetsName(uint8_t op, const std::optional<Name> &name, IsWanted is_wanted) {
     return name && MeetsPresence(op, is_wanted(*name));
-}
-
-bool IsOfClass(const SectionHeader &section, uint16_t selector) {
-    const bool is_code = (section.Characteristics & section_flag::kExecute) != 0;
-    switch (static_cast<rules::SectionRole>(selector)) {
-    case rules::SectionRole::AnyCode:
-        return is_code;
-    case rules::SectionRole::AnyData:
-        return !is_code;
-    default:
-        return true;
-    }
-}
-
-bool MeetsSectionName(const SectionNameCondition &e, Features &features) {
-    const std::string_view wanted(e.name, strnlen(e.name, sizeof(e.name)));
-    const auto sections = features.sections();
-    if (rules::IsAnySection(e.section))
-        return MeetsPresence(e.op, std::any_of(sections.begin(), sections.end(), [&](const SectionHeader &section) {
-                                 return IsOfClass(section, e.section) && SectionName(section) == wanted;
-                             }));
-    const std::optional<std::size_t> section = features.SectionOf(e.section);
-    return section && MeetsPresence(e.op, SectionName(sections[*section]) == wanted);
-}
-
-bool MeetsSectionNames(std::span<const SectionNameCondition> elements, Features &features) {
-    return EveryRunIsMet(
-        elements,
-        [](const auto &left, const auto &right) {
-            return left.section == right.section && !rules::IsAnySection(left.section);
-        },
-        [&](const SectionNameCondition &e) { return MeetsSectionName(e, features); });
 }
 
 // ---- Imports and exports -------------------------------------------------------------------------------------------
@@ -231,49 +156,6 @@ bool MeetsResource(const ResourceEntry &e, Features &features) {
         if (IsResourceSelected(e, resources[i]) && (e.value == 0 || features.ResourceCrc32(i) == uint32_t{e.value}))
             return true;
     return false;
-}
-
-// ---- Traits --------------------------------------------------------------------------------------------------------
-
-namespace field = rules::header_field;
-namespace trait = rules::trait;
-
-bool HasTrait(uint32_t trait, Features &features) {
-    const auto section_has = [&](rules::SectionRole role, uint32_t characteristic) {
-        const std::optional<std::size_t> section = features.SectionOf(static_cast<uint16_t>(role));
-        return section && (features.sections()[*section].Characteristics & characteristic) != 0;
-    };
-    switch (trait) {
-    case trait::kOverlay:
-        return features.Header(field::kOverlaySize).value_or(0) > 0;
-    case trait::kEntryInLast: {
-        const std::optional<std::size_t> entry = features.SectionOf(static_cast<uint16_t>(rules::SectionRole::Entry));
-        return entry && *entry + 1 == features.sections().size();
-    }
-    case trait::kWritableEntry:
-        return section_has(rules::SectionRole::Entry, section_flag::kWrite);
-    case trait::kExecutableLast:
-        return section_has(rules::SectionRole::Last, section_flag::kExecute);
-    case trait::kFewImports:
-        return features.Header(field::kImportFunctionCount).value_or(0) <= rules::kFewImports;
-    case trait::kVirtualSection:
-        return std::any_of(features.sections().begin(), features.sections().end(), [](const SectionHeader &section) {
-            return section.SizeOfRawData == 0 && section.VirtualSize > 0;
-        });
-    case trait::kVisualBasic:
-        return features.Vb().header().has_value();
-    case trait::kNativeCode:
-        return features.Header(field::kVbNativeCode).value_or(0) != 0;
-    default:
-        return false;
-    }
-}
-
-bool HasTraits(uint32_t traits, Features &features) {
-    for (; traits != 0; traits &= traits - 1)
-        if (!HasTrait(traits & (~traits + 1), features))
-            return false;
-    return true;
 }
 
 // ---- Strings -------------------------------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "evaluation/features.h"
+#include "evaluation/table_conditions.h"
 #include "rules/items.h"
 #include "tavrik2/heuristic_rule.h"
 
@@ -28,28 +29,6 @@ bool MeetsStrings(const HeuristicRule &rule, const std::function<bool(std::size_
  * alternatives must not be cut. Items that are no lists (traits, the expression) are judged as a whole. */
 bool MeetsElements(const HeuristicRule &rule, rules::Item item, std::size_t first, std::size_t count,
                    Features &features);
-
-/** Whether the integer `x` of the file meets an operator and a value. */
-inline bool MeetsNumber(uint8_t op, uint32_t x, uint32_t value) {
-    switch (static_cast<rules::Operator>(op)) {
-    case rules::Operator::Equal:
-        return x == value;
-    case rules::Operator::NotEqual:
-        return x != value;
-    case rules::Operator::Less:
-        return x < value;
-    case rules::Operator::Greater:
-        return x > value;
-    case rules::Operator::AtMost:
-        return x <= value;
-    case rules::Operator::AtLeast:
-        return x >= value;
-    case rules::Operator::HasBits:
-        return (x & value) == value;
-    default:
-        return false;
-    }
-}
 
 } // namespace tavrik::evaluation
 

@@ -17,9 +17,6 @@ namespace {
 
 namespace field = rules::header_field;
 
-// Selectors from this one on name no position of the section table.
-constexpr uint16_t kSelectablePositions = 500;
-
 using pe::kDosHeaderSize;
 namespace rich = pe::rich;
 
@@ -45,11 +42,6 @@ uint32_t WordAt(std::span<const uint8_t> bytes, std::size_t offset) {
 }
 
 } // namespace
-
-std::string_view SectionName(const SectionHeader &section) {
-    const char *name = reinterpret_cast<const char *>(section.Name);
-    return {name, strnlen(name, sizeof(section.Name))};
-}
 
 Features::Features(base::ByteSource &source) : bytes_(source), image_(bytes_) {}
 
@@ -162,13 +154,13 @@ uint64_t Features::OverlayOffset() const {
 
 std::optional<std::size_t> Features::SectionOf(uint16_t selector) {
     if (selector < rules::kFirstSectionRole)
-        return selector < kSelectablePositions && selector < sections().size() ? std::optional<std::size_t>(selector)
-                                                                               : std::nullopt;
+        return IsSectionPosition(selector) && selector < sections().size() ? std::optional<std::size_t>(selector)
+                                                                           : std::nullopt;
     if (selector > rules::kLastSectionRole)
         return std::nullopt;
     SectionPlace &place = roles_[selector - rules::kFirstSectionRole];
     if (!place.is_known) {
-        place.section = FindRole(selector);
+        place.section = FindSectionRole(selector, *this);
         place.is_known = true;
     }
     return place.section;
@@ -176,50 +168,7 @@ std::optional<std::size_t> Features::SectionOf(uint16_t selector) {
 
 std::optional<uint32_t> Features::SectionValue(uint16_t selector, uint8_t number) {
     const std::optional<std::size_t> section = SectionOf(selector);
-    const rules::Field *field = rules::FindField(rules::SectionFields(), number);
-    if (!section || field == nullptr)
-        return std::nullopt;
-    uint32_t value = 0;
-    std::memcpy(&value, reinterpret_cast<const uint8_t *>(&sections()[*section]) + field->offset, field->width);
-    return value;
-}
-
-std::optional<std::size_t> Features::FindRole(uint16_t role) {
-    const std::size_t count = sections().size();
-    const auto holding = [this](std::optional<uint32_t> rva) {
-        return rva ? image_.SectionHolding(*rva) : std::nullopt;
-    };
-    switch (static_cast<SectionRole>(role)) {
-    case SectionRole::Last:
-        return count > 0 ? std::optional(count - 1) : std::nullopt;
-    case SectionRole::NextToLast:
-        return count > 1 ? std::optional(count - 2) : std::nullopt;
-    case SectionRole::Entry:
-        return image_.AddressOfEntryPoint() == 0 ? std::nullopt : holding(image_.AddressOfEntryPoint());
-    case SectionRole::Code:
-        return holding(Header(field::kBaseOfCode));
-    case SectionRole::Data:
-        return holding(Header(field::kBaseOfData));
-    case SectionRole::Import:
-        return holding(image_.DirectoryRva(pe::kImportDirectory));
-    case SectionRole::Resource:
-        return holding(image_.DirectoryRva(pe::kResourceDirectory));
-    case SectionRole::Export:
-        return holding(image_.DirectoryRva(pe::kExportDirectory));
-    case SectionRole::Relocation:
-        return holding(image_.DirectoryRva(pe::kRelocationDirectory));
-    case SectionRole::Tls:
-        return holding(image_.DirectoryRva(pe::kTlsDirectory));
-    case SectionRole::Largest: {
-        const auto largest =
-            std::max_element(sections().begin(), sections().end(), [](const auto &left, const auto &right) {
-                return uint32_t{left.SizeOfRawData} < uint32_t{right.SizeOfRawData};
-            });
-        return count > 0 ? std::optional(static_cast<std::size_t>(largest - sections().begin())) : std::nullopt;
-    }
-    default:
-        return std::nullopt;
-    }
+    return section ? SectionFieldValue(sections()[*section], number) : std::nullopt;
 }
 
 base::Region Features::RawDataOf(std::optional<std::size_t> section) const {

@@ -15,6 +15,7 @@
 
 #include "base/file_bytes.h"
 #include "evaluation/resource_strings.h"
+#include "evaluation/table_conditions.h"
 #include "evaluation/vb_project.h"
 #include "pe/export_table.h"
 #include "pe/image.h"
@@ -27,9 +28,6 @@
 namespace tavrik::evaluation {
 
 using rules::kHeaderFieldCount;
-
-/** The name of a section, from its header. */
-std::string_view SectionName(const SectionHeader &section);
 
 /** The features of one file, of any content. Serves one thread. */
 class Features {
@@ -95,7 +93,6 @@ private:
     std::optional<uint32_t> DerivedValue(uint16_t field);
     void FindRichValues();
     void Set(uint16_t field, std::optional<uint32_t> value);
-    std::optional<std::size_t> FindRole(uint16_t role);
     base::Region RawDataOf(std::optional<std::size_t> section) const;
     base::Region SectionNamed(std::string_view name) const;
     base::Region RegionAt(rules::CodedRegion region, uint8_t index);

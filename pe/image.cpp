@@ -24,6 +24,13 @@ uint64_t ExtentOf(const SectionHeader &section) {
 
 } // namespace
 
+std::optional<std::size_t> SectionHolding(std::span<const SectionHeader> sections, uint32_t rva) {
+    for (std::size_t i = 0; i < sections.size(); ++i)
+        if (rva >= sections[i].VirtualAddress && rva - sections[i].VirtualAddress < ExtentOf(sections[i]))
+            return i;
+    return std::nullopt;
+}
+
 Image::Image(base::FileBytes &bytes) : bytes_(bytes) {
     has_dos_header_ = bytes_.Read(0, dos_header_.data(), dos_header_.size()) &&
                       LittleEndian(dos_header_.data(), sizeof(kDosSignature)) == kDosSignature;
@@ -114,13 +121,6 @@ std::optional<uint32_t> Image::DirectoryRva(Directory directory) const {
     const std::optional<uint32_t> rva =
         OptionalField(static_cast<uint16_t>(kDirectories + kDirectorySize * directory), 4);
     return rva == 0u ? std::nullopt : rva;
-}
-
-std::optional<std::size_t> Image::SectionHolding(uint32_t rva) const {
-    for (std::size_t i = 0; i < sections_.size(); ++i)
-        if (rva >= sections_[i].VirtualAddress && rva - sections_[i].VirtualAddress < ExtentOf(sections_[i]))
-            return i;
-    return std::nullopt;
 }
 
 base::Region Image::RawData(std::size_t section) const {

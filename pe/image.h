@@ -18,6 +18,9 @@ namespace tavrik::pe {
 /** Section headers beyond these do not count. */
 inline constexpr std::size_t kMostSections = 512;
 
+/** The first section whose extent contains the RVA. */
+std::optional<std::size_t> SectionHolding(std::span<const SectionHeader> sections, uint32_t rva);
+
 /** The headers, read once for rules and locators. Nothing is allocated but for the sections. */
 class Image {
 public:
@@ -56,7 +59,7 @@ public:
     std::span<const SectionHeader> sections() const { return sections_; }
 
     /** The first section whose extent contains the RVA. */
-    std::optional<std::size_t> SectionHolding(uint32_t rva) const;
+    std::optional<std::size_t> SectionHolding(uint32_t rva) const { return pe::SectionHolding(sections_, rva); }
 
     /** A section's raw data, cut at the end of the file. */
     base::Region RawData(std::size_t section) const;
