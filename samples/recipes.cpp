@@ -189,7 +189,7 @@ constexpr Recipe kRecipes[] = {
          const uint32_t start = file.sections[0].PointerToRawData;
          return PlantScanned(std::move(file), start);
      }},
-    {25, "autoit-behind-administrator-manifest", "script wrapper, marker far after a manifest that asks for rights",
+    {25, "autoit-after-administrator-manifest", "script wrapper, marker far after a manifest that asks for rights",
      [] {
          // For files of 3 MiB up to 0x3F0000 bytes.
          constexpr uint32_t kSize = 0x301000;
@@ -202,7 +202,7 @@ constexpr Recipe kRecipes[] = {
          file.GrowTo(kSize);
          return PlantScript(std::move(file), end + kDistance + kIntoBlock);
      }},
-    {26, "autoit-behind-wrapper-manifest", "script wrapper, marker after a manifest that names the wrapper",
+    {26, "autoit-after-wrapper-manifest", "script wrapper, marker after a manifest that names the wrapper",
      [] {
          pe::builder::PeFile file = Stub(26, {.resources = {Manifest(kWrapperManifest)}});
          const uint32_t offset = base::AlignUp(file.size(), kBlock);
@@ -304,7 +304,7 @@ constexpr Recipe kRecipes[] = {
          const uint32_t offset = file.RawEnd(5) - 0x1000 + kIntoBlock;
          return PlantNullsoft(std::move(file), offset);
      }},
-    {42, "nullsoft-behind-relocations", "installer, marker right after its relocation section",
+    {42, "nullsoft-after-relocations", "installer, marker right after its relocation section",
      [] {
          pe::builder::PeFile file = Stub(42, {.names = kInstallerSections6});
          const uint32_t offset = file.RawEnd(4) + file.sections[5].SizeOfRawData + kIntoBlock;

@@ -124,7 +124,7 @@ void WriteFinding(std::string &text, const std::optional<Finding> &finding, bool
     if (!passes)
         text += "The gate fails, so the locator does not look into the file.\n";
     else if (!finding)
-        text += "The gate passes, but the locator found no payload where it should stand. It read:\n";
+        text += "The gate passes, but the locator found no payload where it should be. It read:\n";
     else
         fmt::format_to(std::back_inserter(text),
                        "The gate passes, and the locator found: {} at offset {} ({:#x}), {} bytes.\n",

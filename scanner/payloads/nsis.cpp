@@ -30,7 +30,7 @@ struct Signature {
     bool has_filter_byte;
 };
 
-// LZMA begins with its properties, usually behind a byte that tells whether a filter was used; bzip2 with '1' and the
+// LZMA begins with its properties, usually after a byte that tells whether a filter was used; bzip2 with '1' and the
 // upper byte of a number below 900,000. Deflate begins with anything.
 Signature SignatureOf(std::span<const uint8_t, 8> bytes) {
     constexpr uint8_t kUsualProperties = 0x5D;

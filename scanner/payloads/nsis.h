@@ -79,8 +79,8 @@ private:
     NsisArchive archive_;
     std::unique_ptr<Decoder> decoder_; // of the open block or of the solid stream
     uint64_t position_ = 0;            // in the solid stream, of what is read next
-    uint64_t files_ = 0;               // where the first block behind the script is
-    uint64_t next_ = 0;                // where the block behind the open one is
+    uint64_t files_ = 0;               // where the first block after the script is
+    uint64_t next_ = 0;                // where the block after the open one is
     uint64_t left_ = 0;                // of the open block, in a solid stream
     int restarts_ = 0;
     std::optional<uint64_t> size_;
@@ -88,7 +88,7 @@ private:
     std::string error_;
 };
 
-/** The script of an archive, unpacked, and the blocks behind it. */
+/** The script of an archive, unpacked, and the blocks after it. */
 struct OpenedNsisScript {
     std::unique_ptr<NsisBlocks> blocks;
     std::vector<uint8_t> bytes; // none when it cannot be read: the error of `blocks` says why

@@ -131,7 +131,7 @@ NsisStrings::Code NsisStrings::CodeOf(uint32_t unit) const {
     return unit >= 1 && unit <= kNewCodes ? kCodes[kNewCodes - unit] : Code::None;
 }
 
-// The two bytes behind a code as they are, the first lowest.
+// The two bytes after a code as they are, the first lowest.
 uint32_t NsisStrings::TakeParameter(std::size_t &place) const {
     const uint32_t low = UnitAt(place);
     place += width();

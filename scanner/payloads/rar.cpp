@@ -181,7 +181,7 @@ std::optional<Block> ReadBlock(base::FileBytes &bytes, uint64_t offset) {
     const uint64_t extra_size = (flags & kHasExtra) != 0 ? numbers.Next() : 0;
     const uint64_t data_size = (flags & kHasData) != 0 ? numbers.Next() : 0;
     if (numbers.ran_out())
-        return Block{0, bytes.size() - offset + 1, false}; // it ends somewhere behind the source
+        return Block{0, bytes.size() - offset + 1, false}; // it ends somewhere after the source
     if (numbers.failed() || header_size == 0 || header_size > kLongestHeader || type == 0 || type > kEnd ||
         extra_size > header_size || data_size > kLongestPayload)
         return std::nullopt;

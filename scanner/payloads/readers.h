@@ -1,4 +1,4 @@
-/* The readers of the single formats, behind ReadExtent. */
+/* The readers of the single formats, which ReadExtent calls. */
 #ifndef TAVRIK_SCANNER_PAYLOADS_READERS_H
 #define TAVRIK_SCANNER_PAYLOADS_READERS_H
 

@@ -126,7 +126,7 @@ private:
         if (Below(3) == 0)
             e.mask.flip(Below(e.bytes.size()));
         e.anchor = rules::DefaultAnchor(e);
-        // A window whose ends are close to where the string stands.
+        // A window whose ends are close to the string.
         const std::optional<std::size_t> place = PlaceOf(e.bytes);
         if (place && Below(2) == 0) {
             e.kind = static_cast<uint8_t>(rules::StringKind::File);

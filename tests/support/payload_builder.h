@@ -148,7 +148,7 @@ inline std::string ScriptArchive(const ScriptBuild &build, const std::vector<Scr
  */
 struct InstallerParts {
     std::string strings;
-    std::string languages; // the table of the first language, behind its head
+    std::string languages; // the table of the first language, after its head
     std::vector<std::vector<uint32_t>> instructions;
     std::string blocks; // as they are in the archive
     uint32_t flags = 4; // no CRC
@@ -199,7 +199,7 @@ inline std::string Cabinet(uint32_t length, uint16_t flags = 0) {
     return head;
 }
 
-/** A block of version 4: its fields behind the size, and its data. */
+/** A block of version 4: its fields after the size, and its data. */
 inline std::string Rar4Block(uint8_t type, uint16_t flags, const std::string &fields, const std::string &data = "") {
     const std::string head = Little(type, 1) + Little(flags, 2) + Little(7 + fields.size(), 2) + fields;
     const std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t *>(head.data()), head.size());

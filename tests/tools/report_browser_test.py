@@ -75,7 +75,7 @@ def main():
         assert "svg" not in page.elements, "details are made before they are asked for"
         page = load(browser, folder / "profile", report, "#q=entry42%20nullsoft&open")
         assert len(page.shown) == 1 and page.hidden == count - 1, (page.shown, page.hidden)
-        assert page.shown[0].endswith("entry42-nullsoft-behind-relocations.exe"), page.shown
+        assert page.shown[0].endswith("entry42-nullsoft-after-relocations.exe"), page.shown
         assert page.elements.count("svg") == 1 and "table" in page.elements, "the details are not there"
         page = load(browser, folder / "profile", report, "#q=%3Cimg&open")
         assert len(page.shown) == 1 and page.shown[0].endswith(HOSTILE), page.shown

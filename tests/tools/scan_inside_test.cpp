@@ -91,7 +91,7 @@ TEST_F(Inside, OfAnInstallerIsCarvedListedAndScanned) {
     ASSERT_EQ(made.code, 0) << "install the package nsis; " << made.err;
     const std::string installer = ReadFile("setup.exe");
     const std::string archive = installer.substr(installer.find("\xEF\xBE\xAD\xDENullsoftInst") - 4);
-    // The archive of that installer behind headers that an entry knows.
+    // The archive of that installer after headers that an entry knows.
     const std::size_t marker = std::stoul(found_.substr(found_.find("0x")), nullptr, 16);
     Write("known.exe", ReadFile("found.exe").substr(0, marker - 4) + archive + "a signature");
     const Outcome scan = Scan("--carve out known.exe");

@@ -12,7 +12,7 @@ namespace {
 
 ExitCode RunLocators() {
     static constexpr char kLine[] = "{:>5}  {:<18}  {}\n";
-    std::string list = fmt::format(kLine, "entry", "finds", "recognised by, and where the payload stands");
+    std::string list = fmt::format(kLine, "entry", "finds", "recognised by, and where the payload is");
     for (uint32_t entry = 0; entry < scanner::kLocatorInfo.size(); ++entry) {
         const scanner::LocatorInfo &info = scanner::kLocatorInfo[entry];
         list += fmt::format(kLine, entry, entry == scanner::kDecliningEntry ? "nothing" : scanner::KindName(info.kind),

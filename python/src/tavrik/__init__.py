@@ -199,7 +199,7 @@ class Scanner(_Handle):
         return Explanation(bool(lib.tavrik_explanation_holds(handle)), text(lib.tavrik_explanation_text(handle)))
 
     def features(self, source: Source, *, cancel: Optional[Cancel] = None) -> Dict[str, FeatureValue]:
-        """The values of a file that rules ask for, by the names that rules give them; of names that stand more than
+        """The values of a file that rules ask for, by the names that rules give them; of names that occur more than
         once, such as those of functions, a list. Empty for files that are not PE. Raises Error."""
         handle = self._ask(source, cancel, "tavrik_features", lib.tavrik_features_free,
                            lambda *arguments: int(lib.tavrik_features_read(*arguments)))
