@@ -89,6 +89,10 @@ std::vector<std::string> Arguments(int argc, char **argv) {
 
 void PrepareConsole() {
     std::signal(SIGPIPE, SIG_IGN);
+    // A stream that the parent process has closed stays closed: its number would be the next file's.
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 bool MeansClosedPipe(int error) {

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "samples/samples.h"
 #include "tests/support/command.h"
 
 namespace tavrik::tests {
@@ -47,6 +48,35 @@ TEST_F(ScanCommand, SurvivesCutAndAlteredPackagedPrograms) {
     const Outcome scan = Shell("tavrik-scan -q -r --json cut altered");
     EXPECT_TRUE(scan.code == 0 || scan.code == 1) << scan.code << scan.err;
     EXPECT_EQ(Lines(scan.out).size(), 2 * made);
+}
+
+TEST_F(ScanCommand, IsConfinedBeforeItReads) {
+    const auto state_while_reading = [](const std::string &options) {
+        return Shell("mkfifo pipe; tavrik-scan -q " + options +
+                     " pipe & for try in $(seq 200); do ls -l /proc/$!/fd 2>&1 | grep -q /pipe && break; sleep 0.01; "
+                     "done\n"
+                     "grep -E '^(Seccomp|NoNewPrivs):' /proc/$!/status | tr -d '\\n\\t'; : >pipe; wait; rm pipe")
+            .out;
+    };
+    const bool has_filter = Shell("tavrik-scan --version").out.find(", seccomp") != std::string::npos;
+    EXPECT_EQ(state_while_reading(""), has_filter ? "NoNewPrivs:1Seccomp:2" : "NoNewPrivs:0Seccomp:0");
+    EXPECT_EQ(state_while_reading("--no-sandbox"), "NoNewPrivs:0Seccomp:0");
+}
+
+// Where files go whose names come from the command line: everything that is written is written under the sandbox.
+TEST_F(ScanCommand, WritesWhereItWasToldAlthoughConfined) {
+    Write("x/setup.exe", samples::MakeSample(7).bytes);
+    Write("x/old.html", "old");
+    fs::create_symlink("x/old.html", "link.html");
+    for (const char *command :
+         {"tavrik-scan -q --carve a/b/c --report new.html x/setup.exe; [ -s new.html ] && ls a/b/c/*",
+          "tavrik-scan -q --report link.html x/setup.exe; [ -L link.html ] && ! grep -qx old x/old.html",
+          "cd x && tavrik-scan map setup.exe -o m.svg && [ -s m.svg ] && tavrik-scan map setup.exe -o /dev/null",
+          "tar cf x/a.tar x/setup.exe && tavrik-scan unpack x/a.tar -o n/e/w && cmp n/e/w/x/setup.exe x/setup.exe",
+          "tavrik-scan -q --report /dev/stdout x/setup.exe | grep -q '<html'"}) {
+        const Outcome outcome = Shell(command);
+        EXPECT_EQ(outcome.code, 0) << command << '\n' << outcome.err;
+    }
 }
 
 TEST_F(ScanCommand, ScansAnInstallerFromItsCompiler) {

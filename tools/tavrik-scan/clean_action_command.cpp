@@ -13,6 +13,7 @@
 #include "scanner/module.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/confine.h"
 #include "tools/tavrik-scan/subjects.h"
 
 namespace tavrik::scan_tool {
@@ -41,6 +42,7 @@ ExitCode RunCleanAction(const ScanOptions &options, std::string what, std::strin
     PutInOrder(module, what, name);
     const std::vector<const HeuristicRule *> rules = RulesOf(module, what);
     const fs::path file = base::PathOf(name);
+    Confine(options, {file}, {file}); // which is opened for writing
     const uint32_t rule_id = rules.front()->rule_id;
     const auto print = [&](const std::string &answer) {
         base::Print(fmt::format("{}: rule {} \"{}\" {}\n", base::PrintablePath(file), rule_id,

@@ -10,6 +10,7 @@
 #include "base/console.h"
 #include "base/error.h"
 #include "base/program.h"
+#include "base/sandbox.h"
 #include "base/version.h"
 #include "scanner/identity.h"
 #include "scanner/module.h"
@@ -35,7 +36,7 @@ class Formatter : public CLI::Formatter {
 
 // Which of the program's options a command takes.
 std::string FooterOf(const Command &command) {
-    std::string names = "--quiet";
+    std::string names = "--quiet, --no-sandbox";
     for (const std::string &name : command.options)
         names += ", " + name;
     return fmt::format("Also takes {} of the options that tavrik-scan --help lists.\n", names);
@@ -86,7 +87,8 @@ private:
             return Refuse(fmt::format("\"{0}\" is the name of a command; write a file of that name as ./{0}", name));
         for (const CLI::Option *option : app_.get_options()) {
             const auto is_called = [&](const std::string &taken) { return option->check_name(taken); };
-            const bool is_taken = is_called("--quiet") || std::ranges::any_of(command.options, is_called);
+            const bool is_taken =
+                is_called("--quiet") || is_called("--no-sandbox") || std::ranges::any_of(command.options, is_called);
             if (option->count() > 0 && !is_taken)
                 return Refuse(fmt::format("{} does not take the option {}", name, option->get_name()));
         }
@@ -96,6 +98,7 @@ private:
     // Also without a module, so that it can be told what is wrong.
     ExitCode PrintVersion() const {
         std::string text = base::VersionText("tavrik-scan", scanner::payloads::LibraryVersions());
+        text += fmt::format("sandbox: {}\n", base::SandboxSupport());
         ExitCode code = kNothingFound;
         try {
             text += scanner::IdentityText(scanner::IdentityOf(scanner::Module(options_.module)));

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <iterator>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "scanner/watched_source.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/confine.h"
 
 namespace tavrik::scan_tool {
 
@@ -158,6 +160,9 @@ Command AddContents(CLI::App &app, const ScanOptions &options) {
     const auto run = [files, &options] {
         base::NoteInterruptions();
         const scanner::Module module(options.module);
+        Paths paths(files->size());
+        std::ranges::transform(*files, paths.begin(), PathOfArgument);
+        Confine(options, paths);
         int code = kNothingFound;
         for (const std::string &file : *files) {
             if (!ListFile(module, PathOfArgument(file), options))

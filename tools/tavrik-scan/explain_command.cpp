@@ -15,6 +15,7 @@
 #include "scanner/scan.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/confine.h"
 #include "tools/tavrik-scan/subjects.h"
 
 namespace tavrik::scan_tool {
@@ -102,6 +103,7 @@ ExitCode RunExplain(const ScanOptions &options, std::string what, std::string na
     PutInOrder(module, what, name);
     const Subjects subjects = SubjectsOf(module, what);
     const fs::path file = base::PathOf(name);
+    Confine(options, {file});
     Answer answer;
     answer.object["schema"] = scanner::kJsonSchema;
     scanner::AddPath(answer.object, "file", file);

@@ -11,6 +11,7 @@
 #include "scanner/map/terminal_map.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/confine.h"
 
 namespace tavrik::scan_tool {
 
@@ -33,6 +34,7 @@ std::string Heading(const fs::path &file, const evaluation::Features &features) 
 
 ExitCode RunMap(const ScanOptions &options, const fs::path &file, const fs::path &picture) {
     const scanner::Module module(options.module);
+    Confine(options, {file}, picture.empty() ? Paths() : ToWriteFile(picture));
     scanner::ScanSettings settings = options.settings;
     settings.record_reads = true;
     settings.inside = false;

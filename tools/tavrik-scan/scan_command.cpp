@@ -21,6 +21,7 @@
 #include "scanner/totals.h"
 #include "scanner/watched_source.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/confine.h"
 #include "tools/tavrik-scan/file_counter.h"
 #include "tools/tavrik-scan/run_facts.h"
 
@@ -287,6 +288,7 @@ private:
 int RunScan(const ScanOptions &options) {
     base::NoteInterruptions();
     const scanner::Module module(options.module);
+    ConfineScan(options);
     scanner::ScanSettings settings = options.settings;
     settings.record_reads = !options.report.empty();
     const scanner::Scanner scanner(module, settings);

@@ -33,6 +33,7 @@ struct ScanOptions {
 
     scanner::ScanSettings settings;
     unsigned threads = 1;
+    bool sandbox = true; // the program confines itself
     std::optional<std::filesystem::path> carve_folder;
     scanner::CarveSettings carve;
 

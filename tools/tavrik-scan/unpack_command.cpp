@@ -14,6 +14,7 @@
 #include "scanner/watched_source.h"
 #include "tools/tavrik-scan/arguments.h"
 #include "tools/tavrik-scan/commands.h"
+#include "tools/tavrik-scan/confine.h"
 
 namespace tavrik::scan_tool {
 
@@ -33,6 +34,7 @@ int RunUnpack(const Arguments &arguments, const ScanOptions &options) {
     base::NoteInterruptions();
     const scanner::Module module(options.module);
     const fs::path file = PathOfArgument(arguments.file);
+    Confine(options, {file}, ToMakeFolder(PathOfArgument(arguments.folder)));
     int code = kNothingFound;
     const auto fail = [&](const std::string &reason) {
         ReportError(file, reason);

@@ -49,6 +49,10 @@ void AddWorkOptions(CLI::App &app, ScanOptions &options) {
     AddValue(app, "--timeout", "SECONDS", "stop scanning a file after this time, which is an error", kGroup,
              [&](const std::string &text) { options.settings.timeout = RequireTime("--timeout", text); });
     app.add_flag("--sha256", options.settings.sha256, "add the SHA-256 of each file to its JSON")->group(kGroup);
+    app.add_flag_callback(
+           "--no-sandbox", [&options] { options.sandbox = false; },
+           "do not give up access to other files, programs and the network before the first file is read (Linux)")
+        ->group(kGroup);
     AddValue(app, "--module", "FILE", "the module to load (default: tavrik2.hbx in this program's folder)", kGroup,
              [&](const std::string &text) { options.module = base::PathOf(text); });
 }
