@@ -1,11 +1,9 @@
 """The installed package on the sample set, whose folder TAVRIK_SAMPLES names."""
 import io
+import json
 import mmap
 import os
 import pathlib
-import sys
-import threading
-import time
 
 import pytest
 
@@ -17,14 +15,11 @@ RULE = 'rule 7 "Test.Small" for program {\n    header {\n        SizeOfHeaders !
 
 
 class Ranges(io.BytesIO):
-    """A file object that counts its reads."""
-
-    reads = 0
+    """A file object that is read in ranges only, and gives less than it could, as files without a buffer may."""
 
     def read(self, size=-1):
         assert 0 < size <= 64 * 1024
-        self.reads += 1
-        return super().read(size)
+        return super().read(max(1, size // 2))
 
 
 @pytest.fixture(scope="module")
@@ -42,6 +37,7 @@ def test_finds_the_same_in_every_source(scanner):
         data = path.read_bytes()
         by_path = scanner.scan(path)
         assert by_path.status is tavrik.Status.OK
+        assert by_path.json.encode() == scanner.scan_json(str(path)) == scanner.scan_json(data, name=str(path))
         with open(path, "rb") as file, mmap.mmap(file.fileno(), 0, access=mmap.ACCESS_READ) as mapped:
             sources = [str(path), data, bytearray(data), memoryview(data), mapped, file, Ranges(data)]
             assert all(found(scanner.scan(source)) == found(by_path) for source in sources), path.name
@@ -49,21 +45,6 @@ def test_finds_the_same_in_every_source(scanner):
             assert int(path.name[5:7]) in {finding.entry for finding in by_path.findings}
             assert by_path
     assert scanner.scan(b"").outcome is tavrik.Outcome.NOT_PE
-
-
-def test_reads_little_of_clean_files(scanner):
-    programs = [path for path in SAMPLES if path.name.startswith(("clean-", "near-miss-"))]
-    for folder in (sys.prefix, "/usr/share", "/usr/lib"):
-        programs += [path for end in ("exe", "dll") for path in pathlib.Path(folder).rglob(f"*.{end}") if path.is_file()]
-    reads = []
-    for path in programs:
-        file = Ranges(path.read_bytes())
-        report = scanner.scan(file)
-        if report.outcome is tavrik.Outcome.SCANNED and not report:
-            reads.append(file.reads)
-    few = sum(count <= 3 for count in reads)
-    print(f"{few} of {len(reads)} clean PE files cost at most 3 reads")
-    assert len(reads) >= 4 and few >= 0.95 * len(reads)
 
 
 def test_scans_many_in_order_and_lazily(scanner):
@@ -80,29 +61,6 @@ def test_scans_many_in_order_and_lazily(scanner):
     assert [report.name for report in reports] == [str(path) for path in (SAMPLES * 3)[1:]]
 
 
-def test_releases_the_lock_in_scans(scanner):
-    """Threads get through a number of scans faster than one; the bound counts where nothing else runs."""
-    data = next(path for path in SAMPLES if path.name.startswith("entry01-")).read_bytes()
-
-    def work(count):
-        for _ in range(count):
-            scanner.scan(data)
-
-    def seconds(threads):
-        started = time.perf_counter()
-        workers = [threading.Thread(target=work, args=(400 // threads,)) for _ in range(threads)]
-        for worker in workers:
-            worker.start()
-        for worker in workers:
-            worker.join()
-        return time.perf_counter() - started
-
-    idle = (os.cpu_count() or 1) >= 2 and os.getloadavg()[0] < 0.5
-    ratio = max(seconds(1) / seconds(2) for _ in range(3))
-    print(f"2 threads are {ratio:.2f} times as fast as 1")
-    assert not idle or ratio >= 1.8
-
-
 def test_raises_what_files_and_callers_do_wrong(scanner):
     class Broken(io.BytesIO):
         def read(self, size=-1):
@@ -115,6 +73,8 @@ def test_raises_what_files_and_callers_do_wrong(scanner):
     with pytest.raises(ValueError):
         scanner.scan("a\0b")
     missing = scanner.scan("is-not-there.exe")
+    assert missing.json.encode() == scanner.scan_json("is-not-there.exe")
+    assert json.loads(missing.json)["error"]["text"] == missing.text
     assert missing.outcome is tavrik.Outcome.FAILED and missing.status is tavrik.Status.FILE
     assert "is-not-there.exe" in missing.text
     with pytest.raises(tavrik.Error, match="install the module") as failure:

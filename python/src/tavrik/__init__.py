@@ -18,13 +18,19 @@ from typing import Any, Callable, Deque, Dict, Iterable, Iterator, List, Optiona
 
 from ._native import ffi, filled, lib, sized, text
 from ._results import (Detection, Diagnostic, Error, Explanation, Finding, Locator, Outcome, Payload, Report, Rule,
-                       Status)
+                       Status, error_line)
 from ._source import Opened, Source
 
 __all__ = ["Cancel", "Detection", "Diagnostic", "Error", "Explanation", "Finding", "Locator", "Outcome", "Payload",
            "Report", "Rule", "Rules", "Scanner", "Source", "Status", "__version__", "check"]
 
 __version__: str = text(lib.tavrik_version_text())
+
+_NULL: Any = ffi.NULL
+_REPORT_PLACE: Any = ffi.typeof("tavrik_report **")
+_TEXT: Any = ffi.typeof("char[]")
+_INPUT: Any = ffi.typeof("tavrik_input *")
+_INPUT_SIZE: int = ffi.sizeof("tavrik_input")
 
 FeatureValue = Union[int, str, List[str]]
 _Self = TypeVar("_Self", bound="_Handle")
@@ -154,8 +160,40 @@ class Scanner(_Handle):
 
         `name` is what the report calls a buffer or a file object. Raises what the file object raised, and TypeError.
         """
-        error = sized("tavrik_error")
-        place = ffi.new("tavrik_report **")
+        handle, failure, called = self._scan(source, name, cancel)
+        if failure is None:
+            return _report(handle)
+        line = error_line(called, "file", str(failure)).decode("utf-8", "surrogateescape")
+        return Report(called, Outcome.FAILED, failure.status, str(failure), 0, "", (), (), (), line)
+
+    def scan_json(self, source: Source, *, name: Optional[str] = None, cancel: Optional[Cancel] = None) -> bytes:
+        """As `scan`, but returns only the line that `tavrik-scan --json --no-inside` prints, without the line feed; with
+        most files that takes half the time."""
+        if type(source) is str and cancel is None and "\0" not in source:
+            line = self._json_of_path(source)
+            if line is not None:
+                return line
+        handle, failure, called = self._scan(source, name, cancel)
+        if failure is None:
+            return bytes(ffi.string(lib.tavrik_report_json(handle)))
+        return error_line(called, "file", str(failure))
+
+    def _json_of_path(self, path: str) -> Optional[bytes]:
+        """With as few steps as there can be, since most scans take some microseconds; None when there is no report."""
+        place = ffi.new(_REPORT_PLACE)
+        called = ffi.new(_TEXT, path.encode("utf-8", "surrogateescape"))
+        lib.tavrik_scan(self._open, ffi.new(_INPUT, (_INPUT_SIZE, 0, called)), _NULL, place, _NULL)
+        handle = place[0]
+        if handle == _NULL:
+            return None
+        try:
+            return bytes(ffi.string(lib.tavrik_report_json(handle)))
+        finally:
+            lib.tavrik_report_free(handle)
+
+    def _scan(self, source: Source, name: Optional[str], cancel: Optional[Cancel]) -> Tuple[Any, Optional[Error], str]:
+        """A report's handle; or why the file cannot be opened, and its name."""
+        error, place = sized("tavrik_error"), ffi.new("tavrik_report **")
         token = ffi.NULL if cancel is None else cancel._open
         with Opened(source, name) as opened:
             status = lib.tavrik_scan(self._open, opened.input, token, place, error)
@@ -163,10 +201,11 @@ class Scanner(_Handle):
         if opened.failure is not None:
             raise opened.failure
         if handle != ffi.NULL:
-            return _report(handle)
+            return handle, None, ""
+        failure = Error(status, text(error.text))
         if status not in (lib.TAVRIK_ERROR_FILE, lib.TAVRIK_ERROR_MEMORY):
-            raise Error(status, text(error.text))
-        return Report(text(opened.input.name), Outcome.FAILED, Status(status), text(error.text), 0, "", (), (), (), "")
+            raise failure
+        return ffi.NULL, failure, text(opened.input.name)
 
     def scan_many(self, sources: Iterable[Source], threads: Optional[int] = None, *,
                   cancel: Optional[Cancel] = None) -> Iterator[Report]:

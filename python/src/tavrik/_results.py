@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import enum
+import json
 from dataclasses import dataclass
 from typing import Tuple
 
@@ -96,6 +97,12 @@ class Report:
 
     def __bool__(self) -> bool:
         return bool(self.detections or self.findings)
+
+
+def error_line(name: str, code: str, why: str) -> bytes:
+    """What `Report.json` has for a file that could not be scanned."""
+    return json.dumps({"schema": 1, "file": name, "size": None, "status": "error", "error": {"code": code, "text": why},
+                       "detections": [], "findings": [], "payloads": []}, separators=(",", ":")).encode()
 
 
 @dataclass(frozen=True)

@@ -67,6 +67,11 @@ class Opened:
                 with lock:
                     file.seek(offset)
                     data = file.read(size)
+                    while len(data) < min(size, length - offset):  # files without a buffer give what they have
+                        more = file.read(size - len(data))
+                        if not more:
+                            break
+                        data += more
                 ffi.memmove(buffer, data, len(data))
                 return len(data)
             except BaseException as failure:  # nothing may cross the library; it is raised after the call

@@ -1,0 +1,13 @@
+"""Scans many files by the workers of a Dask cluster.
+
+    >>> import distributed, tavrik.cluster
+    >>> tavrik.cluster.run(distributed.Client("scheduler:8786"), ["s3://bucket/files"], "/shared/results")
+
+`python -m tavrik.cluster` does the same from a command line. Needs the packages distributed and fsspec, for Parquet
+pyarrow: `pip install 'tavrik[cluster]'`.
+"""
+from ._folder import Folder
+from ._jobs import Job, ParquetScanJob, ScanJob
+from ._run import BYTES, FILES, Lost, Summary, run
+
+__all__ = ["BYTES", "FILES", "Folder", "Job", "Lost", "ParquetScanJob", "ScanJob", "Summary", "run"]
