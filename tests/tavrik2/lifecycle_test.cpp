@@ -1,5 +1,7 @@
 // Start and stop of the module and of its companions. A test leaves the module as it found it, released, so that the
 // tests can share a process; what outlives a complete release (the prepared rules) has its own test.
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "tavrik2/host_config.h"
@@ -128,6 +130,34 @@ TEST_F(Lifecycle, MissingModulesAndSymbolsLeaveNothingBehind) {
         EXPECT_EQ(Deinit(), 0u);
         EXPECT_EQ(Taken(), kWholeEnd);
     }
+}
+
+// Whatever a start asks for may be missing: the start then fails as a whole or does without, and takes nothing along.
+TEST_F(Lifecycle, EveryModuleAndSymbolMayBeMissing) {
+    int failed = 0;
+    for (const Events &companion : {kDecoder, kScanSdk})
+        for (const std::string &event : companion) {
+            const std::size_t name = event.find(' ') + 1;
+            if (!event.starts_with("Load ") && !event.starts_with("Symbol "))
+                continue;
+            SCOPED_TRACE(event);
+            Platform().missing = {event.substr(name, event.find(' ', name) - name)};
+            const bool is_needed = event.find("scansdk") == std::string::npos;
+            EXPECT_EQ(Init(), is_needed ? 0u : 1u);
+            failed += is_needed;
+            EXPECT_EQ(Platform().live_modules, is_needed ? 0 : 1);
+            EXPECT_EQ(is_needed ? 0u : Deinit(), 0u);
+            EXPECT_EQ(Platform().live_modules, 0);
+            Events events = Taken();
+            EXPECT_EQ(std::ranges::count(events, kDestroyLock[0]), 1);
+            EXPECT_EQ(std::ranges::count(events, kFreeDecoder[0]), event.starts_with("Load engine") ? 0 : 1);
+            Platform().missing.clear();
+            EXPECT_EQ(Init(), 1u);
+            EXPECT_EQ(Taken(), kWholeStart);
+            EXPECT_EQ(Deinit(), 0u);
+            EXPECT_EQ(Taken(), kWholeEnd);
+        }
+    EXPECT_EQ(failed, 6);
 }
 
 TEST_F(Lifecycle, LockFailureEndsTheStartWithNothingUndone) {
