@@ -14,6 +14,7 @@
 #include "rules/record/record_builder.h"
 #include "scanner/module.h"
 #include "tests/support/packaged_files.h"
+#include "tests/support/sampling.h"
 
 namespace tavrik::tests {
 namespace {
@@ -43,7 +44,7 @@ TEST_F(Evaluators, FindEverySpecimenByItsRuleAlone) {
     const generator::Generator generator(written);
     ASSERT_EQ(generator.size(), module_.rules().size());
     std::size_t also_by_others = 0;
-    for (uint32_t place = 0; place < generator.size(); ++place) {
+    for (uint32_t place = 0; place < generator.size(); place += kSampling) {
         const auto image = generator.SpecimenImage(place);
         ASSERT_TRUE(image) << place;
         const std::vector<uint32_t> found = Match(*image, "specimen " + std::to_string(place));
@@ -60,7 +61,7 @@ TEST_F(Evaluators, AgreeOnAlteredSpecimens) {
     const generator::Generator generator(written);
     std::mt19937 random(1);
     std::size_t still_found = 0;
-    for (uint32_t place = 0; place < generator.size(); place += 4) {
+    for (uint32_t place = 0; place < generator.size(); place += 4 * kSampling) {
         std::vector<uint8_t> image = *generator.SpecimenImage(place);
         const std::size_t headers = std::min<std::size_t>(image.size(), 0x400);
         image[random() % headers] ^= static_cast<uint8_t>(1u << random() % 8);
@@ -70,21 +71,23 @@ TEST_F(Evaluators, AgreeOnAlteredSpecimens) {
         still_found += Match(image, "altered specimen " + std::to_string(place)).empty() ? 0U : 1U;
     }
     // A rule asks for few of a file's bits: both answers must be common, or the test would say little.
-    EXPECT_GT(still_found, generator.size() / 40);
-    EXPECT_LT(still_found, generator.size() / 4);
+    EXPECT_GT(still_found, generator.size() / (40 * kSampling));
+    EXPECT_LT(still_found, generator.size() / (4 * kSampling));
 }
 
 TEST_F(Evaluators, FindNothingInPackagedPrograms) {
     std::size_t programs = 0;
-    for (const std::filesystem::path &path : PackagedFiles()) {
+    const std::vector<std::filesystem::path> paths = PackagedFiles();
+    for (std::size_t place = 0; place < paths.size(); place += kSampling) {
+        const std::filesystem::path &path = paths[place];
         std::ifstream file(path, std::ios::binary);
         const std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(file), {});
         base::MemorySource source(bytes);
         programs += evaluation::Features(source).IsPe() ? 1U : 0U;
-        for (const uint32_t place : Match(bytes, path.string()))
-            ADD_FAILURE() << path << " is detected by rule " << module_.rules()[place]->rule_id;
+        for (const uint32_t found : Match(bytes, path.string()))
+            ADD_FAILURE() << path << " is detected by rule " << module_.rules()[found]->rule_id;
     }
-    EXPECT_GE(programs, 500u) << "install what ./run test installs";
+    EXPECT_GE(programs, 500 / kSampling) << "install what ./run test installs";
 }
 
 // With nothing but their strings the rules have no condition to be filed under, and the strings of all are looked for.
