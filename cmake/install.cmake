@@ -19,6 +19,9 @@ set(modules tavrik2 platform disasm scansdk)
 install(TARGETS ${modules} RUNTIME DESTINATION ${TAVRIK_MODULE_DIR} LIBRARY DESTINATION ${TAVRIK_MODULE_DIR}
                            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} EXCLUDE_FROM_ALL)
 set(tools tavrik-scan tavrik-rules)
+if(TAVRIK_HAS_STORE)
+    list(APPEND tools tavrik-corpus)
+endif()
 # The target `installed` builds all that an installation needs.
 add_custom_target(installed DEPENDS ${modules} ${tools} tavrik tavrik_static)
 install(TARGETS ${tools} RUNTIME)

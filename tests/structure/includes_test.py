@@ -33,6 +33,7 @@ ALLOWED = {
     "rules/analysis": ["base", "pe", "rules", "rules/text"],
     "rules/yara": ["base", "pe", "rules"],
     "evaluation": ["include/tavrik2", "base", "pe", "rules", "rules/text", "rules/record"],
+    "store": ["include/tavrik2", "base", "pe", "rules", "evaluation"],
     "scanner/payloads": ["include/tavrik2", "base"],
     "scanner": ["include/tavrik2", "tavrik2", "tavrik2/locators", "base", "pe", "rules", "rules/text", "rules/record",
                 "evaluation", "scanner/payloads"],
@@ -45,6 +46,8 @@ ALLOWED = {
     "database/name_compiler": ["base", "tavrik2/rules"],
     "database/generator": ["include/tavrik2", "base", "pe", "pe/builder", "rules", "rules/text", "database/profile"],
     "samples": ["include/tavrik2", "tavrik2/locators", "base", "pe", "pe/builder"],
+    "tools/tavrik-corpus": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "evaluation", "scanner",
+                            "store"],
     "tools/tavrik-names": ["base", "database/name_compiler"],
     "tools/tavrik-rulegen": ["base", "rules", "rules/text", "database/profile", "database/generator"],
     "tools/tavrik-rules": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "rules/analysis",
@@ -66,6 +69,7 @@ NAMESPACES = {
     "rules/analysis": "tavrik::rules::analysis",
     "rules/yara": "tavrik::rules::yara",
     "evaluation": "tavrik::evaluation",
+    "store": "tavrik::store",
     "scanner": "tavrik::scanner",
     "engine": "tavrik::engine",
     "scanner/payloads": "tavrik::scanner::payloads",
@@ -76,13 +80,14 @@ NAMESPACES = {
     "database/generator": "tavrik::generator",
     "samples": "tavrik::samples",
     "platform": "tavrik::platform",
+    "tools/tavrik-corpus": "tavrik::corpus_tool",
     "tools/tavrik-rules": "tavrik::rules_tool",
     "tools/tavrik-scan": "tavrik::scan_tool",
     "tavrik2": "tavrik2",
 }
 
 LONGEST_FILE = 500  # lines, of files that are not data
-DATA = re.compile(r"^database/(names|rules)/|^tests/data/|_corpus/|\.(md|json|txt)$")
+DATA = re.compile(r"^database/(names|rules)/|^tests/data/|_corpus/|\.(md|json|svg|txt)$")
 
 failures = []
 

@@ -1,0 +1,106 @@
+/* Adding files to a store. */
+#ifndef TAVRIK_STORE_ADDER_H
+#define TAVRIK_STORE_ADDER_H
+
+#include <array>
+#include <chrono>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "store/segment_writer.h"
+#include "store/store.h"
+
+namespace tavrik::store {
+
+/** What an addition did. */
+struct AddCounts {
+    uint64_t added = 0;
+    uint64_t replaced = 0;  // they were in the store, and have changed
+    uint64_t unchanged = 0; // by size and time
+    uint64_t set_aside = 0; // they cannot be read
+};
+
+/** Adds files to a store, and commits now and then: a program that is killed loses at most the work of some seconds,
+ * and the next run goes on. Keeps 40 bytes of memory for each file in the store, and the features of one segment. */
+class Adder {
+public:
+    /** Reads the paths of all files in the store, which must outlive the object and be open for changes. With
+     * `compare_digests` files are read even when size and time are the same, and replaced when their digests differ. */
+    explicit Adder(Store &store, bool compare_digests = false);
+
+    /** What was found out about one path. */
+    struct Examined {
+        std::string path;
+        std::optional<StoredFile> file;      // to add
+        std::optional<std::size_t> replaces; // position among the known files
+        std::string fault;                   // without a file: why it is set aside; "": it is unchanged
+    };
+
+    /** Reads a file, unless it is known and the same. Never throws for what a file contains or does. Any thread. */
+    Examined Examine(const std::filesystem::path &path) const;
+
+    /** The same for features that another store has: the newer ones count. */
+    Examined Examine(StoredFile file) const;
+
+    /** Adds what was examined. One thread at a time. Throws base::Error. */
+    void Take(Examined examined);
+
+    /** Commits all that was taken, and joins small segments. Throws base::Error. */
+    void Finish();
+
+    const AddCounts &counts() const { return counts_; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Key = std::array<uint8_t, 16>; // of the SHA-256 of a path
+
+    struct Known {
+        Key key;
+        uint32_t segment; // in entries_
+        Row row;
+        Stamp stamp;
+    };
+
+    static Key KeyOf(std::string_view path);
+    std::optional<std::size_t> Find(std::string_view path) const;
+    bool HasDigest(const Known &known, const base::Sha256::Digest &digest);
+    void MarkGone(const Known &known);
+    void Checkpoint();
+    void WriteSegment();
+    void ApplyMarks();
+    void JoinSmallSegments();
+
+    Store &store_;
+    bool compare_digests_;
+    std::vector<SegmentEntry> entries_;
+    std::vector<Known> known_; // by key
+    std::set<Key> taken_;      // in this run
+    std::map<std::string, std::string> faults_;
+    std::vector<StoredFile> pending_; // of the next segment
+    SegmentRoom room_;
+    std::size_t committed_ = 0;        // of pending_, in segments of their own
+    std::vector<int64_t> checkpoints_; // those
+    std::set<uint32_t> marked_;        // in entries_, not yet committed
+    std::vector<Fault> new_faults_;
+    std::vector<std::string> mended_; // paths that are no faults any more
+    Clock::time_point last_commit_;
+    std::unique_ptr<Segment> digests_; // the segment of which digests were asked last
+    uint32_t digests_of_ = 0;
+    AddCounts counts_;
+};
+
+/** Takes all files out of a store whose path is one of `paths` or below it. Returns how many there were. */
+uint64_t Forget(Store &store, const std::vector<std::string> &paths);
+
+} // namespace tavrik::store
+
+#endif
