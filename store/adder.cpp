@@ -13,8 +13,7 @@ namespace tavrik::store {
 
 namespace {
 
-// How much work a killed program may lose.
-constexpr std::size_t kFilesOfACheckpoint = 16384;
+// How much work a killed program may lose, beside the number of files.
 constexpr std::chrono::seconds kTimeOfACheckpoint(5);
 
 // A segment with fewer files than this is small; so many small ones are left as they are.
@@ -23,8 +22,8 @@ constexpr std::size_t kMostSmallSegments = 4;
 
 } // namespace
 
-Adder::Adder(Store &store, bool compare_digests)
-    : store_(store), compare_digests_(compare_digests), entries_(store.Segments()), last_commit_(Clock::now()) {
+Adder::Adder(Store &store, const AddSettings &settings)
+    : store_(store), settings_(settings), entries_(store.Segments()), last_commit_(Clock::now()) {
     for (uint32_t number = 0; number < entries_.size(); ++number) {
         const SegmentEntry &entry = entries_[number];
         const std::unique_ptr<Segment> segment = store_.Open(entry);
@@ -61,7 +60,7 @@ Adder::Examined Adder::Examine(const std::filesystem::path &path) const {
         if (examined.path.size() > kLongestPath)
             throw base::Error("its path is too long for a store");
         examined.replaces = Find(examined.path);
-        if (!examined.replaces || compare_digests_ || StampOf(path) != known_[*examined.replaces].stamp)
+        if (!examined.replaces || settings_.compare_digests || StampOf(path) != known_[*examined.replaces].stamp)
             examined.file = ReadFeatures(path);
     } catch (const base::Error &error) {
         examined.fault = error.reason();
@@ -104,8 +103,8 @@ void Adder::Take(Examined examined) {
         new_faults_.push_back({examined.path, examined.fault});
         if (known != nullptr)
             MarkGone(*known); // what is stored is no longer what is there
-    } else if (!examined.file || (known != nullptr && compare_digests_ && known->stamp == examined.file->stamp &&
-                                  HasDigest(*known, examined.file->digest))) {
+    } else if (!examined.file || (known != nullptr && settings_.compare_digests &&
+                                  known->stamp == examined.file->stamp && HasDigest(*known, examined.file->digest))) {
         ++counts_.unchanged;
     } else {
         ++(known != nullptr ? counts_.replaced : counts_.added);
@@ -119,7 +118,8 @@ void Adder::Take(Examined examined) {
         }
         pending_.push_back(std::move(*examined.file));
     }
-    if (pending_.size() - committed_ >= kFilesOfACheckpoint || Clock::now() - last_commit_ >= kTimeOfACheckpoint)
+    if (pending_.size() - committed_ >= settings_.files_of_a_commit ||
+        Clock::now() - last_commit_ >= kTimeOfACheckpoint)
         Checkpoint();
 }
 

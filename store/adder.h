@@ -29,13 +29,18 @@ struct AddCounts {
     uint64_t set_aside = 0; // they cannot be read
 };
 
+/** How files are added. */
+struct AddSettings {
+    bool compare_digests = false;         // read files even when size and time are the same; replace by digest
+    std::size_t files_of_a_commit = 8192; // a commit comes after so many, and after some seconds
+};
+
 /** Adds files to a store, and commits now and then: a program that is killed loses at most the work of some seconds,
  * and the next run goes on. Keeps 40 bytes of memory for each file in the store, and the features of one segment. */
 class Adder {
 public:
-    /** Reads the paths of all files in the store, which must outlive the object and be open for changes. With
-     * `compare_digests` files are read even when size and time are the same, and replaced when their digests differ. */
-    explicit Adder(Store &store, bool compare_digests = false);
+    /** Reads the paths of all files in the store, which must outlive the object and be open for changes. */
+    explicit Adder(Store &store, const AddSettings &settings = {});
 
     /** What was found out about one path. */
     struct Examined {
@@ -80,7 +85,7 @@ private:
     void JoinSmallSegments();
 
     Store &store_;
-    bool compare_digests_;
+    AddSettings settings_;
     std::vector<SegmentEntry> entries_;
     std::vector<Known> known_; // by key
     std::set<Key> taken_;      // in this run

@@ -61,7 +61,9 @@ grep -q disasm.hbx "$prefix/said" || fail "nothing names disasm.hbx"
 grep -q 'disasm.hbx: no such file.*(companion-missing)' "$prefix/said" || fail "the library does not name disasm.hbx"
 
 # Completions are valid for the shells that are there; man pages without warnings.
-for tool in tavrik-scan tavrik-rules; do
+tools=(tavrik-scan tavrik-rules)
+[[ ! -e $prefix/bin/tavrik-corpus ]] || tools+=(tavrik-corpus)
+for tool in "${tools[@]}"; do
     bash -n "$prefix/share/bash-completion/completions/$tool"
     if command -v man >/dev/null; then
         [[ -z $(MANROFFSEQ='' man --warnings -E UTF-8 -l "$prefix/share/man/man1/$tool.1" 2>&1 >/dev/null) ]] ||

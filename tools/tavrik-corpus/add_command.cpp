@@ -27,7 +27,8 @@ using AddResult = std::vector<store::Adder::Examined>;
 class AddRun {
 public:
     explicit AddRun(const AddOptions &options)
-        : options_(options), store_(options.store, store::Store::Access::Create), adder_(store_, options.digests),
+        : options_(options), store_(options.store, store::Store::Access::Create),
+          adder_(store_, {options.digests, options.commit_every}),
           pool_(
               options.threads, [this](AddJob &job, unsigned) { return Work(job); },
               [this](AddResult &result) { Deliver(result); }) {}

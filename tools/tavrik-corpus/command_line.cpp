@@ -103,6 +103,10 @@ private:
             ->allow_extra_args(false);
         add_->add_flag("--digests", add_options_.digests,
                        "compare the SHA-256 of files whose size and time are the same");
+        add_->add_option("--commit-every", add_options_.commit_every,
+                         "files whose work is lost at most when the program is killed (default: 8192)")
+            ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))
+            ->type_name("N");
         add_->add_flag("-q,--quiet", add_options_.quiet, "say nothing about files that are set aside");
         AddThreads(add_, add_options_.threads);
         add_->footer("A run that was ended goes on where it was when it is started again.\n");

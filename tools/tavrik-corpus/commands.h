@@ -27,8 +27,9 @@ struct AddOptions {
     std::vector<std::string> exclude;
     std::string list; // a file with one path a line; "-" is standard input; empty: none
     unsigned threads = 1;
-    bool digests = false; // compare digests where size and time are the same
-    bool quiet = false;   // no lines about files that are set aside
+    bool digests = false;            // compare digests where size and time are the same
+    std::size_t commit_every = 8192; // files
+    bool quiet = false;              // no lines about files that are set aside
 };
 
 /** add: extracts the features of files that the store lacks or that have changed. */
