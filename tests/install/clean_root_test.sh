@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 # Installs the .deb in a fresh Debian 12, compiles the example there with the flags of pkg-config, and scans a sample with
-# it and with the tool. Needs root, debootstrap and a network.
-# Usage: clean_root_test.sh DEB SAMPLE
+# it, with the tool, and with five lines of Python and the wheel. Needs root, debootstrap and a network.
+# Usage: clean_root_test.sh DEB SAMPLE WHEEL
 set -euo pipefail
-deb=$1 sample=$2
+deb=$1 sample=$2 wheel=$3
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 
-debootstrap --variant=minbase --include=gcc,libc6-dev,pkg-config,libstdc++6,libgcc-s1 bookworm "$root" >"$root.log" 2>&1 ||
-    { tail "$root.log"; exit 1; }
+debootstrap --variant=minbase \
+    --include=gcc,libc6-dev,pkg-config,libstdc++6,libgcc-s1,python3-venv,python3-cffi,python3-pycparser \
+    bookworm "$root" >"$root.log" 2>&1 || { tail "$root.log"; exit 1; }
 rm -f "$root.log"
-cp "$deb" "$sample" "$root/root/"
+cp "$deb" "$sample" "$wheel" "$root/root/"
 chroot "$root" bash -euxc '
     cd /root
     apt-get install -y -qq --no-install-recommends ./*.deb >/dev/null
@@ -19,4 +20,17 @@ chroot "$root" bash -euxc '
     ./scan_file ./*.exe || (($? == 1))
     tavrik-scan -q ./*.exe || (($? == 1))
     tavrik-rules show 173 >rule.txt
-    grep Worm.Autorun.LD4 rule.txt'
+    grep Worm.Autorun.LD4 rule.txt
+    # Of the wheel only its own files: cffi is the one of Debian, and no index is asked.
+    python3 -m venv --system-site-packages environment
+    environment/bin/pip install --quiet --no-index ./*.whl
+    cat >scan.py <<TEXT
+import sys
+import tavrik
+
+report = tavrik.Scanner().scan(sys.argv[1])
+print(report.name, report.findings)
+TEXT
+    environment/bin/python scan.py ./*.exe >found.txt
+    cat found.txt
+    grep "entry=7," found.txt'
