@@ -132,6 +132,20 @@ def test_writes_parquet(client, scanner, tmp_path):
         assert [one["offset"] for one in row["payloads"]] == [one["offset"] for one in plain["payloads"]]
 
 
+def test_keeps_features_in_stores(client, tmp_path):
+    program = pathlib.Path(os.environ.get("TAVRIK_TOOLS", ""), "tavrik-corpus")
+    if not program.is_file():
+        pytest.skip("tavrik-corpus is not there")
+    job = tavrik.cluster.StoreJob(str(program))
+    summary = tavrik.cluster.run(client, [str(SAMPLES[0].parent)], str(tmp_path), job, files=20)
+    merged = subprocess.run([program, "merge", tmp_path / "all.store", *(tmp_path / name for name in summary.parts)],
+                            capture_output=True, text=True)
+    assert f"{len(SAMPLES)} files added" in merged.stdout and merged.returncode == 0
+    part = (tmp_path / summary.parts[0]).read_bytes()
+    assert job.is_whole(part, 20) and not job.is_whole(part[:3000], 20)
+    assert job.is_whole(job.poison("x"), 1)
+
+
 class Ranges(http.server.SimpleHTTPRequestHandler):
     """Serves ranges, of files but those with `whole` in their name."""
 

@@ -14,7 +14,7 @@ python3 -m venv "$folder/venv"
 "$build/bin/tavrik-samples" "$folder/samples" >/dev/null
 cd "$folder" # so that the package is the installed one
 "$folder/venv/bin/mypy" --config-file "$source/pyproject.toml" --cache-dir "$folder/mypy" -p tavrik
-TAVRIK_SAMPLES=$folder/samples "$folder/venv/bin/python" -m pytest -q -p no:cacheprovider --show-capture=no -W ignore \
+TAVRIK_SAMPLES=$folder/samples TAVRIK_TOOLS=$build/bin "$folder/venv/bin/python" -m pytest -q -p no:cacheprovider --show-capture=no -W ignore \
     "$source/tests"
 "$folder/venv/bin/python" "$source/tests/figures.py" "$folder/samples" "$build/bin/tavrik-scan"
 [[ -z $out ]] || { mkdir -p "$out" && cp "$folder"/wheel/*.whl "$out"; }

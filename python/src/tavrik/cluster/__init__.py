@@ -9,5 +9,6 @@ pyarrow: `pip install 'tavrik[cluster]'`.
 from ._folder import Folder
 from ._jobs import Job, ParquetScanJob, ScanJob
 from ._run import BYTES, FILES, Lost, Summary, run
+from ._store_job import StoreJob
 
-__all__ = ["BYTES", "FILES", "Folder", "Job", "Lost", "ParquetScanJob", "ScanJob", "Summary", "run"]
+__all__ = ["BYTES", "FILES", "Folder", "Job", "Lost", "ParquetScanJob", "ScanJob", "StoreJob", "Summary", "run"]

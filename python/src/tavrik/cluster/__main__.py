@@ -10,7 +10,7 @@ import sys
 import threading
 from typing import Any, Iterator, List, Optional, Sequence
 
-from . import BYTES, FILES, Folder, Lost, ParquetScanJob, ScanJob, run
+from . import BYTES, FILES, Folder, Job, Lost, ParquetScanJob, ScanJob, StoreJob, run
 from ._rate import rate
 
 # How often a cluster of this machine is looked after.
@@ -27,7 +27,8 @@ def parser() -> argparse.ArgumentParser:
     scan.add_argument("inputs", nargs="*", metavar="INPUT", help="a file, a folder, or a URL of either (s3://, https://)")
     scan.add_argument("--files-from", metavar="LIST", help="scan the paths and URLs in LIST, one a line; - is standard input")
     scan.add_argument("-o", "--output", required=True, metavar="FOLDER", help="a folder or URL that all workers see")
-    scan.add_argument("--format", choices=("jsonl", "parquet"), default="jsonl")
+    scan.add_argument("--format", choices=("jsonl", "parquet", "store"), default="jsonl",
+                      help="store: keep the features instead, by tavrik-corpus of the workers")
     scan.add_argument("--rules", metavar="FILE", help="rules in place of the module's")
     scan.add_argument("--sha256", action="store_true", help="add the digest of each file")
     scan.add_argument("--timeout", type=float, default=0, metavar="SECONDS", help="for a file")
@@ -110,8 +111,12 @@ def _scan(arguments: argparse.Namespace) -> int:
     rules = None
     if arguments.rules:
         rules = pathlib.Path(arguments.rules).read_bytes().decode("utf-8", "surrogateescape")
-    kind = ParquetScanJob if arguments.format == "parquet" else ScanJob
-    job = kind(rules, arguments.sha256, arguments.timeout, arguments.max_size)
+    settings = (rules, arguments.sha256, arguments.timeout, arguments.max_size)
+    job: Job = StoreJob()
+    if arguments.format != "store":
+        job = ParquetScanJob(*settings) if arguments.format == "parquet" else ScanJob(*settings)
+    elif any(settings):
+        raise ValueError("--format store takes no options of scans")
     with _client(arguments) as client:
         summary = run(client, arguments.inputs, arguments.output, job, listed=listed, files=arguments.partition_files,
                       size=arguments.partition_size, progress=_say)
@@ -126,7 +131,7 @@ def _cat(output: str) -> int:
     folder = Folder(output.rstrip("/") or "/")
     for name in json.loads(folder.read("manifest.json"))["parts"]:
         if not name.endswith(".jsonl"):
-            raise ValueError(f"{output}: has {name}, which is read by programs for Parquet")
+            raise ValueError(f"{output}: has {name}, which other programs read")
         sys.stdout.buffer.write(folder.read(name))
     sys.stdout.flush()
     return 0

@@ -40,8 +40,8 @@ class Job:
         """The part that stands for a file that ended each worker that read it."""
         raise NotImplementedError
 
-    def count(self, part: bytes) -> int:
-        """The records of a part; any other number than that of its files for one that is damaged."""
+    def is_whole(self, part: bytes, files: int) -> bool:
+        """Whether a part has the records of that many files, and is not damaged."""
         raise NotImplementedError
 
 
@@ -70,8 +70,8 @@ class ScanJob(Job):
     def poison(self, name: str) -> bytes:
         return self._poison_line(name) + b"\n"
 
-    def count(self, part: bytes) -> int:
-        return part.count(b"\n") if part.endswith(b"\n") else -1
+    def is_whole(self, part: bytes, files: int) -> bool:
+        return part.endswith(b"\n") and part.count(b"\n") == files
 
     def _poison_line(self, name: str) -> bytes:
         return error_line(name, "worker-ended", "each worker that scanned this file ended")
@@ -123,14 +123,14 @@ class ParquetScanJob(ScanJob):
     def poison(self, name: str) -> bytes:
         return _parquet([self._poison_line(name)])
 
-    def count(self, part: bytes) -> int:
+    def is_whole(self, part: bytes, files: int) -> bool:
         import pyarrow
         import pyarrow.parquet
 
         try:
-            return int(pyarrow.parquet.read_metadata(pyarrow.BufferReader(part)).num_rows)
+            return bool(pyarrow.parquet.read_metadata(pyarrow.BufferReader(part)).num_rows == files)
         except pyarrow.ArrowException:
-            return -1
+            return False
 
 
 def _whole(system: Any, path: str) -> Optional[bytes]:

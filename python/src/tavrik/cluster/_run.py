@@ -113,8 +113,8 @@ def work(job: Job, folder: Folder, name: str, names: List[str], version: str) ->
     if version != tavrik.__version__:
         raise RuntimeError(f"a worker has version {tavrik.__version__} of the package tavrik, not {version}")
     part = job.part(names)
-    if job.count(part) != len(names):
-        raise RuntimeError(f"{type(job).__name__} made {job.count(part)} records of {len(names)} files")
+    if not job.is_whole(part, len(names)):
+        raise RuntimeError(f"{type(job).__name__} did not make a record of each of {len(names)} files")
     folder.write(name, part)
     return len(part)
 
@@ -143,7 +143,7 @@ def run(client: Any, inputs: Iterable[str], output: str, job: Optional[Job] = No
     this = _Run(client, folder, job, plan, progress)
     whole = {}
     for span, name in this.parts().items():
-        if job.count(folder.read(name)) == len(span):
+        if job.is_whole(folder.read(name), len(span)):
             whole[span] = name
         else:  # cut short when the machine went down
             folder.remove(name)
