@@ -11,6 +11,7 @@
 #include "evaluation/evaluator.h"
 #include "evaluation/rule_explanation.h"
 #include "evaluation/rule_index.h"
+#include "fuzz/streamed_source.h"
 #include "pe/certificate.h"
 #include "rules/record/record_builder.h"
 #include "rules/text/parser.h"
@@ -101,21 +102,6 @@ const tavrik::rules::record::RecordSet &Rules() {
     return records;
 }
 
-// The same bytes, handed out as a file does.
-class StreamedSource final : public tavrik::base::ByteSource {
-public:
-    explicit StreamedSource(std::span<const uint8_t> bytes) : memory_(bytes) {}
-
-    uint64_t size() const override { return memory_.size(); }
-    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override {
-        return memory_.ReadAt(offset, buffer, length);
-    }
-    const std::string &error() const override { return memory_.error(); }
-
-private:
-    tavrik::base::MemorySource memory_;
-};
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -139,7 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         tavrik::scanner::FindNearMisses(source, features.image(), pe.records, tavrik::scanner::kMostFailedConditions,
                                         {});
     const std::vector<uint32_t> fast = index.Match(features);
-    StreamedSource streamed(file);
+    tavrik::fuzz::StreamedSource streamed(file);
     tavrik::evaluation::Features streamed_features(streamed);
     Require(index.Match(streamed_features) == fast);
 

@@ -34,30 +34,36 @@ inline std::optional<scanner::payloads::Extent> CheckExtent(base::ByteSource &so
     return extent;
 }
 
-/** Reads the members, a bounded number of them and a bounded part of each. */
-inline void CheckContents(base::ByteSource &source, const scanner::payloads::Extent &extent) {
+/** Reads the members, a bounded number of them and a bounded part of each. `is_own`: what can be read without an
+ * error has the size that its member says, and each has a name; archives of other makers may name nothing. */
+inline void CheckMembers(scanner::payloads::Container &container, bool is_own) {
     constexpr std::size_t kMostMembers = 32;
     constexpr uint64_t kMostBytes = 256 * 1024;
-    const auto container = scanner::payloads::OpenPayload(source, extent);
-    Require(container != nullptr);
     std::vector<uint8_t> piece(10000);
     for (std::size_t count = 0; count < kMostMembers; ++count) {
-        const std::optional<scanner::payloads::Member> member = container->Next();
+        const std::optional<scanner::payloads::Member> member = container.Next();
         if (!member)
             return;
-        Require(!member->path.empty() && member->path.find('\0') == std::string::npos);
+        Require((!is_own || !member->path.empty()) && member->path.find('\0') == std::string::npos);
         uint64_t length = 0;
         std::size_t read = 1;
         while (read != 0 && length < kMostBytes) {
-            read = container->Read(piece.data(), piece.size());
+            read = container.Read(piece.data(), piece.size());
             Require(read <= piece.size());
             length += read;
         }
         if (read == 0)
-            Require(container->Read(piece.data(), piece.size()) == 0);
-        if (read == 0 && container->member_error().empty() && extent.format == scanner::payloads::Format::Nsis)
+            Require(container.Read(piece.data(), piece.size()) == 0);
+        if (read == 0 && container.member_error().empty() && is_own)
             Require(member->size.value_or(length) == length);
     }
+}
+
+/** The same for a payload. */
+inline void CheckContents(base::ByteSource &source, const scanner::payloads::Extent &extent) {
+    const auto container = scanner::payloads::OpenPayload(source, extent);
+    Require(container != nullptr);
+    CheckMembers(*container, extent.format == scanner::payloads::Format::Nsis);
 }
 
 } // namespace tavrik::fuzz

@@ -40,6 +40,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const ParsedFile of_formatted = ParseRules(formatted);
     Require(!HasErrors(of_formatted.diagnostics) && of_formatted.set == parsed.set);
     Require(of_formatted.comments.size() == parsed.comments.size() && FormatRules(of_formatted) == formatted);
-    Require(EmitDatabase(parsed.set).size() == DatabaseFileNames().size());
+    Require(record::EmitDatabase(parsed.set).size() == record::DatabaseFileNames().size());
     return 0;
 }
