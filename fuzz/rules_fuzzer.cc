@@ -25,7 +25,7 @@ void Require(bool holds) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const Source source{"input.rules", std::string(data, data + size)};
-    const ParsedFile parsed = ParseRules(source.text);
+    const ParsedFile parsed = ParseRules(source.text, Includes::Allowed);
     for (const Diagnostic &diagnostic : parsed.diagnostics)
         Require(diagnostic.offset <= size && Render(source, diagnostic).ends_with('\n'));
     Require(parsed.origins.size() == parsed.set.rules.size());
@@ -37,8 +37,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Require(!HasErrors(again.diagnostics) && again.set == parsed.set && PrintRuleSet(again.set) == printed);
 
     const std::string formatted = FormatRules(parsed);
-    const ParsedFile of_formatted = ParseRules(formatted);
+    const ParsedFile of_formatted = ParseRules(formatted, Includes::Allowed);
     Require(!HasErrors(of_formatted.diagnostics) && of_formatted.set == parsed.set);
+    Require(of_formatted.eithers.size() == parsed.eithers.size() &&
+            of_formatted.includes.size() == parsed.includes.size());
+    for (std::size_t i = 0; i < parsed.origins.size(); ++i) // values by their names stay so
+        Require(of_formatted.origins[i].values == parsed.origins[i].values &&
+                of_formatted.origins[i].expression == parsed.origins[i].expression);
     Require(of_formatted.comments.size() == parsed.comments.size() && FormatRules(of_formatted) == formatted);
     Require(record::EmitDatabase(parsed.set).size() == record::DatabaseFileNames().size());
     return 0;

@@ -269,6 +269,17 @@ struct MemberName {
     bool operator==(const MemberName &) const = default;
 };
 
+/** What a text says about a rule besides its conditions; records have no place for it. */
+enum class MetadataKey : uint8_t { Author, Date, Reference, Description, Sample };
+
+/** One line of it: a date is written 2026-01-31; a sample is the digest of a file that the rule was written for. */
+struct MetadataEntry {
+    MetadataKey key = MetadataKey::Author;
+    std::string text;
+
+    bool operator==(const MetadataEntry &) const = default;
+};
+
 /** A rule: its sixteen lists, each a vector, and its single values. */
 struct Rule {
 #define TAVRIK_LIST(member, Element, item, word, flag) std::vector<Element> member;
@@ -280,6 +291,7 @@ struct Rule {
     uint32_t attribute_a = 0;   // the target: bits of TargetNames(), 0 for a library
     uint32_t attribute_b = 0;   // the traits: bits of TraitNames()
     uint64_t reserved = 0;
+    std::vector<MetadataEntry> metadata; // of rules that were read from a text
 
     bool operator==(const Rule &) const = default;
 };

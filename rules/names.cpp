@@ -84,6 +84,14 @@ constexpr NamedNumber kTraitNames[] = {
     {trait::kNativeCode, "native_code"},
 };
 
+constexpr NamedNumber kMetadataKeys[] = {
+    {static_cast<uint32_t>(MetadataKey::Author), "author"},
+    {static_cast<uint32_t>(MetadataKey::Date), "date"},
+    {static_cast<uint32_t>(MetadataKey::Reference), "reference"},
+    {static_cast<uint32_t>(MetadataKey::Description), "description"},
+    {static_cast<uint32_t>(MetadataKey::Sample), "sample"},
+};
+
 constexpr Region kRegions[] = {
     {"file", RegionArgument::None, CodeOf(StringKind::File), CodeOf(MeasureRegion::File)},
     {"headers", RegionArgument::None, CodeOf(StringKind::Headers), CodeOf(MeasureRegion::Headers)},
@@ -136,6 +144,10 @@ std::span<const NamedNumber> TargetNames() {
 
 std::span<const NamedNumber> TraitNames() {
     return kTraitNames;
+}
+
+std::span<const NamedNumber> MetadataKeys() {
+    return kMetadataKeys;
 }
 
 std::span<const Region> Regions() {

@@ -77,6 +77,7 @@ std::span<const NamedNumber> ResourceTypes();
 std::span<const NamedNumber> ResourceKeys(); // 0..35, of version and manifest resources
 std::span<const NamedNumber> TargetNames();  // the bits of attribute_a; number 0 is a library
 std::span<const NamedNumber> TraitNames();   // the bits of attribute_b
+std::span<const NamedNumber> MetadataKeys(); // by MetadataKey
 std::span<const Region> Regions();
 
 /** Find a field or a number in one of the tables above; null, an empty name or nothing when it is not there. Names are

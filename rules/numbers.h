@@ -12,6 +12,7 @@ namespace header_field {
 enum : uint16_t {
     kDosMagic = 0,
     kLfanew = 30,
+    kMachine = 31,
     kNumberOfSections = 32,
     kTimeDateStamp = 33,
     kSizeOfOptionalHeader = 36,
@@ -26,6 +27,7 @@ enum : uint16_t {
     kSizeOfImage = 57,
     kSizeOfHeaders = 58,
     kCheckSum = 59,
+    kSubsystem = 60,
     kDllCharacteristics = 61,
     kSizeOfStackReserve = 62,
     kLoaderFlags = 66,

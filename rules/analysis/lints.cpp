@@ -138,7 +138,10 @@ private:
             std::vector<const LintedRule *> &same = rules_of[rule.logic.rule().rule_id];
             same.push_back(&rule);
             const bool is_shared = std::ranges::find(shared_ids, rule.logic.rule().rule_id) != shared_ids.end();
-            if (same.size() > (is_shared ? 2U : 1U))
+            // The records of one rule with either share its id.
+            const bool is_same_rule =
+                same.front()->file == rule.file && same.front()->origin->begin == rule.origin->begin;
+            if (same.size() > (is_shared ? 2U : 1U) && !is_same_rule)
                 Warn(rule, rule.origin->begin, text::Code::W509,
                      Named(rule) + " has the id of " + Reference(*same.front()),
                      "give it an id that no other rule has");

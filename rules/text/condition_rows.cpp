@@ -7,7 +7,10 @@
 #include <unordered_map>
 #include <utility>
 
+#include "rules/constants.h"
+#include "rules/numbers.h"
 #include "rules/text/operators.h"
+#include "rules/text/printer.h"
 #include "rules/text/rows.h"
 #include "rules/text/suggestions.h"
 #include "rules/text/values.h"
@@ -64,6 +67,8 @@ void CheckAlternatives(TokenCursor &cursor, const std::vector<Element> &list, st
 
 // ---- Fields --------------------------------------------------------------------------------------------------------
 
+constexpr uint64_t kLastDirectory = 15;
+
 const Field *LookUp(std::span<const Field> fields, std::string_view name) {
     // One index for each of the four tables.
     using Index = std::unordered_map<std::string_view, const Field *>;
@@ -78,6 +83,26 @@ const Field *LookUp(std::span<const Field> fields, std::string_view name) {
     const Index &index = indexes.at(fields.data());
     const auto found = index.find(name);
     return found == index.end() ? nullptr : found->second;
+}
+
+// directory[IMPORT]: what its fields' names begin with, such as ImportTable.
+std::string ParseDirectory(TokenCursor &cursor) {
+    uint64_t index = 0;
+    if (cursor.At(TokenKind::Identifier)) {
+        const NamedNumber *constant = FindConstant(Directories(), cursor.token().text);
+        if (constant == nullptr)
+            cursor.Report(Code::E206, cursor.offset(), cursor.length(), "'" + cursor.Text() + "' is no directory",
+                          SuggestFrom(Directories().names, cursor.token().text,
+                                      [](const NamedNumber &each) { return each.name; }));
+        else
+            index = constant->number;
+        cursor.Advance();
+    } else {
+        index = ExpectNumber(cursor, kLastDirectory, "a directory's number").value;
+    }
+    cursor.ExpectSymbol("]");
+    const std::string_view field = HeaderFields()[header_field::kExportTable + 2 * index].name;
+    return std::string(field.substr(0, field.find('.')));
 }
 
 uint16_t ParseField(TokenCursor &cursor, std::span<const Field> fields, uint32_t largest) {
@@ -95,6 +120,10 @@ uint16_t ParseField(TokenCursor &cursor, std::span<const Field> fields, uint32_t
             number.reset();
             cursor.Advance();
         } else if (cursor.TakeSymbol("[")) {
+            if (name == "directory") {
+                name = ParseDirectory(cursor);
+                continue;
+            }
             const auto index = static_cast<uint32_t>(ExpectNumber(cursor, largest, "a field's number").value);
             number = name == "field" ? std::optional(index) : std::nullopt;
             name += "[" + std::to_string(index) + "]";
@@ -114,40 +143,38 @@ uint16_t ParseField(TokenCursor &cursor, std::span<const Field> fields, uint32_t
     return field->number;
 }
 
-// Constants of the PE format that authors write by name, and their values.
-constexpr std::pair<std::string_view, std::string_view> kKnownValues[] = {{"I386", "0x14C"},
-                                                                          {"X86", "0x14C"},
-                                                                          {"AMD64", "0x8664"},
-                                                                          {"X64", "0x8664"},
-                                                                          {"IA64", "0x200"},
-                                                                          {"ARM", "0x1C0"},
-                                                                          {"ARMNT", "0x1C4"},
-                                                                          {"ARM64", "0xAA64"},
-                                                                          {"NATIVE", "1"},
-                                                                          {"WINDOWS_GUI", "2"},
-                                                                          {"GUI", "2"},
-                                                                          {"WINDOWS_CUI", "3"},
-                                                                          {"CUI", "3"},
-                                                                          {"CONSOLE", "3"},
-                                                                          {"PE32", "0x10B"},
-                                                                          {"PE64", "0x20B"},
-                                                                          {"EXECUTABLE_IMAGE", "2"},
-                                                                          {"DLL", "0x2000"},
-                                                                          {"MEM_EXECUTE", "0x20000000"},
-                                                                          {"MEM_READ", "0x40000000"},
-                                                                          {"MEM_WRITE", "0x80000000"}};
-
-std::string KnownValueHelp(std::string_view word) {
-    constexpr std::string_view kPrefixes[] = {"IMAGE_FILE_MACHINE_", "IMAGE_SUBSYSTEM_", "IMAGE_FILE_",
-                                              "IMAGE_SCN_",          "MACHINE_",         "SUBSYSTEM_"};
-    std::string_view name = word;
-    for (const std::string_view prefix : kPrefixes)
-        if (name == word && name.starts_with(prefix))
-            name.remove_prefix(prefix.size());
-    const auto found = std::ranges::find(kKnownValues, name, [](const auto &known) { return known.first; });
-    if (found == std::end(kKnownValues))
-        return "values are numbers: 500 or 0x1F4";
-    return "values are numbers: " + std::string(word) + " is " + std::string(found->second);
+// The values of a field by their names, or a number; flags are joined by +. Notes how it was written, unless in numbers
+// alone.
+Written<uint64_t> ExpectValue(TokenCursor &cursor, const ConstantGroup *group) {
+    Written<uint64_t> all{0, cursor.offset(), 0};
+    std::string spelled;
+    bool has_names = false;
+    do {
+        const bool is_name = cursor.At(TokenKind::Identifier);
+        if (is_name && group == nullptr)
+            cursor.Expected("a value", "values of this field are numbers: 500 or 0x1F4");
+        if (is_name) {
+            const NamedNumber *constant = FindConstant(*group, cursor.token().text);
+            if (constant == nullptr)
+                cursor.Report(
+                    Code::E206, cursor.offset(), cursor.length(), "'" + cursor.Text() + "' is no value of this field",
+                    SuggestFrom(group->names, cursor.token().text, [](const NamedNumber &each) { return each.name; }));
+            else
+                all.value |= constant->number;
+            spelled += constant == nullptr ? "" : NameOf(group->names, constant->number);
+            has_names = true;
+            cursor.Advance();
+        } else {
+            const uint64_t number = ExpectNumber(cursor, UINT32_MAX, "a value").value;
+            all.value |= number;
+            spelled += NumberText(number, Radix::Hex);
+        }
+        spelled += " + ";
+    } while (group != nullptr && group->are_flags && cursor.TakeSymbol("+"));
+    spelled.resize(spelled.size() - 3);
+    cursor.NoteValue(has_names ? spelled : "");
+    all.length = cursor.end_of_last() - all.offset;
+    return all;
 }
 
 // Warns about a value wider than its field.
@@ -162,9 +189,7 @@ void CheckWidth(TokenCursor &cursor, std::span<const Field> fields, uint32_t num
 template <typename Element>
 auto TakeFieldValue(TokenCursor &cursor, std::span<const Field> fields) {
     return [&cursor, fields](Element &element) {
-        if (cursor.At(TokenKind::Identifier))
-            cursor.Expected("a value", KnownValueHelp(cursor.token().text));
-        const Written<uint64_t> value = ExpectNumber(cursor, UINT32_MAX, "a value");
+        const Written<uint64_t> value = ExpectValue(cursor, ConstantsOf(fields, element.field));
         CheckWidth(cursor, fields, element.field, value);
         element.value = static_cast<uint32_t>(value.value);
     };

@@ -9,8 +9,10 @@
 namespace tavrik::rules::text {
 
 std::string DigestOf(RuleSet set) {
-    for (Rule &rule : set.rules)
+    for (Rule &rule : set.rules) {
         rule.stored_flags = ComputeFeatureFlags(rule); // the text has only others
+        rule.metadata.clear();
+    }
     return base::Sha256Of(PrintRuleSet(set));
 }
 

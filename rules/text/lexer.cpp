@@ -24,8 +24,8 @@ constexpr bool IsWordPart(char c) {
 }
 
 // Longer ones first.
-constexpr std::array<std::string_view, 22> kSymbols = {"..", "==", "!=", "<=", ">=", "??", "{", "}", "[", "]", "(",
-                                                       ")",  ".",  ",",  ";",  "|",  "&",  "#", "=", "~", "<", ">"};
+constexpr std::array<std::string_view, 23> kSymbols = {"..", "==", "!=", "<=", ">=", "??", "{", "}", "[", "]", "(", ")",
+                                                       ".",  ",",  ";",  "|",  "&",  "#",  "=", "~", "<", ">", "+"};
 
 // From the first byte to the next `last` on the same line, both included; "" if there is none.
 std::string_view Enclosed(std::string_view rest, char last) {
@@ -86,7 +86,7 @@ Token Lexer::Next() {
     };
     std::size_t length = 1;
     while (length < rest.size() && strange(rest[length]) && strange(c) &&
-           std::string_view("{}[]().,;|&#=~<>!?\"/-").find(rest[length]) == std::string_view::npos)
+           std::string_view("{}[]().,;|&#=~<>!?\"/-+").find(rest[length]) == std::string_view::npos)
         ++length;
     Report(Code::E001, position_, length, "these characters mean nothing here",
            "text is written in double quotes, a comment after //");

@@ -18,7 +18,7 @@ enum class TokenKind : uint8_t {
     Number,     // decimal or hexadecimal
     Real,       // with a fraction
     Text,       // in double quotes
-    Symbol,     // one of { } [ ] ( ) . .. , ; | & # = ~ == != < > <= >= ??
+    Symbol,     // one of { } [ ] ( ) . .. , ; | & # = ~ + == != < > <= >= ??
     Other,      // bytes that begin no token, reported already; or an expression
 };
 

@@ -1,15 +1,16 @@
 #include "rules/text/parser.h"
 
 #include <algorithm>
+#include <bitset>
 #include <iterator>
 #include <span>
 #include <utility>
 
-#include "rules/expression.h"
 #include "rules/lists.h"
 #include "rules/names.h"
 #include "rules/text/foreign_files.h"
 #include "rules/text/rows.h"
+#include "rules/text/rule_check.h"
 #include "rules/text/suggestions.h"
 #include "rules/text/values.h"
 
@@ -39,72 +40,228 @@ std::span<const std::string_view> RowWords(Item item) {
     }
 }
 
-// The words of other languages for the operations of an expression, and what to write instead.
-constexpr std::pair<std::string_view, std::string_view> kForeignOperations[] = {
-    {"and", "write & for it: (A&B)"},
-    {"or", "write | for it: (A|B)"},
-    {"not", "no rule asks that a string is absent"},
-    {"of", "name the strings: (A|B), ((A&B)&C)"},
-    {"any", "name the strings: (A|B)"},
-    {"all", "leave 'when' out: all strings must be there"},
-    {"them", "name the strings: (A|B)"},
-};
+constexpr std::size_t kMostBranches = 16; // of one rule
 
-bool IsWordByte(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$';
+// The elements that a rule's list has beyond the first ones.
+Rule Beyond(const Rule &common, Rule whole) {
+    EachList([](auto, const auto &first,
+                auto &list) { list.erase(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(first.size())); },
+             common, whole);
+    whole.attribute_b &= ~common.attribute_b;
+    if (!common.expression.empty())
+        whole.expression.clear();
+    whole.metadata.clear();
+    whole.stored_flags = ComputeFeatureFlags(whole);
+    return whole;
 }
 
 class Parser {
 public:
-    Parser(std::string_view text, ParsedFile &file) : file_(file), cursor_(text, file.diagnostics) {}
+    Parser(std::string_view text, Includes includes, ParsedFile &file)
+        : file_(file), includes_(includes), cursor_(text, file.diagnostics) {}
 
     void Parse() {
         while (!cursor_.AtEnd() && !cursor_.TooManyErrors()) {
             try {
-                ParseRule();
+                if (cursor_.AtWord("include"))
+                    ParseInclude();
+                else
+                    ParseRule();
             } catch (const Unreadable &) {
                 cursor_.SkipToNextRule();
             }
         }
-        if (file_.set.rules.empty() && cursor_.ErrorCount() == 0)
+        if (file_.set.rules.empty() && file_.includes.empty() && cursor_.ErrorCount() == 0)
             cursor_.Warn(Code::W514, 0, 0, "this file has no rules");
         file_.comments = cursor_.comments();
         cursor_.MoveWarnings();
     }
 
 private:
+    // What has been read of a rule, or of a branch of one.
+    struct State {
+        std::bitset<kItemCount> seen;
+        bool flags_written = false;
+        bool is_branch = false;
+        std::size_t expression_offset = 0;
+    };
+
+    void ParseInclude() {
+        const std::size_t begin = cursor_.offset();
+        if (!file_.origins.empty())
+            cursor_.Report(Code::E105, begin, cursor_.length(), "'include' is out of order",
+                           "files are included before the first rule");
+        cursor_.Advance();
+        const std::string name = ExpectName(cursor_, "a file's name");
+        const std::size_t length = cursor_.end_of_last() - begin;
+        if (includes_ == Includes::Refused)
+            cursor_.Report(Code::E008, begin, length, "this text cannot include files",
+                           "it is not read from a file: put the rules into the text");
+        file_.includes.push_back({begin, length, name});
+    }
+
     void ParseRule() {
         if (!cursor_.AtWord("rule"))
             cursor_.Expected("'rule'", "a rule begins with: rule ID \"NAME\" for TARGET {");
-        Rule &rule = file_.set.rules.emplace_back();
-        RuleOrigin &origin = file_.origins.emplace_back();
-        origin.begin = cursor_.offset();
+        WrittenPart whole;
+        EitherRule either;
+        whole.origin.begin = cursor_.offset();
+        try {
+            ParseWhole(whole, either);
+        } catch (const Unreadable &) {
+            Add(std::move(whole));
+            throw;
+        }
+    }
+
+    void ParseWhole(WrittenPart &whole, EitherRule &either) {
         const std::size_t errors_before = cursor_.ErrorCount();
-        ParseHead(rule);
-        bool flags_written = false;
+        State state;
+        ParseHead(whole.rule);
+        if (!ParseBody(whole, state, "this rule has no closing brace")) {
+            Add(std::move(whole));
+            return;
+        }
+        std::vector<WrittenPart> records;
+        std::vector<State> states;
+        while (cursor_.AtWord("either") || (!records.empty() && cursor_.AtWord("or")))
+            ParseBranch(whole, state, either, records, states);
+        if (!records.empty() && !cursor_.AtSymbol("}"))
+            ReportAfterEither();
+        if (records.size() == 1)
+            cursor_.Report(Code::E409, either.branches.front().origin.begin, 6, "this has one branch",
+                           "write either { ... } or { ... }");
+        const std::size_t end = cursor_.offset();
+        whole.origin.end = end;
+        cursor_.Advance();
+        if (records.empty()) {
+            Finish(whole, state, errors_before);
+            Add(std::move(whole));
+            return;
+        }
+        if (!state.flags_written)
+            whole.rule.stored_flags = ComputeFeatureFlags(whole.rule);
+        either.common = std::move(whole);
+        either.first = file_.set.rules.size();
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            records[i].origin.end = end;
+            // What is wrong with all records is said of the first.
+            if (i == 0 || cursor_.ErrorCount() == errors_before)
+                Finish(records[i], states[i], errors_before);
+            Add(std::move(records[i]));
+        }
+        file_.eithers.push_back(std::move(either));
+    }
+
+    // The items up to a closing brace or the first branch; false where the text ends before.
+    bool ParseBody(WrittenPart &part, State &state, const char *unclosed) {
+        const std::size_t begin = part.origin.begin;
         while (!cursor_.AtSymbol("}")) {
             if (cursor_.AtEnd() || cursor_.AtWord("rule")) {
-                ReportUnclosed(origin.begin, 4, "this rule has no closing brace");
-                origin.end = cursor_.offset();
-                return;
+                ReportUnclosed(begin, state.is_branch ? 6 : 4, unclosed);
+                part.origin.end = cursor_.offset();
+                return false;
             }
             if (cursor_.TooManyErrors())
                 throw Unreadable{};
-            const std::size_t begin = cursor_.offset();
+            if (cursor_.AtWord("either")) {
+                if (!state.is_branch)
+                    return true;
+                cursor_.Report(Code::E409, cursor_.offset(), cursor_.length(), "a branch has no branches of its own",
+                               "write each case as a branch of the rule");
+                cursor_.Advance();
+                if (cursor_.AtSymbol("{"))
+                    cursor_.SkipBraces();
+                continue;
+            }
+            const std::size_t row = cursor_.offset();
             try {
-                ParseItem(rule, origin, flags_written);
+                ParseItem(part, state);
             } catch (const Unreadable &) {
-                cursor_.SkipRow(begin);
+                cursor_.SkipRow(row);
             }
         }
-        origin.end = cursor_.offset();
+        return true;
+    }
+
+    // A branch: its record is what comes before the branches, with what is in it.
+    void ParseBranch(const WrittenPart &common, const State &common_state, EitherRule &either,
+                     std::vector<WrittenPart> &records, std::vector<State> &states) {
+        const std::size_t begin = cursor_.offset();
+        if (cursor_.AtWord("either") && !records.empty())
+            cursor_.Report(Code::E409, begin, cursor_.length(), "this rule has branches already",
+                           "write or for a further branch; a rule has one either");
+        if (records.size() == kMostBranches)
+            cursor_.Report(Code::E409, begin, cursor_.length(),
+                           "a rule has at most " + std::to_string(kMostBranches) + " branches", "write several rules");
+        if (records.size() >= kMostBranches)
+            throw Unreadable{};
         cursor_.Advance();
-        if (!flags_written)
-            rule.stored_flags = ComputeFeatureFlags(rule);
-        CheckRule(rule, origin, errors_before);
-        for (ImportFunction &function : rule.import_functions)
+        cursor_.ExpectSymbol("{", "a branch is written in braces");
+        WrittenPart record = common;
+        State state = common_state;
+        state.is_branch = true;
+        state.seen.reset();
+        state.seen.set(static_cast<std::size_t>(Item::When),
+                       common_state.seen.test(static_cast<std::size_t>(Item::When)));
+        const std::bitset<kItemCount> before = state.seen;
+        const std::size_t branch_begin = begin;
+        record.origin.begin = branch_begin;
+        const bool is_closed = ParseBody(record, state, "this branch has no closing brace");
+        WrittenPart own = {Beyond(common.rule, record.rule), OwnOrigin(common, record.origin, state.seen & ~before)};
+        own.origin.begin = branch_begin;
+        own.origin.end = cursor_.offset();
+        if (state.seen == before && is_closed)
+            cursor_.Report(Code::E409, begin, 2, "this branch asks nothing",
+                           "a rule whose branch adds nothing needs no other");
+        either.branches.push_back(std::move(own));
+        record.origin.begin = common.origin.begin;
+        records.push_back(std::move(record));
+        states.push_back(state);
+        if (!is_closed)
+            throw Unreadable{};
+        cursor_.Advance();
+    }
+
+    // Where the items of a branch are, without what comes before the branches.
+    static RuleOrigin OwnOrigin(const WrittenPart &common, const RuleOrigin &record, std::bitset<kItemCount> items) {
+        RuleOrigin own;
+        std::array<std::size_t, kItemCount> shared = {};
+        EachList([&](auto tag, const auto &list) { shared[static_cast<std::size_t>(tag.kItem)] = list.size(); },
+                 common.rule);
+        for (std::size_t item = 0; item < kItemCount; ++item) {
+            if (!items.test(item))
+                continue;
+            own.items[item] = record.items[item];
+            std::vector<std::size_t> &rows = own.items[item].rows;
+            rows.erase(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(std::min(shared[item], rows.size())));
+        }
+        for (const auto &[place, text] : record.values) {
+            const std::size_t before = shared[static_cast<std::size_t>(place.first)];
+            if (place.second >= before)
+                own.values.emplace(std::pair(place.first, place.second - before), text);
+        }
+        return own;
+    }
+
+    void ReportAfterEither() {
+        cursor_.Report(Code::E409, cursor_.offset(), cursor_.length(), "nothing follows the branches of a rule",
+                       "write what all branches share before either");
+        throw Unreadable{};
+    }
+
+    void Finish(WrittenPart &part, const State &state, std::size_t errors_before) {
+        if (!state.flags_written)
+            part.rule.stored_flags = ComputeFeatureFlags(part.rule);
+        CheckRule(cursor_, part, state.expression_offset, errors_before);
+        for (ImportFunction &function : part.rule.import_functions)
             if (function.index == kAnyModule)
-                function.index = static_cast<uint16_t>(rule.import_modules.size());
+                function.index = static_cast<uint16_t>(part.rule.import_modules.size());
+    }
+
+    void Add(WrittenPart part) {
+        file_.set.rules.push_back(std::move(part.rule));
+        file_.origins.push_back(std::move(part.origin));
     }
 
     void ParseHead(Rule &rule) {
@@ -146,15 +303,21 @@ private:
         throw Unreadable{};
     }
 
-    void ParseItem(Rule &rule, RuleOrigin &origin, bool &flags_written) {
+    void ParseItem(WrittenPart &part, State &state) {
+        Rule &rule = part.rule;
         const Item item = FindItem();
-        ItemOrigin &place = origin.of(item);
-        if (place.begin != kNoOffset)
+        ItemOrigin &place = part.origin.of(item);
+        const auto number = static_cast<std::size_t>(item);
+        if (state.seen.test(number))
             cursor_.Report(Code::E401, cursor_.offset(), cursor_.length(),
                            "this rule has '" + cursor_.Text() + "' already", "put all of it in one place");
+        if (state.is_branch && (item == Item::Meta || item == Item::StoredFlags || item == Item::Reserved))
+            cursor_.Report(Code::E409, cursor_.offset(), cursor_.length(),
+                           "'" + cursor_.Text() + "' is of the rule as a whole", "write it before either");
+        state.seen.set(number);
         place.begin = cursor_.offset();
         if (item == Item::When) {
-            ParseWhen(rule);
+            ParseWhen(rule, state);
             return;
         }
         cursor_.Advance();
@@ -166,22 +329,22 @@ private:
             return;
         case Item::StoredFlags:
             rule.stored_flags = Take<uint8_t>(cursor_, "the stored flags");
-            flags_written = true;
+            state.flags_written = true;
             return;
         case Item::Reserved:
             rule.reserved = Take<uint64_t>(cursor_, "the reserved value");
             return;
         default:
-            ParseBlock(rule, item, place);
+            ParseBlock(part, item, place);
         }
     }
 
     // The expression is kept as written.
-    void ParseWhen(Rule &rule) {
+    void ParseWhen(Rule &rule, State &state) {
         cursor_.AdvanceToExpression();
-        expression_offset_ = cursor_.offset();
+        state.expression_offset = cursor_.offset();
         if (cursor_.At(TokenKind::Text)) {
-            expression_offset_ += 1;
+            state.expression_offset += 1;
             rule.expression = ExpectName(cursor_, "an expression");
             return;
         }
@@ -191,7 +354,7 @@ private:
         cursor_.Advance();
     }
 
-    void ParseBlock(Rule &rule, Item item, ItemOrigin &place) {
+    void ParseBlock(WrittenPart &part, Item item, ItemOrigin &place) {
         cursor_.ExpectSymbol("{", "the rows of '" + std::string(ItemWord(item)) + "' are written in braces");
         while (!cursor_.AtSymbol("}")) {
             if (cursor_.AtEnd() || cursor_.AtWord("rule")) {
@@ -202,8 +365,16 @@ private:
                 throw Unreadable{};
             const std::size_t begin = cursor_.offset();
             try {
-                const std::size_t count = ParseRowOf(item, rule, begin);
+                const std::size_t first = place.rows.size();
+                cursor_.TakeValues();
+                const std::size_t count = ParseRowOf(item, part.rule, begin);
                 place.rows.insert(place.rows.end(), count, begin);
+                std::size_t element = first;
+                for (std::string &spelled : cursor_.TakeValues()) {
+                    if (!spelled.empty() && element < place.rows.size())
+                        part.origin.values.emplace(std::pair(item, element), std::move(spelled));
+                    ++element;
+                }
                 CheckOrder(item);
             } catch (const Unreadable &) {
                 cursor_.SkipRow(begin);
@@ -246,6 +417,10 @@ private:
         if (item == Item::ExportModule && rule.export_module_names.size() >= kMaxExportModuleNames)
             cursor_.Report(Code::E305, begin, cursor_.length(), "a rule names one export module at most");
         std::size_t added = 0;
+        if (item == Item::Meta) {
+            ParseRow(cursor_, rule.metadata, begin);
+            return 1;
+        }
         const auto parse = [&](auto tag, auto &list) {
             if (tag.kItem != item)
                 return;
@@ -257,66 +432,20 @@ private:
         return added;
     }
 
-    // Whether the expression has a word of another language, which is reported.
-    bool ReportForeignOperation(std::string_view expression) {
-        for (std::size_t begin = 0; begin < expression.size(); ++begin) {
-            std::size_t end = begin;
-            while (end < expression.size() && IsWordByte(expression[end]))
-                ++end;
-            const std::string_view word = expression.substr(begin, end - begin);
-            const auto known = std::ranges::find(kForeignOperations, word, [](const auto &each) { return each.first; });
-            if (known != std::end(kForeignOperations) || word.starts_with('$')) {
-                cursor_.Report(
-                    Code::E104, expression_offset_ + begin, word.size(),
-                    "'" + std::string(word) + "' means nothing in an expression",
-                    std::string(word.starts_with('$') ? "strings are labelled A, B, C, ... in order" : known->second));
-                return true;
-            }
-            begin = std::max(begin, end);
-        }
-        return false;
-    }
-
-    void CheckRule(const Rule &rule, const RuleOrigin &origin, std::size_t errors_before) {
-        if (ReportForeignOperation(rule.expression))
-            return;
-        if (const auto error = CheckExpression(rule.expression, rule.strings.size()))
-            cursor_.Report(Code::E404, expression_offset_ + error->offset, 1, error->message,
-                           "each operation has its own parentheses: ((A|B)&C)");
-        const ItemOrigin &members = origin.of(Item::MemberNames);
-        for (std::size_t i = 0; i < rule.member_names.size(); ++i) {
-            if (rule.member_names[i].index >= rule.object_names.size())
-                cursor_.Report(Code::E405, members.rows[i], 1,
-                               "object_names has no row #" + std::to_string(rule.member_names[i].index));
-        }
-        const ItemOrigin &functions = origin.of(Item::ImportFunctions);
-        for (std::size_t i = 0; i < rule.import_functions.size(); ++i) {
-            const uint16_t module = rule.import_functions[i].index;
-            if (module >= rule.import_modules.size() && module != kAnyModule)
-                cursor_.Report(Code::E407, functions.rows[i], 1, "import_modules has no row #" + std::to_string(module),
-                               "name the module in import_modules, whose first row is #0, or write any for functions "
-                               "of any module");
-        }
-        // What a rule with errors asks is not known.
-        if (ComputeFeatureFlags(rule) == 0 && cursor_.ErrorCount() == errors_before)
-            cursor_.Report(Code::E406, origin.begin, 4, "this rule asks nothing",
-                           "a rule without conditions never matches");
-    }
-
     ParsedFile &file_;
+    Includes includes_;
     TokenCursor cursor_;
-    std::size_t expression_offset_ = 0;
 };
 
 } // namespace
 
-ParsedFile ParseRules(std::string_view text) {
+ParsedFile ParseRules(std::string_view text, Includes includes) {
     ParsedFile file;
     if (auto foreign = FindForeignFile(text)) {
         file.diagnostics.push_back(std::move(*foreign));
         return file;
     }
-    Parser(text, file).Parse();
+    Parser(text, includes, file).Parse();
     return file;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <stdexcept>
 
 #include "rules/names.h"
@@ -29,8 +30,12 @@ std::string Hex(uint64_t value) {
     return "0x" + text;
 }
 
-std::string Number(uint64_t value, Radix radix) {
-    return radix == Radix::Decimal ? Decimal(value) : Hex(value);
+// The value of an element of a list as the text spells it, or by its number.
+std::string SpelledOr(const Spelling &spelling, Item item, std::size_t element, uint64_t value, Radix radix) {
+    if (spelling.values != nullptr)
+        if (const auto found = spelling.values->find({item, element}); found != spelling.values->end())
+            return found->second;
+    return NumberText(value, radix);
 }
 
 std::string HexByte(uint8_t byte) {
@@ -123,6 +128,8 @@ public:
         lines_.push_back({LineKind::ItemEnd, item, 0, 0, 1, "}"});
     }
 
+    void Append(std::vector<PrintedLine> more) { std::ranges::move(more, std::back_inserter(lines_)); }
+
     std::vector<PrintedLine> Take() { return std::move(lines_); }
 
 private:
@@ -151,18 +158,24 @@ std::vector<Row> ConditionRows(const std::vector<Element> &list, bool has_ranges
     return rows;
 }
 
-std::vector<Row> HeaderRows(const Rule &rule) {
+std::vector<Row> HeaderRows(const Rule &rule, const Spelling &spelling) {
     return ConditionRows(
         rule.header_conditions, true, [](const auto &e) { return FieldName(HeaderFields(), e.field); },
-        [](const auto &e) { return Number(e.value, FieldRadix(HeaderFields(), e.field)); },
+        [&](const auto &e) {
+            const auto place = static_cast<std::size_t>(&e - rule.header_conditions.data());
+            return SpelledOr(spelling, Item::Header, place, e.value, FieldRadix(HeaderFields(), e.field));
+        },
         [](const auto &a, const auto &b) { return a.field == b.field; });
 }
 
-std::vector<Row> SectionRows(const Rule &rule) {
+std::vector<Row> SectionRows(const Rule &rule, const Spelling &spelling) {
     return ConditionRows(
         rule.section_conditions, true,
         [](const auto &e) { return Selector(e.section) + "." + FieldName(SectionFields(), e.field); },
-        [](const auto &e) { return Number(e.value, FieldRadix(SectionFields(), e.field)); },
+        [&](const auto &e) {
+            const auto place = static_cast<std::size_t>(&e - rule.section_conditions.data());
+            return SpelledOr(spelling, Item::Sections, place, e.value, FieldRadix(SectionFields(), e.field));
+        },
         [](const auto &a, const auto &b) { return a.section == b.section && a.field == b.field; });
 }
 
@@ -178,7 +191,7 @@ template <typename Element>
 std::vector<Row> NumberedRows(const std::vector<Element> &list, std::span<const Field> fields) {
     return ConditionRows(
         list, true, [&](const Element &e) { return Position(e.index) + "." + FieldName(fields, e.field); },
-        [&](const Element &e) { return Number(e.value, FieldRadix(fields, e.field)); },
+        [&](const Element &e) { return NumberText(e.value, FieldRadix(fields, e.field)); },
         [](const Element &a, const Element &b) { return a.index == b.index && a.field == b.field; });
 }
 
@@ -249,9 +262,9 @@ std::string StringWindow(const StringFeature &e) {
     return text;
 }
 
-std::vector<Row> StringRows(const Rule &rule) {
+std::vector<Row> StringRows(const Rule &rule, const Spelling &spelling) {
     std::vector<Row> rows;
-    char letter = 'A';
+    auto letter = static_cast<char>('A' + spelling.first_string);
     for (const StringFeature &e : rule.strings) {
         std::string text = std::string(1, letter++) + " = " + StringValue(e);
         if ((e.options & kStringWide) != 0)
@@ -283,10 +296,15 @@ std::string ResourceType(uint32_t type) {
     return name.empty() ? Decimal(type) : std::string(name);
 }
 
-std::string Which(uint32_t id, const std::string &name) {
+// `number` is that of `id` as it is written.
+std::string Which(uint32_t id, const std::string &name, const std::string &number) {
     if (name.empty())
-        return "[" + (id == kAnyResource ? "any" : Decimal(id)) + "]";
-    return "[" + (id == kAnyResource ? "" : Decimal(id) + ", ") + QuoteText(name) + "]";
+        return "[" + (id == kAnyResource ? "any" : number) + "]";
+    return "[" + (id == kAnyResource ? "" : number + ", ") + QuoteText(name) + "]";
+}
+
+std::string Which(uint32_t id, const std::string &name) {
+    return Which(id, name, Decimal(id));
 }
 
 std::string Language(uint16_t language) {
@@ -298,11 +316,11 @@ std::string ResourceText(const ResourceEntry &e) {
            (e.crc32 == 0 ? "" : " crc32 " + Hex(e.crc32));
 }
 
-std::string ResourceTypeText(const ResourceTypeEntry &e) {
+std::string ResourceTypeText(const ResourceTypeEntry &e, const std::string &number) {
     std::string text = e.level == kResourceTypeLevel    ? "type"
                        : e.level == kResourceEntryLevel ? "entry"
                                                         : "level " + Decimal(e.level);
-    text += Which(e.number, e.name) + Language(e.language);
+    text += Which(e.number, e.name, number) + Language(e.language);
     if (e.absent == 1)
         return text + " absent";
     return e.absent == 0 ? text : text + " mode " + Decimal(e.absent);
@@ -341,9 +359,9 @@ std::string MemberText(const MemberName &e) {
 }
 
 // An expression as it was written; in quotes if it begins or ends with a blank.
-std::string ExpressionText(const std::string &expression) {
+std::string ExpressionText(std::string_view expression) {
     const bool plain = expression.front() != ' ' && expression.back() != ' ';
-    return plain ? expression : QuoteText(expression);
+    return plain ? std::string(expression) : QuoteText(expression);
 }
 
 } // namespace
@@ -375,32 +393,54 @@ std::string QuoteText(std::string_view text) {
     return quoted + "\"";
 }
 
-std::vector<PrintedLine> RuleLines(const Rule &rule) {
+std::string NumberText(uint64_t value, Radix radix) {
+    return radix == Radix::Decimal ? Decimal(value) : Hex(value);
+}
+
+std::vector<PrintedLine> MetadataLines(const Rule &rule) {
+    LineList lines;
+    lines.AddBlock(Item::Meta,
+                   PlainRows(rule.metadata,
+                             [](const MetadataEntry &e) {
+                                 return std::string(NameOf(MetadataKeys(), static_cast<uint32_t>(e.key))) + " " +
+                                        QuoteText(e.text);
+                             }),
+                   false);
+    return lines.Take();
+}
+
+std::vector<PrintedLine> RuleLines(const Rule &rule, const Spelling &spelling) {
     LineList lines;
     lines.Add(LineKind::Head, "rule " + Decimal(rule.rule_id) + " " + QuoteText(rule.detection_name) + " for " +
                                   Bits(TargetNames(), rule.attribute_a) + " {");
+    lines.Append(MetadataLines(rule));
     if (rule.attribute_b != 0)
         lines.AddItem(Item::Traits, Bits(TraitNames(), rule.attribute_b));
     if (rule.stored_flags != ComputeFeatureFlags(rule))
         lines.AddItem(Item::StoredFlags, Decimal(rule.stored_flags));
     if (rule.reserved != 0)
         lines.AddItem(Item::Reserved, Hex(rule.reserved));
-    lines.AddBlock(Item::Header, HeaderRows(rule), true);
-    lines.AddBlock(Item::Sections, SectionRows(rule), true);
+    lines.AddBlock(Item::Header, HeaderRows(rule, spelling), true);
+    lines.AddBlock(Item::Sections, SectionRows(rule, spelling), true);
     lines.AddBlock(Item::SectionNames, SectionNameRows(rule), true);
-    lines.AddBlock(Item::Strings, StringRows(rule), false);
+    lines.AddBlock(Item::Strings, StringRows(rule, spelling), false);
     if (!rule.expression.empty())
-        lines.AddItem(Item::When, ExpressionText(rule.expression));
+        lines.AddItem(Item::When, ExpressionText(spelling.expression.empty() ? rule.expression : spelling.expression));
     lines.AddBlock(Item::ImportTable, NumberedRows(rule.indexed_conditions, ImportTableFields()), true);
     lines.AddBlock(Item::ImportModules, PlainRows(rule.import_modules, ImportModuleText), false);
-    const auto function_text = [&rule](const ImportFunction &e) {
-        return e.index == rule.import_modules.size() ? "any " + NameText(e) : ElementText(e);
+    const std::size_t any = spelling.is_part ? kAnyModule : rule.import_modules.size();
+    const auto function_text = [any](const ImportFunction &e) {
+        return e.index == any ? "any " + NameText(e) : ElementText(e);
+    };
+    const auto type_text = [&](const ResourceTypeEntry &e) {
+        const auto place = static_cast<std::size_t>(&e - rule.resource_type_entries.data());
+        return ResourceTypeText(e, SpelledOr(spelling, Item::ResourceTypes, place, e.number, Radix::Decimal));
     };
     lines.AddBlock(Item::ImportFunctions, PlainRows(rule.import_functions, function_text), false);
     lines.AddBlock(Item::ExportModule, PlainRows(rule.export_module_names, NameText<ExportName>), false);
     lines.AddBlock(Item::ExportFunctions, PlainRows(rule.export_functions, NameText<ExportName>), false);
     lines.AddBlock(Item::Resources, PlainRows(rule.resource_entries, ResourceText), false);
-    lines.AddBlock(Item::ResourceTypes, PlainRows(rule.resource_type_entries, ResourceTypeText), false);
+    lines.AddBlock(Item::ResourceTypes, PlainRows(rule.resource_type_entries, type_text), false);
     lines.AddBlock(Item::ResourceStrings, PlainRows(rule.resource_strings, ResourceStringText), false);
     lines.AddBlock(Item::Measures, MeasureRows(rule), true);
     lines.AddBlock(Item::ObjectFields, NumberedRows(rule.secondary_conditions, ObjectFields()), true);

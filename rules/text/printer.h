@@ -4,12 +4,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "rules/items.h"
 #include "rules/model.h"
+#include "rules/names.h"
 
 namespace tavrik::rules::text {
 
@@ -33,8 +36,25 @@ struct PrintedLine {
     std::string text;
 };
 
+/** Values that a text writes by their names, by the list and the element. */
+using SpelledValues = std::map<std::pair<Item, std::size_t>, std::string>;
+
+/** How a text writes what the record has no room for. */
+struct Spelling {
+    const SpelledValues *values = nullptr; // null: all by their numbers
+    std::string_view expression;           // instead of the rule's own; empty: that one
+    std::size_t first_string = 0;          // the place of the rule's first string among the letters
+    bool is_part = false;                  // kAnyModule alone means any; rows #n may be those of another part
+};
+
 /** The lines of a rule's canonical text, for callers that insert comments between them. */
-std::vector<PrintedLine> RuleLines(const Rule &rule);
+std::vector<PrintedLine> RuleLines(const Rule &rule, const Spelling &spelling = {});
+
+/** The lines of a rule's block `meta`; none when it has no metadata. */
+std::vector<PrintedLine> MetadataLines(const Rule &rule);
+
+/** A number as the canonical text writes it. */
+std::string NumberText(uint64_t value, Radix radix);
 
 /** Blanks for a level of indentation. */
 inline constexpr std::string_view kIndent = "    ";

@@ -7,14 +7,19 @@ namespace tavrik::rules::text {
 
 namespace {
 
-// Which entry: a number, any, a name, or a number and a name.
-void ParseWhich(TokenCursor &cursor, uint32_t &number, std::string &name) {
+// Which entry: a number, any, a name, or a number and a name. The number of a type may be its name.
+void ParseWhich(TokenCursor &cursor, uint32_t &number, std::string &name, bool is_type = false) {
     cursor.ExpectSymbol("[");
     number = kAnyResource;
     if (cursor.At(TokenKind::Text)) {
         name = ExpectName(cursor, "a resource name", kMaxResourceName);
     } else if (!cursor.TakeWord("any")) {
-        number = Take<uint32_t>(cursor, "a number, any, or a name");
+        if (is_type && cursor.At(TokenKind::Identifier)) {
+            cursor.NoteValue(cursor.Text());
+            number = LookUpNumber(cursor, ResourceTypes(), "a resource type");
+        } else {
+            number = Take<uint32_t>(cursor, "a number, any, or a name");
+        }
         if (cursor.TakeSymbol(","))
             name = ExpectName(cursor, "a resource name", kMaxResourceName);
     }
@@ -62,7 +67,7 @@ void ParseRow(TokenCursor &cursor, std::vector<ResourceTypeEntry> &list, std::si
         element.level = Take<uint32_t>(cursor, "a level");
     else
         cursor.Expected("'type' or 'entry'");
-    ParseWhich(cursor, element.number, element.name);
+    ParseWhich(cursor, element.number, element.name, element.level == kResourceTypeLevel);
     element.language = ParseLanguage(cursor);
     if (cursor.TakeWord("absent"))
         element.absent = 1;

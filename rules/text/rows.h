@@ -20,6 +20,9 @@ void ParseRow(TokenCursor &cursor, std::vector<IndexedCondition> &list, std::siz
 void ParseRow(TokenCursor &cursor, std::vector<MeasureCondition> &list, std::size_t begin);
 void ParseRow(TokenCursor &cursor, std::vector<SecondaryCondition> &list, std::size_t begin);
 
+// metadata_rows.cpp
+void ParseRow(TokenCursor &cursor, std::vector<MetadataEntry> &list, std::size_t begin);
+
 // string_rows.cpp
 void ParseRow(TokenCursor &cursor, std::vector<StringFeature> &list, std::size_t begin);
 

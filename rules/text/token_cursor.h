@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "rules/text/diagnostics.h"
@@ -66,6 +67,12 @@ public:
     /** Appends the warnings to the errors and sorts all by their offsets. */
     void MoveWarnings();
 
+    /** How the text writes the next value of the current row: by names, or "" by a number. */
+    void NoteValue(std::string spelled) { values_.push_back(std::move(spelled)); }
+
+    /** The values noted since the last call. */
+    std::vector<std::string> TakeValues() { return std::exchange(values_, {}); }
+
     /** Skips to the next row: the next line, a ';' or a closing brace. `begin` is the offset of the row to skip. */
     void SkipRow(std::size_t begin);
 
@@ -79,6 +86,7 @@ private:
     std::vector<Diagnostic> warnings_; // apart, so that they do not count against kMaxErrors
     Lexer lexer_;
     Token token_;
+    std::vector<std::string> values_;
     std::size_t end_of_last_ = 0;
 };
 

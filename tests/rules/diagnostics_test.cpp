@@ -8,7 +8,7 @@
 
 #include "base/system.h"
 #include "rules/analysis/lints.h"
-#include "rules/text/parser.h"
+#include "rules/text/rule_files.h"
 #include "tests/support/module_folder.h"
 
 namespace tavrik::tests {
@@ -21,9 +21,12 @@ fs::path Folder() {
     return base::ProgramFolder() / "diagnostics";
 }
 
-// What `tavrik-rules check` says about a text.
-std::string Checked(const Source &source) {
-    ParsedFile parsed = ParseRules(source.text);
+// What `tavrik-rules check` says about a file.
+std::string Checked(const fs::path &path) {
+    RuleFileReader reader;
+    reader.Read(path.string());
+    const Source source = {path.filename().string(), reader.files().back()->source.text};
+    ParsedFile &parsed = reader.files().back()->parsed;
     if (!HasErrors(parsed.diagnostics)) {
         const rules::analysis::LintedFile file = {&source, &parsed};
         std::ranges::move(rules::analysis::FindLints({&file, 1}).at(0), std::back_inserter(parsed.diagnostics));
@@ -41,7 +44,7 @@ TEST(Diagnostics, ReadAsTheExamplesSay) {
         if (entry.path().extension() != ".rules")
             continue;
         const std::string stem = entry.path().stem().string();
-        const std::string said = Checked({stem + ".rules", ReadFile(entry.path())});
+        const std::string said = Checked(entry.path());
         EXPECT_EQ(said, ReadFile(Folder() / (stem + ".txt"))) << stem;
         EXPECT_NE(said.find("[" + stem.substr(0, 4) + "]"), std::string::npos) << stem;
         examples.insert(stem.substr(0, 4));

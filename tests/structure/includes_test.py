@@ -27,7 +27,7 @@ ALLOWED = {
     "base": [],
     "pe": ["include/tavrik2", "base"],
     "pe/builder": ["include/tavrik2", "base", "pe"],
-    "rules": ["base"],
+    "rules": ["base", "pe"],
     "rules/text": ["base", "rules"],
     "rules/record": ["include/tavrik2", "base", "rules"],
     "rules/analysis": ["base", "pe", "rules", "rules/text"],

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <deque>
 #include <iterator>
 
 #include <fmt/format.h>
@@ -29,14 +28,14 @@ nlohmann::ordered_json ToJson(const rules::text::Source &source, const rules::te
 }
 
 // Adds the lints to the diagnostics of each text.
-void AddLints(std::deque<RuleText> &texts) {
+void AddLints(const rules::text::RuleFiles &texts) {
     std::vector<rules::analysis::LintedFile> linted;
-    for (const RuleText &text : texts)
-        linted.push_back({&text.source, &text.parsed});
+    for (const auto &text : texts)
+        linted.push_back({&text->source, &text->parsed});
     const std::vector<std::vector<rules::text::Diagnostic>> lints =
         rules::analysis::FindLints(linted, profile::kDoubleIds);
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        std::vector<rules::text::Diagnostic> &all = texts[i].parsed.diagnostics;
+        std::vector<rules::text::Diagnostic> &all = texts[i]->parsed.diagnostics;
         std::ranges::copy(lints[i], std::back_inserter(all));
         std::ranges::stable_sort(all, {}, &rules::text::Diagnostic::offset);
     }
@@ -45,25 +44,25 @@ void AddLints(std::deque<RuleText> &texts) {
 } // namespace
 
 ExitCode Check(const std::vector<std::string> &files, CheckFormat format) {
-    std::deque<RuleText> texts;
+    rules::text::RuleFileReader reader;
     for (const std::string &name : files)
-        texts.emplace_back(name);
+        reader.Read(name);
+    const rules::text::RuleFiles &texts = reader.files();
     // Rules with errors are not complete, and would be judged by what they lack.
-    if (std::ranges::none_of(texts,
-                             [](const RuleText &text) { return rules::text::HasErrors(text.parsed.diagnostics); }))
+    if (!reader.HasErrors())
         AddLints(texts);
     std::size_t errors = 0;
     std::size_t warnings = 0;
     std::size_t rules = 0;
-    for (const RuleText &text : texts) {
-        for (const rules::text::Diagnostic &diagnostic : text.parsed.diagnostics) {
+    for (const auto &text : texts) {
+        for (const rules::text::Diagnostic &diagnostic : text->parsed.diagnostics) {
             ++(diagnostic.severity == rules::text::Severity::Error ? errors : warnings);
             if (format == CheckFormat::JsonLines)
-                PrintJsonLine(ToJson(text.source, diagnostic));
+                PrintJsonLine(ToJson(text->source, diagnostic));
             else if (format == CheckFormat::Text)
-                base::Print(rules::text::Render(text.source, diagnostic));
+                base::Print(rules::text::Render(text->source, diagnostic));
         }
-        rules += text.parsed.set.rules.size();
+        rules += text->parsed.set.rules.size();
     }
     if (format == CheckFormat::Sarif)
         base::Print(SarifOf(texts));

@@ -11,8 +11,8 @@ ExitCode Format(const std::vector<std::string> &files, bool check) {
     bool errors = false;
     bool changes = false;
     for (const std::string &name : files) {
-        const RuleText text(name);
-        if (text.PrintDiagnostics()) {
+        const rules::text::RuleFile text(name);
+        if (PrintDiagnostics(text)) {
             errors = true;
             continue;
         }

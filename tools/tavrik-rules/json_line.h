@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/console.h"
+#include "rules/model.h"
 
 namespace tavrik::rules_tool {
 
@@ -12,6 +13,9 @@ namespace tavrik::rules_tool {
 inline void PrintJsonLine(const nlohmann::ordered_json &object) {
     base::Print(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
 }
+
+/** A rule's metadata: authors, references and samples as lists, date and description as texts. */
+nlohmann::ordered_json MetadataJson(const rules::Rule &rule);
 
 } // namespace tavrik::rules_tool
 

@@ -25,13 +25,17 @@ ExitCode List(const RuleSource &source, bool json) {
     if (!set)
         return kErrorsFound;
     for (const rules::Rule &rule : set->rules) {
-        if (json)
-            PrintJsonLine({{"id", rule.rule_id},
-                           {"name", rule.detection_name},
-                           {"target", TargetText(rule.attribute_a)},
-                           {"strings", rule.strings.size()},
-                           {"conditions", rule.header_conditions.size() + rule.section_conditions.size()}});
-        else
+        if (json) {
+            nlohmann::ordered_json line = {
+                {"id", rule.rule_id},
+                {"name", rule.detection_name},
+                {"target", TargetText(rule.attribute_a)},
+                {"strings", rule.strings.size()},
+                {"conditions", rule.header_conditions.size() + rule.section_conditions.size()}};
+            if (!rule.metadata.empty())
+                line["metadata"] = MetadataJson(rule);
+            PrintJsonLine(line);
+        } else
             base::Print(
                 fmt::format("{:>5}  {:<30} {}\n", rule.rule_id, rule.detection_name, TargetText(rule.attribute_a)));
     }

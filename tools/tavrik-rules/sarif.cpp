@@ -48,17 +48,17 @@ Json ResultOf(const rules::text::Source &source, const rules::text::Diagnostic &
 
 } // namespace
 
-std::string SarifOf(const std::deque<RuleText> &texts) {
+std::string SarifOf(const rules::text::RuleFiles &texts) {
     std::map<std::string, std::size_t> indices; // of the codes in `kinds`
     Json kinds = Json::array();
     Json results = Json::array();
-    for (const RuleText &text : texts)
-        for (const rules::text::Diagnostic &diagnostic : text.parsed.diagnostics) {
+    for (const auto &text : texts)
+        for (const rules::text::Diagnostic &diagnostic : text->parsed.diagnostics) {
             const std::string code(rules::text::CodeText(diagnostic.code));
             const auto [index, is_new] = indices.try_emplace(code, kinds.size());
             if (is_new)
                 kinds.push_back({{"id", code}});
-            results.push_back(ResultOf(text.source, diagnostic, index->second));
+            results.push_back(ResultOf(text->source, diagnostic, index->second));
         }
     const Json driver = {{"name", "tavrik-rules"}, {"version", std::string(base::kVersion)}, {"rules", kinds}};
     const Json run = {{"tool", {{"driver", driver}}}, {"columnKind", "unicodeCodePoints"}, {"results", results}};

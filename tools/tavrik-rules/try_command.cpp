@@ -9,6 +9,7 @@
 #include "evaluation/features.h"
 #include "evaluation/rule_explanation.h"
 #include "evaluation/rule_index.h"
+#include "rules/names.h"
 #include "rules/record/record_builder.h"
 #include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/json_line.h"
@@ -24,11 +25,20 @@ std::string Named(const HeuristicRule &rule) {
     return fmt::format("rule {} \"{}\"", uint32_t{rule.rule_id}, base::Printable(rule.detection_name));
 }
 
+// What the text says about a rule, before the explanation of its conditions.
+std::string MetadataText(const rules::Rule &rule) {
+    std::string text;
+    for (const rules::MetadataEntry &entry : rule.metadata)
+        text += fmt::format("      {}: {}\n", rules::NameOf(rules::MetadataKeys(), static_cast<uint32_t>(entry.key)),
+                            base::Printable(entry.text));
+    return text;
+}
+
 // Evaluates a rule table on one file after the other, and prints.
 class Trial {
 public:
-    Trial(std::span<HeuristicRule *const> rules, const TryOptions &options)
-        : rules_(rules), index_(rules), options_(options) {}
+    Trial(const rules::RuleSet &set, std::span<HeuristicRule *const> rules, const TryOptions &options)
+        : set_(set), rules_(rules), index_(rules), options_(options) {}
 
     void Visit(const std::filesystem::path &path) {
         try {
@@ -87,7 +97,7 @@ private:
                                     explanation.matches
                                         ? "matches"
                                         : fmt::format("does not match, {} conditions are not met", explanation.failed),
-                                    explanation.text));
+                                    MetadataText(set_.rules[place]) + explanation.text));
         }
         if (!explanations.empty())
             base::Print("\n");
@@ -96,7 +106,11 @@ private:
     void PrintJson(const std::filesystem::path &path, bool is_pe, const std::vector<uint32_t> &matches,
                    const std::vector<evaluation::RuleExplanation> &explanations) const {
         const auto reference = [this](std::size_t place) -> nlohmann::ordered_json {
-            return {{"rule", uint32_t{rules_[place]->rule_id}}, {"name", rules_[place]->detection_name}};
+            nlohmann::ordered_json entry = {{"rule", uint32_t{rules_[place]->rule_id}},
+                                            {"name", rules_[place]->detection_name}};
+            if (!set_.rules[place].metadata.empty())
+                entry["metadata"] = MetadataJson(set_.rules[place]);
+            return entry;
         };
         nlohmann::ordered_json line = {
             {"file", base::PathText(path)}, {"pe", is_pe}, {"matches", nlohmann::ordered_json::array()}};
@@ -112,7 +126,8 @@ private:
         PrintJsonLine(line);
     }
 
-    std::span<HeuristicRule *const> rules_;
+    const rules::RuleSet &set_;
+    std::span<HeuristicRule *const> rules_; // records of the set
     evaluation::RuleIndex index_;
     const TryOptions &options_;
     std::size_t files_ = 0; // that could be read
@@ -137,7 +152,7 @@ ExitCode Try(const TryOptions &options) {
     if (!set)
         return kErrorsFound;
     const rules::record::RecordSet records(*set);
-    Trial trial(records.rules(), options);
+    Trial trial(*set, records.rules(), options);
     for (const std::string &path : paths)
         base::Walk(base::PathOf(path), {options.recursive, {}},
                    {[&](const std::filesystem::path &file) {
