@@ -1,7 +1,9 @@
 #include "evaluation/vb_project.h"
 
 #include <algorithm>
+#include <string_view>
 
+#include "pe/export_table.h"
 #include "rules/numbers.h"
 #include "rules/vb_format.h"
 
@@ -15,6 +17,10 @@ namespace field = rules::header_field;
 namespace object_field = rules::object_field;
 namespace vb = rules::vb;
 
+// Exported functions by which others load and register a library.
+constexpr std::string_view kLibraryPrefix = "Dll";
+constexpr uint32_t kMostExports = 64; // names that are looked at: a library has four
+
 const rules::Field &HeaderField(uint16_t number) {
     return rules::HeaderFields()[number];
 }
@@ -26,19 +32,43 @@ const rules::Field &ObjectField(uint16_t number) {
 } // namespace
 
 VbProject::VbProject(const pe::Image &image) : image_(image) {
-    const std::optional<uint32_t> address = PushedAddress();
+    if (image_.IsPe32Plus())
+        return;
+    if (IsHeaderAt(PushedByEntryPoint()))
+        return;
+    const std::vector<uint32_t> functions = pe::ExportTable(image_).FunctionsNamed(kLibraryPrefix, kMostExports);
+    for (const uint32_t function : functions)
+        if (IsHeaderAt(PushedFirst(function)))
+            return;
+}
+
+// Whether there is a project header, which is kept then.
+bool VbProject::IsHeaderAt(std::optional<uint32_t> address) {
     const std::optional<uint64_t> header = WholeAt(OffsetOf(address), vb::kHeaderSize);
     if (!header || Number(header, 0, 4) != vb::kSignature)
-        return;
+        return false;
     header_ = header;
     if (const std::optional<std::size_t> section = image_.SectionHolding(*address - image_.ImageBase()))
         region_ = {*header, image_.RawData(*section).End() - *header};
+    return true;
+}
+
+// The address that a function of a library pushes for the runtime, which implements it: at once, or after the return
+// address that it takes from the stack into a register.
+std::optional<uint32_t> VbProject::PushedFirst(uint32_t function) const {
+    const std::optional<uint64_t> code = image_.OffsetOfRva(function);
+    const std::optional<uint32_t> first = Number(code, 0, 1);
+    if (first == 0x68)
+        return Number(code, 1, 4);
+    if (first && (*first & 0xF8) == 0x58 && Number(code, 1, 1) == 0x68)
+        return Number(code, 2, 4);
+    return std::nullopt;
 }
 
 // The address that the entry point pushes when it starts the runtime: at once in a program, in a library after the
-// return address that it takes from the stack.
-std::optional<uint32_t> VbProject::PushedAddress() const {
-    if (image_.IsPe32Plus() || image_.AddressOfEntryPoint() == 0)
+// return address that it takes from the stack. Most libraries push other addresses there.
+std::optional<uint32_t> VbProject::PushedByEntryPoint() const {
+    if (image_.AddressOfEntryPoint() == 0)
         return std::nullopt;
     const std::optional<uint64_t> entry = image_.OffsetOfRva(image_.AddressOfEntryPoint());
     if (Number(entry, 0, 1) == 0x68 && Number(entry, 5, 1) == 0xE8)

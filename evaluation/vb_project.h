@@ -14,7 +14,8 @@
 
 namespace tavrik::evaluation {
 
-/** The project that a 32-bit image's entry point leads to. In other files everything is absent. */
+/** The project that a 32-bit image's entry point, or a library's exported functions, lead to. In other files everything
+ * is absent. */
 class VbProject {
 public:
     static constexpr uint32_t kMostObjects = 1024;
@@ -51,7 +52,9 @@ private:
         std::optional<uint64_t> offset;
     };
 
-    std::optional<uint32_t> PushedAddress() const;
+    bool IsHeaderAt(std::optional<uint32_t> address);
+    std::optional<uint32_t> PushedByEntryPoint() const;
+    std::optional<uint32_t> PushedFirst(uint32_t function) const;
     std::optional<uint64_t> PlaceOf(rules::Origin origin);
     std::optional<uint64_t> FindStructure(rules::Origin origin);
     std::optional<uint64_t> WholeAt(std::optional<uint64_t> offset, std::size_t size) const;

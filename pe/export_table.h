@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_set>
+#include <vector>
 
 #include "pe/image.h"
 
@@ -28,11 +30,18 @@ public:
     /** The exported names; read when first asked for. */
     const std::unordered_set<std::string> &Names();
 
+    /** The RVAs of functions whose names begin with `prefix`, of the first `most` names of the table. */
+    std::vector<uint32_t> FunctionsNamed(std::string_view prefix, uint32_t most) const;
+
 private:
     const Image &image_;
     std::optional<std::string> module_;
     uint32_t name_count_ = 0;
-    std::optional<uint64_t> name_table_; // file offset of the names' RVAs
+    uint32_t function_count_ = 0;
+    // File offsets.
+    std::optional<uint64_t> name_table_;     // of the names' RVAs
+    std::optional<uint64_t> ordinal_table_;  // of each name's place in the next one
+    std::optional<uint64_t> function_table_; // of the functions' RVAs
     bool names_are_read_ = false;
     std::unordered_set<std::string> names_;
 };

@@ -165,7 +165,15 @@ namespace export_directory {
 inline constexpr uint32_t kSize = 40;
 
 /** Its fields, each counted as 4 bytes, by their index. */
-enum Field : uint32_t { kName = 3, kNumberOfNames = 6, kAddressOfNames = 8, kFieldCount = 10 };
+enum Field : uint32_t {
+    kName = 3,
+    kNumberOfFunctions = 5,
+    kNumberOfNames = 6,
+    kAddressOfFunctions = 7,
+    kAddressOfNames = 8,
+    kAddressOfNameOrdinals = 9,
+    kFieldCount = 10
+};
 
 } // namespace export_directory
 

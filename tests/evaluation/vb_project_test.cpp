@@ -148,6 +148,50 @@ TEST(VbProject, BeginsAsProgramsAndLibrariesDo) {
     EXPECT_FALSE(Project(cut).features.Vb().header());
 }
 
+TEST(VbProject, OfALibraryIsWhatItsExportedFunctionsPushFirst) {
+    constexpr uint32_t kCode = 0x20000;
+    const VbImage vb({.image_base = 0x11000000});
+    const Bytes to = Number(0x11000000 + VbImage::kAddress + vb.header);
+    const Bytes push = {0x68, to[0], to[1], to[2], to[3], 0x68};
+    const Bytes pop_push = {0x58, 0x68, to[0], to[1], to[2], to[3], 0x50};
+    // The entry point is the runtime's: it pushes other addresses.
+    const auto library = [&](const Bytes &code, const std::string &name, std::size_t others = 0) {
+        pe::builder::PeImage image = vb.image;
+        image.entry_code = {0x5A, 0x68, 0x10, 0x10, 0, 0x11, 0x68, 0x20, 0x10, 0, 0x11, 0x52, 0xE9};
+        image.sections.push_back({.name = "code", .VirtualAddress = kCode, .pieces = {{code}}});
+        pe::builder::ExportTable exports = {"a.dll", {}};
+        for (std::size_t i = 0; i < others; ++i)
+            exports.functions.push_back({"A" + std::to_string(i), kCode});
+        exports.functions.push_back({"DllCanUnloadNow", VbImage::kAddress});
+        exports.functions.push_back({name, kCode});
+        image.sections.push_back({.name = ".edata", .VirtualAddress = 0x21000, .pieces = {{exports}}});
+        return Project(image.Build().bytes);
+    };
+    struct Case {
+        Bytes code;
+        const char *name;
+        std::size_t others;
+        bool is_found;
+    };
+    Bytes wrong = push;
+    wrong[1] ^= 4;
+    const Case cases[] = {{push, "DllRegisterServer", 0, true},
+                          {pop_push, "DllGetClassObject", 0, true},
+                          {push, "DllX", 62, true},
+                          {push, "DllX", 63, false},
+                          {push, "RegisterServer", 0, false},
+                          {push, "dllRegisterServer", 0, false},
+                          {wrong, "DllRegisterServer", 0, false},
+                          {{0x90, 0x68}, "DllRegisterServer", 0, false},
+                          {{0x50, 0x68, to[0], to[1], to[2], to[3]}, "DllRegisterServer", 0, false}};
+    for (const Case &each : cases)
+        EXPECT_EQ(library(each.code, each.name, each.others).features.Vb().header().has_value(), each.is_found)
+            << each.name << each.others;
+    Project found = library(pop_push, "DllRegisterServer");
+    EXPECT_EQ(found.Header("VB.HeaderOffset"), Project(vb.image.Build().bytes).Header("VB.HeaderOffset"));
+    EXPECT_EQ(found.features.Vb().ObjectCount(), vb.project.objects.size());
+}
+
 TEST(VbProject, HasWhatItsStructuresHave) {
     const VbImage vb({.image_base = 0x11000000, .many_objects = true});
     const uint32_t start = 0x11000000 + VbImage::kAddress;
