@@ -4,6 +4,15 @@
 
 namespace tavrik::pe {
 
+namespace {
+
+// Whether a name reads as that of an ordinal: "#" and digits.
+bool IsOrdinal(std::string_view name) {
+    return name.size() > 1 && name.front() == '#' && name.find_first_not_of("0123456789", 1) == std::string_view::npos;
+}
+
+} // namespace
+
 ImportTable::ImportTable(const Image &image) : image_(image), thunk_size_(ThunkSize(image.IsPe32Plus())) {
     const std::optional<uint32_t> rva = image.DirectoryRva(kImportDirectory);
     const std::optional<uint64_t> table = rva ? image.OffsetOfRva(*rva) : std::nullopt;
@@ -48,7 +57,9 @@ std::optional<std::string> ImportTable::FunctionName(uint64_t thunk) const {
     if (thunk >> top_bit != 0)
         return '#' + std::to_string(thunk & kThunkOrdinalMask);
     const std::optional<uint64_t> offset = image_.OffsetOfRva(static_cast<uint32_t>(thunk) & kThunkRvaMask);
-    return offset ? image_.bytes().Text(*offset + kHintSize) : std::nullopt;
+    std::optional<std::string> name = offset ? image_.bytes().Text(*offset + kHintSize) : std::nullopt;
+    // A function that is called like an ordinal is none.
+    return name && IsOrdinal(*name) ? std::nullopt : name;
 }
 
 const ImportTable::Functions &ImportTable::FunctionsOf(std::size_t descriptor) {

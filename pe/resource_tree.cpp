@@ -1,6 +1,7 @@
 #include "pe/resource_tree.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 namespace tavrik::pe {
@@ -87,12 +88,13 @@ private:
     }
 
     base::Region DataOf(const Entry &leaf) const {
-        const std::optional<uint32_t> rva = image_.bytes().Get<uint32_t>(root_ + leaf.Place());
-        const std::optional<uint32_t> size = image_.bytes().Get<uint32_t>(root_ + leaf.Place() + 4);
-        const std::optional<uint64_t> offset = rva && size ? image_.OffsetOfRva(*rva) : std::nullopt;
-        if (!offset || *size > image_.size() - *offset)
+        std::array<uint32_t, kDataEntrySize / sizeof(uint32_t)> entry; // address, size, code page, reserved
+        if (!image_.bytes().Read(root_ + leaf.Place(), entry.data(), kDataEntrySize))
             return {};
-        return {*offset, *size};
+        const std::optional<uint64_t> offset = image_.OffsetOfRva(entry[0]);
+        if (!offset || entry[1] > image_.size() - *offset)
+            return {};
+        return {*offset, entry[1]};
     }
 
     const Image &image_;

@@ -1,6 +1,7 @@
 #include "pe/version_info.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "base/utf8.h"
 #include "pe/format.h"
@@ -21,8 +22,8 @@ constexpr std::size_t Aligned(std::size_t offset) {
 
 // A block and the places of its parts, from the start of the resource.
 struct Block {
-    std::u16string key;
-    std::size_t value = 0; // where its value, or its first child, begins
+    std::optional<std::u16string> key; // nothing where no NUL ends it within the block
+    std::size_t value = 0;             // where its value, or its first child, begins
     uint16_t value_length = 0;
     std::size_t end = 0;
 };
@@ -33,7 +34,7 @@ public:
 
     VersionInfo Read() {
         Block root;
-        if (!ReadBlock(0, bytes_.size(), root))
+        if (!ReadBlock(0, bytes_.size(), root) || !root.key)
             return {};
         std::size_t children = root.value;
         if (root.value_length != 0) {
@@ -61,15 +62,16 @@ private:
             return false;
         block.value_length = WordAt(bytes_, offset + 2);
         block.end = std::min(offset + length, end);
-        block.key.clear();
+        block.key.reset();
+        std::u16string key;
         std::size_t at = offset + kBlockHeaderSize;
-        for (; at + 1 < block.end; at += 2) {
+        for (; at + 1 < block.end && !block.key; at += 2) {
             const auto unit = static_cast<char16_t>(WordAt(bytes_, at));
             if (unit == 0)
-                break;
-            block.key += unit;
+                block.key = key;
+            key += unit;
         }
-        block.value = std::min(Aligned(at + 2), block.end);
+        block.value = std::min(Aligned(at), block.end);
         return true;
     }
 
@@ -77,7 +79,8 @@ private:
     void ForBlocks(std::size_t offset, std::size_t end, Visit visit) const {
         Block block;
         while (ReadBlock(offset, end, block)) {
-            visit(block);
+            if (block.key)
+                visit(block);
             offset = Aligned(block.end);
         }
     }
@@ -89,7 +92,7 @@ private:
         std::u16string value;
         for (std::size_t at = block.value; at + 1 < block.end; at += 2)
             value += static_cast<char16_t>(WordAt(bytes_, at));
-        const std::optional<std::string> key = base::Utf8Of(block.key);
+        const std::optional<std::string> key = base::Utf8Of(*block.key);
         std::optional<std::string> text = base::Utf8Of(value);
         if (key && text)
             info_.strings.emplace_back(*key, std::move(*text));
