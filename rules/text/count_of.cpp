@@ -10,7 +10,7 @@ namespace tavrik::rules::text {
 
 namespace {
 
-constexpr bool IsWordByte(char c) {
+constexpr bool IsCountWordByte(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
@@ -35,7 +35,7 @@ public:
     std::string_view TakeWord() {
         SkipBlanks();
         const std::size_t begin = position_;
-        while (!AtEnd() && IsWordByte(text_[position_]))
+        while (!AtEnd() && IsCountWordByte(text_[position_]))
             ++position_;
         return text_.substr(begin, position_ - begin);
     }
@@ -139,7 +139,7 @@ std::optional<Expansion> ExpandCounts(std::string_view expression, std::size_t s
     bool in_word = false;
     while (!reader.AtEnd()) {
         const std::size_t begin = reader.position();
-        const bool begins_word = !in_word && IsWordByte(expression[begin]);
+        const bool begins_word = !in_word && IsCountWordByte(expression[begin]);
         const std::optional<Count> count = begins_word ? TakeCount(reader, string_count) : std::nullopt;
         if (count) {
             is_changed = true;
@@ -152,7 +152,7 @@ std::optional<Expansion> ExpandCounts(std::string_view expression, std::size_t s
             continue;
         }
         const char next = reader.Next();
-        in_word = IsWordByte(next);
+        in_word = IsCountWordByte(next);
         expansion.text += next;
     }
     return is_changed ? std::optional(std::move(expansion)) : std::nullopt;
