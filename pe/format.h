@@ -172,7 +172,7 @@ enum Field : uint32_t {
     kAddressOfFunctions = 7,
     kAddressOfNames = 8,
     kAddressOfNameOrdinals = 9,
-    kFieldCount = 10
+    kFieldCount = 10,
 };
 
 } // namespace export_directory

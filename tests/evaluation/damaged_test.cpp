@@ -16,27 +16,27 @@ namespace {
 using base::Bytes;
 using base::ByteWriter;
 
-constexpr uint32_t kAddress = 0x1000; // of the section
+constexpr uint32_t kSectionAddress = 0x1000; // of the section
 
 /** A file whose only section holds these bytes, at an address that a directory has, and ends with them. */
-Bytes FileOf(const Bytes &content, pe::Directory directory, uint32_t place) {
+Bytes FileEndingWith(const Bytes &content, pe::Directory directory, uint32_t place) {
     pe::builder::PeImage image;
     image.headers.AddressOfEntryPoint = 0;
-    image.sections.push_back({.name = ".data", .VirtualAddress = kAddress, .pieces = {{content}}});
-    image.directories[directory] = {kAddress + place, 40};
+    image.sections.push_back({.name = ".data", .VirtualAddress = kSectionAddress, .pieces = {{content}}});
+    image.directories[directory] = {kSectionAddress + place, 40};
     const pe::builder::PeFile file = image.Build();
     Bytes bytes = file.bytes;
-    bytes.resize(file.OffsetOf(kAddress) + content.size());
+    bytes.resize(file.OffsetOf(kSectionAddress) + content.size());
     return bytes;
 }
 
 /** Words of 32 bits; those above 0xFFFF0000 are offsets in the section plus that. */
 constexpr uint32_t kAt = 0xFFFF0000;
 
-void Put(ByteWriter &content, uint32_t place, std::initializer_list<uint32_t> words) {
+void PutWords(ByteWriter &content, uint32_t place, std::initializer_list<uint32_t> words) {
     content.FillTo(place);
     for (const uint32_t word : words)
-        content.U32(word >= kAt ? word - kAt + kAddress : word);
+        content.U32(word >= kAt ? word - kAt + kSectionAddress : word);
 }
 
 Bytes Imports(char last) {
@@ -46,9 +46,9 @@ Bytes Imports(char last) {
     const uint32_t descriptor = last == 'd' ? 0x80 : 0x40;
     std::map<uint32_t, std::function<void(ByteWriter &)>> parts = {
         {name, [](ByteWriter &content) { content.Text(std::string("\0\0Func", 6)); }},
-        {thunk, [name](ByteWriter &content) { content.U32(kAddress + name); }},
+        {thunk, [name](ByteWriter &content) { content.U32(kSectionAddress + name); }},
         {descriptor, [=](ByteWriter &content) {
-             for (const uint32_t word : {kAddress + thunk, 0u, 0u, kAddress, kAddress + thunk})
+             for (const uint32_t word : {kSectionAddress + thunk, 0u, 0u, kSectionAddress, kSectionAddress + thunk})
                  content.U32(word);
          }}};
     ByteWriter content;
@@ -57,21 +57,21 @@ Bytes Imports(char last) {
         content.FillTo(place);
         put(content);
     }
-    return FileOf(content.Take(), pe::kImportDirectory, descriptor);
+    return FileEndingWith(content.Take(), pe::kImportDirectory, descriptor);
 }
 
 Bytes Exports(char last) {
     const uint32_t directory = last == 'd' ? 0x80 : 0x40;
     const uint32_t names = last == 'p' ? 0x80 : 0x10;
     ByteWriter content;
-    const auto put = [&](uint32_t place, std::initializer_list<uint32_t> words) { Put(content, place, words); };
+    const auto put = [&](uint32_t place, std::initializer_list<uint32_t> words) { PutWords(content, place, words); };
     content.Text("Func");
     if (last == 'd')
         put(names, {kAt});
     put(directory, {0, 0, 0, kAt, 1, 1, 1, 0, kAt + names, 0});
     if (last == 'p')
         put(names, {kAt});
-    return FileOf(content.Take(), pe::kExportDirectory, directory);
+    return FileEndingWith(content.Take(), pe::kExportDirectory, directory);
 }
 
 Bytes Resources(char last) {
@@ -79,9 +79,9 @@ Bytes Resources(char last) {
     const uint32_t label = last == 'l' ? 0xA0 : 0x80;
     const uint32_t data = last == 'l' ? 0x80 : 0x90;
     ByteWriter content;
-    Put(content, 0, {0, 0, 0, 0x10000, 10, kFlag | 0x20});
-    Put(content, 0x20, {0, 0, 0, 1, kFlag | label, kFlag | 0x40});
-    Put(content, 0x40, {0, 0, 0, 0x10000, 0x409, data});
+    PutWords(content, 0, {0, 0, 0, 0x10000, 10, kFlag | 0x20});
+    PutWords(content, 0x20, {0, 0, 0, 1, kFlag | label, kFlag | 0x40});
+    PutWords(content, 0x40, {0, 0, 0, 0x10000, 0x409, data});
     const auto put_label = [&] {
         content.FillTo(label);
         content.U16(2);
@@ -89,20 +89,20 @@ Bytes Resources(char last) {
     };
     if (last != 'l')
         put_label();
-    Put(content, data, {kAt, 4, 0, 0});
+    PutWords(content, data, {kAt, 4, 0, 0});
     if (last == 'l') {
         put_label();
         Bytes bytes = content.Take();
         bytes.resize(label + 6); // the name has no NUL
-        return FileOf(bytes, pe::kResourceDirectory, 0);
+        return FileEndingWith(bytes, pe::kResourceDirectory, 0);
     }
-    return FileOf(content.Take(), pe::kResourceDirectory, 0);
+    return FileEndingWith(content.Take(), pe::kResourceDirectory, 0);
 }
 
 Bytes ClrHeader() {
     ByteWriter content;
-    Put(content, 0, {72, 0, 0, 0, 1});
-    return FileOf(content.Take(), pe::kClrDirectory, 0);
+    PutWords(content, 0, {72, 0, 0, 0, 1});
+    return FileEndingWith(content.Take(), pe::kClrDirectory, 0);
 }
 
 Bytes SectionTable() {
@@ -225,21 +225,23 @@ TEST(Damaged, ABrokenAttributeHidesNoneAfterIt) {
 }
 
 TEST(Damaged, RichValuesNeedTheirWholeEnd) {
-    const auto file = [](std::size_t missing) {
+    const auto file = [](bool is_cut) {
         pe::builder::PeImage image;
         image.headers.AddressOfEntryPoint = 0;
         image.sections.push_back({.name = ".data", .pieces = {{Bytes(1)}}});
         ByteWriter stub;
-        for (const uint32_t word :
-             {pe::rich::kStartMark ^ 7u, 7u, 7u, 7u, 0x12345u ^ 7u, 3u ^ 7u, pe::rich::kEndMark, 7u})
+        if (is_cut)
+            stub.U32(0);
+        for (const uint32_t word : {pe::rich::kStartMark ^ 7u, 7u, 7u, 7u, 0x12345u ^ 7u, 3u ^ 7u, pe::rich::kEndMark})
             stub.U32(word);
+        if (!is_cut)
+            stub.U32(7);
         image.dos_stub = stub.Take();
-        image.dos_stub.resize(image.dos_stub.size() - missing);
         return image.Build().bytes;
     };
-    Check(file(0), {{"header { Rich.Key == 7 Rich.Count == 1 Rich.LastBuild == 0x12345 }", true}});
-    // A word less: the key would be that of the PE signature.
-    Check(file(4), {{"header { Rich.Key >= 0 }", false}, {"header { e_lfanew == 0x5C }", true}});
+    Check(file(false), {{"header { Rich.Key == 7 Rich.Count == 1 Rich.LastBuild == 0x12345 }", true}});
+    // The key would be the PE signature.
+    Check(file(true), {{"header { Rich.Offset >= 0 }", false}, {"header { e_lfanew == 0x60 }", true}});
 }
 
 } // namespace

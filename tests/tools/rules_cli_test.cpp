@@ -12,7 +12,8 @@ TEST_P(RulesCommand, DoesWhatItsTranscriptSays) {
     ExpectTranscript(GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(For, RulesCommand, testing::Values("rules/check", "rules/files", "rules/try", "rules/yara"));
+INSTANTIATE_TEST_SUITE_P(For, RulesCommand,
+                         testing::Values("rules/check", "rules/draft", "rules/files", "rules/try", "rules/yara"));
 
 } // namespace
 } // namespace tavrik::tests

@@ -24,7 +24,7 @@ constexpr char kFooter[] =
     "  0  fine\n"
     "  1  errors in the rules; fmt --check: files that would change; stats --verify: deviations;\n"
     "     show, specimen: no such rule\n"
-    "  2  check: warnings, but no errors\n"
+    "  2  check: warnings, but no errors; draft: it matches files of the corpus\n"
     "  3  wrong usage, or a file or module that cannot be read or written (try goes on with the other\n"
     "     files; whether rules match does not count)\n"
     "\n"
@@ -63,6 +63,7 @@ public:
         AddTextCommands();
         AddReaders();
         AddTry();
+        AddDrafts();
         AddSpecimen();
         AddExport();
     }
@@ -86,6 +87,10 @@ public:
             return List(source, json_);
         if (command == try_)
             return Try(try_options_);
+        if (command == values_)
+            return Values(files_);
+        if (command == draft_)
+            return MakeDraft(draft_options_);
         if (command == specimen_)
             return WriteSpecimen(specimen_options_);
         if (command == export_)
@@ -151,6 +156,24 @@ private:
         try_->add_flag("--json", try_options_.json, "print one JSON object for each file");
     }
 
+    void AddDrafts() {
+        values_ = Add("values", "print everything that a rule could ask of files, as one rule");
+        values_->add_option("FILE", files_, "PE files; of several, what they share")->required()->type_name("");
+        draft_ = Add("draft", "make a rule that files match");
+        draft_->add_option("FILE", draft_options_.files, "PE files that the rule matches")->required()->type_name("");
+        draft_
+            ->add_option("--not", draft_options_.corpus,
+                         "files that it must not match: a folder with all below it, or a list of files and folders, a "
+                         "path a line ('-': standard input); may be repeated")
+            ->type_name("FOLDER|LIST")
+            ->allow_extra_args(false);
+        draft_->add_option("--name", draft_options_.name, "the detection name (default: Draft)")->type_name("NAME");
+        draft_->add_option("--id", draft_options_.rule_id, "the rule's id (default: 1)")->type_name("N");
+        draft_->footer(
+            "After each condition comes how many files of the corpus meet it, and how many are left with those\n"
+            "that were chosen before. Standard error says which files the draft matches all the same.\n");
+    }
+
     void AddSpecimen() {
         specimen_ = Add("specimen", "write a PE file that a rule of the reference database matches");
         specimen_->add_option("ID", specimen_options_.rule_id, "id of the rule, as list prints it")
@@ -201,6 +224,8 @@ private:
     CLI::App *list_;
     CLI::App *show_;
     CLI::App *try_;
+    CLI::App *values_;
+    CLI::App *draft_;
     CLI::App *specimen_;
     CLI::App *export_;
     std::vector<std::string> files_;
@@ -210,6 +235,7 @@ private:
     std::string output_;
     std::string report_;
     TryOptions try_options_;
+    DraftOptions draft_options_;
     SpecimenOptions specimen_options_;
     CheckFormat check_format_ = CheckFormat::Text;
     bool json_ = false;

@@ -55,6 +55,19 @@ struct TryOptions {
  * tried; the end is then kFailed. */
 ExitCode Try(const TryOptions &options);
 
+/** values: everything that a rule could ask of the files, of several what they share, as one rule. */
+ExitCode Values(const std::vector<std::string> &files);
+
+struct DraftOptions {
+    std::vector<std::string> files;
+    std::vector<std::string> corpus; // folders, and lists of files
+    std::string name = "Draft";
+    uint32_t rule_id = 1;
+};
+
+/** draft: a rule that all files match, and as few files of the corpus as can be; kWarningsFound where some are left. */
+ExitCode MakeDraft(const DraftOptions &options);
+
 struct SpecimenOptions {
     uint32_t rule_id = 0;
     std::optional<std::size_t> place; // in the table, for ids that several rules have
