@@ -210,6 +210,112 @@ TEST_F(Faults, OfAllocationsInTheLibraryAreReportedAndLeaveNothing) {
     }
 }
 
+// ---- Misuse --------------------------------------------------------------------------------------------------------
+
+template <typename Structure>
+Structure Sized() {
+    Structure structure = {};
+    structure.size = sizeof structure;
+    return structure;
+}
+
+// Every function with null for what must be there, and with numbers, sizes and combinations that cannot be.
+TEST_F(Faults, OfTheCallerAreRefused) {
+    const base::Bytes bytes = SampleBytes(7);
+    const tavrik_input good = tavrik_input_bytes("x", bytes.data(), bytes.size());
+    tavrik_input sizeless = good;
+    sizeless.size = 0;
+    const tavrik_input empty = tavrik_input_path(nullptr);
+    tavrik_stream without_function = Sized<tavrik_stream>();
+    without_function.length = 1;
+    const tavrik_input silent = tavrik_input_stream("x", &without_function);
+    tavrik_settings backwards = Sized<tavrik_settings>();
+    backwards.timeout = -1;
+    tavrik_settings sizeless_settings = Sized<tavrik_settings>();
+    sizeless_settings.size = 0;
+    auto rule = Sized<tavrik_rule>();
+    auto locator = Sized<tavrik_locator>();
+    auto diagnostic = Sized<tavrik_diagnostic>();
+    auto summary = Sized<tavrik_summary>();
+    auto detection = Sized<tavrik_detection>();
+    auto finding = Sized<tavrik_finding>();
+    auto payload = Sized<tavrik_payload>();
+    auto feature = Sized<tavrik_feature>();
+    tavrik_module *module = nullptr;
+    tavrik_rules *rules = nullptr;
+    tavrik_scanner *scanner = nullptr;
+    tavrik_report *none = nullptr;
+    tavrik_explanation *explanation = nullptr;
+    tavrik_features *features = nullptr;
+    tavrik_report *report = nullptr;
+    ASSERT_EQ(tavrik_scan(scanner_, &good, nullptr, &report, nullptr), TAVRIK_OK);
+    const struct {
+        const char *call;
+        tavrik_status status;
+    } refused[] = {
+        {"open without place", tavrik_module_open(nullptr, nullptr, nullptr)},
+        {"rule of null", tavrik_module_rule(nullptr, 0, &rule)},
+        {"rule into null", tavrik_module_rule(module_, 0, nullptr)},
+        {"rule after the last", tavrik_module_rule(module_, SIZE_MAX, &rule)},
+        {"locator of null", tavrik_module_locator(nullptr, 0, &locator)},
+        {"locator into null", tavrik_module_locator(module_, 0, nullptr)},
+        {"locator after the last", tavrik_module_locator(module_, 50, &locator)},
+        {"parse without place", tavrik_rules_parse("x", "", 0, nullptr, nullptr)},
+        {"parse null", tavrik_rules_parse("x", nullptr, 1, &rules, nullptr)},
+        {"diagnostic of null", tavrik_rules_diagnostic(nullptr, 0, &diagnostic)},
+        {"diagnostic after the last", tavrik_rules_diagnostic(rules_, 0, &diagnostic)},
+        {"scanner without place", tavrik_scanner_open(module_, nullptr, nullptr, nullptr)},
+        {"scanner without module", tavrik_scanner_open(nullptr, nullptr, &scanner, nullptr)},
+        {"negative time", tavrik_scanner_open(module_, &backwards, &scanner, nullptr)},
+        {"settings without size", tavrik_scanner_open(module_, &sizeless_settings, &scanner, nullptr)},
+        {"cancel without place", tavrik_cancel_create(nullptr)},
+        {"scan without place", tavrik_scan(scanner_, &good, nullptr, nullptr, nullptr)},
+        {"scan without scanner", tavrik_scan(nullptr, &good, nullptr, &none, nullptr)},
+        {"scan of null", tavrik_scan(scanner_, nullptr, nullptr, &none, nullptr)},
+        {"scan of nothing", tavrik_scan(scanner_, &empty, nullptr, &none, nullptr)},
+        {"input without size", tavrik_scan(scanner_, &sizeless, nullptr, &none, nullptr)},
+        {"stream without function", tavrik_scan(scanner_, &silent, nullptr, &none, nullptr)},
+        {"summary of null", tavrik_report_summary(nullptr, &summary)},
+        {"summary into null", tavrik_report_summary(report, nullptr)},
+        {"detection of null", tavrik_report_detection(nullptr, 0, &detection)},
+        {"detection after the last", tavrik_report_detection(report, 99, &detection)},
+        {"finding of null", tavrik_report_finding(nullptr, 0, &finding)},
+        {"finding after the last", tavrik_report_finding(report, 99, &finding)},
+        {"payload of null", tavrik_report_payload(nullptr, 0, &payload)},
+        {"payload after the last", tavrik_report_payload(report, 99, &payload)},
+        {"rule without place", tavrik_explain_rule(scanner_, &good, 7, nullptr, nullptr, nullptr)},
+        {"rule without scanner", tavrik_explain_rule(nullptr, &good, 7, nullptr, &explanation, nullptr)},
+        {"rule of no input", tavrik_explain_rule(scanner_, nullptr, 7, nullptr, &explanation, nullptr)},
+        {"no such entry", tavrik_explain_locator(scanner_, &good, 50, nullptr, &explanation, nullptr)},
+        {"features without place", tavrik_features_read(scanner_, &good, nullptr, nullptr, nullptr)},
+        {"features without scanner", tavrik_features_read(nullptr, &good, nullptr, &features, nullptr)},
+        {"feature of null", tavrik_features_get(nullptr, 0, &feature)},
+    };
+    for (const auto &row : refused)
+        EXPECT_EQ(row.status, TAVRIK_ERROR_ARGUMENT) << row.call;
+    EXPECT_TRUE(module == nullptr && rules == nullptr && scanner == nullptr && none == nullptr &&
+                explanation == nullptr && features == nullptr);
+    EXPECT_EQ(tavrik_explain_rule(scanner_, &good, 8, nullptr, &explanation, nullptr), TAVRIK_ERROR_NO_SUCH_RULE);
+    // What only asks answers nothing of nothing, and releasing nothing does nothing.
+    EXPECT_EQ(tavrik_module_rule_count(nullptr) + tavrik_module_locator_count(nullptr) + tavrik_rules_count(nullptr) +
+                  tavrik_rules_diagnostic_count(nullptr) + tavrik_features_count(nullptr) +
+                  tavrik_explanation_holds(nullptr),
+              0u);
+    EXPECT_STREQ(tavrik_module_path(nullptr), "");
+    EXPECT_STREQ(tavrik_report_json(nullptr), "");
+    EXPECT_STREQ(tavrik_explanation_text(nullptr), "");
+    EXPECT_STREQ(tavrik_status_name(-1), "unknown");
+    tavrik_module_close(nullptr);
+    tavrik_rules_free(nullptr);
+    tavrik_scanner_close(nullptr);
+    tavrik_cancel_request(nullptr);
+    tavrik_cancel_free(nullptr);
+    tavrik_report_free(nullptr);
+    tavrik_explanation_free(nullptr);
+    tavrik_features_free(nullptr);
+    tavrik_report_free(report);
+}
+
 // ---- Reads ---------------------------------------------------------------------------------------------------------
 
 /** What goes wrong with a read, from the nth on or once. */
@@ -265,7 +371,7 @@ void ExhaustReads(const base::Bytes &bytes, const std::function<bool(base::ByteS
 }
 
 // The samples are spread over as many tests, which run at once.
-constexpr std::size_t kGroups = 4;
+constexpr std::size_t kGroups = 12;
 
 class ReadFaults : public testing::TestWithParam<std::size_t> {};
 
