@@ -7,14 +7,13 @@ deb=$1 sample=$2 wheel=$3
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 
-debootstrap --variant=minbase \
-    --include=gcc,libc6-dev,pkg-config,libstdc++6,libgcc-s1,python3-venv,python3-cffi,python3-pycparser \
-    bookworm "$root" >"$root.log" 2>&1 || { tail "$root.log"; exit 1; }
+debootstrap --variant=minbase --include=gcc,libc6-dev,pkg-config,libstdc++6,libgcc-s1 bookworm "$root" >"$root.log" 2>&1 ||
+    { tail "$root.log"; exit 1; }
 rm -f "$root.log"
 cp "$deb" "$sample" "$wheel" "$root/root/"
 chroot "$root" bash -euxc '
     cd /root
-    apt-get install -y -qq --no-install-recommends ./*.deb >/dev/null
+    apt-get install -y -qq --no-install-recommends ./*.deb python3-venv python3-cffi >/dev/null
     cp /usr/share/doc/tavrik2/examples/scan_file.c .
     cc scan_file.c -o scan_file $(pkg-config --cflags --libs tavrik)
     ./scan_file ./*.exe || (($? == 1))
