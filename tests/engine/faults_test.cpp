@@ -1,6 +1,7 @@
 // Faults one after the other: the first, second, third ... allocation or read of a piece of work fails, until the work
 // succeeds. This program replaces the operators new and delete, which count what is alive.
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
