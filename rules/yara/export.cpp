@@ -44,7 +44,7 @@ std::string YaraRuleName(const RuleSet &set, std::size_t place) {
 
 YaraExport ExportYara(const RuleSet &set) {
     YaraExport result;
-    result.text = kHead;
+    std::string text;
     std::map<uint32_t, std::size_t> same_ids;
     for (std::size_t place = 0; place < set.rules.size(); ++place) {
         const Rule &rule = set.rules[place];
@@ -56,18 +56,26 @@ YaraExport ExportYara(const RuleSet &set) {
             constexpr unsigned kEverything = 0x10000;
             const Need granted = RuleWriter(rule, {kEverything, kEverything, pe::kDirectoryCount}).need();
             const RuleWriter writer(rule, granted);
-            result.text += format("\nrule {} {{\n    meta:\n        id = {}\n        name = {}\n",
-                                  RuleName(rule.rule_id, before), rule.rule_id, YaraText(rule.detection_name));
+            text += format("\nrule {} {{\n    meta:\n        id = {}\n        name = {}\n",
+                           RuleName(rule.rule_id, before), rule.rule_id, YaraText(rule.detection_name));
             if (!writer.strings().empty())
-                result.text += "    strings:\n";
+                text += "    strings:\n";
             for (const std::string &string : writer.strings())
-                result.text += "        " + string + "\n";
-            result.text += "    condition:\n" + writer.Condition() + "\n}\n";
+                text += "        " + string + "\n";
+            text += "    condition:\n" + writer.Condition() + "\n}\n";
             result.exported.push_back(place);
         } catch (NotExpressible &refusal) {
             result.omitted.push_back({place, std::move(refusal.reason)});
         }
     }
+    const Rule nothing;
+    const RuleWriter any_rule(nothing, {});
+    result.text = kHead;
+    if (text.find("has_headers_size") != std::string::npos)
+        result.text += any_rule.RuleOfHeadersSize();
+    for (const Table &table : {kImports, kExports, kResources})
+        result.text += any_rule.RulesOf(table, text);
+    result.text += text;
     return result;
 }
 

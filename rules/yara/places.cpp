@@ -76,11 +76,17 @@ std::string RuleWriter::Guard(const Need &need) const {
     return text;
 }
 
-// SizeOfHeaders, which must be known to be present.
+// SizeOfHeaders, 0 where it is absent.
 std::string RuleWriter::HeadersSize() const {
-    if (!granted_.Covers(NeedOf(field::kSizeOfHeaders)))
-        Refuse("a place that depends on SizeOfHeaders, in files that may lack it");
-    return Value(field::kSizeOfHeaders);
+    if (granted_.Covers(NeedOf(field::kSizeOfHeaders)))
+        return Value(field::kSizeOfHeaders);
+    constexpr std::string_view kThere = "math.to_number(has_headers_size)"; // what is multiplied by it is a read at 0
+    return format("{0} * uint32({0} * (uint32(0x3C) + {1}))", kThere, Offset(field::kSizeOfHeaders));
+}
+
+std::string RuleWriter::RuleOfHeadersSize() const {
+    return format("\nprivate rule has_headers_size {{\n    condition:\n        pe_file and {} and {} >= 0\n}}\n",
+                  Guard(NeedOf(field::kSizeOfHeaders)), Value(field::kSizeOfHeaders));
 }
 
 // ---- Places ---------------------------------------------------------------------------------------------------------

@@ -21,12 +21,6 @@ constexpr std::string_view kCountText =
 
 void RuleWriter::RefuseLists() const {
     const std::pair<bool, const char *> lists[] = {
-        {!rule_.import_modules.empty() || !rule_.import_functions.empty(),
-         "import names: the pe module compares and bounds them otherwise"},
-        {!rule_.export_module_names.empty() || !rule_.export_functions.empty(),
-         "export names: the pe module compares and bounds them otherwise"},
-        {!rule_.resource_entries.empty() || !rule_.resource_type_entries.empty(),
-         "resources: the pe module walks the tree otherwise"},
         {!rule_.resource_strings.empty(), "strings of resources: the pe module reads them otherwise"},
         {!rule_.secondary_conditions.empty() || !rule_.object_names.empty() || !rule_.member_names.empty(),
          "objects of Visual Basic"},
@@ -56,6 +50,9 @@ void RuleWriter::Write() {
     WriteSectionNames();
     WriteTraits();
     WriteImportTable();
+    WriteImportNames();
+    WriteExportNames();
+    WriteResources();
     WriteMeasures();
     WriteStrings();
     FlushGroups();
@@ -97,24 +94,30 @@ std::string RuleWriter::Condition() const {
     const std::string guard = Guard(need_);
     if (!guard.empty())
         items.push_back({kHeader, false, guard});
-    // Rich values nest three loops of their own, so that they stay outside those of the table.
+    // Rich values and directories nest loops of their own, so that they stay outside those of the table.
     std::ranges::stable_sort(items, {}, [](const Item &item) {
-        const int part = item.in_table ? 1 : item.rank == kMeasure ? 2 : 0;
+        const int part = item.in_table ? 1 : item.rank >= kDirectory ? 2 : 0;
         return std::pair(part, item.rank);
     });
     const auto first = std::ranges::find(items, true, &Item::in_table);
     const auto last = std::find_if(first, items.end(), [](const Item &item) { return !item.in_table; });
+    // A condition that fails goes on after each "and" that follows it. In parentheses the long texts are passed at
+    // once.
+    const auto in_tables =
+        std::ranges::find_if(items, [](const Item &item) { return !item.in_table && item.rank >= kDirectory; });
     std::string text = "        pe_file";
     for (auto item = items.begin(); item != items.end(); ++item) {
         if (item == first)
             text += format(" and\n        for any t in (uint32(0x3C) + 24 + uint16(uint32(0x3C) + 20)) : (for any n in "
                            "({}) : (",
                            kCountText);
-        text += item == first ? "\n" : " and\n";
+        text += item == first ? "\n" : item == in_tables ? " and (\n" : " and\n";
         text += std::string(item->in_table ? 12 : 8, ' ') + item->text;
         if (item->in_table && item + 1 == last)
             text += "\n        ))";
     }
+    if (in_tables != items.end())
+        text += ')';
     return text;
 }
 

@@ -16,6 +16,7 @@
 #include "pe/format.h"
 #include "rules/model.h"
 #include "rules/yara/conditions.h"
+#include "rules/yara/tables.h"
 
 namespace tavrik::rules::yara {
 
@@ -23,7 +24,7 @@ using pe::kMagicPe32;
 using pe::kMagicPe32Plus;
 
 /** The order of conditions: what is cheap and rarely met comes first. */
-enum Rank { kRareHeader, kWideHeader, kHeader, kPlainString, kFixedSection, kLoop, kRich, kMeasure };
+enum Rank { kRareHeader, kWideHeader, kHeader, kPlainString, kFixedSection, kLoop, kRich, kDirectory, kMeasure };
 
 /** What the optional header of a file must contain for certain fields to be present. */
 struct Need {
@@ -72,6 +73,12 @@ public:
     const Parts &strings() const { return strings_; }
     /** The condition, on lines of its own. */
     std::string Condition() const;
+    /** The private rule that says whether SizeOfHeaders is there. */
+    std::string RuleOfHeadersSize() const;
+    /** The private rules of a table that the rules in `text` make use of. */
+    std::string RulesOf(const Table &table, std::string_view text) const {
+        return TableRules(table, Guard(NeedOf(table.field)), Value(table.field), text);
+    }
 
 private:
     struct Item {
@@ -98,6 +105,20 @@ private:
     void WriteSectionNames();
     void WriteTraits();
     void WriteImportTable();
+
+    // imports.cpp
+    void AddAtTable(const Table &table, const std::string &body, Rank rank, bool is_not = false);
+    void WriteImportNames();
+    std::string ImportsFunction(const ImportFunction &function) const;
+    std::string HasFunction(const std::string &thunks, const std::string &name) const;
+    std::string ThunkSize() const;
+    void WriteImportFunctionCount(const Test &test);
+    std::string HasFunctions(uint64_t count) const;
+    void WriteExportNames();
+
+    // resources.cpp
+    void WriteResources();
+    void WriteResourceCount(const Test &test);
 
     // content.cpp
     void WriteStrings();

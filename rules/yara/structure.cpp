@@ -135,9 +135,9 @@ void RuleWriter::WriteDerived(uint16_t number, const Test &test, Rank rank) {
     case field::kClrFlags:
         Refuse("flags of the .NET header");
     case field::kImportFunctionCount:
-        Refuse("ImportFunctionCount: a sum over the import table");
+        return WriteImportFunctionCount(test);
     case field::kResourceCount:
-        Refuse("ResourceCount: a sum over the resource tree");
+        return WriteResourceCount(test);
     default:
         Refuse("values of Visual Basic structures");
     }
@@ -245,7 +245,7 @@ void RuleWriter::WriteTraits() {
         };
     };
     if ((traits & trait::kFewImports) != 0)
-        Refuse("few_imports: a sum over the import table");
+        WriteImportFunctionCount({Operator::AtMost, {kFewImports}});
     if ((traits & (trait::kVisualBasic | trait::kNativeCode)) != 0)
         Refuse("values of Visual Basic structures");
     if ((traits & ~trait::kAll) != 0)

@@ -11,12 +11,12 @@ namespace tavrik::tests {
 namespace {
 
 TEST(YaraExport, AnswersAsTheRulesDo) {
-    constexpr std::size_t kStep = 6;
+    constexpr std::size_t kStep = 41; // a prime, so that all kinds of rules are among them
     constexpr unsigned kCopies = 4;
     const rules::RuleSet written = generator::WrittenRules();
     const generator::Generator generator(written);
     const rules::RuleSet set = Exportable(generator.Rules());
-    EXPECT_GT(set.rules.size(), 2000u);
+    EXPECT_GT(set.rules.size(), 5000u);
     const YaraLibrary library;
     BothSides sides(set);
     std::mt19937 random(1);
@@ -33,8 +33,8 @@ TEST(YaraExport, AnswersAsTheRulesDo) {
             altered_matches += still_found.size();
         }
     }
-    EXPECT_GT(matches, 300u);
-    EXPECT_GT(altered_matches, 100u);
+    EXPECT_GT(matches, 90u);
+    EXPECT_GT(altered_matches, 180u);
 }
 
 } // namespace

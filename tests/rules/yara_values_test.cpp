@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/crc32.h"
 #include "evaluation/features.h"
 #include "pe/builder/builder.h"
 #include "pe/format.h"
@@ -18,6 +19,7 @@ using rules::Rule;
 using rules::RuleSet;
 
 constexpr uint8_t kOperators = 7;
+const base::Bytes kResource(0x90, 0x41);
 
 // A file with something in every place that exported rules can ask about.
 std::vector<uint8_t> File(bool is_pe32_plus) {
@@ -35,13 +37,17 @@ std::vector<uint8_t> File(bool is_pe32_plus) {
     image.entry_code = {0x55, 0x8B, 0xEC, 0x83, 0xEC, 0x10, 0x53, 0x56, 0x57, 0xE8};
     image.sections.push_back({.name = ".text", .Characteristics = kCodeSection, .pieces = {{code}}});
     image.sections.push_back({.name = ".data", .Characteristics = kWritableSection, .pieces = {{data}}});
-    image.sections.push_back(
-        {.name = "imports8",
-         .pieces = {{ImportTable{{{"kernel32.dll", {"ExitProcess", "Sleep"}}, {"user32.dll", {"MessageBoxA"}}}}}}});
+    image.sections.push_back({.name = "imports8",
+                              .pieces = {{ImportTable{{{"kernel32.dll", {"ExitProcess", "Sleep"}},
+                                                       {"user32.dll", {"MessageBoxA", uint16_t{7}}}}}}}});
     image.sections.push_back(
         {.name = ".edata", .pieces = {{ExportTable{"own.dll", {{"First", 0x1000}, {"Second", 0x1010}}}}}});
     image.sections.push_back(
-        {.name = ".rsrc", .pieces = {{ResourceTable{{{.type = uint16_t{10}, .data = base::Bytes(0x90, 0x41)}}}}}});
+        {.name = ".rsrc",
+         .pieces = {{ResourceTable{{{.type = uint16_t{10}, .data = kResource},
+                                    {.type = uint16_t{10}, .name = u"Main", .data = base::Bytes(9, 0x42)},
+                                    {.type = u"TYPE", .name = uint16_t{2}, .language = 0x407, .data = kResource},
+                                    {.type = u"TYPE", .name = uint16_t{2}, .data = base::Bytes(3, 0x43)}}}}}});
     image.sections.push_back({.name = "", .pieces = {{base::Bytes(0x20, 0x33)}}});
     image.sections.push_back({.name = "last", .Characteristics = kPackedCode, .pieces = {{base::Bytes(0x40, 0xCC)}}});
     image.directories[pe::kRelocationDirectory] = {0x2010, 0x20};
@@ -115,6 +121,48 @@ public:
         return std::move(set_);
     }
 
+    // Rows on imports, exports and resources: what is there, what is not, and what differs in little.
+    RuleSet Tables() {
+        constexpr int16_t kIndexes[] = {-1, 0, 1, 2};
+        constexpr uint8_t kOptions[] = {0, 1, 2, 3}; // cased, prefix
+        constexpr uint16_t kLanguages[] = {0, 0x409, 0x407};
+        constexpr Operator kPresences[] = {Operator::Equal, Operator::NotEqual};
+        const char *const modules[] = {"kernel32.dll", "User32.dll", "kernel32", "kernel32.dlm", ""};
+        const char *const functions[] = {"ExitProcess", "Sleep", "sleep",  "MessageBox", "MessageBoxA", "#7",
+                                         "#8",          "First", "Second", "Secon",      "#07",         "own.dll"};
+        for (const Operator op : kPresences) {
+            for (const int16_t index : kIndexes)
+                for (const uint8_t option : kOptions)
+                    for (const char *const module : modules) {
+                        Add().import_modules = {{index, option, op, module}};
+                        if (op == Operator::Equal && option == 0 && module != modules[4])
+                            for (const char *const function : functions) {
+                                Rule &rule = Add();
+                                rule.import_modules = {{index, option, op, module}};
+                                rule.import_functions = {{0, op, function}};
+                            }
+                    }
+            for (const char *const function : functions) {
+                Add().import_functions = {{9, op, function}};
+                Add().export_functions = {{op, function}};
+                Add().export_module_names = {{op, function}};
+            }
+            Add().export_module_names = {{op, "OWN.DLL"}};
+        }
+        const uint32_t crc32 = base::Crc32(kResource);
+        for (const uint32_t number : {rules::kAnyResource, 2u, 10u})
+            for (const uint16_t language : kLanguages)
+                for (const char *const name : {"", "MAIN", "type", "Mai"}) {
+                    for (const uint32_t level : {1u, 2u})
+                        for (const uint32_t absent : {0u, 1u})
+                            Add().resource_type_entries = {{number, name, language, level, absent}};
+                    for (const uint32_t data : {0u, crc32, crc32 + 1})
+                        Add().resource_entries = {
+                            {number, *name == 0 ? 2u : rules::kAnyResource, name, language, data}};
+                }
+        return std::move(set_);
+    }
+
     RuleSet Strings() {
         std::mt19937 random(7);
         for (uint8_t kind = 1; kind <= rules::kMaxStringKind; ++kind)
@@ -156,7 +204,7 @@ private:
         return set_.rules.back();
     }
 
-    // A rule that also asks for a field after SizeOfHeaders, without which many places are not exported.
+    // A rule that also asks for a field after SizeOfHeaders, as rules do that depend on it.
     Rule &AddWithHeaders() {
         Rule &rule = Add();
         rule.header_conditions = {{rules::header_field::kSizeOfHeaders, Operator::AtLeast, 1}};
@@ -240,7 +288,8 @@ private:
 };
 
 void ExpectSameAnswers(const RuleSet &all, std::span<const uint8_t> file, std::size_t least_exported,
-                       std::size_t least_matches) {
+                       std::size_t least_matches, unsigned altered_headers = 4, unsigned altered_tables = 0) {
+    constexpr std::size_t kFirstTable = 0xC00; // the file offset of the third section
     const RuleSet set = Exportable(all);
     EXPECT_GE(set.rules.size(), least_exported) << "of " << all.rules.size();
     BothSides sides(set);
@@ -249,7 +298,10 @@ void ExpectSameAnswers(const RuleSet &all, std::span<const uint8_t> file, std::s
     EXPECT_GE(found.size(), least_matches);
     EXPECT_LT(found.size(), set.rules.size());
     std::mt19937 random(3);
-    for (const std::vector<uint8_t> &altered : Altered(file, 4, random))
+    for (const std::vector<uint8_t> &altered : Altered(file, altered_headers, random))
+        EXPECT_EQ(sides.MatchYara(altered), sides.MatchOurs(altered));
+    // The sections with the tables.
+    for (const std::vector<uint8_t> &altered : Altered(file, altered_tables, random, kFirstTable, 0x600))
         EXPECT_EQ(sides.MatchYara(altered), sides.MatchOurs(altered));
 }
 
@@ -259,6 +311,7 @@ TEST(YaraExport, AnswersAroundTheValuesOfFiles) {
         const std::vector<uint8_t> file = File(is_pe32_plus);
         RulesAround rules_around(file);
         ExpectSameAnswers(rules_around.Values(), file, 5900, 2000);
+        ExpectSameAnswers(rules_around.Tables(), file, 600, 100, 1, 4);
         ExpectSameAnswers(rules_around.NamesAndMeasures(), file, 2000, 600);
         ExpectSameAnswers(rules_around.Strings(), file, 1100, 600);
     }

@@ -124,16 +124,16 @@ private:
     std::unordered_map<std::string, uint32_t> places_;
 };
 
-/** Copies with a few bits turned, most in the headers, some cut short: what damaged files look like. */
-inline std::vector<std::vector<uint8_t>> Altered(std::span<const uint8_t> bytes, unsigned copies,
-                                                 std::mt19937 &random) {
-    constexpr std::size_t kHeaders = 0x400;
+/** Copies with a few bits turned, most from `first` on (in the headers), some cut short: what damaged files look like.
+ */
+inline std::vector<std::vector<uint8_t>> Altered(std::span<const uint8_t> bytes, unsigned copies, std::mt19937 &random,
+                                                 std::size_t first = 0, std::size_t length = 0x400) {
     std::vector<std::vector<uint8_t>> altered;
     for (unsigned copy = 0; copy < copies; ++copy) {
         std::vector<uint8_t> &changed = altered.emplace_back(bytes.begin(), bytes.end());
-        const std::size_t headers = std::min(changed.size(), kHeaders);
+        const std::size_t part = std::min(changed.size() - first, length);
         for (unsigned i = 0; i <= copy % 3; ++i)
-            changed[random() % headers] ^= static_cast<uint8_t>(1u << random() % 8);
+            changed[first + random() % part] ^= static_cast<uint8_t>(1u << random() % 8);
         changed[random() % changed.size()] ^= static_cast<uint8_t>(1u << random() % 8);
         if (copy % 4 == 3)
             changed.resize(random() % changed.size() + 1);
