@@ -17,8 +17,8 @@ using fmt::format;
 
 namespace {
 
-constexpr unsigned kMostModules = 1024;   // import descriptors that count
-constexpr unsigned kMostFunctions = 4096; // of one descriptor
+constexpr unsigned kMostDescriptors = 1024; // import descriptors that count
+constexpr unsigned kMostFunctions = 4096;   // of one descriptor
 constexpr unsigned kMostFunctionsInAll = 65536;
 constexpr unsigned kMostExports = 16384; // names
 
@@ -77,7 +77,7 @@ void RuleWriter::WriteImportNames() {
     for (const ImportModule &module : rule_.import_modules) {
         CheckPresence(module.op);
         const bool is_not = module.op == Operator::NotEqual;
-        if (module.index < -1 || module.index >= static_cast<int>(kMostModules))
+        if (module.index < -1 || module.index >= static_cast<int>(kMostDescriptors))
             Refuse("a condition that is never met");
         if (module.index == -1) {
             const std::string named = HasModuleName("e + 20 * x", module);
