@@ -1,13 +1,11 @@
 #include "evaluation/string_pass.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <optional>
-#include <queue>
-#include <string>
 #include <tuple>
 #include <unordered_map>
 
@@ -18,41 +16,7 @@ namespace tavrik::evaluation {
 
 namespace {
 
-constexpr std::size_t kGramSize = 4;
-
-// Grams are compared without regard to case; the other bytes that this makes alike are told apart later.
-constexpr uint32_t kFold = kCaseBit * 0x01010101U;
-
-uint32_t Fold(const uint8_t *bytes) {
-    uint32_t gram;
-    std::memcpy(&gram, bytes, sizeof(gram));
-    return gram | kFold;
-}
-
-constexpr uint32_t kNoGram = 0; // not folded
-
-constexpr uint32_t Hash(uint32_t gram) {
-    return gram * 0x9E3779B1U;
-}
-
-// The filter: a bit for each value of a hash's upper bits.
-constexpr unsigned kFilterBits = 21; // 256 KiB in all, to stay in a second-level cache
-using FilterWord = uint64_t;
-constexpr unsigned kWordBits = 64;
-
-constexpr std::size_t WordOf(uint32_t hash) {
-    return (hash >> (32 - kFilterBits)) / kWordBits;
-}
-
-constexpr unsigned BitOf(uint32_t hash) {
-    return (hash >> (32 - kFilterBits)) % kWordBits;
-}
-
-inline bool MayOccur(const FilterWord *filter, uint32_t hash) {
-    return (filter[WordOf(hash)] >> BitOf(hash) & 1) != 0;
-}
-
-// A gram of a pattern: at most one of its bytes is open, a wildcard or after the pattern's end.
+// A gram of a pattern. At most one of its bytes is open: a wildcard or after the pattern's end.
 struct Gram {
     std::size_t at = 0;
     uint32_t folded = 0; // 0 in place of the open byte
@@ -60,50 +24,127 @@ struct Gram {
     int rarity = 0;      // bits
 };
 
-constexpr int kOpenByteCost = 4; // bits of rarity that a gram without an open byte may lack
+// The buckets go by another hash than the filter before them, which so errs for other grams.
+constexpr uint32_t Hash(uint32_t gram) {
+    return gram * 0xC2B2AE35U;
+}
+
+// Folding makes a byte as frequent as the one that it becomes alike: a space as zero.
+constexpr int FoldedRarity(uint8_t byte) {
+    return std::min(Rarity(byte), Rarity(static_cast<uint8_t>(byte ^ kCaseBit)));
+}
+
+// Runs of one byte are everywhere: only strings that are runs should have such a gram, since a file soon has its answer
+// to these.
+constexpr int kRunCost = 64;
 
 // Calls `visit` with every gram of the pattern.
 template <typename Visit>
 void ForGrams(const StringPattern &pattern, const Visit &visit) {
-    for (std::size_t at = 0; at + kGramSize <= pattern.length + 1; ++at) {
+    for (std::size_t at = 0; at + kGramBytes <= pattern.length + 1; ++at) {
         Gram gram;
         gram.at = at;
         int open = 0;
-        for (std::size_t i = 0; i < kGramSize; ++i) {
+        for (std::size_t i = 0; i < kGramBytes; ++i) {
             const std::size_t place = at + i;
             if (place >= pattern.length || pattern.care[place] == 0) {
                 gram.open = static_cast<int>(i);
-                gram.rarity -= kOpenByteCost;
                 ++open;
                 continue;
             }
             const uint8_t value = pattern.value[place];
             // Programs have runs of one byte.
-            gram.rarity += i > 0 && value == pattern.value[place - 1] ? 1 : Rarity(value);
+            gram.rarity += i > 0 && value == pattern.value[place - 1] ? 1 : FoldedRarity(value);
             gram.folded |= static_cast<uint32_t>(value | kCaseBit) << 8 * i;
         }
+        if (gram.folded == (gram.folded & UINT8_MAX) * 0x01010101U)
+            gram.rarity -= kRunCost;
         if (open <= 1)
             visit(gram);
     }
 }
 
-// How many patterns have a gram; those of one hash are counted together, which is near enough.
-class Sharers {
-public:
-    void Add(const Gram &gram) { ++counts_[Hash(gram.folded) >> kShift]; }
+// Four bytes of a pattern that are compared before the others.
+struct Check {
+    uint32_t folded = 0; // 0 for bytes that do not count
+    std::size_t at = 0;
+    uint8_t bytes = 0; // a bit for each that counts
+};
 
-    // What filing a pattern under the gram costs is how often the gram is met times how many patterns are then
-    // compared. The smaller, the larger is this number, in bits.
-    int Worth(const Gram &gram) const {
-        return gram.rarity - static_cast<int>(std::bit_width(counts_[Hash(gram.folded) >> kShift]));
+constexpr auto kCheckMasks = [] {
+    std::array<uint32_t, 1U << kGramBytes> masks = {};
+    for (uint32_t bytes = 0; bytes < masks.size(); ++bytes)
+        for (unsigned i = 0; i < kGramBytes; ++i)
+            masks[bytes] |= (bytes >> i & 1U) != 0 ? uint32_t{0xFF} << 8 * i : 0;
+    return masks;
+}();
+
+// The rarest four outside the gram.
+Check ChooseCheck(const StringPattern &pattern, const Gram &gram) {
+    Check best;
+    int best_rarity = 0;
+    for (std::size_t at = 0; at + kGramBytes <= pattern.length; ++at) {
+        Check check = {0, at, 0};
+        int rarity = 0;
+        for (std::size_t i = 0; i < kGramBytes; ++i) {
+            const std::size_t place = at + i;
+            if ((place >= gram.at && place < gram.at + kGramBytes) || pattern.care[place] == 0)
+                continue;
+            rarity += Rarity(pattern.value[place]);
+            check.bytes = static_cast<uint8_t>(check.bytes | 1U << i);
+            check.folded |= static_cast<uint32_t>(pattern.value[place] | kCaseBit) << 8 * i;
+        }
+        if (rarity > best_rarity) {
+            best_rarity = rarity;
+            best = check;
+        }
+    }
+    return best;
+}
+
+} // namespace
+
+// How many patterns have a gram, and which one a pattern is filed under therefore.
+class StringPass::Sharers {
+public:
+    void Add(const StringPattern &pattern) {
+        ForGrams(pattern, [&](const Gram &gram) { ++counts_[PlaceOf(gram)]; });
+    }
+
+    // Nothing when the pattern has no gram.
+    std::optional<Gram> Choose(const StringPattern &pattern) {
+        std::optional<Gram> best;
+        ForGrams(pattern, [&](const Gram &gram) {
+            if (!best || IsBetter(gram, *best))
+                best = gram;
+        });
+        if (best)
+            ++filed_[PlaceOf(*best)];
+        return best;
     }
 
 private:
-    static constexpr unsigned kShift = 16;
-    std::vector<uint32_t> counts_ = std::vector<uint32_t>((UINT32_MAX >> kShift) + 1);
-};
+    // A gram with an open byte stands for many and is only taken for want of another.
+    bool IsBetter(const Gram &gram, const Gram &other) const {
+        const bool is_open = gram.open >= 0;
+        const bool other_is_open = other.open >= 0;
+        return is_open == other_is_open ? Worth(gram) > Worth(other) : other_is_open;
+    }
 
-} // namespace
+    // What filing a pattern under the gram costs is how often the gram is met, in files as in other patterns, times how
+    // many patterns are then compared. The smaller, the larger is this number, in bits.
+    int Worth(const Gram &gram) const {
+        const std::size_t place = PlaceOf(gram);
+        return gram.rarity - static_cast<int>(std::bit_width(counts_[place])) -
+               2 * static_cast<int>(std::bit_width(filed_[place]));
+    }
+
+    static std::size_t PlaceOf(const Gram &gram) { return Hash(gram.folded) >> kShift; }
+
+    static constexpr unsigned kShift = 15; // grams of one hash are counted together, which is near enough
+    std::vector<uint32_t> counts_ = std::vector<uint32_t>((UINT32_MAX >> kShift) + 1);
+    std::vector<uint32_t> filed_ = std::vector<uint32_t>((UINT32_MAX >> kShift) + 1);
+};
 
 StringPass::StringPass(std::span<const StringFeature *const> strings) : strings_(strings.begin(), strings.end()) {
     // Strings of the same bytes share a pattern.
@@ -116,62 +157,64 @@ StringPass::StringPass(std::span<const StringFeature *const> strings) : strings_
         std::vector<uint32_t> &of_pattern = users[std::move(bytes)];
         of_pattern.push_back(i);
         if (of_pattern.size() == 1)
-            ForGrams(pattern, [&](const Gram &gram) { sharers.Add(gram); });
+            sharers.Add(pattern);
     }
-    std::vector<Entry> entries;
-    for (const auto &[bytes, of_pattern] : users) {
-        std::optional<Gram> best;
-        ForGrams(StringPattern(*strings_[of_pattern.front()]), [&](const Gram &gram) {
-            if (!best || sharers.Worth(gram) > sharers.Worth(*best))
-                best = gram;
-        });
-        if (!best) {
-            without_.insert(without_.end(), of_pattern.begin(), of_pattern.end());
-            continue;
-        }
-        const auto pattern = static_cast<uint32_t>(patterns_.size());
-        patterns_.push_back({static_cast<uint32_t>(bytes_.size()), static_cast<uint16_t>(bytes.size() / 2),
-                             static_cast<uint16_t>(best->at), static_cast<uint32_t>(users_.size()),
-                             static_cast<uint32_t>(of_pattern.size())});
-        bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
-        users_.insert(users_.end(), of_pattern.begin(), of_pattern.end());
-        if (best->open < 0) {
-            entries.push_back({best->folded, pattern});
-            continue;
-        }
-        for (uint32_t byte = 0; byte <= UINT8_MAX; ++byte)
-            if ((byte & kCaseBit) != 0)
-                entries.push_back({best->folded | byte << 8 * best->open, pattern});
-    }
-    File(std::move(entries));
+    for (const auto &[bytes, of_pattern] : users)
+        AddPattern(StringPattern(*strings_[of_pattern.front()]), of_pattern, sharers);
+    FileEntries();
 }
 
-void StringPass::File(std::vector<Entry> entries) {
-    filter_.assign(WordOf(UINT32_MAX) + 1, 0);
+void StringPass::AddPattern(const StringPattern &pattern, std::span<const uint32_t> users, Sharers &sharers) {
+    const std::optional<Gram> chosen = sharers.Choose(pattern);
+    if (!chosen) {
+        without_.insert(without_.end(), users.begin(), users.end());
+        return;
+    }
+    const Gram &gram = *chosen;
+    const Pattern record = {pattern_count_++, static_cast<uint32_t>(users_.size()),
+                            static_cast<uint32_t>(users.size())};
+    const auto place = static_cast<uint32_t>(pool_.size());
+    pool_.resize(pool_.size() + sizeof(record) + 2 * pattern.length);
+    uint8_t *const to = &pool_[place];
+    std::memcpy(to, &record, sizeof(record));
+    std::memcpy(to + sizeof(record), pattern.value.data(), pattern.length);
+    std::memcpy(to + sizeof(record) + pattern.length, pattern.care.data(), pattern.length);
+    users_.insert(users_.end(), users.begin(), users.end());
+    const Check check = ChooseCheck(pattern, gram);
+    const auto add = [&](uint32_t folded) {
+        entries_.push_back({folded, check.folded, place, static_cast<uint8_t>(gram.at), static_cast<uint8_t>(check.at),
+                            check.bytes, static_cast<uint8_t>(pattern.length - 1)});
+    };
+    if (gram.open < 0)
+        return add(gram.folded);
+    for (uint32_t byte = 0; byte <= UINT8_MAX; ++byte)
+        if ((byte & kCaseBit) != 0)
+            add(gram.folded | byte << 8 * gram.open);
+}
+
+void StringPass::FileEntries() {
     // As many buckets as entries, or up to twice as many.
-    bucket_shift_ = 32U - static_cast<unsigned>(std::bit_width(entries.size() | 1));
-    std::ranges::sort(entries, {}, [](const Entry &entry) { return std::tuple(Hash(entry.gram), entry.pattern); });
-    buckets_.assign((std::size_t{UINT32_MAX} >> bucket_shift_) + 2, 0);
-    for (const Entry &entry : entries) {
+    bucket_shift_ = 32U - static_cast<unsigned>(std::bit_width(entries_.size() | 1));
+    std::ranges::sort(entries_, {}, [](const Entry &entry) { return std::tuple(Hash(entry.gram), entry.pattern); });
+    entries_.shrink_to_fit();
+    std::vector<uint32_t> grams;
+    for (const Entry &entry : entries_)
+        grams.push_back(entry.gram);
+    search_ = std::make_unique<const GramSearch>(grams);
+    buckets_.resize((std::size_t{UINT32_MAX} >> bucket_shift_) + 2);
+    for (const Entry &entry : entries_) {
         const uint32_t hash = Hash(entry.gram);
-        filter_[WordOf(hash)] |= FilterWord{1} << BitOf(hash);
-        ++buckets_[(hash >> bucket_shift_) + 1];
+        ++buckets_[(hash >> bucket_shift_) + 1].first;
+        buckets_[hash >> bucket_shift_].next_bits |= 1U << NextBits(hash);
     }
     for (std::size_t i = 1; i < buckets_.size(); ++i)
-        buckets_[i] += buckets_[i - 1];
-    entries_ = std::move(entries);
+        buckets_[i].first += buckets_[i - 1].first;
 }
 
-std::pair<uint32_t, uint32_t> StringPass::EntriesOf(uint32_t gram) const {
-    const uint32_t bucket = Hash(gram) >> bucket_shift_;
-    uint32_t begin = buckets_[bucket];
-    const uint32_t bucket_end = buckets_[bucket + 1];
-    while (begin < bucket_end && entries_[begin].gram != gram)
-        ++begin;
-    uint32_t end = begin;
-    while (end < bucket_end && entries_[end].gram == gram)
-        ++end;
-    return {begin, end};
+StringPass::Pattern StringPass::PatternOf(const Entry &entry) const {
+    Pattern pattern;
+    std::memcpy(&pattern, &pool_[entry.pattern], sizeof(pattern));
+    return pattern;
 }
 
 // One search.
@@ -179,24 +222,23 @@ class StringPass::Run {
 public:
     Run(const StringPass &pass, const RegionOf &region)
         : pass_(pass), region_(region), found_(pass.strings_.size()), places_(pass.strings_.size()),
-          is_idle_(pass.entries_.size()) {}
+          was_judged_(pass.pattern_count_) {}
 
     void SearchPiece(std::span<const uint8_t> piece, uint64_t offset) {
         piece_ = piece;
         offset_ = offset;
         std::size_t at = 0;
-        while (at + kGramSize <= piece.size()) {
-            Wake(offset + at);
-            at = SearchFrom(at);
+        while (piece.size() - at >= GramSearch::kStride + GramSearch::kReadAfter) {
+            const std::size_t whole =
+                (piece.size() - at - GramSearch::kReadAfter) / GramSearch::kStride * GramSearch::kStride;
+            const std::size_t size = std::min(whole, BlockSize(offset_ + at));
+            SearchBlock(piece.data() + at, size, at);
+            at += size;
         }
-        // The last bytes may begin grams whose open byte lies after them.
-        uint8_t tail[2 * kGramSize] = {};
-        const std::size_t rest = piece.size() - at;
-        std::memcpy(tail, piece.data() + at, rest);
-        for (std::size_t i = 0; i < rest; ++i) {
-            Wake(offset + at + i);
-            CompareGram(Fold(tail + i), at + i);
-        }
+        // The last bytes may begin grams that end after them.
+        uint8_t tail[2 * GramSearch::kStride + GramSearch::kReadAfter] = {};
+        std::memcpy(tail, piece.data() + at, piece.size() - at);
+        SearchBlock(tail, 2 * GramSearch::kStride, at);
     }
 
     std::vector<bool> TakeFound() { return std::move(found_); }
@@ -208,81 +250,141 @@ private:
     static constexpr uint32_t kFirstStarts = 2;
 
     static constexpr uint64_t kNever = UINT64_MAX;
-    using Waking = std::pair<uint64_t, uint32_t>; // offset in the file, a gram's first entry
 
-    // Looks at the grams that begin at `at` and after it up to the next wake; returns the place that comes next.
-    std::size_t SearchFrom(std::size_t at) {
-        const FilterWord *const filter = pass_.filter_.data();
-        const uint8_t *const bytes = piece_.data();
-        uint32_t idle = kNoGram;
-        for (std::size_t end = NextWake(); at < end; ++at) {
-            const uint32_t gram = Fold(bytes + at);
-            // Runs of one byte repeat a gram.
-            if (!MayOccur(filter, Hash(gram)) || gram == idle) [[likely]]
-                continue;
-            if (CompareGram(gram, at)) {
-                idle = gram;
-                end = NextWake();
+    // A gram in the block, and the entries of its bucket.
+    struct Hit {
+        uint32_t gram;
+        uint32_t at; // in the block
+        uint32_t first;
+        uint32_t end;
+    };
+
+    // An entry whose gram and check are in the block.
+    struct Match {
+        uint32_t entry;
+        uint32_t at; // of the gram, in the block
+    };
+
+    // What is known of zero bytes counts from the next block on, so that blocks are short while they matter.
+    std::size_t BlockSize(uint64_t offset) const {
+        const bool will_matter = zeros_needed_from_ != 0 && zeros_needed_from_ < offset + GramSearch::kLongestBlock;
+        return saw_zeros_ || will_matter ? kShortBlock : GramSearch::kLongestBlock;
+    }
+
+    // Searches a block, the bytes of the piece at `at`; some after it are read too. It goes in steps over many grams
+    // each, so that what one gram needs from memory is fetched while others are looked at.
+    void SearchBlock(const uint8_t *block, std::size_t size, std::size_t at) {
+        block_at_ = at;
+        saw_zeros_ = false;
+        const uint64_t end = offset_ + at + size;
+        if (std::memcmp(block, block + 1, size + kGramBytes - 2) == 0 && NeededFrom(block) >= end)
+            return;
+        constexpr uint8_t kZeros[kGramBytes] = {};
+        if (zeros_needed_from_ < end)
+            zeros_needed_from_ = NeededFrom(kZeros);
+        const std::size_t count = pass_.search_->Find({block, size}, zeros_needed_from_ >= end, places_of_grams_);
+        for (std::size_t first = 0; first < count; first += kHits)
+            CompareGrams(block, std::span(places_of_grams_).subspan(first, std::min(kHits, count - first)));
+    }
+
+    void CompareGrams(const uint8_t *block, std::span<const uint16_t> places) {
+        // Grams that are none are dropped without a branch that the file decides.
+        std::size_t hits = 0;
+        for (const uint16_t at : places) {
+            const uint32_t gram = GramAt(block + at);
+            saw_zeros_ |= gram == kGramFold;
+            const Bucket *const bucket = pass_.BucketOf(Hash(gram));
+            hits_[hits] = {gram, at, bucket[0].first, bucket[1].first};
+            hits += bucket->next_bits >> pass_.NextBits(Hash(gram)) & 1U;
+        }
+        for (std::size_t i = 0; i < hits; ++i)
+            __builtin_prefetch(&pass_.entries_[hits_[i].first]);
+        std::size_t matches = 0;
+        for (std::size_t i = 0; i < hits; ++i) {
+            const Hit hit = hits_[i];
+            for (uint32_t place = hit.first; place < hit.end; ++place) {
+                matches_[matches] = {place, hit.at};
+                matches += MayBeAt(pass_.entries_[place], hit, block);
+                if (matches == kHits) {
+                    CompareMatches(matches);
+                    matches = 0;
+                }
             }
         }
-        return at;
+        CompareMatches(matches);
     }
 
-    // Where in the piece an idle gram must be looked at again, or where its last whole gram ends.
-    std::size_t NextWake() const {
-        const std::size_t end = piece_.size() - kGramSize + 1;
-        return wakes_.empty() ? end : static_cast<std::size_t>(std::min<uint64_t>(end, wakes_.top().first - offset_));
+    // 1 when the entry's gram and check are there and its pattern would be whole in the piece (what is not is in its
+    // neighbour), else 0; without branches.
+    unsigned MayBeAt(const Entry &entry, const Hit &hit, const uint8_t *block) const {
+        const std::size_t at = block_at_ + hit.at;
+        const std::size_t start = at - entry.gram_at; // wraps before the piece
+        const bool is_whole = (at >= entry.gram_at) & (start + entry.last < piece_.size());
+        // A pattern too short for a check may be followed by less than a check.
+        const bool can_read = is_whole & (start + entry.check_at + kGramBytes <= piece_.size());
+        const uint8_t *const from = can_read ? piece_.data() + start + entry.check_at : block;
+        const uint32_t bytes = GramAt(from) & kCheckMasks[entry.check_bytes];
+        return static_cast<unsigned>(is_whole & (entry.gram == hit.gram) & (bytes == entry.check));
     }
 
-    // Compares the strings under a gram that is in the piece at `at`. Returns whether the gram is idle: its strings
-    // need no comparing before the next wake.
-    bool CompareGram(uint32_t gram, std::size_t at) {
-        const auto [begin, end] = pass_.EntriesOf(gram);
-        if (begin == end || is_idle_[begin])
-            return true;
-        uint64_t wake = kNever;
-        for (uint32_t i = begin; i < end; ++i) {
-            const Pattern &pattern = pass_.patterns_[pass_.entries_[i].pattern];
-            const std::span users(pass_.users_.data() + pattern.first_user, pattern.user_count);
-            if (at >= pattern.gram_at)
-                ComparePattern(pattern, users, at - pattern.gram_at);
-            for (const uint32_t user : users)
-                wake = std::min(wake, CountsFrom(user));
-        }
-        if (wake <= offset_ + at)
-            return false;
-        is_idle_[begin] = true;
-        if (wake != kNever)
-            wakes_.emplace(wake, begin);
-        return true;
+    void CompareMatches(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i)
+            __builtin_prefetch(&pass_.pool_[pass_.entries_[matches_[i].entry].pattern]);
+        for (std::size_t i = 0; i < count; ++i)
+            ComparePattern(pass_.entries_[matches_[i].entry], block_at_ + matches_[i].at);
     }
 
-    void Wake(uint64_t offset) {
-        for (; !wakes_.empty() && wakes_.top().first <= offset; wakes_.pop())
-            is_idle_[wakes_.top().second] = false;
-    }
-
-    // The first start in the file that may matter for the string.
-    uint64_t CountsFrom(uint32_t string) const {
-        const uint32_t place = places_[string];
-        return place == kSettled ? kNever : place == kUnknown ? 0 : starts_[place - kFirstStarts].first;
-    }
-
-    void ComparePattern(const Pattern &pattern, std::span<const uint32_t> users, std::size_t start) {
-        if (piece_.size() - start < pattern.length)
-            return; // the next piece has it whole
+    void ComparePattern(const Entry &entry, std::size_t gram_at) {
+        const Pattern pattern = pass_.PatternOf(entry);
+        const std::span users(pass_.users_.data() + pattern.first_user, pattern.user_count);
         // Bytes are compared only where it matters: a hostile file repeats them.
-        const auto matters = [&](uint32_t user) { return CountsFrom(user) <= offset_ + start; };
-        const uint8_t *value = pass_.bytes_.data() + pattern.bytes;
-        if (std::ranges::none_of(users, matters) ||
-            !IsPatternAt(&piece_[start], value, value + pattern.length, pattern.length))
+        if (was_judged_[pattern.number] && NeededFrom(users) > offset_ + gram_at)
             return;
+        const std::size_t start = gram_at - entry.gram_at;
+        const std::size_t length = std::size_t{entry.last} + 1;
+        const uint8_t *const value = &pass_.pool_[entry.pattern + sizeof(pattern)];
+        if (!IsPatternAt(&piece_[start], value, value + length, length))
+            return;
+        was_judged_[pattern.number] = true;
         for (const uint32_t user : users)
             if (places_[user] != kSettled)
-                Judge(user, offset_ + start, pattern.length);
+                Judge(user, offset_ + start, length);
     }
 
-    // The string's bytes are at `start` in the file. Starts come in ascending order.
+    // The first start in the file that may matter for one of the strings.
+    uint64_t NeededFrom(std::span<const uint32_t> users) const {
+        uint64_t first = kNever;
+        for (const uint32_t user : users) {
+            const uint32_t place = places_[user];
+            if (place != kSettled)
+                first = std::min(first, place == kUnknown ? 0 : starts_[place - kFirstStarts].first);
+        }
+        return first;
+    }
+
+    // The first place in the file at which the gram of these bytes may matter.
+    uint64_t NeededFrom(const uint8_t *bytes) const {
+        uint64_t from = kNever;
+        const uint32_t gram = GramAt(bytes);
+        const Bucket *const bucket = pass_.BucketOf(Hash(gram));
+        for (uint32_t place = bucket[0].first; place < bucket[1].first; ++place) {
+            const Entry &entry = pass_.entries_[place];
+            const Pattern pattern = pass_.PatternOf(entry);
+            const std::size_t length = std::size_t{entry.last} + 1;
+            const uint8_t *const value = &pass_.pool_[entry.pattern + sizeof(pattern) + entry.gram_at];
+            // Grams of other bytes may have the same number.
+            if (entry.gram != gram ||
+                !IsPatternAt(bytes, value, value + length, std::min(kGramBytes, length - entry.gram_at)))
+                continue;
+            if (!was_judged_[pattern.number])
+                return 0;
+            from = std::min(from, NeededFrom(std::span(&pass_.users_[pattern.first_user], pattern.user_count)));
+        }
+        return from;
+    }
+
+    // The string's bytes are at `start` in the file. Starts come almost in ascending order: one that comes later is not
+    // less by as much as the longest pattern.
     void Judge(uint32_t string, uint64_t start, uint64_t length) {
         uint32_t &place = places_[string];
         if (place == kUnknown) {
@@ -292,21 +394,31 @@ private:
             place = kFirstStarts + static_cast<uint32_t>(starts_.size() - 1);
         }
         const Starts starts = starts_[place - kFirstStarts];
-        if (starts.IsEmpty() || start >= starts.first) {
-            found_[string] = start >= starts.first && start < starts.end;
+        const bool counts = start >= starts.first && start < starts.end;
+        if (counts || starts.IsEmpty() || start >= starts.end + kLongestPattern) {
+            found_[string] = counts;
             place = kSettled;
         }
     }
 
+    static constexpr std::size_t kHits = 256;
+
+    static constexpr std::size_t kShortBlock = 256;
+
     const StringPass &pass_;
     const RegionOf &region_;
     std::span<const uint8_t> piece_;
-    uint64_t offset_ = 0; // of the piece in the file
+    uint64_t offset_ = 0;            // of the piece in the file
+    std::size_t block_at_ = 0;       // in the piece
+    uint64_t zeros_needed_from_ = 0; // places before it need no look at zero bytes
+    bool saw_zeros_ = true;          // in the last block, where they matter
     std::vector<bool> found_;
     std::vector<uint32_t> places_;
-    std::vector<Starts> starts_; // in the file
-    std::vector<bool> is_idle_;  // by a gram's first entry
-    std::priority_queue<Waking, std::vector<Waking>, std::greater<>> wakes_;
+    std::vector<Starts> starts_;   // in the file
+    std::vector<bool> was_judged_; // by pattern: something is known of its strings
+    GramSearch::Places places_of_grams_;
+    std::array<Hit, kHits> hits_;
+    std::array<Match, kHits> matches_;
 };
 
 std::vector<bool> StringPass::Search(base::FileBytes &bytes, const RegionOf &region) const {
@@ -331,8 +443,8 @@ std::size_t StringPass::LargestBucket() const {
 
 std::size_t StringPass::MemorySize() const {
     const auto size = [](const auto &list) { return list.capacity() * sizeof(list[0]); };
-    return size(strings_) + size(bytes_) + size(patterns_) + size(users_) + size(without_) + size(filter_) +
-           size(buckets_) + size(entries_);
+    return size(strings_) + size(pool_) + size(users_) + size(without_) + size(buckets_) + size(entries_) +
+           search_->MemorySize();
 }
 
 } // namespace tavrik::evaluation

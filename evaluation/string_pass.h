@@ -5,11 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
-#include <utility>
 #include <vector>
 
 #include "base/file_bytes.h"
+#include "evaluation/gram_search.h"
+#include "evaluation/string_pattern.h"
 #include "tavrik2/heuristic_rule.h"
 
 namespace tavrik::evaluation {
@@ -39,33 +41,49 @@ public:
 
 private:
     class Run;
+    class Sharers;
 
-    // The bytes of an occurrence, and the strings that ask for them.
+    // The strings that ask for the same bytes. In pool_ its values follow, then the bits of them that count.
     struct Pattern {
-        uint32_t bytes = 0;      // in bytes_: the values, then the bits that count
-        uint16_t length = 0;     // bytes
-        uint16_t gram_at = 0;    // the offset of its gram
+        uint32_t number = 0;
         uint32_t first_user = 0; // in users_
         uint32_t user_count = 0;
     };
 
+    // A pattern under one of its grams, and four more of its bytes that are compared before the others.
     struct Entry {
         uint32_t gram = 0;
-        uint32_t pattern = 0; // in patterns_
+        uint32_t check = 0;      // folded like a gram; 0 for bytes that do not count
+        uint32_t pattern = 0;    // in pool_
+        uint8_t gram_at = 0;     // the gram's offset in the pattern
+        uint8_t check_at = 0;    // that of the other bytes
+        uint8_t check_bytes = 0; // a bit for each of them that counts
+        uint8_t last = 0;        // the pattern's length less one
     };
 
-    void File(std::vector<Entry> entries);
-    std::pair<uint32_t, uint32_t> EntriesOf(uint32_t gram) const;
+    // The entries whose grams' hashes begin with the same bits: from `first` up to that of the next bucket.
+    struct Bucket {
+        uint32_t first = 0;     // in entries_
+        uint32_t next_bits = 0; // a bit for each value of the bits after these that a hash has
+    };
+
+    static constexpr unsigned kNextBits = 5;
+
+    Pattern PatternOf(const Entry &entry) const;
+    void AddPattern(const StringPattern &pattern, std::span<const uint32_t> users, Sharers &sharers);
+    void FileEntries();
+    uint32_t NextBits(uint32_t hash) const { return hash << (32 - bucket_shift_) >> (32 - kNextBits); }
+    const Bucket *BucketOf(uint32_t hash) const { return &buckets_[hash >> bucket_shift_]; }
 
     std::vector<const StringFeature *> strings_;
-    std::vector<uint8_t> bytes_;
-    std::vector<Pattern> patterns_;
+    std::vector<uint8_t> pool_; // patterns
+    uint32_t pattern_count_ = 0;
     std::vector<uint32_t> users_;   // strings, grouped by pattern
     std::vector<uint32_t> without_; // the strings without a gram
-    std::vector<uint64_t> filter_;
-    unsigned bucket_shift_ = 0;     // from a hash to its bucket
-    std::vector<uint32_t> buckets_; // the first entry of each, and the end of the last
-    std::vector<Entry> entries_;    // grouped by bucket
+    std::unique_ptr<const GramSearch> search_;
+    unsigned bucket_shift_ = 0; // from a hash to its bucket
+    std::vector<Bucket> buckets_;
+    std::vector<Entry> entries_; // grouped by bucket
 };
 
 } // namespace tavrik::evaluation

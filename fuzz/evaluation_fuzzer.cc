@@ -11,6 +11,8 @@
 #include "evaluation/evaluator.h"
 #include "evaluation/rule_explanation.h"
 #include "evaluation/rule_index.h"
+#include "evaluation/string_pass.h"
+#include "evaluation/string_search.h"
 #include "fuzz/streamed_source.h"
 #include "pe/certificate.h"
 #include "rules/record/record_builder.h"
@@ -135,6 +137,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         if (tavrik::evaluation::Matches(*table[place], plain_features))
             plain.push_back(place);
     Require(plain == fast);
+
+    // The search for all strings at once against the search for each.
+    static const std::vector<const StringFeature *> strings = [&] {
+        std::vector<const StringFeature *> all;
+        for (const HeuristicRule *rule : table)
+            for (uint32_t i = 0; i < rule->strings.count; ++i)
+                all.push_back(&rule->strings.elements[i]);
+        return all;
+    }();
+    static const tavrik::evaluation::StringPass pass(strings);
+    const std::vector<bool> present = pass.Search(
+        plain_features.bytes(), [&](const StringFeature &string) { return plain_features.StringRegion(string); });
+    for (std::size_t i = 0; i < strings.size(); ++i)
+        Require(present[i] == tavrik::evaluation::IsStringPresent(
+                                  plain_features.bytes(), plain_features.StringRegion(*strings[i]), *strings[i]));
 
     const std::size_t explained = size % table.size();
     const tavrik::evaluation::RuleExplanation explanation =

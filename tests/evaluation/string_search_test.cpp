@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "evaluation/gram_search.h"
 #include "evaluation/string_pass.h"
 #include "evaluation/string_search.h"
 #include "rules/model.h"
@@ -131,6 +132,79 @@ TEST_F(StringSearch, AgreesWherePiecesMeet) {
         Check(content);
     }
     EXPECT_GT(found_, compared_ / 8);
+}
+
+// Strings of all kinds begin at every place of a stride, before and after the ends of blocks and of pieces, and count
+// there and nowhere else.
+TEST_F(StringSearch, FindsStringsWhereverTheyBegin) {
+    struct Kind {
+        std::vector<uint8_t> bytes;
+        uint8_t flags;
+        uint8_t wildcard; // which byte is one; 0: none
+    };
+    const Kind kinds[] = {{{'K', 'e', 'y'}, 0, 0},
+                          {{'Z', 'a', 'q', 'y', 'R', 's', 'x'}, rules::kStringNoCase, 0},
+                          {{'W', 'i', 'd', 'e'}, rules::kStringWide, 0},
+                          {{'a', 'a', 'a', 'a', 'a', 'a', 'a', 'a', 'a'}, 0, 0},
+                          {{0xE8, 0x01, 0x02, 0x8B, 0xEC, 0x5D, 0xC3}, 0, 2},
+                          {std::vector<uint8_t>(60, 0), 0, 0}};
+    for (const std::size_t end : {std::size_t{0}, std::size_t{256}, std::size_t{4096}})
+        for (std::size_t place = end < 40 ? 0 : end - 40; place < end + 40; ++place) {
+            std::vector<uint8_t> content(end + 200, '.');
+            for (const Kind &kind : kinds) {
+                StringFeature string = {};
+                string.length = static_cast<uint8_t>(kind.bytes.size());
+                string.param_e = kind.flags;
+                string.string_kind = 1;
+                string.mask[0] = static_cast<uint8_t>(kind.wildcard != 0 ? 1U << kind.wildcard : 0);
+                string.param_b = static_cast<uint16_t>(place);
+                string.param_c = 1;
+                for (const uint16_t off : {uint16_t{0}, uint16_t{1}}) { // counts, and is a byte outside its window
+                    strings_.push_back(string);
+                    strings_.back().param_b = static_cast<uint16_t>(place + off);
+                    strings_.back().param_d = static_cast<uint8_t>(strings_.size() - 1);
+                    texts_.push_back(kind.bytes);
+                    regions_.push_back({0, content.size()});
+                }
+            }
+            const Kind &there = kinds[place % std::size(kinds)];
+            const std::size_t width = (there.flags & rules::kStringWide) != 0 ? 2 : 1;
+            for (std::size_t i = 0; i < there.bytes.size(); ++i) {
+                content[place + i * width] =
+                    i == 3 ? there.bytes[i]
+                           : static_cast<uint8_t>(there.bytes[i] ^ (there.flags & rules::kStringNoCase ? 0x20 : 0));
+                if (width == 2)
+                    content[place + 2 * i + 1] = 0;
+            }
+            const std::size_t before = found_;
+            Check(content);
+            EXPECT_GE(found_ - before, 2U) << place;
+        }
+}
+
+TEST_F(StringSearch, WideInstructionsFindWhatOthersFind) {
+    constexpr std::size_t kSize = evaluation::GramSearch::kLongestBlock;
+    std::vector<uint8_t> content = Content(kSize + evaluation::GramSearch::kReadAfter, "abcdefgh");
+    std::fill(content.begin() + 1000, content.begin() + 1500, uint8_t{0});
+    std::vector<uint32_t> grams = {evaluation::kGramFold};
+    for (std::size_t at = 0; at < kSize; at += 61)
+        grams.push_back(evaluation::GramAt(&content[at]));
+    const evaluation::GramSearch search(grams);
+    for (const bool skips_zeros : {false, true})
+        for (const std::size_t size : {std::size_t{32}, std::size_t{1024}, kSize}) {
+            const auto places = [&](auto find) {
+                static evaluation::GramSearch::Places to;
+                const std::size_t count = (search.*find)({content.data(), size}, skips_zeros, to);
+                std::vector<uint16_t> sorted(to.begin(), to.begin() + count);
+                std::ranges::sort(sorted);
+                return sorted;
+            };
+            const std::vector<uint16_t> found = places(&evaluation::GramSearch::Find);
+            EXPECT_EQ(found, places(&evaluation::GramSearch::FindPortably));
+            for (std::size_t at = 0; at < size; at += 61)
+                EXPECT_TRUE((at >= 997 && at < 1500) || std::ranges::binary_search(found, at)) << at;
+            EXPECT_EQ(size > 1024 && std::ranges::binary_search(found, 1200), size > 1024 && !skips_zeros);
+        }
 }
 
 } // namespace
