@@ -102,10 +102,27 @@ struct Hyperscan {
     hs_scratch_t *scratch = nullptr;
 };
 
-std::vector<Corpus> Corpora() {
+// Files made to be slow: parts of four bytes of the strings, and the strings with one byte altered.
+std::vector<uint8_t> Hostile(const Strings &strings, bool whole) {
+    constexpr std::size_t kSize = 4 << 20;
+    std::mt19937 random(2);
+    std::vector<uint8_t> bytes;
+    while (bytes.size() < kSize) {
+        evaluation::StringPattern pattern(*strings[random() % strings.size()]);
+        const std::size_t at = random() % pattern.length;
+        pattern.value[at] ^= 0x11;
+        const std::size_t first = whole ? 0 : at + 1;
+        const std::size_t count = whole ? pattern.length : 4;
+        if (first + count <= pattern.length)
+            bytes.insert(bytes.end(), &pattern.value[first], &pattern.value[first] + count);
+    }
+    return bytes;
+}
+
+std::vector<Corpus> Corpora(const Strings &strings) {
     constexpr std::size_t kOneIn = 8;
     constexpr std::size_t kLarge = 16 << 20;
-    std::vector<Corpus> corpora(4);
+    std::vector<Corpus> corpora(6);
     const auto add = [&](std::size_t corpus, std::vector<uint8_t> bytes) {
         corpora[corpus].files.push_back(std::make_unique<File>(std::move(bytes)));
     };
@@ -126,6 +143,10 @@ std::vector<Corpus> Corpora() {
     std::vector<uint8_t> bytes(kLarge);
     std::ranges::generate(bytes, [random = std::mt19937(1)]() mutable { return static_cast<uint8_t>(random()); });
     add(3, std::move(bytes));
+    corpora[4].name = "string_parts";
+    add(4, Hostile(strings, false));
+    corpora[5].name = "near_misses";
+    add(5, Hostile(strings, true));
     return corpora;
 }
 
@@ -150,7 +171,7 @@ int main(int argc, char **argv) {
         return pass.Search(file.features.bytes(),
                            [&](const StringFeature &string) { return file.features.StringRegion(string); });
     };
-    std::vector<Corpus> corpora = Corpora();
+    std::vector<Corpus> corpora = Corpora(strings);
     for (Corpus &corpus : corpora) {
         std::size_t size = 0;
         for (const auto &file : corpus.files) {

@@ -307,9 +307,9 @@ bool MeetsStructure(const HeuristicRule &rule, Features &features) {
     const auto meets = [&](Item item, const auto &list) {
         return list.count == 0 || MeetsElements(rule, item, 0, list.count, features);
     };
-    // From the cheap to the expensive.
-    return HasTraits(rule.attribute_b, features) && meets(Item::Sections, rule.section_conditions) &&
-           meets(Item::SectionNames, rule.section_names) && meets(Item::ImportTable, rule.indexed_conditions) &&
+    // From the cheap to the expensive. The section table has been read with the headers; a trait may need the imports.
+    return meets(Item::Sections, rule.section_conditions) && meets(Item::SectionNames, rule.section_names) &&
+           HasTraits(rule.attribute_b, features) && meets(Item::ImportTable, rule.indexed_conditions) &&
            meets(Item::ImportModules, rule.import_modules) && meets(Item::ImportFunctions, rule.import_functions) &&
            meets(Item::ExportModule, rule.export_module_names) && meets(Item::ExportFunctions, rule.export_functions) &&
            meets(Item::ResourceTypes, rule.resource_type_entries) && meets(Item::Resources, rule.resource_entries) &&
