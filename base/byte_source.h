@@ -34,6 +34,10 @@ public:
 
     /** The kind of that failure. */
     virtual ErrorCode error_code() const { return ErrorCode::ReadFailed; }
+
+    /** How many bytes have come from where the source has them: of memory, which is not read, all; 0 where it is not
+     * counted. */
+    virtual uint64_t bytes_read() const { return 0; }
 };
 
 /** A regular file of any size. Small reads close to each other cost one system call. */
@@ -56,7 +60,7 @@ public:
     const std::string &error() const override { return error_; }
 
     /** How many bytes the system has been asked for and has given. */
-    uint64_t bytes_read() const { return bytes_read_; }
+    uint64_t bytes_read() const override { return bytes_read_; }
 
 private:
     static constexpr std::size_t kPageSize = 16 * 1024;
@@ -83,6 +87,7 @@ public:
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     std::span<const uint8_t> InMemory() const override { return bytes_; }
     const std::string &error() const override { return error_; }
+    uint64_t bytes_read() const override { return bytes_.size(); }
 
 private:
     std::span<const uint8_t> bytes_;

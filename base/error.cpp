@@ -9,9 +9,28 @@ namespace tavrik::base {
 namespace {
 
 // In the order of the codes.
-constexpr std::string_view kNames[] = {"failed",    "not-found",   "permission-denied", "is-folder",   "not-regular",
-                                       "link-loop", "read-failed", "too-large",         "timed-out",   "out-of-memory",
-                                       "not-pe",    "not-carved",  "encrypted",         "not-unpacked"};
+constexpr std::string_view kNames[] = {"failed",
+                                       "not-found",
+                                       "permission-denied",
+                                       "is-folder",
+                                       "not-regular",
+                                       "link-loop",
+                                       "read-failed",
+                                       "too-large",
+                                       "timed-out",
+                                       "out-of-memory",
+                                       "not-pe",
+                                       "not-carved",
+                                       "encrypted",
+                                       "not-unpacked",
+                                       "cancelled",
+                                       "module-missing",
+                                       "module-unloadable",
+                                       "module-foreign",
+                                       "module-path",
+                                       "companion-missing",
+                                       "companion-unusable",
+                                       "module-init"};
 static_assert(std::size(kNames) == static_cast<std::size_t>(ErrorCode::Count));
 
 } // namespace

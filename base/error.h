@@ -25,6 +25,14 @@ enum class ErrorCode {
     NotCarved,
     Encrypted,
     NotUnpacked, // a member of a container
+    Cancelled,
+    ModuleMissing,
+    ModuleUnloadable,  // the system refuses to load it
+    ModuleForeign,     // it lacks an export
+    ModulePath,        // its folder's path is too long, or has characters that it cannot take
+    CompanionMissing,  // a file that the module needs is not beside it
+    CompanionUnusable, // the same file cannot be loaded, or lacks a function
+    ModuleInit,        // the module does not initialise for another reason
     Count
 };
 
@@ -45,7 +53,8 @@ std::string_view ErrorCodeName(ErrorCode code);
 class Error : public std::runtime_error {
 public:
     /** A failure whose text names everything there is to name. */
-    explicit Error(const std::string &text) : std::runtime_error(text), reason_(text) {}
+    explicit Error(const std::string &text, ErrorCode code = ErrorCode::Failed)
+        : std::runtime_error(text), reason_(text), code_(code) {}
 
     /** A failure with one file: what() is "FILE: reason", the file's name made printable. */
     Error(const std::filesystem::path &file, const std::string &reason, ErrorCode code = ErrorCode::Failed);

@@ -17,7 +17,8 @@
 namespace tavrik::base {
 
 /** Works on jobs in parallel and delivers the results in the order in which the jobs were submitted. At most
- * kJobsPerThread jobs for each thread are under way, so memory is bounded.
+ * kJobsPerThread jobs for each thread are under way, so memory is bounded. Where results differ much in size, `weigh`
+ * tells each one's: while those that wait for their turn weigh more than kMostWaiting, only the oldest job is begun.
  *
  * With one thread everything happens on the caller's. Otherwise the thread that completes the oldest result delivers it
  * and the completed ones after it. */
@@ -25,12 +26,15 @@ template <typename Job, typename Result>
 class OrderedPool {
 public:
     static constexpr std::size_t kJobsPerThread = 256;
+    static constexpr std::size_t kMostWaiting = std::size_t{128} << 20; // bytes
 
-    using Work = std::function<Result(Job &job, unsigned thread)>; // in any thread, `thread` below their number
-    using Deliver = std::function<void(Result &result)>;           // in any thread, one call at a time
+    using Work = std::function<Result(Job &job, unsigned thread)>;  // in any thread, `thread` below their number
+    using Deliver = std::function<void(Result &result)>;            // in any thread, one call at a time
+    using Weigh = std::function<std::size_t(const Result &result)>; // in bytes; in any thread
 
-    OrderedPool(unsigned threads, Work work, Deliver deliver)
-        : work_(std::move(work)), deliver_(std::move(deliver)), window_(threads * kJobsPerThread) {
+    OrderedPool(unsigned threads, Work work, Deliver deliver, Weigh weigh = nullptr)
+        : work_(std::move(work)), deliver_(std::move(deliver)), weigh_(std::move(weigh)),
+          window_(threads * kJobsPerThread) {
         try {
             for (unsigned thread = 0; threads > 1 && thread < threads; ++thread)
                 threads_.emplace_back([this, thread] { Run(thread); });
@@ -77,21 +81,28 @@ private:
 
         Job job;
         std::optional<Result> result;
+        std::size_t weight = 0; // of the result
     };
+
+    // The oldest job is always begun, so that the results that wait for it get their turn.
+    bool MayBegin() const { return next_ < slots_.size() && (next_ == 0 || waiting_ <= kMostWaiting); }
 
     void Run(unsigned thread) {
         try {
             for (std::unique_lock lock(mutex_);;) {
                 ++idle_;
-                jobs_.wait(lock, [this] { return next_ < slots_.size() || stopped_; });
+                jobs_.wait(lock, [this] { return MayBegin() || stopped_; });
                 --idle_;
                 if (stopped_)
                     return;
                 Slot &slot = slots_[next_++]; // the reference stays valid while others are added and removed
                 lock.unlock();
                 Result result = work_(slot.job, thread);
+                const std::size_t weight = weigh_ ? weigh_(result) : 0;
                 lock.lock();
                 slot.result = std::move(result);
+                slot.weight = weight;
+                waiting_ += weight;
                 if (!delivering_)
                     DeliverWhatIsReady(lock);
             }
@@ -104,8 +115,12 @@ private:
         delivering_ = true;
         while (!slots_.empty() && slots_.front().result && !stopped_) {
             Result result = std::move(*slots_.front().result);
+            const bool was_full = waiting_ > kMostWaiting;
+            waiting_ -= slots_.front().weight;
             slots_.pop_front();
             --next_;
+            if (was_full)
+                jobs_.notify_all();
             if (slots_.size() == window_ / 2)
                 room_.notify_one();
             lock.unlock();
@@ -134,14 +149,16 @@ private:
 
     const Work work_;
     const Deliver deliver_;
+    const Weigh weigh_;
     const std::size_t window_;
 
     std::mutex mutex_; // guards all below except threads_
     std::condition_variable jobs_;
     std::condition_variable room_;
-    std::deque<Slot> slots_; // jobs under way, oldest first; a deque keeps references valid
-    std::size_t next_ = 0;   // the first of slots_ that has not been started
-    std::size_t idle_ = 0;   // threads that wait for a job
+    std::deque<Slot> slots_;  // jobs under way, oldest first; a deque keeps references valid
+    std::size_t next_ = 0;    // the first of slots_ that has not been started
+    std::size_t idle_ = 0;    // threads that wait for a job
+    std::size_t waiting_ = 0; // the weight of the results in slots_
     bool delivering_ = false;
     bool stopped_ = false;
     std::exception_ptr failure_;

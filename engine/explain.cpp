@@ -1,16 +1,9 @@
-#include "scanner/explain.h"
-
-#include <optional>
-
 #include <fmt/format.h>
 
-#include "base/text.h"
 #include "engine/failure.h"
 #include "engine/scanner.h"
 #include "engine/sized.h"
-#include "evaluation/features.h"
-#include "evaluation/rule_explanation.h"
-#include "scanner/host_records.h"
+#include "scanner/inspection.h"
 
 using namespace tavrik;
 using engine::Failure;
@@ -26,12 +19,6 @@ namespace tavrik::engine {
 
 namespace {
 
-void RequireSize(const Input &input, uint64_t most) {
-    if (most != 0 && input.size() > most)
-        throw Failure(TAVRIK_ERROR_TOO_LARGE,
-                      fmt::format("{}: is larger than {} bytes", base::PrintablePath(input.name()), most));
-}
-
 // Opens the input and hands the explanation that `explain(input, explanation)` fills to the caller.
 template <typename Explain>
 tavrik_status MakeExplanation(const tavrik_scanner *scanner, const tavrik_input *input, const tavrik_cancel *cancel,
@@ -40,11 +27,11 @@ tavrik_status MakeExplanation(const tavrik_scanner *scanner, const tavrik_input 
         Require(explanation != nullptr, "explanation");
         *explanation = nullptr;
         Require(scanner != nullptr, "scanner");
-        Input source = scanner->Open(input, cancel);
-        RequireSize(source, scanner->settings.max_size);
+        Input opened = scanner->OpenWithin(input, cancel);
         auto made = std::make_unique<tavrik_explanation>();
-        explain(source, *made);
-        source.RequireRead();
+        scanner::Inspection inspection(*scanner->scanner, opened.watched());
+        explain(inspection, *made);
+        inspection.RequireRead(opened.name());
         *explanation = made.release();
     });
 }
@@ -57,14 +44,13 @@ extern "C" tavrik_status tavrik_explain_rule(const tavrik_scanner *scanner, cons
                                              tavrik_cancel *cancel, tavrik_explanation **explanation,
                                              tavrik_error *error) {
     return engine::MakeExplanation(
-        scanner, input, cancel, explanation, error, [&](engine::Input &source, tavrik_explanation &made) {
-            evaluation::Features features(source);
+        scanner, input, cancel, explanation, error, [&](scanner::Inspection &file, tavrik_explanation &made) {
             bool is_there = false;
-            for (const HeuristicRule *record : scanner->rules) {
+            for (const HeuristicRule *record : scanner->scanner->rules()) {
                 if (record->rule_id != rule)
                     continue;
                 is_there = true;
-                const evaluation::RuleExplanation one = evaluation::ExplainRule(*record, features);
+                const evaluation::RuleExplanation one = file.ExplainRule(*record);
                 made.text += one.text;
                 made.holds = made.holds || one.matches;
             }
@@ -77,16 +63,16 @@ extern "C" tavrik_status tavrik_explain_locator(const tavrik_scanner *scanner, c
                                                 uint32_t entry, tavrik_cancel *cancel, tavrik_explanation **explanation,
                                                 tavrik_error *error) {
     return engine::MakeExplanation(
-        scanner, input, cancel, explanation, error, [&](engine::Input &source, tavrik_explanation &made) {
+        scanner, input, cancel, explanation, error, [&](scanner::Inspection &file, tavrik_explanation &made) {
             Require(entry < LOCATOR_COUNT, "the entry");
-            engine::RequireSize(source, scanner::kLargestFile);
-            evaluation::Features features(source);
-            const scanner::PeResult pe = scanner::MakeHostRecords(features.image(), source);
-            if (pe.status != scanner::PeStatus::Parsed) {
-                made.text = pe.text + '\n';
+            if (file.features().image().size() > scanner::kLargestFile)
+                throw Failure(TAVRIK_ERROR_TOO_LARGE,
+                              fmt::format("is larger than {} bytes", uint64_t{scanner::kLargestFile}));
+            if (!file.IsPe()) {
+                made.text = file.pe().text + '\n';
                 return;
             }
-            const scanner::Explanation one = scanner::Explain(scanner->loaded->module(), entry, source, pe.records);
+            const scanner::Explanation one = file.ExplainEntry(entry);
             made.text = one.text;
             made.holds = one.found;
         });

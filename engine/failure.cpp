@@ -5,8 +5,6 @@
 #include <cstring>
 #include <new>
 
-#include "base/error.h"
-
 namespace tavrik::engine {
 
 namespace {
@@ -43,6 +41,37 @@ constexpr bool IsContinuation(char byte) {
 
 } // namespace
 
+tavrik_status StatusOf(base::ErrorCode code) {
+    switch (code) {
+    case base::ErrorCode::ReadFailed:
+        return TAVRIK_ERROR_READ;
+    case base::ErrorCode::TooLarge:
+        return TAVRIK_ERROR_TOO_LARGE;
+    case base::ErrorCode::TimedOut:
+        return TAVRIK_ERROR_TIMEOUT;
+    case base::ErrorCode::Cancelled:
+        return TAVRIK_ERROR_CANCELLED;
+    case base::ErrorCode::OutOfMemory:
+        return TAVRIK_ERROR_MEMORY;
+    case base::ErrorCode::ModuleMissing:
+        return TAVRIK_ERROR_MODULE_MISSING;
+    case base::ErrorCode::ModuleUnloadable:
+        return TAVRIK_ERROR_MODULE_UNLOADABLE;
+    case base::ErrorCode::ModuleForeign:
+        return TAVRIK_ERROR_MODULE_FOREIGN;
+    case base::ErrorCode::ModulePath:
+        return TAVRIK_ERROR_MODULE_PATH;
+    case base::ErrorCode::CompanionMissing:
+        return TAVRIK_ERROR_COMPANION_MISSING;
+    case base::ErrorCode::CompanionUnusable:
+        return TAVRIK_ERROR_COMPANION_UNUSABLE;
+    case base::ErrorCode::ModuleInit:
+        return TAVRIK_ERROR_MODULE_INIT;
+    default:
+        return TAVRIK_ERROR_FILE;
+    }
+}
+
 tavrik_status Report(tavrik_error *error, tavrik_status status, const char *text) noexcept {
     constexpr std::size_t kHead = offsetof(tavrik_error, text);
     if (error == nullptr || error->size <= kHead)
@@ -64,7 +93,7 @@ tavrik_status ReportException(tavrik_error *error) noexcept {
     } catch (const Failure &failure) {
         return Report(error, failure.status(), failure.what());
     } catch (const base::Error &failure) {
-        return Report(error, TAVRIK_ERROR_FILE, failure.what());
+        return Report(error, StatusOf(failure.code()), failure.what());
     } catch (const std::bad_alloc &) {
         return Report(error, TAVRIK_ERROR_MEMORY, "not enough memory");
     } catch (const std::exception &fault) {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "base/error.h"
 #include "tavrik/tavrik.h"
 
 namespace tavrik::engine {
@@ -19,6 +20,9 @@ public:
 private:
     tavrik_status status_;
 };
+
+/** The code of the C interface for a failure of that kind to open or read a file, or to load a module. */
+tavrik_status StatusOf(base::ErrorCode code);
 
 /** Fills `error`, if not null, as far as its size goes, and returns `status`. Texts are cut between characters. */
 tavrik_status Report(tavrik_error *error, tavrik_status status, const char *text) noexcept;

@@ -11,9 +11,9 @@
 #include "engine/scanner.h"
 #include "engine/sized.h"
 #include "rules/names.h"
+#include "scanner/inspection.h"
 
 using namespace tavrik;
-using engine::Failure;
 using engine::Guard;
 using engine::Require;
 
@@ -123,13 +123,10 @@ extern "C" tavrik_status tavrik_features_read(const tavrik_scanner *scanner, con
         Require(features != nullptr, "features");
         *features = nullptr;
         Require(scanner != nullptr, "scanner");
-        engine::Input source = scanner->Open(input, cancel);
-        if (scanner->settings.max_size != 0 && source.size() > scanner->settings.max_size)
-            throw Failure(TAVRIK_ERROR_TOO_LARGE,
-                          fmt::format("{}: is larger than {} bytes", base::PrintablePath(source.name()),
-                                      scanner->settings.max_size));
+        engine::Input opened = scanner->OpenWithin(input, cancel);
         auto made = std::make_unique<tavrik_features>();
-        evaluation::Features read(source);
+        scanner::Inspection inspection(*scanner->scanner, opened.watched());
+        evaluation::Features &read = inspection.features();
         if (read.IsPe()) {
             engine::AddHeaders(made->list, read);
             engine::AddSections(made->list, read);
@@ -137,7 +134,7 @@ extern "C" tavrik_status tavrik_features_read(const tavrik_scanner *scanner, con
             engine::AddExports(made->list, read);
             engine::AddResources(made->list, read);
         }
-        source.RequireRead();
+        inspection.RequireRead(opened.name());
         *features = made.release();
     });
 }

@@ -14,9 +14,6 @@ namespace tavrik::engine {
 
 namespace {
 
-// No call lasts longer; beyond it the clock's numbers end.
-constexpr double kLongestTimeout = 1e9;
-
 std::unique_ptr<base::ByteSource> Open(const tavrik_input &input) {
     if (input.stream != nullptr) {
         const tavrik_stream stream = Taken(input.stream, "the stream");
@@ -49,6 +46,7 @@ std::size_t StreamSource::ReadFromCaller(uint64_t offset, void *buffer, std::siz
             break;
         done += static_cast<std::size_t>(count);
     }
+    bytes_read_ += done;
     return done;
 }
 
@@ -89,36 +87,7 @@ std::size_t StreamSource::ReadAt(uint64_t offset, void *buffer, std::size_t leng
 
 Input::Input(const tavrik_input &input, double timeout, const tavrik_cancel *cancel)
     : name_(input.name == nullptr ? std::filesystem::path() : base::PathOf(input.name)), source_(Open(input)),
-      cancel_(cancel), timeout_(timeout),
-      end_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(std::clamp(timeout, 0.0, kLongestTimeout)))) {}
-
-std::size_t Input::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
-    if (!error_.empty())
-        return 0;
-    if (cancel_ != nullptr && cancel_->is_requested.load(std::memory_order_relaxed)) {
-        status_ = TAVRIK_ERROR_CANCELLED;
-        error_ = "cancelled";
-        return 0;
-    }
-    if (timeout_ > 0 && Clock::now() > end_) {
-        status_ = TAVRIK_ERROR_TIMEOUT;
-        error_ = fmt::format("took longer than {} seconds", timeout_);
-        return 0;
-    }
-    return source_->ReadAt(offset, buffer, length);
-}
-
-tavrik_status Input::status() const {
-    if (status_ != TAVRIK_OK)
-        return status_;
-    return source_->error().empty() ? TAVRIK_OK : TAVRIK_ERROR_READ;
-}
-
-void Input::RequireRead() const {
-    if (status() != TAVRIK_OK)
-        throw Failure(status(), fmt::format("{}: {}", base::PrintablePath(name_), error()));
-}
+      deadline_(timeout, cancel == nullptr ? nullptr : &cancel->is_requested), watched_(*source_, deadline_) {}
 
 } // namespace tavrik::engine
 

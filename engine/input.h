@@ -4,7 +4,6 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "base/byte_source.h"
+#include "scanner/watched_source.h"
 #include "tavrik/tavrik.h"
 
 struct tavrik_cancel {
@@ -28,6 +28,7 @@ public:
     uint64_t size() const override { return stream_.length; }
     std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
     const std::string &error() const override { return error_; }
+    uint64_t bytes_read() const override { return bytes_read_; }
 
 private:
     static constexpr std::size_t kPageSize = 64 * 1024;
@@ -45,12 +46,12 @@ private:
     tavrik_stream stream_;
     std::array<Page, kPages> pages_;
     uint64_t reads_ = 0;
+    uint64_t bytes_read_ = 0;
     std::string error_;
 };
 
-/** The input of one call: opened, and read until the time is over or the caller cancels. Then, and after a failure, all
- * reads fail. */
-class Input final : public base::ByteSource {
+/** The input of one call: opened, and the time until which it may be read. */
+class Input {
 public:
     /** `input` has its full size. Throws Failure for an input that cannot be, base::Error when the file cannot be
      * opened. `timeout` in seconds, 0 for none; `cancel` may be null and must outlive the object. */
@@ -59,26 +60,18 @@ public:
     /** What reports call it. */
     const std::filesystem::path &name() const { return name_; }
 
-    uint64_t size() const override { return source_->size(); }
-    std::size_t ReadAt(uint64_t offset, void *buffer, std::size_t length) override;
-    const std::string &error() const override { return error_.empty() ? source_->error() : error_; }
+    /** The file itself, and how long it may be read. */
+    base::ByteSource &source() { return *source_; }
+    const scanner::Deadline &deadline() const { return deadline_; }
 
-    /** The code of the first failure; TAVRIK_OK while there is none. */
-    tavrik_status status() const;
-
-    /** Throws Failure when a read failed. */
-    void RequireRead() const;
+    /** The same, read until then: later reads fail. */
+    base::ByteSource &watched() { return watched_; }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     std::filesystem::path name_;
     std::unique_ptr<base::ByteSource> source_;
-    const tavrik_cancel *cancel_;
-    double timeout_;
-    Clock::time_point end_;
-    tavrik_status status_ = TAVRIK_OK;
-    std::string error_;
+    scanner::Deadline deadline_;
+    scanner::WatchedSource watched_;
 };
 
 } // namespace tavrik::engine

@@ -1,14 +1,12 @@
-/* The handles of scanning. */
+/* The handles of rules and scanners. */
 #ifndef TAVRIK_ENGINE_SCANNER_H
 #define TAVRIK_ENGINE_SCANNER_H
 
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
 #include "engine/input.h"
-#include "engine/module.h"
 #include "rules/record/record_builder.h"
 #include "rules/text/parser.h"
 #include "scanner/scan.h"
@@ -26,28 +24,13 @@ struct tavrik_rules {
 };
 
 struct tavrik_scanner {
-    std::shared_ptr<const tavrik::engine::LoadedModule> loaded;
-    std::shared_ptr<const tavrik::rules::record::RecordSet> records; // null for the module's rules
-    tavrik_settings settings;                                        // its rules are in `records`
-    std::span<HeuristicRule *const> rules;
     std::unique_ptr<const tavrik::scanner::Scanner> scanner;
 
     /** Opens what a call is to read, within the settings. Throws Failure and base::Error. */
     tavrik::engine::Input Open(const tavrik_input *input, const tavrik_cancel *cancel) const;
-};
 
-struct tavrik_report {
-    // The names of detections are the module's or the rules'.
-    std::shared_ptr<const tavrik::engine::LoadedModule> loaded;
-    std::shared_ptr<const tavrik::rules::record::RecordSet> records;
-    tavrik::scanner::FileReport report;
-    tavrik_status status = TAVRIK_OK;
-    std::string name;
-    std::string json;
-    std::vector<std::string> detection_names;
-    std::vector<std::string> action_names;
-    std::vector<std::string> finding_kinds;
-    std::vector<std::string> payload_kinds;
+    /** The same for calls without a report: throws also when it is larger than the settings permit. */
+    tavrik::engine::Input OpenWithin(const tavrik_input *input, const tavrik_cancel *cancel) const;
 };
 
 #endif

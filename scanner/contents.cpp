@@ -7,7 +7,6 @@
 #include "scanner/host_records.h"
 #include "scanner/payloads/archive_container.h"
 #include "scanner/payloads/archive_signatures.h"
-#include "scanner/scan.h"
 
 namespace tavrik::scanner {
 
@@ -40,7 +39,7 @@ std::vector<ContentsPlace> PlacesOf(std::span<const Payload> payloads) {
     return places;
 }
 
-std::vector<ContentsPlace> ContentsOf(const Module &module, base::ByteSource &source) {
+std::vector<ContentsPlace> ContentsOf(const Scanner &scanner, base::ByteSource &source) {
     std::vector<ContentsPlace> places;
     evaluation::Features features(source);
     const PeResult pe = MakeHostRecords(features.image(), source);
@@ -51,7 +50,8 @@ std::vector<ContentsPlace> ContentsOf(const Module &module, base::ByteSource &so
             places.push_back(std::move(*whole));
         return places;
     }
-    places = PlacesOf(PayloadsOf(source, RunLocators(module, source, pe.records)));
+    if (scanner.module() != nullptr)
+        places = PlacesOf(PayloadsOf(source, RunLocators(*scanner.module(), source, pe.records)));
     if (places.empty())
         if (const std::optional<payloads::Extent> extent = PayloadOfOverlay(source, pe.records))
             places.push_back({extent->description, extent});

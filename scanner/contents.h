@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "base/byte_source.h"
-#include "scanner/module.h"
 #include "scanner/payload.h"
 #include "scanner/payloads/container.h"
+#include "scanner/scan.h"
 
 namespace tavrik::scanner {
 
@@ -28,9 +28,9 @@ std::optional<ContentsPlace> WholeContents(base::ByteSource &source);
 /** The places of payloads whose structure is known. */
 std::vector<ContentsPlace> PlacesOf(std::span<const Payload> payloads);
 
-/** What has contents in a file of any kind: for a PE file the payloads that the module's locators find or, when they
+/** What has contents in a file of any kind: for a PE file the payloads that the locators find or, when they
  * find none, the one that its overlay begins with. Throws base::Error when the headers cannot be read. */
-std::vector<ContentsPlace> ContentsOf(const Module &module, base::ByteSource &source);
+std::vector<ContentsPlace> ContentsOf(const Scanner &scanner, base::ByteSource &source);
 
 /** Opens a place. Never null; what cannot be opened has an error(). The source must outlive the object. */
 std::unique_ptr<payloads::Container> Open(base::ByteSource &source, const ContentsPlace &place);

@@ -21,9 +21,12 @@ Identity IdentityOf(const Module &module) {
         // It may have been replaced since it was loaded.
     }
     identity.rules = module.rules().size();
-    identity.database_sha256 =
-        rules::text::DigestOf(rules::record::ReadRules(module.rules(), rules::record::RecordForm::Working));
+    identity.database_sha256 = DatabaseDigest(module.rules());
     return identity;
+}
+
+std::string DatabaseDigest(std::span<HeuristicRule *const> rules) {
+    return rules::text::DigestOf(rules::record::ReadRules(rules, rules::record::RecordForm::Working));
 }
 
 std::string IdentityText(const Identity &identity) {

@@ -3,6 +3,7 @@
 #define TAVRIK_SCANNER_IDENTITY_H
 
 #include <filesystem>
+#include <span>
 #include <string>
 
 #include "scanner/module.h"
@@ -19,6 +20,9 @@ struct Identity {
 
 /** Takes a third of a second for the whole database. */
 Identity IdentityOf(const Module &module);
+
+/** The SHA-256 of the canonical text of rules in working form, in hexadecimal digits. */
+std::string DatabaseDigest(std::span<HeuristicRule *const> rules);
 
 /** The lines about it for --version. */
 std::string IdentityText(const Identity &identity);

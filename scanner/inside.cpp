@@ -9,6 +9,7 @@
 #include "base/error.h"
 #include "base/system.h"
 #include "base/text.h"
+#include "scanner/report_memory.h"
 
 namespace tavrik::scanner {
 
@@ -117,6 +118,7 @@ void InsideScan::ScanMembers(payloads::Container &container, FileReport &report,
             inner.file = base::PathOf(base::PathText(report.file) + '!' + base::Printable(member->path));
             inner.size = member->size;
             ScanMember(container, *member, inner, outermost, depth);
+            budget_.TakeReport(OwnMemory(inner));
             // The file itself is reported as one that took too long or was not scanned to its end.
             if (deadline_.HasPassed() || base::Interruption() != 0)
                 report.inside.pop_back();

@@ -11,7 +11,7 @@
 
 #include "base/error.h"
 #include "base/module_path.h"
-#include "base/text.h"
+#include "scanner/module_check.h"
 #include "scanner/unused.h"
 
 namespace tavrik::scanner {
@@ -19,8 +19,6 @@ namespace tavrik::scanner {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr char kModuleFileName[] = "tavrik2.hbx";
 
 // ---- What the host supplies ----------------------------------------------------------------------------------------
 
@@ -59,26 +57,29 @@ void *GetNoInterface(uint32_t, uint32_t) {
 
 // ---- Loading -------------------------------------------------------------------------------------------------------
 
-constexpr char kRemedy[] = "build it with `./run build` or name it with --module";
-
-fs::path Absolute(const fs::path &path) {
-    std::error_code error;
-    fs::path absolute = fs::absolute(path, error);
-    return error ? path : absolute;
+// A module counts its clients without a lock of its own.
+std::mutex &InitialisationLock() {
+    static std::mutex lock;
+    return lock;
 }
 
-base::DynamicLibrary Load(const fs::path &path) {
-    // The loader's text for a missing file is less clear.
+fs::path Usable(const fs::path &path) {
     std::error_code error;
-    if (!fs::exists(path, error))
-        throw base::Error(fmt::format("cannot load {}: {}; {}", base::PrintablePath(path),
-                                      error ? error.message() : "no such file", kRemedy));
-    try {
-        return base::DynamicLibrary(path);
-    } catch (const base::Error &reason) {
-        throw base::Error(
-            fmt::format("cannot load {}: {}; {}", base::PrintablePath(path), base::Printable(reason.what()), kRemedy));
-    }
+    fs::path absolute = fs::absolute(path, error);
+    if (error)
+        absolute = path;
+    RequireUsable(absolute);
+    return absolute;
+}
+
+// All exports are there, since the module is usable.
+template <typename Function>
+Function Export(const base::DynamicLibrary &library, const char *name) {
+    return std::bit_cast<Function>(library.Symbol(name));
+}
+
+base::Error NotUsable(const fs::path &path, const char *reason, base::ErrorCode code) {
+    return {path, fmt::format("{}; install the modules of one version together", reason), code};
 }
 
 } // namespace
@@ -87,29 +88,19 @@ fs::path Module::DefaultPath() {
     return base::DefaultModulePath();
 }
 
-template <typename Function>
-Function Module::Export(const char *name) const {
-    void *address = library_.Symbol(name);
-    if (address == nullptr)
-        throw base::Error(fmt::format("cannot use {}: it does not export {}; name a {} with --module",
-                                      base::PrintablePath(path_), name, kModuleFileName));
-    return std::bit_cast<Function>(address);
-}
-
 Module::Module(const fs::path &path)
-    : path_(Absolute(path)), library_(Load(path_)), deinit_(Export<decltype(&YNLibDeinit)>("YNLibDeinit")),
-      clean_(Export<decltype(&HeurClean)>("HeurClean")) {
-    const auto init = Export<decltype(&YNLibInit)>("YNLibInit");
-    const auto get_rules = Export<decltype(&HeurGetDetectionInfo)>("HeurGetDetectionInfo");
-    const auto get_locators = Export<decltype(&HeurGetLocatorTable)>("HeurGetLocatorTable");
+    : path_(Usable(path)), library_(path_), deinit_(Export<decltype(&YNLibDeinit)>(library_, "YNLibDeinit")),
+      clean_(Export<decltype(&HeurClean)>(library_, "HeurClean")) {
+    const auto init = Export<decltype(&YNLibInit)>(library_, "YNLibInit");
+    const auto get_rules = Export<decltype(&HeurGetDetectionInfo)>(library_, "HeurGetDetectionInfo");
+    const auto get_locators = Export<decltype(&HeurGetLocatorTable)>(library_, "HeurGetLocatorTable");
 
     HeuristicRule *const *rules = nullptr;
     const LocatorTableEntry *locators = nullptr;
     uint32_t rule_count = 0;
     uint32_t locator_count = 0;
     if (get_rules(&rules, &rule_count) == 0 || get_locators(&locators, &locator_count) == 0)
-        throw base::Error(
-            fmt::format("cannot use {}: it hands out no rules or no locators", base::PrintablePath(path_)));
+        throw NotUsable(path_, "hands out no rules or no locators", base::ErrorCode::ModuleForeign);
     rules_ = {rules, rule_count};
     locators_ = {locators, locator_count};
 
@@ -117,19 +108,15 @@ Module::Module(const fs::path &path)
     static const HostServices services = MakeServices();
     HostConfig config = {};
     config.services = &services;
-    const fs::path folder = path_.parent_path();
-    const std::string directory = base::SystemPath(folder);
-    if (directory.empty() || directory.size() >= sizeof config.decoder_directory)
-        throw base::Error(fmt::format("cannot use {}: the name of its folder is too long or has characters that the "
-                                      "module cannot take; move the modules to another folder",
-                                      base::PrintablePath(path_)));
-    directory.copy(config.decoder_directory, directory.size());
+    const std::string directory = base::SystemPath(path_.parent_path()); // which fits, since the module is usable
+    directory.copy(config.decoder_directory, std::min(directory.size(), sizeof config.decoder_directory - 1));
+    const std::lock_guard lock(InitialisationLock());
     if (init(nullptr, &config, GetNoInterface, nullptr) == 0)
-        throw base::Error(fmt::format("cannot start {}: it needs disasm.hbx in its folder, {}",
-                                      base::PrintablePath(path_), base::PrintablePath(folder)));
+        throw NotUsable(path_, "does not initialise", base::ErrorCode::ModuleInit);
 }
 
 Module::~Module() {
+    const std::lock_guard lock(InitialisationLock());
     deinit_();
 }
 

@@ -18,11 +18,12 @@ struct CleanDecision {
     uint32_t action; // a CleanAction or CLEAN_ACTION_NONE
 };
 
-/** The module, loaded and initialised for the life of the object. Construct and destroy it on one thread; in between
- * any thread may call any member. */
+/** The module, loaded and initialised for the life of the object. Any thread may call any member, and several objects
+ * can be of one module. */
 class Module {
 public:
-    /** Loads and initialises the module. Throws base::Error when it cannot be used. */
+    /** Loads and initialises the module. Throws base::Error when it cannot be used, with the codes that are for that.
+     */
     explicit Module(const std::filesystem::path &path = DefaultPath());
     ~Module();
     Module(const Module &) = delete;
@@ -52,8 +53,6 @@ public:
     CleanDecision PreviewCleanAction(uint32_t code, uint32_t rule_id) const;
 
 private:
-    template <typename Function>
-    Function Export(const char *name) const;
     CleanDecision Ask(const std::filesystem::path &file, uint32_t code, uint32_t rule_id, ModuleStream &stream) const;
 
     std::filesystem::path path_;

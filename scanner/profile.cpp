@@ -56,6 +56,11 @@ void Profile::Add(const Profile &other) {
     }
 }
 
+Profile::RuleCost Profile::CostOf(uint32_t rule) const {
+    const auto found = rules_.find(rule);
+    return found == rules_.end() ? RuleCost{} : found->second;
+}
+
 std::string Profile::Text(std::span<HeuristicRule *const> rules) const {
     std::string text = "Time in all threads together:\n";
     Duration sum = {};

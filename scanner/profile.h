@@ -39,17 +39,19 @@ public:
     /** Adds the measurements of another thread. */
     void Add(const Profile &other);
 
-    /** The measurements as lines of text, each with its line feed. `rules` is the table that the positions of the
-     * observed rules refer to. */
-    std::string Text(std::span<HeuristicRule *const> rules) const;
-
-private:
+    /** What one rule cost, by its position in the table. */
     struct RuleCost {
         uint64_t asked = 0; // times
         Duration conditions = {};
         Duration strings = {};
     };
+    RuleCost CostOf(uint32_t rule) const;
 
+    /** The measurements as lines of text, each with its line feed. `rules` is the table that the positions of the
+     * observed rules refer to. */
+    std::string Text(std::span<HeuristicRule *const> rules) const;
+
+private:
     std::array<Duration, static_cast<std::size_t>(Step::Count)> steps_ = {};
     Duration reading_ = {};
     std::unordered_map<uint32_t, RuleCost> rules_;

@@ -15,9 +15,7 @@ const char *StatusName(ScanStatus status) {
     }
 }
 
-namespace {
-
-std::string LinesOf(const FileReport &report, ReportFormat format, bool in_colour) {
+std::string OwnLines(const FileReport &report, ReportFormat format, bool in_colour) {
     switch (format) {
     case ReportFormat::JsonLines:
         return JsonLine(report) + '\n';
@@ -28,11 +26,9 @@ std::string LinesOf(const FileReport &report, ReportFormat format, bool in_colou
     }
 }
 
-} // namespace
-
 std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour) {
     std::string lines;
-    report.ForEach([&](const FileReport &each) { lines += LinesOf(each, format, in_colour); });
+    report.ForEach([&](const FileReport &each) { lines += OwnLines(each, format, in_colour); });
     return lines;
 }
 

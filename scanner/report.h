@@ -4,16 +4,23 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "scanner/scan.h"
 
 namespace tavrik::scanner {
+
+/** The program that lines on standard error begin with, unless another one scans. */
+inline constexpr std::string_view kScanProgram = "tavrik-scan";
 
 /** What a report is printed as. */
 enum class ReportFormat { Text, JsonLines, Csv };
 
 /** The report, and those of the files inside, in that format; each line with its line feed. */
 std::string ReportLines(const FileReport &report, ReportFormat format, bool in_colour);
+
+/** The same without those inside. */
+std::string OwnLines(const FileReport &report, ReportFormat format, bool in_colour);
 
 /** A line for each detection, payload and carved payload, each with its line feed; "" when there is none. */
 std::string TextLines(const FileReport &report, bool in_colour);
@@ -34,10 +41,11 @@ const char *StatusName(ScanStatus status);
 
 /** The lines for standard error about what is no failure, each with its line feed: why the file was skipped
  * (`names_skipped`) and the notes. */
-std::string NoteLines(const FileReport &report, bool names_skipped);
+std::string NoteLines(const FileReport &report, bool names_skipped, std::string_view program = kScanProgram);
 
 /** The line for standard error about a file that could not be scanned as a whole, with its line feed. */
-std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour);
+std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour,
+                      std::string_view program = kScanProgram);
 
 } // namespace tavrik::scanner
 

@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "scanner/clean_action.h"
 #include "scanner/locator_info.h"
+#include "scanner/near_report.h"
 #include "scanner/report.h"
 
 namespace tavrik::scanner {
@@ -30,11 +31,12 @@ enum Column {
     Complete,
     Encrypted,
     Code,
-    Text
+    Text,
+    Conditions
 };
 constexpr std::array kColumns = {"file",   "size",     "sha256",    "status",     "truncated",   "result",
                                  "rule",   "name",     "action",    "entries",    "description", "offset",
-                                 "length", "complete", "encrypted", "error_code", "error"};
+                                 "length", "complete", "encrypted", "error_code", "error",       "conditions"};
 using Row = std::array<std::string, kColumns.size()>;
 
 // A field of RFC 4180. Spreadsheets take what begins with these characters for a formula, and a file's name is its
@@ -63,18 +65,34 @@ const char *YesNo(bool value) {
     return value ? "yes" : "no";
 }
 
-Row PayloadRow(const Row &common, const Payload &payload) {
+// What a payload and a near miss have in common.
+Row PlaceRow(const Row &common, uint32_t kind, uint64_t offset, const std::optional<payloads::Extent> &extent) {
     Row row = common;
+    row[Description] = KindName(kind);
+    row[Offset] = fmt::format("{}", offset);
+    if (extent) {
+        row[Description] = base::Printable(extent->description);
+        row[Length] = fmt::format("{}", extent->length);
+        row[Complete] = YesNo(extent->complete);
+        row[Encrypted] = YesNo(extent->encrypted);
+    }
+    return row;
+}
+
+Row PayloadRow(const Row &common, const Payload &payload) {
+    Row row = PlaceRow(common, payload.kind, payload.offset, payload.extent);
     row[Result] = "payload";
     row[Entries] = fmt::format("{}", fmt::join(payload.entries, " "));
-    row[Description] = KindName(payload.kind);
-    row[Offset] = fmt::format("{}", payload.offset);
-    if (payload.extent) {
-        row[Description] = base::Printable(payload.extent->description);
-        row[Length] = fmt::format("{}", payload.extent->length);
-        row[Complete] = YesNo(payload.extent->complete);
-        row[Encrypted] = YesNo(payload.extent->encrypted);
-    }
+    return row;
+}
+
+Row NearRow(const Row &common, const NearMiss &miss) {
+    Row row = PlaceRow(common, miss.kind, miss.offset, miss.extent);
+    row[Result] = miss.status == NearMiss::Status::NearMiss ? "near-miss" : "unknown-build";
+    for (const MissedEntry &missed : miss.entries)
+        row[Entries] += fmt::format("{}{}", row[Entries].empty() ? "" : " ", missed.entry);
+    for (const FailedCondition &condition : miss.entries.front().failed)
+        row[Conditions] += (row[Conditions].empty() ? "" : "; ") + base::Printable(ConditionText(condition));
     return row;
 }
 
@@ -108,6 +126,8 @@ std::string CsvLines(const FileReport &report) {
     }
     for (const Payload &payload : report.payloads)
         lines += Line(PayloadRow(common, payload));
+    for (const NearMiss &miss : report.near.value_or(std::vector<NearMiss>{}))
+        lines += Line(NearRow(common, miss));
     return lines.empty() ? Line(common) : lines;
 }
 

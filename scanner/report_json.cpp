@@ -20,6 +20,29 @@ Json ProblemObject(std::string_view code, const std::string &text) {
     return {{"code", code}, {"text", text}};
 }
 
+Json MetadataObject(std::span<const rules::MetadataEntry> metadata) {
+    Json object = Json::object();
+    for (const rules::MetadataEntry &entry : metadata)
+        switch (entry.key) {
+        case rules::MetadataKey::Author:
+            object["authors"].push_back(entry.text);
+            break;
+        case rules::MetadataKey::Date:
+            object["date"] = entry.text;
+            break;
+        case rules::MetadataKey::Reference:
+            object["references"].push_back(entry.text);
+            break;
+        case rules::MetadataKey::Description:
+            object["description"] = entry.text;
+            break;
+        case rules::MetadataKey::Sample:
+            object["samples"].push_back(entry.text);
+            break;
+        }
+    return object;
+}
+
 Json ReportObject(const FileReport &report) {
     Json line;
     line["schema"] = kJsonSchema;
@@ -42,9 +65,12 @@ Json ReportObject(const FileReport &report) {
             line["missing"] = *report.missing_bytes;
     }
     Json &detections = line["detections"] = Json::array();
-    for (const Detection &detection : report.detections)
+    for (const Detection &detection : report.detections) {
         detections.push_back(
             {{"rule", detection.rule}, {"name", detection.name}, {"action", ActionName(detection.action)}});
+        if (!detection.metadata.empty())
+            detections.back()["metadata"] = MetadataObject(detection.metadata);
+    }
     Json &findings = line["findings"] = Json::array();
     for (const Finding &finding : report.findings)
         findings.push_back({{"entry", finding.entry},

@@ -2,6 +2,8 @@
 #ifndef TAVRIK_SCANNER_REPORT_JSON_H
 #define TAVRIK_SCANNER_REPORT_JSON_H
 
+#include <span>
+
 #include <nlohmann/json.hpp>
 
 #include "scanner/scan.h"
@@ -20,6 +22,9 @@ void AddPath(Json &object, const std::string &key, const std::filesystem::path &
 
 /** What is wrong or remarkable: {"code": a word, "text": for people}. */
 Json ProblemObject(std::string_view code, const std::string &text);
+
+/** A rule's metadata: authors, references and samples as lists, date and description as texts. */
+Json MetadataObject(std::span<const rules::MetadataEntry> metadata);
 
 /** The object of a file's report, see docs/json.md. */
 Json ReportObject(const FileReport &report);

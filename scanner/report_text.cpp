@@ -32,10 +32,10 @@ std::string TextLines(const FileReport &report, bool in_colour) {
     return lines;
 }
 
-std::string NoteLines(const FileReport &report, bool names_skipped) {
+std::string NoteLines(const FileReport &report, bool names_skipped, std::string_view program) {
     std::string lines;
     const auto add = [&](std::string_view kind, const std::string &text) {
-        fmt::format_to(std::back_inserter(lines), "tavrik-scan: {}: {}{}\n", base::PrintablePath(report.file), kind,
+        fmt::format_to(std::back_inserter(lines), "{}: {}: {}{}\n", program, base::PrintablePath(report.file), kind,
                        base::Printable(text));
     };
     if (names_skipped && report.status == ScanStatus::Skipped)
@@ -45,8 +45,9 @@ std::string NoteLines(const FileReport &report, bool names_skipped) {
     return lines;
 }
 
-std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour) {
-    return fmt::format("tavrik-scan: {}: {}\n", base::PrintablePath(file),
+std::string ErrorLine(const std::filesystem::path &file, const std::string &reason, bool in_colour,
+                      std::string_view program) {
+    return fmt::format("{}: {}: {}\n", program, base::PrintablePath(file),
                        base::Paint(in_colour, base::Colour::Error, base::Printable(reason)));
 }
 

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <new>
-#include <system_error>
 
 #include <fmt/format.h>
 
 #include "base/error.h"
 #include "base/sha256.h"
-#include "base/stream_source.h"
 #include "scanner/clean_action.h"
 #include "scanner/inside.h"
 #include "scanner/module_stream.h"
@@ -56,20 +54,6 @@ std::string_view DetectionName(const HeuristicRule &rule) {
 
 namespace {
 
-constexpr uint64_t kLargestStream = uint64_t{4} << 30; // bytes; a temporary file holds them
-
-std::shared_ptr<base::StreamSource> ReadStream(const Input &input, uint64_t most, const Deadline &deadline) {
-    const auto read = [&](base::InputStream &&stream) {
-        return std::make_shared<base::StreamSource>(stream, most, [&deadline] { return deadline.HasPassed(); });
-    };
-    try {
-        return input.kind == Input::Kind::StandardInput ? read(base::InputStream::StandardInput())
-                                                        : read(base::InputStream(input.path));
-    } catch (const std::system_error &error) {
-        throw base::Error(input.path, error.code().message());
-    }
-}
-
 // How many of the bytes that the headers of a PE file say are in it lie beyond its end: of the section table and of the
 // sections' raw data.
 uint64_t MissingBytes(const pe::Image &image, const HostRecords &records) {
@@ -82,12 +66,20 @@ uint64_t MissingBytes(const pe::Image &image, const HostRecords &records) {
     return end - std::min(end, image.size());
 }
 
+std::vector<HeuristicRule *> AllRules(const Module *module, const MoreRules &more) {
+    std::vector<HeuristicRule *> rules;
+    if (module != nullptr && !more.only)
+        rules.assign(module->rules().begin(), module->rules().end());
+    if (more.records != nullptr)
+        rules.insert(rules.end(), more.records->rules().begin(), more.records->rules().end());
+    return rules;
+}
+
 } // namespace
 
-Scanner::Scanner(const Module &module, const ScanSettings &settings) : Scanner(module, module.rules(), settings) {}
-
-Scanner::Scanner(const Module &module, std::span<HeuristicRule *const> rules, const ScanSettings &settings)
-    : module_(module), rules_(rules), settings_(settings), index_(rules) {}
+Scanner::Scanner(std::shared_ptr<const Module> module, const ScanSettings &settings, MoreRules more)
+    : module_(std::move(module)), more_(std::move(more)), rules_(AllRules(module_.get(), more_)), settings_(settings),
+      index_(rules_) {}
 
 FileReport Scanner::Scan(const Input &input, Profile *profile) const {
     FileReport report;
@@ -105,60 +97,70 @@ FileReport Scanner::Scan(const Input &input, Profile *profile) const {
     return report;
 }
 
-FileReport Scanner::Scan(base::ByteSource &source, const std::filesystem::path &name) const {
+FileReport Scanner::Scan(base::ByteSource &source, const std::filesystem::path &name, const Deadline &deadline) const {
     FileReport report;
-    report.size = source.size();
-    Examine(source, report, {}, nullptr); // it is no file on the disk
     report.file = name;
+    report.size = source.size();
+    if (!IsTooLarge(source.size(), report))
+        Watch(source, deadline, report, {}, nullptr);
+    report.bytes_read = source.bytes_read();
     return report;
+}
+
+FileReport Scanner::Scan(base::ByteSource &source, const std::filesystem::path &name) const {
+    return Scan(source, name, Deadline(settings_.timeout));
+}
+
+bool Scanner::IsTooLarge(uint64_t size, FileReport &report) const {
+    if (!settings_.max_size || size <= *settings_.max_size)
+        return false;
+    report.status = ScanStatus::Skipped;
+    report.error = fmt::format("larger than {} bytes", *settings_.max_size);
+    report.error_code = base::ErrorCode::TooLarge;
+    return true;
 }
 
 void Scanner::ScanInput(const Input &input, FileReport &report, Profile *profile) const {
     const Deadline deadline(settings_.timeout);
     const StepTimer timer(profile, Step::Open);
-    const auto skip = [&] {
-        report.status = ScanStatus::Skipped;
-        report.error = fmt::format("larger than {} bytes", *settings_.max_size);
-        report.error_code = base::ErrorCode::TooLarge;
-    };
     if (input.kind == Input::Kind::File) {
         base::FileSource file(input.path);
         report.size = file.size();
-        if (settings_.max_size && file.size() > *settings_.max_size)
-            return skip();
-        Watch(file, deadline, report, profile);
+        if (IsTooLarge(file.size(), report))
+            return;
+        Watch(file, deadline, report, report.file, profile);
         report.bytes_read = file.bytes_read();
         return;
     }
     const uint64_t most = std::min(settings_.max_size.value_or(kLargestStream), kLargestStream);
     const std::shared_ptr<base::StreamSource> stream = ReadStream(input, most, deadline);
     report.bytes_read = stream->size();
-    if (stream->IsCut() && most < kLargestStream)
-        return skip();
+    if (stream->IsCut() && most < kLargestStream && IsTooLarge(most + 1, report))
+        return;
     if (stream->IsCut())
         throw base::Error(input.path, "delivers more than 4 GiB; write it to a file and scan that",
                           base::ErrorCode::TooLarge);
     report.size = stream->size();
     report.stream = stream;
-    Watch(*stream, deadline, report, profile);
+    Watch(*stream, deadline, report, report.file, profile);
 }
 
 // Scans a source until the deadline.
-void Scanner::Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const {
+void Scanner::Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report,
+                    const std::filesystem::path &on_disk, Profile *profile) const {
     RecordingSource recorder(opened);
     WatchedSource source(settings_.record_reads ? recorder : opened, deadline, profile);
-    Examine(source, report, report.file, profile);
+    Examine(source, report, on_disk, profile);
     report.read = recorder.ReadRegions();
     if (settings_.inside && (report.status == ScanStatus::Scanned || report.status == ScanStatus::NotPe))
-        ScanInside(source, report, deadline, profile);
+        ScanInside(source, report, deadline, on_disk, profile);
     if (source.was_interrupted())
         report.status = ScanStatus::Interrupted;
 }
 
 void Scanner::ScanInside(base::ByteSource &source, FileReport &report, const Deadline &deadline,
-                         Profile *profile) const {
+                         const std::filesystem::path &on_disk, Profile *profile) const {
     const StepTimer timer(profile, Step::Unpack);
-    const std::filesystem::path on_disk = report.file;
     const auto examine = [&](base::ByteSource &inner, FileReport &inner_report) {
         Examine(inner, inner_report, on_disk, profile);
     };
@@ -201,7 +203,8 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, const std::f
     if (source.size() > kLargestFile)
         report.notes.push_back({"searched-in-part", SearchedInPartText(source.size())});
     const StepTimer timer(profile, Step::Locators);
-    report.findings = RunLocators(module_, source, pe.records);
+    if (module_ != nullptr)
+        report.findings = RunLocators(*module_, source, pe.records);
     report.payloads = PayloadsOf(source, report.findings);
     if (settings_.near_conditions != 0) {
         std::vector<base::Region> known;
@@ -224,11 +227,26 @@ void Scanner::Detect(evaluation::Features &features, const base::ByteSource &sou
     const StepTimer timer(profile, Step::CleanAction);
     for (const uint32_t position : matches) {
         const HeuristicRule &rule = *rules_[position];
-        const CleanDecision decision = on_disk.empty()
-                                           ? module_.PreviewCleanAction(kCleanableFinding, rule.rule_id)
-                                           : module_.PreviewCleanAction(on_disk, kCleanableFinding, rule.rule_id);
-        report.detections.push_back({rule.rule_id, DetectionName(rule), decision.action});
+        report.detections.push_back(
+            {rule.rule_id, std::string(DetectionName(rule)), ActionFor(rule, on_disk), position, {}});
+        const std::span<const rules::MetadataEntry> metadata = MetadataOf(position);
+        report.detections.back().metadata.assign(metadata.begin(), metadata.end());
     }
+}
+
+std::span<const rules::MetadataEntry> Scanner::MetadataOf(std::size_t place) const {
+    const std::size_t first = rules_.size() - more_rules();
+    if (more_.texts == nullptr || place < first)
+        return {};
+    return more_.texts->rules[place - first].metadata;
+}
+
+uint32_t Scanner::ActionFor(const HeuristicRule &rule, const std::filesystem::path &file) const {
+    if (module_ == nullptr)
+        return CLEAN_ACTION_NONE;
+    return (file.empty() ? module_->PreviewCleanAction(kCleanableFinding, rule.rule_id)
+                         : module_->PreviewCleanAction(file, kCleanableFinding, rule.rule_id))
+        .action;
 }
 
 } // namespace tavrik::scanner

@@ -1,4 +1,4 @@
-/* Scanning one file with the module's rules and its payload locators. */
+/* The scanner: rules and payload locators, asked about one file after the other. */
 #ifndef TAVRIK_SCANNER_SCAN_H
 #define TAVRIK_SCANNER_SCAN_H
 
@@ -14,9 +14,11 @@
 #include "base/byte_source.h"
 #include "evaluation/features.h"
 #include "evaluation/rule_index.h"
+#include "rules/record/record_builder.h"
 #include "scanner/host_records.h"
 #include "scanner/module.h"
 #include "scanner/near_miss.h"
+#include "scanner/open_input.h"
 #include "scanner/payload.h"
 #include "scanner/unpack_budget.h"
 
@@ -25,8 +27,10 @@ namespace tavrik::scanner {
 /** A rule that matches the file. */
 struct Detection {
     uint32_t rule;         // its number
-    std::string_view name; // in the module
-    uint32_t action;       // that the module has for it: a CleanAction or CLEAN_ACTION_NONE
+    std::string name;      // of the detection
+    uint32_t action;       // that the module has for rules of that number: a CleanAction or CLEAN_ACTION_NONE
+    std::size_t place = 0; // of the rule, in the scanner's
+    std::vector<rules::MetadataEntry> metadata = {};
 
     bool operator==(const Detection &) const = default;
 };
@@ -44,14 +48,6 @@ enum class ScanStatus {
 struct Note {
     std::string_view code; // a word such as "searched-in-part"
     std::string text;
-};
-
-/** A file to scan, or a stream that is read to its end first. */
-struct Input {
-    enum class Kind { File, Pipe, StandardInput };
-
-    std::filesystem::path path; // "-" for standard input
-    Kind kind = Kind::File;
 };
 
 /** The results of scanning a file, which may be inside another one. */
@@ -95,17 +91,37 @@ struct ScanSettings {
     bool record_reads = false;       // in the report
 };
 
-class Deadline;
+/** Rules besides those of the module. */
+struct MoreRules {
+    std::shared_ptr<const rules::record::RecordSet> records; // null for none
+    std::shared_ptr<const rules::RuleSet> texts = nullptr;   // what the records were made of, for their metadata
+    bool only = false;                                       // the module's rules are left out
+};
+
 class Profile;
 
-/** Scans files with one module. Immutable, so that threads can share one. */
+/** What scans: a module, rules and settings. The programs and the C interface are made of it. Immutable, so that
+ * threads can share one; it keeps what it is made of. */
 class Scanner {
 public:
-    /** The module must outlive the object. */
-    explicit Scanner(const Module &module, const ScanSettings &settings = {});
+    /** Without a module (null) all rules are those of `more`, and no locator is asked and no clean action. The rules of
+     * `more` come after the module's. */
+    explicit Scanner(std::shared_ptr<const Module> module, const ScanSettings &settings = {}, MoreRules more = {});
+    Scanner(const Scanner &) = delete;
+    Scanner &operator=(const Scanner &) = delete;
 
-    /** With rules in place of the module's; these must outlive the object, too. */
-    Scanner(const Module &module, std::span<HeuristicRule *const> rules, const ScanSettings &settings);
+    /** Null when there is none. */
+    const Module *module() const { return module_.get(); }
+    const ScanSettings &settings() const { return settings_; }
+
+    /** All rules that are asked, in their order. */
+    std::span<HeuristicRule *const> rules() const { return rules_; }
+
+    /** How many of them, at the end, are not the module's. */
+    std::size_t more_rules() const { return more_.records == nullptr ? 0 : more_.records->rules().size(); }
+
+    /** What the text of a rule says about it; nothing for the module's. `place` is that in rules(). */
+    std::span<const rules::MetadataEntry> MetadataOf(std::size_t place) const;
 
     /** Scans a file, which is only read, or a stream. Every failure is in the report. `profile`, if not null, measures
      * the steps. */
@@ -114,21 +130,29 @@ public:
         return Scan(Input{file}, profile);
     }
 
-    /** Scans what the source reads; the report calls it `name`. Its size and the time are the caller's to limit: the
-     * settings' limits do not apply, and what is inside is not scanned. Throws std::bad_alloc. */
+    /** Scans what the source reads until the deadline; the report calls it `name`. It is no file on the disk, so that
+     * clean actions are those of one that can be opened. Throws std::bad_alloc. */
+    FileReport Scan(base::ByteSource &source, const std::filesystem::path &name, const Deadline &deadline) const;
     FileReport Scan(base::ByteSource &source, const std::filesystem::path &name) const;
+
+    /** The module's action for a file that a rule matches; `file` empty: for what is no file on the disk. */
+    uint32_t ActionFor(const HeuristicRule &rule, const std::filesystem::path &file) const;
 
 private:
     void ScanInput(const Input &input, FileReport &report, Profile *profile) const;
-    void Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report, Profile *profile) const;
+    bool IsTooLarge(uint64_t size, FileReport &report) const;
+    void Watch(base::ByteSource &opened, const Deadline &deadline, FileReport &report,
+               const std::filesystem::path &on_disk, Profile *profile) const;
     void Examine(base::ByteSource &source, FileReport &report, const std::filesystem::path &on_disk,
                  Profile *profile) const;
     void Detect(evaluation::Features &features, const base::ByteSource &source, FileReport &report,
                 const std::filesystem::path &on_disk, Profile *profile) const;
-    void ScanInside(base::ByteSource &source, FileReport &report, const Deadline &deadline, Profile *profile) const;
+    void ScanInside(base::ByteSource &source, FileReport &report, const Deadline &deadline,
+                    const std::filesystem::path &on_disk, Profile *profile) const;
 
-    const Module &module_;
-    std::span<HeuristicRule *const> rules_;
+    std::shared_ptr<const Module> module_;
+    MoreRules more_;
+    std::vector<HeuristicRule *> rules_;
     ScanSettings settings_;
     evaluation::RuleIndex index_;
 };

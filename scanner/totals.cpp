@@ -65,12 +65,12 @@ void Totals::Add(const FileReport &report) {
     });
 }
 
-std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted) {
+std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted, std::string_view program) {
     const double read = static_cast<double>(totals.bytes_read) / kMegabyte;
-    return fmt::format("tavrik-scan: {}{} of {:.1f} MB{}, {:.1f} MB read in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): "
+    return fmt::format("{}: {}{} of {:.1f} MB{}, {:.1f} MB read in {:.2f} s ({:.0f} files/s, {:.1f} MB/s): "
                        "{}, {}{}, {} skipped, "
                        "{}{}\n",
-                       is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"),
+                       program, is_interrupted ? "interrupted: " : "", base::CountText(totals.files, "file"),
                        static_cast<double>(totals.bytes) / kMegabyte,
                        totals.inside == 0 ? "" : fmt::format(" with {} inside", base::CountText(totals.inside, "file")),
                        read, seconds, Rate(static_cast<double>(totals.files), seconds), Rate(read, seconds),

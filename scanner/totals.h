@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "scanner/scan.h"
+#include "scanner/report.h"
 
 namespace tavrik::scanner {
 
@@ -33,7 +33,8 @@ struct Totals {
 };
 
 /** The line at the end of a run, with its line feed. */
-std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted);
+std::string SummaryLine(const Totals &totals, double seconds, bool is_interrupted,
+                        std::string_view program = kScanProgram);
 
 /** The files that a run will have to do with, as far as they have been counted. */
 struct Expected {

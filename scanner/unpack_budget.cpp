@@ -26,4 +26,11 @@ bool UnpackBudget::TakeBytes(uint64_t count) {
     return exceeded_.empty();
 }
 
+bool UnpackBudget::TakeReport(uint64_t count) {
+    reported_ += count;
+    if (exceeded_.empty() && reported_ > kMostReported)
+        exceeded_ = fmt::format("more than {} MiB of results inside", kMostReported >> 20);
+    return exceeded_.empty();
+}
+
 } // namespace tavrik::scanner

@@ -17,6 +17,9 @@ struct UnpackLimits {
 /** So many bytes may be unpacked whatever their ratio: small files of zeros are no bombs. */
 inline constexpr uint64_t kRatioCountsFrom = uint64_t{128} << 20;
 
+/** The reports of what is inside one file may take as many bytes of memory. */
+inline constexpr uint64_t kMostReported = uint64_t{32} << 20;
+
 /** Counts what is unpacked out of one file. */
 class UnpackBudget {
 public:
@@ -29,6 +32,9 @@ public:
     /** Counts bytes that are unpacked, or that the container unpacks in order to pass over them. As TakeFile. */
     bool TakeBytes(uint64_t count);
 
+    /** Counts the memory of a report. As TakeFile. */
+    bool TakeReport(uint64_t count);
+
     /** Which bound has been passed, such as "more than 10000 files inside"; "" while none has. */
     const std::string &exceeded() const { return exceeded_; }
 
@@ -37,6 +43,7 @@ private:
     uint64_t packed_;
     uint64_t files_ = 0;
     uint64_t bytes_ = 0;
+    uint64_t reported_ = 0;
     std::string exceeded_;
 };
 

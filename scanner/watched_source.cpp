@@ -1,5 +1,7 @@
 #include "scanner/watched_source.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "base/system.h"
@@ -7,9 +9,16 @@
 
 namespace tavrik::scanner {
 
-Deadline::Deadline(double seconds)
-    : seconds_(seconds),
-      end_(Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))) {}
+namespace {
+
+constexpr double kLongestTime = 1e9; // seconds; later the clock's numbers end
+
+} // namespace
+
+Deadline::Deadline(double seconds, const std::atomic<bool> *cancel)
+    : seconds_(seconds), cancel_(cancel),
+      end_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                              std::chrono::duration<double>(std::clamp(seconds, 0.0, kLongestTime)))) {}
 
 std::size_t WatchedSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
     if (!error_.empty())
@@ -17,6 +26,11 @@ std::size_t WatchedSource::ReadAt(uint64_t offset, void *buffer, std::size_t len
     if (base::Interruption() != 0) {
         was_interrupted_ = true;
         error_ = "interrupted";
+        return 0;
+    }
+    if (deadline_.IsCancelled()) {
+        error_ = "cancelled";
+        error_code_ = base::ErrorCode::Cancelled;
         return 0;
     }
     if (deadline_.HasPassed()) {

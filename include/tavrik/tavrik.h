@@ -172,9 +172,16 @@ typedef struct tavrik_settings {
     double timeout;            /* seconds for a call; 0 is no limit. Looked at with each read of the input */
     uint64_t max_size;         /* bytes; larger inputs are skipped. 0 is no limit. Memory does not grow with the size */
     const tavrik_rules *rules; /* in place of the module's; null is the module's. May be freed after the call */
+    uint32_t add_rules;        /* 1: `rules` come after the module's instead of in their place */
+    uint32_t near_conditions;  /* of a gate that may fail in a near miss, 1 to 64; 0: near misses are not looked for */
+    uint32_t inside;           /* 1: files inside payloads and archives are scanned too; see tavrik_report_inside */
+    uint32_t inside_depth;     /* containers that are opened within each other, up to 16; 0 is 4 */
+    uint64_t inside_files;     /* that are scanned inside a file; 0 is 10000 */
+    uint64_t inside_bytes;     /* that are unpacked out of a file; 0 is 4 GiB */
+    uint64_t inside_ratio;     /* bytes unpacked for each byte of a file, after 128 MiB; 0 is 250 */
 } tavrik_settings;
 
-/* `settings` null means none of them: no digest, no limits, the module's rules. */
+/* `settings` null means none of them: no digest, no limits, the module's rules, no near misses, nothing inside. */
 TAVRIK_PUBLIC tavrik_status tavrik_scanner_open(const tavrik_module *module, const tavrik_settings *settings,
                                                 tavrik_scanner **scanner, tavrik_error *error);
 TAVRIK_PUBLIC void tavrik_scanner_close(tavrik_scanner *scanner);
@@ -253,6 +260,10 @@ typedef struct tavrik_summary {
     const char *sha256; /* in hexadecimal digits; "" when not asked for or not known */
     uint64_t file_size; /* in bytes */
     size_t detections, findings, payloads;
+    uint64_t bytes_read; /* of the file or stream; bytes in memory count as read */
+    const char *parent;  /* the name of the file that this one is inside of; "" */
+    size_t near_misses, notes;
+    size_t inside; /* files that are directly inside this one */
 } tavrik_summary;
 
 TAVRIK_PUBLIC tavrik_status tavrik_report_summary(const tavrik_report *report, tavrik_summary *summary);
@@ -297,7 +308,42 @@ typedef struct tavrik_payload {
 
 TAVRIK_PUBLIC tavrik_status tavrik_report_payload(const tavrik_report *report, size_t index, tavrik_payload *payload);
 
-/* The whole report as one JSON object without line feeds, the line that `tavrik-scan --json` prints. */
+/* A payload that no locator finds. It is no finding. */
+typedef struct tavrik_near_miss {
+    uint32_t size;
+    uint32_t is_unknown_build; /* 0: `entry` would find it if `failed` conditions of its gate were not asked; 1: it is
+                                  where payloads usually begin, and the gate of `entry` is the nearest */
+    uint32_t kind;
+    uint32_t entry;         /* of the locator table */
+    uint64_t offset;        /* in the file, of its first byte */
+    uint64_t length;        /* by its own structure; 0 when that cannot be read */
+    uint64_t present;       /* as many of these bytes are in the file */
+    size_t failed;          /* conditions of the gate */
+    const char *kind_name;  /* such as "Nullsoft installer" */
+    const char *text;       /* one line for people: what it is, and which conditions fail */
+    const char *conditions; /* those that fail, a line each: "SizeOfCode is 0x6a00, wanted 0x6e00..0x7500" */
+} tavrik_near_miss;
+
+TAVRIK_PUBLIC tavrik_status tavrik_report_near_miss(const tavrik_report *report, size_t index,
+                                                    tavrik_near_miss *near_miss);
+
+/* Something about the file that is no failure, such as a bound that ended the scan of what is inside. */
+typedef struct tavrik_note {
+    uint32_t size;
+    uint32_t zero;    /* 0 */
+    const char *code; /* a word such as "inside-bound" */
+    const char *text;
+} tavrik_note;
+
+TAVRIK_PUBLIC tavrik_status tavrik_report_note(const tavrik_report *report, size_t index, tavrik_note *note);
+
+/* The report of a file that is directly inside this one; what is inside of that is in its own. It belongs to `report`
+ * and must not be freed. */
+TAVRIK_PUBLIC tavrik_status tavrik_report_inside(const tavrik_report *report, size_t index,
+                                                 const tavrik_report **inner);
+
+/* The report, without what is inside, as one JSON object without line feeds, the line that `tavrik-scan --json` prints.
+ */
 TAVRIK_PUBLIC const char *tavrik_report_json(const tavrik_report *report);
 
 /* ---- Why, and what a file has -------------------------------------------------------------------------------------

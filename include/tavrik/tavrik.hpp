@@ -212,6 +212,19 @@ struct Payload {
     std::vector<uint32_t> entries;
 };
 
+/** A payload that no locator finds. */
+struct NearMiss {
+    bool is_unknown_build = false;
+    uint32_t kind = 0, entry = 0;
+    uint64_t offset = 0, length = 0, present = 0;
+    std::size_t failed = 0; // conditions of the entry's gate
+    std::string kind_name, text, conditions;
+};
+
+struct Note {
+    std::string code, text;
+};
+
 struct Report {
     tavrik_outcome outcome = TAVRIK_SCANNED;
     tavrik_status status = TAVRIK_OK;
@@ -220,6 +233,11 @@ struct Report {
     std::vector<Detection> detections;
     std::vector<Finding> findings;
     std::vector<Payload> payloads;
+    uint64_t bytes_read = 0;
+    std::string parent; // of a file inside another one: that file's name
+    std::vector<NearMiss> near_misses;
+    std::vector<Note> notes;
+    std::vector<Report> inside; // the files directly inside this one
 };
 
 struct Explanation {
@@ -234,8 +252,11 @@ struct Feature {
 
 struct Settings {
     bool sha256 = false;
-    double timeout = 0;    // seconds; 0 is no limit
-    uint64_t max_size = 0; // bytes; 0 is no limit
+    double timeout = 0;           // seconds; 0 is no limit
+    uint64_t max_size = 0;        // bytes; 0 is no limit
+    uint32_t near_conditions = 0; // of a gate that may fail in a near miss; 0: they are not looked for
+    bool inside = false;          // scan the files inside payloads and archives, too
+    bool add_rules = false;       // rules come after the module's instead of in their place
 };
 
 /** Scans files; any number of threads may share one. */
@@ -298,8 +319,15 @@ public:
 
 private:
     Scanner(const Module &module, const Settings &settings, const tavrik_rules *rules) {
-        const tavrik_settings wanted = {sizeof wanted, settings.sha256 ? 1u : 0u, settings.timeout, settings.max_size,
-                                        rules};
+        tavrik_settings wanted = {};
+        wanted.size = sizeof wanted;
+        wanted.sha256 = settings.sha256 ? 1 : 0;
+        wanted.timeout = settings.timeout;
+        wanted.max_size = settings.max_size;
+        wanted.rules = rules;
+        wanted.add_rules = settings.add_rules ? 1 : 0;
+        wanted.near_conditions = settings.near_conditions;
+        wanted.inside = settings.inside ? 1 : 0;
         tavrik_error error = detail::NoError();
         tavrik_scanner *made = nullptr;
         detail::Check(tavrik_scanner_open(module.handle(), &wanted, &made, &error), error);
@@ -343,6 +371,23 @@ private:
                 detail::Get<tavrik_payload>([&](auto *value) { return tavrik_report_payload(from, i, value); });
             report.payloads.push_back({one.kind, one.offset, one.length, one.present, one.kind_name, one.sha256,
                                        std::vector<uint32_t>(one.entries, one.entries + one.entry_count)});
+        }
+        report.bytes_read = summary.bytes_read;
+        report.parent = summary.parent;
+        for (std::size_t i = 0; i < summary.near_misses; ++i) {
+            const auto one =
+                detail::Get<tavrik_near_miss>([&](auto *value) { return tavrik_report_near_miss(from, i, value); });
+            report.near_misses.push_back({one.is_unknown_build != 0, one.kind, one.entry, one.offset, one.length,
+                                          one.present, one.failed, one.kind_name, one.text, one.conditions});
+        }
+        for (std::size_t i = 0; i < summary.notes; ++i) {
+            const auto one = detail::Get<tavrik_note>([&](auto *value) { return tavrik_report_note(from, i, value); });
+            report.notes.push_back({one.code, one.text});
+        }
+        for (std::size_t i = 0; i < summary.inside; ++i) {
+            const tavrik_report *inner = nullptr;
+            if (tavrik_report_inside(from, i, &inner) == TAVRIK_OK)
+                report.inside.push_back(Copy(inner));
         }
         return report;
     }

@@ -49,29 +49,26 @@ pe::VersionInfo VersionOf(evaluation::Features &features) {
     return {};
 }
 
-std::string ConditionsOf(const Module &module, uint32_t rule_id, evaluation::Features &features) {
-    const auto rules = module.rules();
-    const auto rule =
-        std::find_if(rules.begin(), rules.end(), [&](const HeuristicRule *one) { return one->rule_id == rule_id; });
-    std::string text = rule == rules.end() ? "" : evaluation::ExplainRule(**rule, features).text;
+std::string ConditionsOf(const HeuristicRule &rule, evaluation::Features &features) {
+    std::string text = evaluation::ExplainRule(rule, features).text;
     text.resize(std::min(text.size(), kMostConditionText));
     return text;
 }
 
 } // namespace
 
-FileDetails Describe(const Module &module, const FileReport &report, double timeout) {
+FileDetails Describe(const Scanner &scanner, const FileReport &report) {
     FileDetails details;
     try {
         std::optional<base::FileSource> reopened;
         base::ByteSource &opened = report.stream ? *report.stream : reopened.emplace(report.file);
-        WatchedSource source(opened, Deadline(timeout));
+        WatchedSource source(opened, Deadline(scanner.settings().timeout));
         details.sha256 = report.sha256.empty() ? base::Sha256Of(source) : report.sha256;
         evaluation::Features features(source);
         const pe::Image &image = features.image();
         details.map = map::MakeMap(source, image);
         details.map.read = report.read;
-        details.map.marks = map::MarksOf(report, module, features);
+        details.map.marks = map::MarksOf(report, scanner, features);
         if (image.IsPe()) {
             details.kind = fmt::format("{}, {}", image.IsPe32Plus() ? "PE32+" : "PE32",
                                        base::CountText(image.sections().size(), "section"));
@@ -80,7 +77,7 @@ FileDetails Describe(const Module &module, const FileReport &report, double time
             details.version = VersionOf(features);
         }
         for (const Detection &detection : report.detections)
-            details.conditions.push_back(ConditionsOf(module, detection.rule, features));
+            details.conditions.push_back(ConditionsOf(*scanner.rules()[detection.place], features));
         for (const Payload &payload : report.payloads)
             details.contents.push_back(ContentsOf(source, payload));
         details.error = source.error();

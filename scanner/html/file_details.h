@@ -11,7 +11,6 @@
 #include "pe/certificate.h"
 #include "pe/version_info.h"
 #include "scanner/map/file_map.h"
-#include "scanner/module.h"
 #include "scanner/payloads/container.h"
 #include "scanner/scan.h"
 
@@ -41,8 +40,9 @@ struct FileDetails {
     std::vector<Contents> contents;      // of each payload of the report
 };
 
-/** Reads the file that a report is about once more. Failures are in the result. `timeout` is in seconds, 0 for none. */
-FileDetails Describe(const Module &module, const FileReport &report, double timeout);
+/** Reads the file that a report is about once more. Failures are in the result. `scanner` made the report; its timeout
+ * applies once more. */
+FileDetails Describe(const Scanner &scanner, const FileReport &report);
 
 } // namespace tavrik::scanner::html
 

@@ -34,7 +34,7 @@ void AddStrings(const HeuristicRule &rule, evaluation::Features &features, std::
 
 } // namespace
 
-std::vector<Mark> MarksOf(const FileReport &report, const Module &module, evaluation::Features &features) {
+std::vector<Mark> MarksOf(const FileReport &report, const Scanner &scanner, evaluation::Features &features) {
     std::vector<Mark> marks;
     for (const Payload &payload : report.payloads)
         marks.push_back(
@@ -43,13 +43,9 @@ std::vector<Mark> MarksOf(const FileReport &report, const Module &module, evalua
                          payload.entries.size() == 1 ? "entry" : "entries", fmt::join(payload.entries, ", "))});
     for (const NearMiss &miss : report.near.value_or(std::vector<NearMiss>{}))
         marks.push_back({MarkKind::NearMiss, PlaceOf(miss.offset, miss.extent), NearTitle(miss)});
-    for (const Detection &detection : report.detections) {
-        const auto rules = module.rules();
-        const auto rule = std::find_if(rules.begin(), rules.end(),
-                                       [&](const HeuristicRule *one) { return one->rule_id == detection.rule; });
-        if (rule != rules.end() && marks.size() < kMostMarks)
-            AddStrings(**rule, features, marks);
-    }
+    for (const Detection &detection : report.detections)
+        if (marks.size() < kMostMarks)
+            AddStrings(*scanner.rules()[detection.place], features, marks);
     marks.resize(std::min(marks.size(), kMostMarks));
     return marks;
 }

@@ -6,7 +6,6 @@
 
 #include "evaluation/features.h"
 #include "scanner/map/file_map.h"
-#include "scanner/module.h"
 #include "scanner/scan.h"
 
 namespace tavrik::scanner::map {
@@ -15,8 +14,9 @@ namespace tavrik::scanner::map {
 inline constexpr std::size_t kMostMarks = 1024;
 
 /** The payloads, the near misses and the strings of the detections (of each the first occurrence), in this order.
+ * `scanner` made the report.
  * `features` is of the file that the report is about. */
-std::vector<Mark> MarksOf(const FileReport &report, const Module &module, evaluation::Features &features);
+std::vector<Mark> MarksOf(const FileReport &report, const Scanner &scanner, evaluation::Features &features);
 
 } // namespace tavrik::scanner::map
 

@@ -177,6 +177,34 @@ TEST(OrderedPool, WorksInSeveralThreadsAtOnceAndFillsItsRoom) {
     EXPECT_TRUE(std::is_sorted(results.begin(), results.end()));
 }
 
+TEST(OrderedPool, BeginsNothingNewWhileTooMuchWaits) {
+    std::atomic<int> begun = 0;
+    std::atomic<int> heavy = 0;
+    std::vector<int> results;
+    Pool pool(
+        2,
+        [&](int &job, unsigned) {
+            ++begun;
+            // The first job outlasts the second, whose result has to wait for it.
+            while (job == 0 && heavy == 0)
+                std::this_thread::yield();
+            if (job == 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                EXPECT_EQ(begun, 2);
+            }
+            return job;
+        },
+        [&](int &result) { results.push_back(result); },
+        [&](const int &result) {
+            heavy += result;
+            return result == 1 ? Pool::kMostWaiting + 1 : 1;
+        });
+    for (int job = 0; job < 9; ++job)
+        pool.Submit(job);
+    pool.Finish();
+    EXPECT_EQ(results, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
 TEST(OrderedPool, ThrowsWhatWorkAndDeliveryThrow) {
     for (const unsigned threads : {1u, 3u})
         for (const bool in_work : {false, true})

@@ -6,6 +6,7 @@
 #include <optional>
 #include <thread>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "base/system.h"
@@ -98,6 +99,85 @@ TEST(Engine, SharesAScannerAmongThreads) {
     work();
     other.join();
     EXPECT_EQ(differ, 0);
+}
+
+/** A tar archive of one file. */
+base::Bytes TarOf(const std::string &name, const base::Bytes &content) {
+    std::string head(512, '\0');
+    head.replace(0, name.size(), name);
+    head.replace(124, 11, fmt::format("{:011o}", content.size()));
+    head.replace(148, 8, 8, ' '); // counts as spaces in the sum
+    head[156] = '0';
+    head.replace(257, 7,
+                 std::string("ustar\0"
+                             "0",
+                             7));
+    unsigned sum = 0;
+    for (const char letter : head)
+        sum += static_cast<unsigned char>(letter);
+    head.replace(148, 7, fmt::format("{:06o}", sum) + '\0');
+    base::Bytes bytes(head.begin(), head.end());
+    bytes.insert(bytes.end(), content.begin(), content.end());
+    bytes.resize((bytes.size() + 511) / 512 * 512 + 1024);
+    return bytes;
+}
+
+TEST(Engine, FindsNearMissesAndWhatIsInside) {
+    const Module module = OwnModule();
+    Settings settings;
+    settings.near_conditions = 1;
+    settings.inside = true;
+    const Scanner scanner(module, settings);
+    std::size_t near = 0;
+    for (std::size_t index = 0; index < samples::SampleCount(); ++index) {
+        const Sample sample = MakeSample(index);
+        const Report report = scanner.Scan({sample.file_name, sample.bytes.data(), sample.bytes.size()});
+        EXPECT_EQ(report.bytes_read, sample.bytes.size());
+        for (const NearMiss &miss : report.near_misses) {
+            SCOPED_TRACE(sample.file_name);
+            EXPECT_FALSE(sample.finding);
+            EXPECT_EQ(miss.entry, sample.entry);
+            EXPECT_FALSE(miss.is_unknown_build);
+            EXPECT_EQ(miss.failed, 1u);
+            EXPECT_NE(miss.text.find(miss.conditions.substr(0, miss.conditions.find('\n'))), std::string::npos);
+            ++near;
+        }
+    }
+    EXPECT_GE(near, 2u);
+
+#ifndef _WIN32 // whose build reads no archives
+    const Sample sample = SampleOf(7);
+    const base::Bytes tar = TarOf("b.tar", TarOf("x.exe", sample.bytes));
+    Ranges ranges{&tar};
+    const Report report = scanner.Scan(ranges.AsInput());
+    EXPECT_EQ(report.outcome, TAVRIK_NOT_PE);
+    EXPECT_TRUE(report.bytes_read > 0 && report.bytes_read <= tar.size()) << report.bytes_read;
+    ASSERT_TRUE(report.inside.size() == 1 && report.inside[0].inside.size() == 1);
+    const Report &inner = report.inside[0].inside[0];
+    EXPECT_EQ(inner.name, "ranges!b.tar!x.exe");
+    EXPECT_EQ(inner.parent, "ranges!b.tar");
+    ASSERT_EQ(inner.findings.size(), 1u);
+    EXPECT_EQ(inner.findings[0].offset, sample.finding->offset);
+    EXPECT_TRUE(Scanner(module).Scan({"a.tar", tar.data(), tar.size()}).inside.empty());
+    // Of the two containers one may be opened.
+    tavrik_settings flat = {};
+    flat.size = sizeof flat;
+    flat.inside = flat.inside_depth = 1;
+    tavrik_scanner *made = nullptr;
+    tavrik_report *shallow = nullptr;
+    const tavrik_input input = tavrik_input_bytes("a.tar", tar.data(), tar.size());
+    ASSERT_EQ(tavrik_scanner_open(module.handle(), &flat, &made, nullptr), TAVRIK_OK);
+    ASSERT_EQ(tavrik_scan(made, &input, nullptr, &shallow, nullptr), TAVRIK_OK);
+    tavrik_note note = {};
+    note.size = sizeof note;
+    EXPECT_EQ(tavrik_report_note(shallow, 0, &note), TAVRIK_OK);
+    EXPECT_STREQ(note.code, "inside-depth");
+    const tavrik_report *none = shallow;
+    EXPECT_EQ(tavrik_report_inside(shallow, 1, &none), TAVRIK_ERROR_ARGUMENT);
+    EXPECT_EQ(none, nullptr);
+    tavrik_report_free(shallow);
+    tavrik_scanner_close(made);
+#endif
 }
 
 // ---- Failures ------------------------------------------------------------------------------------------------------
@@ -244,6 +324,12 @@ TEST(Engine, ScansWithRulesOfText) {
     EXPECT_EQ(report.detections[0].name, "Test.Small");
     EXPECT_TRUE(scanner->ExplainRule(input, 7).holds);
     EXPECT_THROW(scanner->ExplainRule(input, 173), Error);
+
+    Settings both;
+    both.add_rules = true;
+    const Scanner added(module, *rules, both);
+    EXPECT_EQ(added.Scan(input).detections.size(), 1u);
+    EXPECT_FALSE(added.ExplainRule(input, 173).holds);
 }
 
 TEST(Engine, ExplainsAndTellsFeatures) {

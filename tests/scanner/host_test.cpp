@@ -48,8 +48,7 @@ scanner::PeResult Parse(const Bytes &bytes) {
 
 // Other entries may know the same program, but what they report is the same payload.
 TEST(Samples, GiveTheirPlannedFinding) {
-    const scanner::Module module;
-    const scanner::Scanner scanner(module);
+    const scanner::Scanner scanner(std::make_shared<const scanner::Module>());
     const FreshFolder folder;
     for (std::size_t index = 0; index < SampleCount(); ++index) {
         const Sample sample = MakeSample(index);

@@ -55,11 +55,12 @@ protected:
     scanner::Explanation Explain(uint32_t entry, const base::Bytes &bytes) const {
         base::MemorySource source(bytes);
         base::FileBytes file(source);
-        return scanner::Explain(module_, entry, source, scanner::MakeHostRecords(pe::Image(file), source).records);
+        return scanner::Explain(*module_, entry, source, scanner::MakeHostRecords(pe::Image(file), source).records);
     }
 
 private:
-    const scanner::Module module_{ModulePath("tavrik2.hbx")};
+    const std::shared_ptr<const scanner::Module> module_ =
+        std::make_shared<const scanner::Module>(ModulePath("tavrik2.hbx"));
 };
 
 TEST_F(NearMisses, SayWhichConditionFails) {

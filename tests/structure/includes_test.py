@@ -52,10 +52,13 @@ ALLOWED = {
     "tools/tavrik-names": ["base", "database/name_compiler"],
     "tools/tavrik-rulegen": ["base", "rules", "rules/text", "database/profile", "database/generator"],
     "tools/tavrik-rules": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "rules/analysis",
-                           "rules/yara", "evaluation", "draft", "database/profile", "database/generator"],
+                           "rules/yara", "evaluation", "draft", "scanner", "tools/scanning", "database/profile",
+                           "database/generator"],
     "tools/tavrik-samples": ["base", "samples"],
+    "tools/scanning": ["include/tavrik2", "base", "rules", "rules/text", "rules/record", "evaluation", "scanner",
+                       "scanner/map", "scanner/html"],
     "tools/tavrik-scan": ["include/tavrik2", "base", "rules/text", "evaluation", "scanner", "scanner/payloads",
-                          "scanner/map", "scanner/html"],
+                          "scanner/map", "tools/scanning"],
 }
 # These may include anything; nothing may include them.
 OUTSIDE = ["tests", "bench", "fuzz", "cmake", "examples"]
@@ -82,6 +85,7 @@ NAMESPACES = {
     "database/generator": "tavrik::generator",
     "samples": "tavrik::samples",
     "platform": "tavrik::platform",
+    "tools/scanning": "tavrik::scanning",
     "tools/tavrik-corpus": "tavrik::corpus_tool",
     "tools/tavrik-rules": "tavrik::rules_tool",
     "tools/tavrik-scan": "tavrik::scan_tool",

@@ -91,5 +91,8 @@ layer = bz2.compress(bytes(64 << 20)) * 16
 for _ in range(6):
     layer = make_zip([(f"{number}.zip", layer) for number in range(16)])
 write("layers.zip", layer)
+# Three thousand names of 16 KB.
+long_names = b"".join(tarfile.TarInfo(f"{number:016000}").tobuf(tarfile.GNU_FORMAT) for number in range(50))
+write("long.tgz", gzip.compress(long_names) * 60)
 # A million names.
 write("names.tgz", gzip.compress(make_tar([(str(number), b"") for number in range(1000)])[:512 * 1000]) * 1000)

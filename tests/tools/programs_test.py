@@ -4,11 +4,13 @@
 Usage: programs_test.py FOLDER_OF_PROGRAMS FOLDER_OF_DOCUMENTS
 """
 import hashlib
+import io
 import json
 import os
 import pathlib
 import subprocess
 import sys
+import tarfile
 import tempfile
 
 import jsonschema
@@ -67,6 +69,9 @@ def versions():
 def scan_output(samples):
     schema = json.loads((docs / "scan-report.schema.json").read_text(encoding="utf-8"))
     validator = jsonschema.Draft202012Validator(schema)
+    rules = pathlib.Path("two.rules")
+    rules.write_text('rule 1 "All" { header { SizeOfHeaders != 0 } }\nrule 2 "None" { header { Machine == 1 } }\n',
+                     encoding="utf-8")
     odd = os.fsencode(samples) + b"/odd\xff\n.exe"
     some = pathlib.Path(samples, "clean-minimal.exe")
     with open(odd, "wb") as file:
@@ -75,6 +80,11 @@ def scan_output(samples):
     objects += lines("tavrik-scan", "--json", "--max-size", "1K", str(some), "-", stdin=b"x" * 2000)
     objects += lines("tavrik-scan", "--json", "-", samples, stdin=b"MZ")
     objects += lines("tavrik-scan", "-r", "--json", "--near", "3", samples)
+    carved = lines("tavrik-scan", "-r", "--json", "--carve", "out", samples)
+    check(any("carved" in payload for value in carved for payload in value["payloads"]), "nothing was carved")
+    tried = lines("tavrik-rules", "try", "--json", "-v", "--summary", "-r", str(rules), samples, "missing")
+    check("explanations" in tried[0] and "summary" in tried[-1], f"{tried[0]}")
+    objects += carved + tried
     for entry in range(50):
         objects += lines("tavrik-scan", "--json", "explain", f"entry:{entry}", str(some))
     objects += lines("tavrik-scan", "--json", "explain", "rule:173", str(some))
@@ -86,15 +96,45 @@ def scan_output(samples):
     check(not validator.is_valid({**objects[0], "status": "odd"}), "the schema takes anything")
     check({code for value in objects for code in [value.get("error", value.get("reason", {})).get("code")]}
           >= {None, "not-found", "too-large", "is-folder"}, "not all kinds of errors")
+    check({value["schema"] for value in lines("tavrik-rules", "list", "--json")} == {1}, "tavrik-rules list --json")
     cut = next(value for value in objects if "file_b64" in value)
     check(cut["truncated"] and cut["missing"] == 1, f"{cut}")
     text = (docs / "json.md").read_text(encoding="utf-8")
     for definition in ("report", "detection", "finding", "payload", "carved", "near", "explanation", "explainedEntry",
-                       "ruleCondition"):
+                       "explainedRule", "ruleCondition", "summarisedRule"):
         for key in schema["$defs"][definition]["properties"]:
             check(f"`{key}" in text or f"{key}," in text or f"{key}}}" in text, f"docs/json.md does not tell of {key}")
     for code in schema["$defs"]["error"]["properties"]["code"]["enum"]:
         check(f"`{code}`" in text, f"docs/json.md does not tell of the error {code}")
+
+
+def contents_output(samples):
+    """Lists of contents against their schema, from files and from standard input."""
+    schema = json.loads((docs / "contents.schema.json").read_text(encoding="utf-8"))
+    jsonschema.Draft202012Validator.check_schema(schema)
+    validator = jsonschema.Draft202012Validator(schema)
+    stream = io.BytesIO()
+    with tarfile.open(fileobj=stream, mode="w") as archive:
+        for name, content in (("folder/a.txt", b"text"), ("b\x1b", b"")):
+            info = tarfile.TarInfo(name)
+            info.size = len(content)
+            archive.addfile(info, io.BytesIO(content))
+    installer = next(pathlib.Path(samples).glob("entry39-*"))
+    objects = lines("tavrik-scan", "--json", "contents", "-", str(installer), samples, "missing", stdin=stream.getvalue())
+    objects += lines("tavrik-scan", "--json", "contents", "-", stdin=stream.getvalue()[:700])
+    for value in objects:
+        for error in validator.iter_errors(value):
+            failures.append(f"{error.message}: {json.dumps(value)[:300]}")
+    check([member["path"] for member in objects[0]["containers"][0]["members"]] == ["folder/a.txt", "b\x1b"],
+          f"{objects[0]}")
+    check("error" in objects[4]["containers"][0] and "error" in objects[3] and not validator.is_valid({"schema": 1}),
+          f"{objects[3:]}")
+    check(run("tavrik-scan", "-q", "unpack", "-", "-o", "unpacked", stdin=stream.getvalue()).returncode == 0
+          and pathlib.Path("unpacked/folder/a.txt").read_bytes() == b"text", "unpack -")
+    text = (docs / "json.md").read_text(encoding="utf-8")
+    for definition in ("container", "member"):
+        for key in schema["$defs"][definition]["properties"]:
+            check(f"`{key}`" in text, f"docs/json.md does not tell of {key}")
 
 
 def sarif(folder):
@@ -124,6 +164,7 @@ def main():
         unwritable_output(samples)
         versions()
         scan_output(samples)
+        contents_output(samples)
         sarif(folder)
     for failure in failures:
         print(failure)

@@ -30,8 +30,8 @@ TEST_P(ScanOutput, IsAsInItsTranscript) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, ScanOutput,
-                         testing::Values("scan/commands", "scan/explain", "scan/files", "scan/input", "scan/scan",
-                                         "scan/views", "scan/wrong"));
+                         testing::Values("scan/commands", "scan/explain", "scan/files", "scan/input", "scan/rules",
+                                         "scan/scan", "scan/views", "scan/wrong"));
 
 } // namespace
 } // namespace tavrik::tests

@@ -142,6 +142,7 @@ TEST_F(Inside, EndsInTimeOnFilesThatGrowWithoutEnd) {
         {"zeros.bz2", "zeros.bz2: more than 250 bytes inside for each of the file's own; the rest is not scanned"},
         {"layers.zip", "layers.zip: more than 10000 files inside; the rest is not scanned"},
         {"names.tgz", "names.tgz: more than 10000 files inside; the rest is not scanned"},
+        {"long.tgz", "long.tgz: more than 32 MiB of results inside; the rest is not scanned"},
         {"--inside-size 100M zeros.gz", "more than 104857600 bytes inside; the rest is not scanned"},
         {"--timeout 0.2 zeros.gz layers.zip", "took longer than 0.2 seconds"}};
     for (const auto &[arguments, words] : rows) {

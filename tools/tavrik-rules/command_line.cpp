@@ -146,14 +146,19 @@ private:
         try_ = Add("try", "evaluate rule files on PE files, without building a module");
         try_->add_option("RULES... PATH", try_options_.arguments,
                          "files that end in .rules are rules; the others are tried, folders with -r")
-            ->required()
             ->type_name("");
-        try_->add_option("--rules", try_options_.rule_files, "a rule file of any name; may be repeated")
+        scanning::ScanOptions &run = try_options_.run;
+        run.program = "tavrik-rules";
+        run.settings.inside = false;
+        try_->add_option("--rules", run.rule_files, "a rule file of any name; may be repeated")
             ->type_name("FILE")
             ->allow_extra_args(false);
-        try_->add_flag("-r,--recursive", try_options_.recursive, "go into folders");
-        try_->add_flag("-v,--explain", try_options_.explain, "for each rule, print its conditions, met or not");
-        try_->add_flag("--json", try_options_.json, "print one JSON object for each file");
+        try_->add_flag("-v,--explain", run.explain, "for each rule, print its conditions, met or not");
+        for (const auto add : {scanning::AddSummaryOptions, scanning::AddInputOptions, scanning::AddWorkOptions,
+                               scanning::AddInsideOptions, scanning::AddOutputOptions})
+            add(*try_, run);
+        try_->footer("Prints what tavrik-scan prints with --rules and --only; no module is loaded, so that no\n"
+                     "locator and no clean action is asked.\n");
     }
 
     void AddDrafts() {

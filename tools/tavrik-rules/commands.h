@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scanning/scan_options.h"
 #include "tools/tavrik-rules/rule_source.h"
 
 namespace tavrik::rules_tool {
@@ -44,16 +45,13 @@ ExitCode List(const RuleSource &source, bool json);
 ExitCode Show(const RuleSource &source, const std::string &wanted);
 
 struct TryOptions {
-    std::vector<std::string> rule_files; // named as such
-    std::vector<std::string> arguments;  // rule files by their suffix, and files and folders to try the rules on
-    bool recursive = false;              // go into folders
-    bool explain = false;                // print every condition of every rule, met or not
-    bool json = false;                   // print one JSON object for each file
+    scanning::ScanOptions run;
+    std::vector<std::string> arguments; // rule files by their suffix, and files and folders to try the rules on
 };
 
-/** try: evaluates rules on files without building a module. Files that cannot be read are reported, and the others
- * tried; the end is then kFailed. */
-ExitCode Try(const TryOptions &options);
+/** try: scans with rule files alone, without a module. Files that cannot be read are reported, and the others tried;
+ * the end is then kFailed. Returns an ExitCode, or 128 plus a signal's number. */
+int Try(TryOptions options);
 
 /** values: everything that a rule could ask of the files, of several what they share, as one rule. */
 ExitCode Values(const std::vector<std::string> &files);

@@ -5,17 +5,24 @@
 #include <nlohmann/json.hpp>
 
 #include "base/console.h"
-#include "rules/model.h"
+#include "scanner/report_json.h"
 
 namespace tavrik::rules_tool {
 
-/** Prints an object as one line; bytes that are not UTF-8 become U+FFFD. */
+/** The number of the objects' form; it grows when a program that reads them could misunderstand them. */
+inline constexpr int kJsonSchema = 1;
+
+/** Prints an object as one line, beginning with the number of its form; bytes that are not UTF-8 become U+FFFD. */
 inline void PrintJsonLine(const nlohmann::ordered_json &object) {
-    base::Print(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    nlohmann::ordered_json line = {{"schema", kJsonSchema}};
+    line.update(object);
+    base::Print(scanner::LineOf(line) + "\n");
 }
 
 /** A rule's metadata: authors, references and samples as lists, date and description as texts. */
-nlohmann::ordered_json MetadataJson(const rules::Rule &rule);
+inline nlohmann::ordered_json MetadataJson(const rules::Rule &rule) {
+    return scanner::MetadataObject(rule.metadata);
+}
 
 } // namespace tavrik::rules_tool
 

@@ -1,11 +1,5 @@
 #include "tools/tavrik-rules/rule_source.h"
 
-#include <filesystem>
-#include <stdexcept>
-
-#include <fmt/format.h>
-
-#include "base/error.h"
 #include "base/module_path.h"
 #include "base/text.h"
 #include "rules/record/reader.h"
@@ -13,30 +7,8 @@
 
 namespace tavrik::rules_tool {
 
-namespace {
-
-base::Error Failure(const std::filesystem::path &module, const std::string &reason) {
-    return {module, fmt::format("{}; build it with ./run build, or name it with --module", reason)};
-}
-
-} // namespace
-
 StoredModule::StoredModule(const std::string &module)
-    : path_(std::filesystem::absolute(module.empty() ? base::DefaultModulePath() : base::PathOf(module))) {
-    try {
-        library_.emplace(path_);
-    } catch (const std::runtime_error &error) {
-        throw Failure(path_, fmt::format("cannot be loaded: {}", error.what()));
-    }
-    const auto get = reinterpret_cast<decltype(&HeurGetDetectionInfo)>(library_->Symbol("HeurGetDetectionInfo"));
-    if (get == nullptr)
-        throw Failure(path_, "is not a rule module, it has no HeurGetDetectionInfo");
-    HeuristicRule *const *table = nullptr;
-    uint32_t count = 0;
-    if (get(&table, &count) != 1)
-        throw Failure(path_, "does not hand out its rules");
-    table_ = {table, count};
-}
+    : scanner::StoredModule(module.empty() ? base::DefaultModulePath() : base::PathOf(module)) {}
 
 std::optional<rules::RuleSet> LoadSource(const RuleSource &source) {
     if (!source.files.empty())

@@ -2,33 +2,23 @@
 #ifndef TAVRIK_TOOLS_TAVRIK_RULES_RULE_SOURCE_H
 #define TAVRIK_TOOLS_TAVRIK_RULES_RULE_SOURCE_H
 
-#include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "base/system.h"
 #include "rules/model.h"
-#include "tavrik2/heuristic_rule.h"
+#include "scanner/module_check.h"
 
 namespace tavrik::rules_tool {
 
-/** A module whose records are read in stored form: it is loaded but not initialised. */
-class StoredModule {
+/** A module that is named as on the command line. */
+class StoredModule : public scanner::StoredModule {
 public:
     /** Loads the module of that path, or with "" the one beside the program. Throws base::Error. */
     explicit StoredModule(const std::string &module);
 
-    std::span<HeuristicRule *const> table() const { return table_; }
-
-    /** The module's file, absolute. */
-    const std::filesystem::path &path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-    std::optional<base::DynamicLibrary> library_;
-    std::span<HeuristicRule *const> table_; // in the library
+    std::span<HeuristicRule *const> table() const { return rules(); }
 };
 
 /** Text files or, without any, a module. */

@@ -6,14 +6,12 @@
 
 #include "base/error.h"
 #include "base/text.h"
-#include "evaluation/evaluator.h"
-#include "evaluation/features.h"
 #include "scanner/clean_action.h"
-#include "scanner/host_records.h"
-#include "scanner/module.h"
-#include "tools/tavrik-scan/arguments.h"
+#include "scanner/inspection.h"
+#include "tools/scanning/arguments.h"
+#include "tools/scanning/confine.h"
+#include "tools/scanning/scanner_setup.h"
 #include "tools/tavrik-scan/commands.h"
-#include "tools/tavrik-scan/confine.h"
 #include "tools/tavrik-scan/subjects.h"
 
 namespace tavrik::scan_tool {
@@ -23,37 +21,35 @@ namespace fs = std::filesystem;
 namespace {
 
 // Whether one of the rules matches the file. Throws base::Error when that cannot be said.
-bool AnyMatches(const std::vector<const HeuristicRule *> &rules, const fs::path &file) {
+bool AnyMatches(const scanner::Scanner &scanner, const std::vector<const HeuristicRule *> &rules,
+                const fs::path &file) {
     base::FileSource source(file);
-    evaluation::Features features(source);
-    const scanner::PeResult pe = scanner::MakeHostRecords(features.image(), source);
-    if (pe.status == scanner::PeStatus::NotPe)
-        throw base::Error(file, pe.text + "; rules are about PE files only", base::ErrorCode::NotPe);
+    scanner::Inspection inspection(scanner, source);
+    inspection.RequirePe(file, "rules are about PE files only");
     bool matches = false;
     for (const HeuristicRule *rule : rules)
-        matches = matches || evaluation::Matches(*rule, features);
-    if (!source.error().empty())
-        throw base::Error(file, source.error(), source.error_code());
+        matches = matches || inspection.Matches(*rule);
+    inspection.RequireRead(file);
     return matches;
 }
 
 ExitCode RunCleanAction(const ScanOptions &options, std::string what, std::string name, uint32_t code) {
-    const scanner::Module module(options.module);
-    PutInOrder(module, what, name);
-    const std::vector<const HeuristicRule *> rules = RulesOf(module, what);
+    const std::unique_ptr<const scanner::Scanner> scanner = scanning::MakeScanner(options, options.settings);
+    PutInOrder(*scanner, what, name);
+    const std::vector<const HeuristicRule *> rules = RulesOf(*scanner, what);
     const fs::path file = base::PathOf(name);
-    Confine(options, {file}, {file}); // which is opened for writing
+    scanning::Confine(options, {file}, {file}); // which is opened for writing
     const uint32_t rule_id = rules.front()->rule_id;
     const auto print = [&](const std::string &answer) {
         base::Print(fmt::format("{}: rule {} \"{}\" {}\n", base::PrintablePath(file), rule_id,
                                 base::Printable(scanner::DetectionName(*rules.front())), answer));
     };
-    if (!AnyMatches(rules, file)) {
+    if (!AnyMatches(*scanner, rules, file)) {
         print(fmt::format("does not match, so that nothing is to be cleaned; tavrik-scan explain rule:{} shows why",
                           rule_id));
         return kNothingFound;
     }
-    const scanner::CleanDecision decision = module.AskCleanAction(file, code, rule_id);
+    const scanner::CleanDecision decision = scanner->module()->AskCleanAction(file, code, rule_id);
     if (decision.action == CLEAN_ACTION_CANNOT_OPEN) {
         ReportError(file, "cannot be opened for reading and writing; check its permissions");
         return kErrorHappened;
@@ -87,7 +83,8 @@ Command AddCleanAction(CLI::App &app, const ScanOptions &options) {
         ->capture_default_str()
         ->type_name("NUMBER");
     const auto run = [arguments, &options] {
-        return RunCleanAction(options, WithoutMark(arguments->rule), WithoutMark(arguments->file), arguments->code);
+        return RunCleanAction(options, scanning::WithoutMark(arguments->rule), scanning::WithoutMark(arguments->file),
+                              arguments->code);
     };
     return {parser, run, {"--module", "--exit-zero"}};
 }

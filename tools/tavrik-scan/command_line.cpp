@@ -15,7 +15,7 @@
 #include "scanner/identity.h"
 #include "scanner/module.h"
 #include "scanner/payloads/libraries.h"
-#include "tools/tavrik-scan/arguments.h"
+#include "tools/scanning/arguments.h"
 #include "tools/tavrik-scan/commands.h"
 #include "tools/tavrik-scan/help.h"
 
@@ -55,7 +55,9 @@ public:
         app_.fallthrough();
         app_.add_option("PATH", paths_, "files to scan, - being standard input; with -r also folders")->type_name("");
         app_.add_flag("--version", print_version_, "print the versions and digests, and exit");
-        for (const auto add : {AddInputOptions, AddWorkOptions, AddPayloadOptions, AddNearOptions, AddOutputOptions})
+        using namespace scanning;
+        for (const auto add : {AddInputOptions, AddRuleOptions, AddSummaryOptions, AddWorkOptions, AddModuleOptions,
+                               AddPayloadOptions, AddInsideOptions, AddNearOptions, AddOutputOptions})
             add(app_, options_);
         for (const auto add : {AddExplain, AddMap, AddContents, AddUnpack, AddLocators, AddCleanAction, AddHelp}) {
             commands_.push_back(add(app_, options_));
@@ -65,8 +67,8 @@ public:
 
     int Run(std::vector<std::string> arguments) {
         options_.command_line = arguments;
-        JoinNear(arguments);
-        std::transform(arguments.begin(), arguments.end(), arguments.begin(), MarkWhole);
+        scanning::JoinNear(arguments);
+        std::transform(arguments.begin(), arguments.end(), arguments.begin(), scanning::MarkWhole);
         if (const std::optional<int> code = base::ParseCommandLine(app_, std::move(arguments), kErrorHappened))
             return *code;
         if (print_version_)
@@ -75,9 +77,9 @@ public:
             if (command.parser->parsed())
                 return RunCommand(command);
         for (const std::string &path : paths_)
-            options_.paths.push_back(PathOfArgument(path));
-        const std::string conflict = ScanConflict(options_);
-        return conflict.empty() ? RunScan(options_) : Refuse(conflict);
+            options_.paths.push_back(scanning::PathOfArgument(path));
+        const std::string conflict = scanning::ScanConflict(options_);
+        return conflict.empty() ? scanning::RunScan(options_) : Refuse(conflict);
     }
 
 private:
@@ -92,6 +94,8 @@ private:
             if (option->count() > 0 && !is_taken)
                 return Refuse(fmt::format("{} does not take the option {}", name, option->get_name()));
         }
+        if (options_.only_rule_files && options_.rule_files.empty())
+            return Refuse("--only needs --rules");
         return command.run();
     }
 
@@ -101,7 +105,7 @@ private:
         text += fmt::format("sandbox: {}\n", base::SandboxSupport());
         ExitCode code = kNothingFound;
         try {
-            text += scanner::IdentityText(scanner::IdentityOf(scanner::Module(options_.module)));
+            text += scanner::IdentityText(scanner::IdentityOf(scanner::Module(*options_.module)));
         } catch (const base::Error &error) {
             text += fmt::format("module: {}\n", error.what());
             code = kErrorHappened;

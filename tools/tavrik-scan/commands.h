@@ -7,17 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "tools/tavrik-scan/scan_options.h"
+#include "tools/scanning/scan_run.h"
 
 namespace tavrik::scan_tool {
 
-/** The program's exit codes; if several apply, the greatest. */
-enum ExitCode {
-    kNothingFound = 0,
-    kFound = 1,
-    kErrorHappened = 2,
-    kSignalled = 128 // plus the number of the signal that asked the program to end
-};
+using scanning::ExitCode;
+using scanning::kErrorHappened;
+using scanning::kFound;
+using scanning::kNothingFound;
+using scanning::kSignalled;
+using scanning::ScanOptions;
 
 /** A command of the program, as the command line knows it. */
 struct Command {
@@ -34,9 +33,6 @@ Command AddCleanAction(CLI::App &app, const ScanOptions &options);
 Command AddContents(CLI::App &app, const ScanOptions &options);
 Command AddUnpack(CLI::App &app, const ScanOptions &options);
 Command AddHelp(CLI::App &app, const ScanOptions &options);
-
-/** Scans files and folders as the options say. Returns an ExitCode, or kSignalled plus a signal's number. */
-int RunScan(const ScanOptions &options);
 
 /** The error of a file without contents that could be opened. */
 inline constexpr char kNothingInside[] =

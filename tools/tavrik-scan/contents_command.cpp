@@ -13,11 +13,12 @@
 #include "base/system.h"
 #include "base/text.h"
 #include "scanner/contents.h"
-#include "scanner/module.h"
+#include "scanner/report_json.h"
 #include "scanner/watched_source.h"
-#include "tools/tavrik-scan/arguments.h"
+#include "tools/scanning/arguments.h"
+#include "tools/scanning/confine.h"
+#include "tools/scanning/scanner_setup.h"
 #include "tools/tavrik-scan/commands.h"
-#include "tools/tavrik-scan/confine.h"
 
 namespace tavrik::scan_tool {
 
@@ -115,13 +116,14 @@ Json ObjectOf(const Listing &listing) {
 }
 
 // Lists what is inside one file. Returns whether all could be listed.
-bool ListFile(const scanner::Module &module, const fs::path &file, const ScanOptions &options) {
+bool ListFile(const scanner::Scanner &scanner, const fs::path &file, const ScanOptions &options) {
     std::vector<Listing> listings;
     std::string error;
     try {
-        base::FileSource opened(file);
-        scanner::WatchedSource source(opened, scanner::Deadline(options.settings.timeout));
-        for (scanner::ContentsPlace &place : scanner::ContentsOf(module, source))
+        const scanner::Deadline deadline(options.settings.timeout);
+        const std::shared_ptr<base::ByteSource> opened = scanner::OpenInput(scanning::InputOf(file), deadline);
+        scanner::WatchedSource source(*opened, deadline);
+        for (scanner::ContentsPlace &place : scanner::ContentsOf(scanner, source))
             listings.push_back(List(source, std::move(place)));
         error = source.error();
         if (error.empty() && listings.empty())
@@ -130,12 +132,14 @@ bool ListFile(const scanner::Module &module, const fs::path &file, const ScanOpt
         error = failure.reason();
     }
     if (options.format == scanner::ReportFormat::JsonLines) {
-        Json line = {{"file", base::PathText(file)}, {"containers", Json::array()}};
+        Json line = {{"schema", scanner::kJsonSchema}};
+        scanner::AddPath(line, "file", file);
+        line["containers"] = Json::array();
         for (const Listing &listing : listings)
             line["containers"].push_back(ObjectOf(listing));
         if (!error.empty())
             line["error"] = error;
-        base::Print(line.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n');
+        base::Print(scanner::LineOf(line) + '\n');
     } else {
         for (const Listing &listing : listings)
             base::Print(Table(file, listing));
@@ -156,16 +160,20 @@ bool ListFile(const scanner::Module &module, const fs::path &file, const ScanOpt
 Command AddContents(CLI::App &app, const ScanOptions &options) {
     CLI::App *parser = app.add_subcommand("contents", "list what is inside the payloads of files, or inside archives");
     const auto files = std::make_shared<std::vector<std::string>>();
-    parser->add_option("FILE", *files, "files with payloads, carved payloads, or archives")->required()->type_name("");
+    parser->add_option("FILE", *files, "files with payloads, carved payloads, or archives; - is standard input")
+        ->required()
+        ->type_name("");
     const auto run = [files, &options] {
         base::NoteInterruptions();
-        const scanner::Module module(options.module);
-        Paths paths(files->size());
-        std::ranges::transform(*files, paths.begin(), PathOfArgument);
-        Confine(options, paths);
+        if (std::ranges::count(*files, scanning::MarkWhole(scanning::kStandardInput)) > 1)
+            throw base::Error("standard input (-) can be read only once");
+        const std::unique_ptr<const scanner::Scanner> scanner = scanning::MakeScannerWithoutRules(options);
+        scanning::Paths paths(files->size());
+        std::ranges::transform(*files, paths.begin(), scanning::PathOfArgument);
+        scanning::Confine(options, paths);
         int code = kNothingFound;
         for (const std::string &file : *files) {
-            if (!ListFile(module, PathOfArgument(file), options))
+            if (!ListFile(*scanner, scanning::PathOfArgument(file), options))
                 code = kErrorHappened;
             if (base::Interruption() != 0)
                 return kSignalled + base::Interruption();

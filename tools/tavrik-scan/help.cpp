@@ -50,6 +50,7 @@ Examples:
   tavrik-scan explain rule:173 file.exe           why does rule 173 (not) match this file?
   tavrik-scan map setup.exe                       what is where in this file, as a picture
   tavrik-scan -r --near --report out.html .       a report for people, one HTML file
+  tavrik-scan -r --rules my.rules --only .        scan with rules of a text alone
   tavrik-scan -r --carve payloads Downloads       write the payloads to the folder payloads
   tavrik-scan -r --json . | jq -r 'select(.detections != []) | .file'
                                                   the names of the detected files

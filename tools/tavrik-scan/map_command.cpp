@@ -9,9 +9,10 @@
 #include "scanner/map/marks.h"
 #include "scanner/map/svg_map.h"
 #include "scanner/map/terminal_map.h"
-#include "tools/tavrik-scan/arguments.h"
+#include "tools/scanning/arguments.h"
+#include "tools/scanning/confine.h"
+#include "tools/scanning/scanner_setup.h"
 #include "tools/tavrik-scan/commands.h"
-#include "tools/tavrik-scan/confine.h"
 
 namespace tavrik::scan_tool {
 
@@ -33,12 +34,12 @@ std::string Heading(const fs::path &file, const evaluation::Features &features) 
 }
 
 ExitCode RunMap(const ScanOptions &options, const fs::path &file, const fs::path &picture) {
-    const scanner::Module module(options.module);
-    Confine(options, {file}, picture.empty() ? Paths() : ToWriteFile(picture));
     scanner::ScanSettings settings = options.settings;
     settings.record_reads = true;
     settings.inside = false;
-    const scanner::FileReport report = scanner::Scanner(module, settings).Scan(file);
+    const std::unique_ptr<const scanner::Scanner> scanner = scanning::MakeScanner(options, settings);
+    scanning::Confine(options, {file}, picture.empty() ? scanning::Paths() : scanning::ToWriteFile(picture));
+    const scanner::FileReport report = scanner->Scan(file);
     if (!report.size) {
         ReportError(file, report.error);
         return kErrorHappened;
@@ -46,7 +47,7 @@ ExitCode RunMap(const ScanOptions &options, const fs::path &file, const fs::path
     base::FileSource source(file);
     evaluation::Features features(source);
     scanner::map::FileMap map = scanner::map::MakeMap(source, features.image());
-    map.marks = scanner::map::MarksOf(report, module, features);
+    map.marks = scanner::map::MarksOf(report, *scanner, features);
     map.read = report.read;
     if (picture.empty()) {
         const std::size_t columns = base::IsTerminal(stdout) ? base::TerminalWidth() : kUsualColumns;
@@ -73,12 +74,13 @@ Command AddMap(CLI::App &app, const ScanOptions &options) {
         app.add_subcommand("map", "draw a file's parts, entropy, payloads and strings along its offsets");
     const auto arguments = std::make_shared<Arguments>();
     parser->add_option("FILE", arguments->file, "the file; PE files show most")->required()->type_name("");
-    AddValue(*parser, "-o,--output", "SVG", "write the picture to the file SVG instead of drawing it in the terminal",
-             "Options", [arguments](const std::string &text) { arguments->picture = text; });
+    scanning::AddValue(*parser, "-o,--output", "SVG",
+                       "write the picture to the file SVG instead of drawing it in the terminal", "Options",
+                       [arguments](const std::string &text) { arguments->picture = text; });
     const auto run = [arguments, &options] {
-        return RunMap(options, PathOfArgument(arguments->file), base::PathOf(arguments->picture));
+        return RunMap(options, scanning::PathOfArgument(arguments->file), base::PathOf(arguments->picture));
     };
-    return {parser, run, {"--module", "--color", "--near", "--timeout"}};
+    return {parser, run, {"--module", "--color", "--near", "--timeout", "--rules", "--only"}};
 }
 
 } // namespace tavrik::scan_tool

@@ -34,9 +34,9 @@ std::optional<uint32_t> NumberOf(std::string_view text) {
 }
 
 template <typename Predicate>
-std::vector<const HeuristicRule *> RulesThat(const scanner::Module &module, Predicate predicate) {
+std::vector<const HeuristicRule *> RulesThat(const scanner::Scanner &scanner, Predicate predicate) {
     std::vector<const HeuristicRule *> rules;
-    for (const HeuristicRule *rule : module.rules())
+    for (const HeuristicRule *rule : scanner.rules())
         if (predicate(*rule))
             rules.push_back(rule);
     return rules;
@@ -60,14 +60,14 @@ struct Named {
     std::optional<uint32_t> number;
 };
 
-Subjects Find(const scanner::Module &module, const Named &named) {
+Subjects Find(const scanner::Scanner &scanner, const Named &named) {
     Subjects subjects;
-    if (named.number && *named.number < module.locators().size() && named.kind != Named::Kind::Rule)
+    if (named.number && *named.number < scanner.module()->locators().size() && named.kind != Named::Kind::Rule)
         subjects.entry = named.number;
     if (named.number && named.kind != Named::Kind::Entry)
-        subjects.rules = RulesThat(module, [&](const HeuristicRule &rule) { return rule.rule_id == *named.number; });
+        subjects.rules = RulesThat(scanner, [&](const HeuristicRule &rule) { return rule.rule_id == *named.number; });
     if (!named.number && named.kind != Named::Kind::Entry)
-        subjects.rules = RulesThat(module, [name = Lower(named.rest)](const HeuristicRule &rule) {
+        subjects.rules = RulesThat(scanner, [name = Lower(named.rest)](const HeuristicRule &rule) {
             return Lower(scanner::DetectionName(rule)) == name;
         });
     return subjects;
@@ -78,14 +78,14 @@ bool IsEmpty(const Subjects &subjects) {
 }
 
 // "; did you mean 'X'?" for the most similar name of a rule; "" without one.
-std::string Suggestion(const scanner::Module &module, std::string_view wrong) {
+std::string Suggestion(const scanner::Scanner &scanner, std::string_view wrong) {
     std::vector<std::string> names;
-    for (const HeuristicRule *rule : module.rules())
+    for (const HeuristicRule *rule : scanner.rules())
         names.push_back(Lower(scanner::DetectionName(*rule)));
     const std::string sentence = rules::text::Suggest(Lower(wrong), {names.begin(), names.end()});
     for (std::size_t place = 0; !sentence.empty() && place < names.size(); ++place)
         if (sentence.find('\'' + names[place] + '\'') != std::string::npos)
-            return fmt::format("; did you mean {}?", base::Printable(scanner::DetectionName(*module.rules()[place])));
+            return fmt::format("; did you mean {}?", base::Printable(scanner::DetectionName(*scanner.rules()[place])));
     return "";
 }
 
@@ -96,9 +96,9 @@ bool IsFile(const std::string &name) {
 
 } // namespace
 
-Subjects SubjectsOf(const scanner::Module &module, const std::string &text) {
+Subjects SubjectsOf(const scanner::Scanner &scanner, const std::string &text) {
     const Named named(text);
-    Subjects subjects = Find(module, named);
+    Subjects subjects = Find(scanner, named);
     if (!IsEmpty(subjects))
         return subjects;
     constexpr char kLists[] = "tavrik-scan locators lists the entries, tavrik-rules list the rules";
@@ -108,25 +108,25 @@ Subjects SubjectsOf(const scanner::Module &module, const std::string &text) {
     if (named.number)
         throw base::Error(fmt::format("there is no {} \"{}\"; {}",
                                       named.kind == Named::Kind::Rule ? "rule" : "entry and no rule", shown, kLists));
-    const std::string suggestion = Suggestion(module, named.rest);
+    const std::string suggestion = Suggestion(scanner, named.rest);
     throw base::Error(fmt::format("there is no rule with the name \"{}\"{}", shown,
                                   suggestion.empty() ? fmt::format("; {}", kLists) : suggestion));
 }
 
-std::vector<const HeuristicRule *> RulesOf(const scanner::Module &module, const std::string &text) {
+std::vector<const HeuristicRule *> RulesOf(const scanner::Scanner &scanner, const std::string &text) {
     const Named named(text);
     if (named.kind == Named::Kind::Entry)
         throw base::Error(fmt::format("\"{}\" is no rule; name one as 173 or rule:173", base::Printable(text)));
-    std::vector<const HeuristicRule *> rules = Find(module, named).rules;
+    std::vector<const HeuristicRule *> rules = Find(scanner, named).rules;
     if (rules.empty() && named.number)
         throw base::Error(fmt::format("there is no rule {}; tavrik-rules list lists them", *named.number));
     if (rules.empty())
-        SubjectsOf(module, text); // says so
+        SubjectsOf(scanner, text); // says so
     return rules;
 }
 
-void PutInOrder(const scanner::Module &module, std::string &what, std::string &file) {
-    if (!IsFile(what) || IsFile(file) || !IsEmpty(Find(module, Named(what))) || IsEmpty(Find(module, Named(file))))
+void PutInOrder(const scanner::Scanner &scanner, std::string &what, std::string &file) {
+    if (!IsFile(what) || IsFile(file) || !IsEmpty(Find(scanner, Named(what))) || IsEmpty(Find(scanner, Named(file))))
         return;
     std::swap(what, file);
     base::PrintError(fmt::format("tavrik-scan: the file comes last; taken as \"{} {}\"\n", base::Printable(what),

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "scanner/module.h"
+#include "scanner/scan.h"
 
 namespace tavrik::scan_tool {
 
@@ -19,14 +19,14 @@ struct Subjects {
 
 /** The entry "entry:N", the rules "rule:ID" or "NAME", or both for a number "N"; capitals and small letters are the
  * same. Throws base::Error when there are none; its text has the most similar name. */
-Subjects SubjectsOf(const scanner::Module &module, const std::string &text);
+Subjects SubjectsOf(const scanner::Scanner &scanner, const std::string &text);
 
 /** The rules "rule:ID" or "ID". Throws base::Error. */
-std::vector<const HeuristicRule *> RulesOf(const scanner::Module &module, const std::string &text);
+std::vector<const HeuristicRule *> RulesOf(const scanner::Scanner &scanner, const std::string &text);
 
 /** For a command with the arguments WHAT and FILE: exchanges them when they are plainly in the wrong order, which is
  * noted on standard error: `what` is the name of a file, `file` is none and names an entry or a rule. */
-void PutInOrder(const scanner::Module &module, std::string &what, std::string &file);
+void PutInOrder(const scanner::Scanner &scanner, std::string &what, std::string &file);
 
 } // namespace tavrik::scan_tool
 

@@ -9,12 +9,12 @@
 #include "base/system.h"
 #include "base/text.h"
 #include "scanner/contents.h"
-#include "scanner/module.h"
 #include "scanner/unpack.h"
 #include "scanner/watched_source.h"
-#include "tools/tavrik-scan/arguments.h"
+#include "tools/scanning/arguments.h"
+#include "tools/scanning/confine.h"
+#include "tools/scanning/scanner_setup.h"
 #include "tools/tavrik-scan/commands.h"
-#include "tools/tavrik-scan/confine.h"
 
 namespace tavrik::scan_tool {
 
@@ -32,21 +32,22 @@ struct Arguments {
 
 int RunUnpack(const Arguments &arguments, const ScanOptions &options) {
     base::NoteInterruptions();
-    const scanner::Module module(options.module);
-    const fs::path file = PathOfArgument(arguments.file);
-    Confine(options, {file}, ToMakeFolder(PathOfArgument(arguments.folder)));
+    const std::unique_ptr<const scanner::Scanner> scanner = scanning::MakeScannerWithoutRules(options);
+    const fs::path file = scanning::PathOfArgument(arguments.file);
+    scanning::Confine(options, {file}, scanning::ToMakeFolder(scanning::PathOfArgument(arguments.folder)));
     int code = kNothingFound;
     const auto fail = [&](const std::string &reason) {
         ReportError(file, reason);
         code = kErrorHappened;
     };
     try {
-        base::FileSource opened(file);
-        scanner::WatchedSource source(opened, scanner::Deadline(options.settings.timeout));
-        const std::vector<scanner::ContentsPlace> places = scanner::ContentsOf(module, source);
+        const scanner::Deadline deadline(options.settings.timeout);
+        const std::shared_ptr<base::ByteSource> opened = scanner::OpenInput(scanning::InputOf(file), deadline);
+        scanner::WatchedSource source(*opened, deadline);
+        const std::vector<scanner::ContentsPlace> places = scanner::ContentsOf(*scanner, source);
         if (places.empty())
             throw base::Error(source.error().empty() ? kNothingInside : source.error());
-        base::OutputFolder folder(PathOfArgument(arguments.folder));
+        base::OutputFolder folder(scanning::PathOfArgument(arguments.folder));
         scanner::UnpackBudget budget(arguments.limits, source.size());
         scanner::Unpacker unpacker(folder, budget);
         const auto visit = [&](const scanner::Unpacker::Outcome &outcome) {
@@ -79,18 +80,23 @@ Command AddUnpack(CLI::App &app, const ScanOptions &options) {
     CLI::App *parser =
         app.add_subcommand("unpack", "write what is inside the payloads of a file, or inside an archive, to a folder");
     const auto arguments = std::make_shared<Arguments>();
-    parser->add_option("FILE", arguments->file, "a file with a payload, a carved payload, or an archive")
+    parser
+        ->add_option("FILE", arguments->file,
+                     "a file with a payload, a carved payload, or an archive; - is standard input")
         ->required()
         ->type_name("");
     parser->add_option("-o,--output", arguments->folder, "the folder to write to; made when there is none")
         ->required()
         ->type_name("DIR");
-    AddValue(*parser, "--limit", "SIZE", "write no more bytes than this (default 4G)", kGroup,
-             [arguments](const std::string &text) { arguments->limits.bytes = RequireSize("--limit", text); });
-    AddValue(*parser, "--files", "N", "write no more files than this (default 10000)", kGroup,
-             [arguments](const std::string &text) { arguments->limits.files = RequireCount("--files", text); });
-    AddValue(*parser, "--ratio", "N", "no more than N bytes for each byte of FILE, after 128M (default 250)", kGroup,
-             [arguments](const std::string &text) { arguments->limits.ratio = RequireCount("--ratio", text); });
+    scanning::AddValue(
+        *parser, "--limit", "SIZE", "write no more bytes than this (default 4G)", kGroup,
+        [arguments](const std::string &text) { arguments->limits.bytes = scanning::RequireSize("--limit", text); });
+    scanning::AddValue(
+        *parser, "--files", "N", "write no more files than this (default 10000)", kGroup,
+        [arguments](const std::string &text) { arguments->limits.files = scanning::RequireCount("--files", text); });
+    scanning::AddValue(
+        *parser, "--ratio", "N", "no more than N bytes for each byte of FILE, after 128M (default 250)", kGroup,
+        [arguments](const std::string &text) { arguments->limits.ratio = scanning::RequireCount("--ratio", text); });
     const auto run = [arguments, &options] { return RunUnpack(*arguments, options); };
     return {parser, run, {"--module", "--timeout"}};
 }

@@ -1,6 +1,6 @@
 /* Arguments of the command line as values. */
-#ifndef TAVRIK_TOOLS_TAVRIK_SCAN_ARGUMENTS_H
-#define TAVRIK_TOOLS_TAVRIK_SCAN_ARGUMENTS_H
+#ifndef TAVRIK_TOOLS_SCANNING_ARGUMENTS_H
+#define TAVRIK_TOOLS_SCANNING_ARGUMENTS_H
 
 #include <cstdint>
 #include <filesystem>
@@ -10,7 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 /** Keeps the parser from taking a file name "[a,b]" for two: a NUL at its end, which no argument can contain. */
 std::string MarkWhole(std::string argument);
@@ -35,6 +35,6 @@ uint64_t RequireCount(const std::string &option, const std::string &text);
 CLI::Option *AddValue(CLI::App &app, const char *name, const char *type, const char *about, const char *group,
                       std::function<void(const std::string &text)> take);
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning
 
 #endif

@@ -1,14 +1,14 @@
 /* How many files a run will have to do with, counted while it goes on. */
-#ifndef TAVRIK_TOOLS_TAVRIK_SCAN_FILE_COUNTER_H
-#define TAVRIK_TOOLS_TAVRIK_SCAN_FILE_COUNTER_H
+#ifndef TAVRIK_TOOLS_SCANNING_FILE_COUNTER_H
+#define TAVRIK_TOOLS_SCANNING_FILE_COUNTER_H
 
 #include <atomic>
 #include <thread>
 
 #include "scanner/totals.h"
-#include "tools/tavrik-scan/scan_options.h"
+#include "tools/scanning/scan_options.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 /** The count so far; any thread may read it. */
 class ExpectedFiles {
@@ -34,6 +34,6 @@ private:
     std::jthread thread_; // ends soon when the object does
 };
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning
 
 #endif

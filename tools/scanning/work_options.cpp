@@ -5,14 +5,14 @@
 #include <fmt/format.h>
 
 #include "base/text.h"
-#include "tools/tavrik-scan/arguments.h"
-#include "tools/tavrik-scan/scan_options.h"
+#include "tools/scanning/arguments.h"
+#include "tools/scanning/scan_options.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace {
 
-constexpr char kGroup[] = "What is done";
+constexpr char kWorkGroup[] = "What is done";
 constexpr unsigned kMostThreads = 256;
 constexpr double kLongestTime = 1e9; // seconds; clocks count no more than 2^63 nanoseconds
 
@@ -45,16 +45,21 @@ unsigned RequireThreads(const std::string &option, const std::string &text) {
 void AddWorkOptions(CLI::App &app, ScanOptions &options) {
     options.threads = std::clamp(std::thread::hardware_concurrency(), 1u, kMostThreads);
     AddValue(app, "-j,--jobs", "N", "number of files that are scanned at once (default: one for each processor)",
-             kGroup, [&](const std::string &text) { options.threads = RequireThreads("--jobs", text); });
-    AddValue(app, "--timeout", "SECONDS", "stop scanning a file after this time, which is an error", kGroup,
+             kWorkGroup, [&](const std::string &text) { options.threads = RequireThreads("--jobs", text); });
+    AddValue(app, "--timeout", "SECONDS", "stop scanning a file after this time, which is an error", kWorkGroup,
              [&](const std::string &text) { options.settings.timeout = RequireTime("--timeout", text); });
-    app.add_flag("--sha256", options.settings.sha256, "add the SHA-256 of each file to its JSON")->group(kGroup);
+    app.add_flag("--sha256", options.settings.sha256, "add the SHA-256 of each file to its JSON")->group(kWorkGroup);
     app.add_flag_callback(
            "--no-sandbox", [&options] { options.sandbox = false; },
            "do not give up access to other files, programs and the network before the first file is read (Linux)")
-        ->group(kGroup);
-    AddValue(app, "--module", "FILE", "the module to load (default: tavrik2.hbx in this program's folder)", kGroup,
-             [&](const std::string &text) { options.module = base::PathOf(text); });
+        ->group(kWorkGroup);
 }
 
-} // namespace tavrik::scan_tool
+void AddModuleOptions(CLI::App &app, ScanOptions &options) {
+    AddValue(app, "--module", "FILE", "the module to load (default: tavrik2.hbx in this program's folder)", kWorkGroup,
+             [&](const std::string &text) { options.module = base::PathOf(text); });
+    app.add_flag("--exit-zero", options.exit_zero, "exit with 0 also when something is found; errors still exit with 2")
+        ->group(kWorkGroup);
+}
+
+} // namespace tavrik::scanning

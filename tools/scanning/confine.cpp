@@ -1,4 +1,4 @@
-#include "tools/tavrik-scan/confine.h"
+#include "tools/scanning/confine.h"
 
 #include <system_error>
 
@@ -8,7 +8,7 @@
 #include "base/output_folder.h"
 #include "base/sandbox.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace fs = std::filesystem;
 
@@ -17,10 +17,11 @@ namespace {
 void Enter(const ScanOptions &options, base::SandboxPaths paths) {
     if (!options.sandbox)
         return;
-    paths.read.push_back(options.module);
+    if (options.module)
+        paths.read.push_back(*options.module);
     const std::string missing = base::EnterSandbox(paths);
     if (!missing.empty() && !options.quiet)
-        base::PrintError(fmt::format("tavrik-scan: {}\n", missing));
+        base::PrintError(fmt::format("{}: {}\n", options.program, missing));
 }
 
 } // namespace
@@ -32,6 +33,8 @@ void Confine(const ScanOptions &options, const Paths &read, const Paths &write) 
 void ConfineScan(const ScanOptions &options) {
     // The names in a list are not known before the scan.
     base::SandboxPaths paths = {options.path_list.has_value(), options.paths, {}};
+    for (const LabelledPath &labelled : options.labelled)
+        paths.read.push_back(labelled.path);
     if (options.path_list)
         paths.read.push_back(*options.path_list);
     if (!options.report.empty())
@@ -55,4 +58,4 @@ Paths ToMakeFolder(const fs::path &folder) {
     return {existing};
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning

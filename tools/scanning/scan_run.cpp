@@ -1,3 +1,5 @@
+#include "tools/scanning/scan_run.h"
+
 #include <algorithm>
 #include <chrono>
 #include <mutex>
@@ -18,14 +20,17 @@
 #include "scanner/html/html_report.h"
 #include "scanner/profile.h"
 #include "scanner/report.h"
+#include "scanner/report_memory.h"
 #include "scanner/totals.h"
 #include "scanner/watched_source.h"
-#include "tools/tavrik-scan/commands.h"
-#include "tools/tavrik-scan/confine.h"
-#include "tools/tavrik-scan/file_counter.h"
-#include "tools/tavrik-scan/run_facts.h"
+#include "tools/scanning/confine.h"
+#include "tools/scanning/explanations.h"
+#include "tools/scanning/file_counter.h"
+#include "tools/scanning/rule_summary.h"
+#include "tools/scanning/run_facts.h"
+#include "tools/scanning/scanner_setup.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace fs = std::filesystem;
 
@@ -35,12 +40,14 @@ namespace {
 struct Job {
     scanner::Input input;
     std::optional<base::Error> error;
+    std::size_t group = 0; // of the summary
 };
 
 struct Result {
     scanner::FileReport report;
     std::string lines; // for standard output
     std::string row;   // for the report for people
+    std::size_t group = 0;
 };
 
 ExitCode CodeOf(const scanner::FileReport &report, bool near_is_found) {
@@ -55,40 +62,38 @@ ExitCode CodeOf(const scanner::FileReport &report, bool near_is_found) {
     return code;
 }
 
-scanner::Input::Kind KindOf(const fs::path &path) {
-    std::error_code ignored;
-    if (path == kStandardInput)
-        return scanner::Input::Kind::StandardInput;
-    return fs::is_fifo(path, ignored) ? scanner::Input::Kind::Pipe : scanner::Input::Kind::File;
-}
-
 // A run over all paths. Work runs in many threads; Deliver is called by one thread at a time, in the files' order.
 class ScanRun {
 public:
-    ScanRun(const scanner::Module &module, const scanner::Scanner &scanner, const ScanOptions &options)
-        : module_(module), scanner_(scanner), options_(options),
-          out_in_colour_(base::WantsColour(options.colour, stdout)),
+    ScanRun(const scanner::Scanner &scanner, const ScanOptions &options)
+        : scanner_(scanner), options_(options), out_in_colour_(base::WantsColour(options.colour, stdout)),
           errors_in_colour_(base::WantsColour(options.colour, stderr)),
-          profiles_(options.profile ? options.threads + 1 : 0), shows_progress_(ShowsProgress()),
+          profiles_(options.profile || options.summary ? options.threads + 1 : 0), shows_progress_(ShowsProgress()),
           console_(shows_progress_ ? MakeProgress() : nullptr) {
         if (options.carve_folder)
             carver_.emplace(*options.carve_folder, options.carve);
         if (!options.report.empty())
-            people_.emplace(options.report, FactsOf(module, options));
+            people_.emplace(options.report, FactsOf(scanner, options));
+        if (options.summary)
+            summary_.emplace(scanner);
     }
 
     // Returns when the results have been printed: all, or those up to an interruption.
     void Run() {
         base::OrderedPool<Job, Result> pool(
             options_.threads, [this](Job &job, unsigned thread) { return Work(job, thread); },
-            [this](Result &result) { Deliver(result); });
+            [this](Result &result) { Deliver(result); },
+            [](const Result &result) {
+                return scanner::MemoryOf(result.report) + result.lines.size() + result.row.size();
+            });
         if (options_.format == scanner::ReportFormat::Csv)
             console_.Print(scanner::CsvHeader());
         std::optional<FileCounter> counter;
         if (shows_progress_)
             counter.emplace(options_, expected_);
-        const auto submit = [&pool](scanner::Input input, std::optional<base::Error> error = {}) {
-            pool.Submit({std::move(input), std::move(error)});
+        std::size_t group = 0; // of what is walked over
+        const auto submit = [&pool, &group](scanner::Input input, std::optional<base::Error> error = {}) {
+            pool.Submit({std::move(input), std::move(error), group});
             return base::Interruption() == 0;
         };
         const base::WalkVisitor visitor = {
@@ -96,10 +101,18 @@ public:
             [&](const fs::path &path, const base::Error &error) { return submit({path}, error); }};
         // Streams are read where the user names them; pipes in folders and lists are left alone.
         const auto walk_named = [&](const fs::path &path) {
-            const scanner::Input::Kind kind = KindOf(path);
-            return kind == scanner::Input::Kind::File ? base::Walk(path, options_.walk, visitor) : submit({path, kind});
+            group = GroupOf(path);
+            scanner::Input input = InputOf(path);
+            return input.kind == scanner::Input::Kind::File ? base::Walk(path, options_.walk, visitor)
+                                                            : submit(std::move(input));
         };
-        if (std::all_of(options_.paths.begin(), options_.paths.end(), walk_named) && options_.path_list) {
+        const auto walk_labelled = [&](const LabelledPath &labelled) {
+            group = GroupOf(labelled);
+            return base::Walk(labelled.path, options_.walk, visitor);
+        };
+        if (std::ranges::all_of(options_.paths, walk_named) && std::ranges::all_of(options_.labelled, walk_labelled) &&
+            options_.path_list) {
+            group = GroupOf({"list", {}});
             std::optional<base::PathList> list;
             for (auto path = NextPath(list); path && base::Walk(*path, options_.walk, visitor); path = NextPath(list)) {
             }
@@ -108,19 +121,22 @@ public:
     }
 
     // Prints the summary. Returns the exit code.
-    int Conclude(std::span<HeuristicRule *const> rules) {
+    int Conclude() {
         console_.EndProgress();
+        for (std::size_t thread = 1; thread < profiles_.size(); ++thread)
+            profiles_.front().Add(profiles_[thread]);
+        if (summary_)
+            console_.Print(options_.format == scanner::ReportFormat::JsonLines
+                               ? scanner::LineOf(summary_->Object(profiles_.front())) + '\n'
+                               : summary_->Text(profiles_.front()));
         if (people_)
             people_->Finish(SummaryText());
         if (totals_.Done() == 0 && !list_failed_ && base::Interruption() == 0)
-            console_.PrintError("tavrik-scan: nothing was scanned: no file is named, or all are excluded\n");
+            console_.PrintError(options_.program + ": nothing was scanned: no file is named, or all are excluded\n");
         if (!options_.quiet)
             console_.PrintError(SummaryText());
-        if (options_.profile) {
-            for (std::size_t thread = 1; thread < profiles_.size(); ++thread)
-                profiles_.front().Add(profiles_[thread]);
-            console_.PrintError(profiles_.front().Text(rules));
-        }
+        if (options_.profile)
+            console_.PrintError(profiles_.front().Text(scanner_.rules()));
         if (base::Interruption() != 0)
             return kSignalled + base::Interruption();
         if (list_failed_)
@@ -139,7 +155,7 @@ private:
                 list.emplace(*options_.path_list, options_.list_separator);
             return list->Next();
         } catch (const base::Error &error) {
-            console_.PrintError(fmt::format("tavrik-scan: {}\n", error.what()));
+            console_.PrintError(fmt::format("{}: {}\n", options_.program, error.what()));
             list_failed_ = true;
             return std::nullopt;
         }
@@ -159,7 +175,13 @@ private:
         };
     }
 
-    std::string SummaryText() const { return scanner::SummaryLine(totals_, Seconds(), base::Interruption() != 0); }
+    std::string SummaryText() const {
+        return scanner::SummaryLine(totals_, Seconds(), base::Interruption() != 0, options_.program);
+    }
+
+    // Without a summary there is one group, which nobody asks for.
+    std::size_t GroupOf(const fs::path &path) { return summary_ ? summary_->GroupOf(path) : 0; }
+    std::size_t GroupOf(const LabelledPath &labelled) { return summary_ ? summary_->Group(labelled.label) : 0; }
 
     // In the other formats a skipped file has a record of its own.
     bool NamesSkipped() const { return !options_.quiet && options_.format == scanner::ReportFormat::Text; }
@@ -171,6 +193,7 @@ private:
 
     Result Work(Job &job, unsigned thread) {
         Result result;
+        result.group = job.group;
         if (base::Interruption() != 0) {
             result.report.status = scanner::ScanStatus::Interrupted;
             return result;
@@ -204,15 +227,27 @@ private:
         std::string rows;
         report.ForEach([&](const scanner::FileReport &each) {
             const bool is_on_disk = &each == &report && each.size.has_value();
-            rows += scanner::html::FileRow(each, is_on_disk
-                                                     ? scanner::html::Describe(module_, each, options_.settings.timeout)
-                                                     : scanner::html::FileDetails{});
+            rows += scanner::html::FileRow(each, is_on_disk ? scanner::html::Describe(scanner_, each)
+                                                            : scanner::html::FileDetails{});
         });
         return rows;
     }
 
     std::string Lines(const scanner::FileReport &report) const {
-        return scanner::ReportLines(report, options_.format, out_in_colour_);
+        if (!options_.explain)
+            return scanner::ReportLines(report, options_.format, out_in_colour_);
+        // Files inside others cannot be opened again.
+        std::string lines;
+        report.ForEach([&](const scanner::FileReport &each) {
+            const bool as_json = options_.format == scanner::ReportFormat::JsonLines;
+            if (&each == &report && as_json)
+                lines += ExplainedLine(scanner_, each);
+            else
+                lines += scanner::OwnLines(each, options_.format, out_in_colour_);
+            if (&each == &report && options_.format == scanner::ReportFormat::Text)
+                lines += ExplainRules(scanner_, each);
+        });
+        return lines;
     }
 
     void Deliver(Result &result) {
@@ -230,15 +265,17 @@ private:
             const std::lock_guard lock(progress_mutex_);
             totals_.Add(report);
         }
+        if (summary_)
+            summary_->Add(report, result.group);
         if (!result.lines.empty())
             console_.Print(result.lines);
         if (people_)
             people_->Add(result.row);
         report.ForEach([this](const scanner::FileReport &each) {
-            if (const std::string notes = scanner::NoteLines(each, NamesSkipped()); !notes.empty())
+            if (const std::string notes = scanner::NoteLines(each, NamesSkipped(), options_.program); !notes.empty())
                 console_.PrintError(notes);
             if (each.status == scanner::ScanStatus::Failed)
-                console_.PrintError(scanner::ErrorLine(each.file, each.error, errors_in_colour_));
+                console_.PrintError(scanner::ErrorLine(each.file, each.error, errors_in_colour_, options_.program));
         });
         code_ = std::max(code_, CodeOf(report, options_.near_is_found));
     }
@@ -263,7 +300,6 @@ private:
         }
     }
 
-    const scanner::Module &module_;
     const scanner::Scanner &scanner_;
     const ScanOptions &options_;
     const bool out_in_colour_;
@@ -271,6 +307,7 @@ private:
     const Clock::time_point start_ = Clock::now();
     std::optional<scanner::Carver> carver_;
     std::optional<scanner::html::HtmlReport> people_;
+    std::optional<RuleSummary> summary_;
     std::vector<scanner::Profile> profiles_;
     ExitCode code_ = kNothingFound;
     bool list_failed_ = false;
@@ -287,14 +324,13 @@ private:
 
 int RunScan(const ScanOptions &options) {
     base::NoteInterruptions();
-    const scanner::Module module(options.module);
-    ConfineScan(options);
     scanner::ScanSettings settings = options.settings;
     settings.record_reads = !options.report.empty();
-    const scanner::Scanner scanner(module, settings);
-    ScanRun run(module, scanner, options);
+    const std::unique_ptr<const scanner::Scanner> scanner = MakeScanner(options, settings);
+    ConfineScan(options);
+    ScanRun run(*scanner, options);
     run.Run();
-    return run.Conclude(module.rules());
+    return run.Conclude();
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning

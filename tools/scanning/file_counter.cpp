@@ -1,11 +1,11 @@
-#include "tools/tavrik-scan/file_counter.h"
+#include "tools/scanning/file_counter.h"
 
 #include <algorithm>
 
 #include "base/path_list.h"
 #include "base/walk.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace {
 
@@ -27,7 +27,8 @@ void FileCounter::Count(const ScanOptions &options, ExpectedFiles &expected, con
     const base::WalkVisitor visitor = {
         count, [&](const std::filesystem::path &path, const base::Error &) { return count(path); }};
     const auto walk = [&](const std::filesystem::path &path) { return base::Walk(path, options.walk, visitor); };
-    if (!std::ranges::all_of(options.paths, walk))
+    const auto walk_labelled = [&](const LabelledPath &labelled) { return walk(labelled.path); };
+    if (!std::ranges::all_of(options.paths, walk) || !std::ranges::all_of(options.labelled, walk_labelled))
         return;
     if (options.path_list) {
         if (!CanBeReadTwice(*options.path_list))
@@ -44,4 +45,4 @@ void FileCounter::Count(const ScanOptions &options, ExpectedFiles &expected, con
     expected.is_complete_ = true;
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning

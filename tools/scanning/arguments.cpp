@@ -1,4 +1,4 @@
-#include "tools/tavrik-scan/arguments.h"
+#include "tools/scanning/arguments.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,7 +10,7 @@
 
 #include "base/text.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 std::string MarkWhole(std::string argument) {
     if (argument.size() > 1 && argument.front() == '[' && argument.back() == ']')
@@ -88,4 +88,4 @@ CLI::Option *AddValue(CLI::App &app, const char *name, const char *type, const c
         ->group(group);
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning

@@ -1,13 +1,13 @@
 /* The program confines itself before it reads the first file that nobody vouches for. */
-#ifndef TAVRIK_TOOLS_TAVRIK_SCAN_CONFINE_H
-#define TAVRIK_TOOLS_TAVRIK_SCAN_CONFINE_H
+#ifndef TAVRIK_TOOLS_SCANNING_CONFINE_H
+#define TAVRIK_TOOLS_SCANNING_CONFINE_H
 
 #include <filesystem>
 #include <vector>
 
-#include "tools/tavrik-scan/scan_options.h"
+#include "tools/scanning/scan_options.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 /** What a command reads or writes. */
 using Paths = std::vector<std::filesystem::path>;
@@ -23,6 +23,6 @@ void ConfineScan(const ScanOptions &options);
 Paths ToWriteFile(const std::filesystem::path &file);
 Paths ToMakeFolder(const std::filesystem::path &folder);
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning
 
 #endif

@@ -1,4 +1,4 @@
-#include "tools/tavrik-scan/exclusions.h"
+#include "tools/scanning/exclusions.h"
 
 #include <algorithm>
 #include <string_view>
@@ -7,7 +7,7 @@
 
 #include "base/text.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace {
 
@@ -53,4 +53,4 @@ std::string WhyNothingMatches(const std::string &pattern, const std::vector<std:
                        base::Printable(pattern), base::Printable(pattern));
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning

@@ -1,4 +1,4 @@
-#include "tools/tavrik-scan/run_facts.h"
+#include "tools/scanning/run_facts.h"
 
 #include <chrono>
 
@@ -7,7 +7,7 @@
 #include "base/version.h"
 #include "scanner/identity.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace {
 
@@ -31,12 +31,12 @@ std::string NowText() {
 
 } // namespace
 
-scanner::html::RunFacts FactsOf(const scanner::Module &module, const ScanOptions &options) {
-    const scanner::Identity identity = scanner::IdentityOf(module);
-    return {.program = fmt::format("tavrik-scan {}", base::kVersion),
-            .database = fmt::format("{} rules, SHA-256 {}", identity.rules, identity.database_sha256),
+scanner::html::RunFacts FactsOf(const scanner::Scanner &scanner, const ScanOptions &options) {
+    return {.program = fmt::format("{} {}", options.program, base::kVersion),
+            .database =
+                fmt::format("{} rules, SHA-256 {}", scanner.rules().size(), scanner::DatabaseDigest(scanner.rules())),
             .command = CommandText(options.command_line),
             .time = NowText()};
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning

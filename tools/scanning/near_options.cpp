@@ -5,14 +5,14 @@
 #include <fmt/format.h>
 
 #include "base/text.h"
-#include "tools/tavrik-scan/arguments.h"
-#include "tools/tavrik-scan/scan_options.h"
+#include "tools/scanning/arguments.h"
+#include "tools/scanning/scan_options.h"
 
-namespace tavrik::scan_tool {
+namespace tavrik::scanning {
 
 namespace {
 
-constexpr char kGroup[] = "Near misses";
+constexpr char kNearGroup[] = "Near misses";
 constexpr char kNear[] = "--near";
 
 std::size_t RequireConditions(const std::string &text) {
@@ -44,8 +44,8 @@ void AddNearOptions(CLI::App &app, ScanOptions &options) {
     AddValue(app, kNear, "[N]",
              "also look for payloads that an entry would find if up to N (default 1) conditions of its gate were not "
              "asked, and for payloads of builds that no entry knows",
-             kGroup, [&](const std::string &text) { options.settings.near_conditions = RequireConditions(text); });
-    app.add_flag("--near-is-found", options.near_is_found, "near misses count for the exit code")->group(kGroup);
+             kNearGroup, [&](const std::string &text) { options.settings.near_conditions = RequireConditions(text); });
+    app.add_flag("--near-is-found", options.near_is_found, "near misses count for the exit code")->group(kNearGroup);
 }
 
-} // namespace tavrik::scan_tool
+} // namespace tavrik::scanning
