@@ -93,7 +93,7 @@ NAMESPACES = {
 }
 
 LONGEST_FILE = 500  # lines, of files that are not data
-DATA = re.compile(r"^database/(names|rules)/|^tests/data/|_corpus/|\.(md|json|svg|txt)$")
+DATA = re.compile(r"^database/(names|rules)/|^tests/data/|_corpus/|\.(md|json|txt|svg)$")
 
 failures = []
 

@@ -44,7 +44,7 @@ inline std::vector<std::string> Lines(const std::string &text) {
  * Times and rates, which no two runs share, are "#" there, and the current folder is ".". */
 inline void ExpectTranscript(const std::string &name) {
     static const std::regex kTimes(R"(in [0-9.]+ s \([0-9]+ files/s, [0-9.]+ MB/s\))");
-    static const std::regex kOldKernel(R"(tavrik-scan: (not confined|confined in part): [^\n]*\n)");
+    static const std::regex kOldKernel(R"(tavrik-(scan|rules): (not confined|confined in part): [^\n]*\n)");
     const std::filesystem::path golden = base::ProgramFolder() / "golden" / (name + ".txt");
     const std::string expected = ReadFile(golden);
     std::string text;

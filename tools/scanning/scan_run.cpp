@@ -112,7 +112,7 @@ public:
         };
         if (std::ranges::all_of(options_.paths, walk_named) && std::ranges::all_of(options_.labelled, walk_labelled) &&
             options_.path_list) {
-            group = GroupOf({"list", {}});
+            group = GroupOf(LabelledPath{"list", {}});
             std::optional<base::PathList> list;
             for (auto path = NextPath(list); path && base::Walk(*path, options_.walk, visitor); path = NextPath(list)) {
             }
