@@ -143,7 +143,7 @@ TEST(Engine, FindsNearMissesAndWhatIsInside) {
             ++near;
         }
     }
-    EXPECT_GE(near, 2u);
+    EXPECT_GE(near, 1u);
 
 #ifndef _WIN32 // whose build reads no archives
     const Sample sample = SampleOf(7);

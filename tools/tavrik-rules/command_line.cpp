@@ -157,8 +157,10 @@ private:
         for (const auto add : {scanning::AddSummaryOptions, scanning::AddInputOptions, scanning::AddWorkOptions,
                                scanning::AddInsideOptions, scanning::AddOutputOptions})
             add(*try_, run);
-        try_->footer("Prints what tavrik-scan prints with --rules and --only; no module is loaded, so that no\n"
-                     "locator and no clean action is asked.\n");
+        try_->footer(
+            fmt::format("Prints what tavrik-scan prints with --rules and --only; no module is loaded, so that no\n"
+                        "locator and no clean action is asked.\n\n{}",
+                        kFooter));
     }
 
     void AddDrafts() {
