@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "base/system.h"
+#include "rules/record/reader.h"
 #include "samples/samples.h"
 #include "scanner/contents.h"
 #include "scanner/module.h"
@@ -72,6 +73,17 @@ base::Bytes SampleBytes(uint32_t entry) {
     for (std::size_t index = 0;; ++index)
         if (samples::Sample sample = samples::MakeSample(index); sample.entry == entry && sample.finding)
             return sample.bytes;
+}
+
+/** A scanner with the first rules of the module, for files themselves. */
+std::unique_ptr<const scanner::Scanner> ScannerOf(std::size_t count) {
+    const auto module = std::make_shared<const scanner::Module>();
+    const rules::RuleSet first =
+        rules::record::ReadRules(module->rules().first(count), rules::record::RecordForm::Working);
+    scanner::ScanSettings settings;
+    settings.inside = false;
+    return std::make_unique<const scanner::Scanner>(
+        module, settings, scanner::MoreRules{std::make_shared<const rules::record::RecordSet>(first), true});
 }
 
 // ---- Allocations ---------------------------------------------------------------------------------------------------
@@ -169,13 +181,11 @@ TEST_F(Faults, OfAllocationsInTheLibraryAreReportedAndLeaveNothing) {
         // Without the text of the report: the JSON library allocates while it destroys, and ends the program where that
         // fails.
         SCOPED_TRACE("scan");
-        const scanner::Module module;
-        const std::vector<HeuristicRule *> first_rules(module.rules().begin(), module.rules().begin() + 20);
-        const scanner::Scanner scanner(module, first_rules, {});
+        const auto scanner = ScannerOf(20);
         ExhaustAllocations([&](std::string &result) {
             try {
                 base::MemorySource source(bytes);
-                const scanner::FileReport report = scanner.Scan(source, "x");
+                const scanner::FileReport report = scanner->Scan(source, "x");
                 result.append(report.findings.size(), 'f').append(report.payloads.size(), 'p');
                 return TAVRIK_OK;
             } catch (const std::bad_alloc &) {
@@ -377,14 +387,12 @@ constexpr std::size_t kGroups = 12;
 class ReadFaults : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(ReadFaults, OfScansAndContentsAreTold) {
-    const scanner::Module module;
-    const std::vector<HeuristicRule *> first_rules(module.rules().begin(), module.rules().begin() + 50);
-    const scanner::Scanner scanner(module, first_rules, {});
+    const auto scanner = ScannerOf(50);
     for (std::size_t index = GetParam(); index < samples::SampleCount(); index += kGroups) {
         const samples::Sample sample = samples::MakeSample(index);
         SCOPED_TRACE(sample.file_name);
         const auto scan = [&](base::ByteSource &source) {
-            const scanner::FileReport report = scanner.Scan(source, "x");
+            const scanner::FileReport report = scanner->Scan(source, "x");
             EXPECT_EQ(report.status == scanner::ScanStatus::Failed, !report.error.empty());
             for (const scanner::Finding &finding : report.findings)
                 EXPECT_LT(finding.offset, source.size());
@@ -393,7 +401,7 @@ TEST_P(ReadFaults, OfScansAndContentsAreTold) {
         ExhaustReads(sample.bytes, scan);
         const auto unpack = [&](base::ByteSource &source) {
             try {
-                for (const scanner::ContentsPlace &place : scanner::ContentsOf(module, source)) {
+                for (const scanner::ContentsPlace &place : scanner::ContentsOf(*scanner, source)) {
                     const auto container = scanner::Open(source, place);
                     while (const auto member = container->Next()) {
                         char piece[4096];
