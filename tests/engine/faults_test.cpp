@@ -83,7 +83,7 @@ std::unique_ptr<const scanner::Scanner> ScannerOf(std::size_t count) {
     scanner::ScanSettings settings;
     settings.inside = false;
     return std::make_unique<const scanner::Scanner>(
-        module, settings, scanner::MoreRules{std::make_shared<const rules::record::RecordSet>(first), true});
+        module, settings, scanner::MoreRules{std::make_shared<const rules::record::RecordSet>(first), nullptr, true});
 }
 
 // ---- Allocations ---------------------------------------------------------------------------------------------------
