@@ -61,7 +61,7 @@ Adder::Examined Adder::Examine(const std::filesystem::path &path) const {
             throw base::Error("its path is too long for a store");
         examined.replaces = Find(examined.path);
         if (!examined.replaces || settings_.compare_digests || StampOf(path) != known_[*examined.replaces].stamp)
-            examined.file = ReadFeatures(path);
+            examined.file = ReadFeatures(path, settings_.with_digests);
     } catch (const base::Error &error) {
         examined.fault = error.reason();
     } catch (const std::exception &error) {

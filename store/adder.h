@@ -31,6 +31,7 @@ struct AddCounts {
 
 /** How files are added. */
 struct AddSettings {
+    bool with_digests = true;             // compute the SHA-256 of files, for which they are read whole
     bool compare_digests = false;         // read files even when size and time are the same; replace by digest
     std::size_t files_of_a_commit = 8192; // a commit comes after so many, and after some seconds
 };

@@ -126,10 +126,11 @@ private:
 
     // Ascending tokens, each with its rows; blocks, so that one token costs little to find.
     void AddTokens() {
-        std::vector<std::pair<Token, Code>> all; // a row's number fits a code
+        constexpr unsigned kRowBits = 16;
+        std::vector<uint64_t> all; // a token and a row
         for (std::size_t row = 0; row < files_.size(); ++row)
             for (const Token token : files_[row].tokens.tokens)
-                all.emplace_back(token, static_cast<Code>(row));
+                all.push_back(uint64_t{token} << kRowBits | row);
         std::ranges::sort(all);
         std::vector<Token> firsts;
         std::string block;
@@ -140,12 +141,13 @@ private:
             block.clear();
         };
         for (std::size_t i = 0; i < all.size();) {
-            const Token token = all[i].first;
+            const auto token = static_cast<Token>(all[i] >> kRowBits);
             std::string rows;
             uint32_t row_before = 0;
-            for (; i < all.size() && all[i].first == token; ++i) {
-                PutNumber(rows, all[i].second - row_before);
-                row_before = all[i].second;
+            for (; i < all.size() && all[i] >> kRowBits == token; ++i) {
+                const auto row = static_cast<uint32_t>(all[i] & ((1U << kRowBits) - 1));
+                PutNumber(rows, row - row_before);
+                row_before = row;
             }
             if (block.size() >= kTokenBlock)
                 end_block();

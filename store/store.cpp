@@ -344,15 +344,15 @@ void Store::Shrink() {
     database_->Run("PRAGMA incremental_vacuum");
 }
 
-int64_t Store::Append(std::span<const StoredFile> files) {
+int64_t Store::Append(std::span<const Piece> pieces, std::size_t rows) {
     const int64_t id = Pragma(*database_, "SELECT ifnull(max(id), 0) + 1 FROM segment");
     if (id > kLargestSegment)
         throw Damaged(fmt::format("{}: it has no segment numbers left", database_->name()));
     Statement(*database_, "INSERT INTO segment(id, rows) VALUES (?1, ?2)")
         .Bind(1, id)
-        .Bind(2, static_cast<int64_t>(files.size()))
+        .Bind(2, static_cast<int64_t>(rows))
         .Step();
-    for (const Piece &piece : EncodeSegment(files))
+    for (const Piece &piece : pieces)
         Statement(*database_, "INSERT INTO piece(id, bytes) VALUES (?1, ?2)")
             .Bind(1, id * kMostPieces + piece.number)
             .BindBlob(2, piece.bytes)

@@ -82,7 +82,8 @@ public:
     void Shrink();
 
     /** Changes. Append returns the new segment's id. */
-    int64_t Append(std::span<const StoredFile> files);
+    int64_t Append(std::span<const StoredFile> files) { return Append(EncodeSegment(files), files.size()); }
+    int64_t Append(std::span<const Piece> pieces, std::size_t rows);
     void Remove(int64_t segment);
     void SetGone(const SegmentEntry &entry);
     void AddFault(const Fault &fault);

@@ -49,7 +49,7 @@ Stamp StampOf(const std::filesystem::path &path) {
     return {size, static_cast<int64_t>(time.time_since_epoch().count())};
 }
 
-StoredFile ReadFeatures(base::ByteSource &source) {
+StoredFile ReadFeatures(base::ByteSource &source, bool with_digest) {
     StoredFile file;
     evaluation::Features features(source);
     file.is_pe = features.IsPe();
@@ -63,17 +63,18 @@ StoredFile ReadFeatures(base::ByteSource &source) {
         file.tokens = TokensOf(features);
     }
     file.stamp.size = source.size();
-    file.digest = DigestOf(source);
+    if (with_digest)
+        file.digest = DigestOf(source);
     if (!source.error().empty())
         throw base::Error(source.error());
     return file;
 }
 
-StoredFile ReadFeatures(const std::filesystem::path &path) {
+StoredFile ReadFeatures(const std::filesystem::path &path, bool with_digest) {
     // The stamp first: a file that changes meanwhile is read again by the next run.
     const Stamp stamp = StampOf(path);
     base::FileSource source(path);
-    StoredFile file = ReadFeatures(source);
+    StoredFile file = ReadFeatures(source, with_digest);
     file.path = base::PathText(path);
     file.stamp = stamp;
     return file;

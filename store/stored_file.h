@@ -32,7 +32,7 @@ Stamp StampOf(const std::filesystem::path &path);
 struct StoredFile {
     std::string path; // absolute; as base::PathText gives it
     Stamp stamp;
-    base::Sha256::Digest digest = {};
+    base::Sha256::Digest digest = {}; // zeros: it was not computed
     bool is_pe = false;
     std::bitset<rules::kHeaderFieldCount> has; // which header values are there
     std::array<uint32_t, rules::kHeaderFieldCount> header = {};
@@ -40,11 +40,12 @@ struct StoredFile {
     FileTokens tokens;
 };
 
-/** Reads a file's features and its digest. Throws base::Error when the file cannot be read to its end. */
-StoredFile ReadFeatures(base::ByteSource &source);
+/** Reads a file's features and, unless it is not wanted, its digest, for which all of the file is read. Throws
+ * base::Error when a read fails. */
+StoredFile ReadFeatures(base::ByteSource &source, bool with_digest = true);
 
 /** The same for a file on the disk, with its path and stamp. */
-StoredFile ReadFeatures(const std::filesystem::path &path);
+StoredFile ReadFeatures(const std::filesystem::path &path, bool with_digest = true);
 
 } // namespace tavrik::store
 

@@ -80,8 +80,7 @@ public:
 
     FileTokens Take() {
         std::ranges::sort(tokens_);
-        const auto rest = std::ranges::unique(tokens_);
-        tokens_.erase(rest.begin(), rest.end());
+        tokens_.erase(std::unique(tokens_.begin(), tokens_.end()), tokens_.end());
         if (tokens_.size() > kMostTokens)
             return {{}, false};
         return {std::move(tokens_), true};

@@ -28,7 +28,7 @@ class AddRun {
 public:
     explicit AddRun(const AddOptions &options)
         : options_(options), store_(options.store, store::Store::Access::Create),
-          adder_(store_, {options.digests, options.commit_every}),
+          adder_(store_, {!options.no_digests, options.digests, options.commit_every}),
           pool_(
               options.threads, [this](AddJob &job, unsigned) { return Work(job); },
               [this](AddResult &result) { Deliver(result); }) {}

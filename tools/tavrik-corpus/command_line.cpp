@@ -101,8 +101,11 @@ private:
         add_->add_option("--exclude", add_options_.exclude, "leave out files and folders that match; may be repeated")
             ->type_name("PATTERN")
             ->allow_extra_args(false);
+        CLI::Option *none = add_->add_flag("--no-digests", add_options_.no_digests,
+                                           "compute no SHA-256, so that files need not be read to their end");
         add_->add_flag("--digests", add_options_.digests,
-                       "compare the SHA-256 of files whose size and time are the same");
+                       "compare the SHA-256 of files whose size and time are the same")
+            ->excludes(none);
         add_->add_option("--commit-every", add_options_.commit_every,
                          "files whose work is lost at most when the program is killed (default: 8192)")
             ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))

@@ -27,6 +27,7 @@ struct AddOptions {
     std::vector<std::string> exclude;
     std::string list; // a file with one path a line; "-" is standard input; empty: none
     unsigned threads = 1;
+    bool no_digests = false;         // compute none
     bool digests = false;            // compare digests where size and time are the same
     std::size_t commit_every = 8192; // files
     bool quiet = false;              // no lines about files that are set aside

@@ -27,6 +27,10 @@ std::string Quoted(std::string_view text) {
     return quoted + "\"";
 }
 
+std::string DigestText(const base::Sha256::Digest &digest) {
+    return digest == base::Sha256::Digest() ? "" : base::HexDigits(digest);
+}
+
 std::string CsvHead() {
     std::string line = "file,size,sha256,pe";
     for (const rules::Field &field : rules::HeaderFields())
@@ -36,7 +40,7 @@ std::string CsvHead() {
 
 std::string CsvLine(store::Segment &segment, store::Row row) {
     std::string line = fmt::format("{},{},{},{}", Quoted(segment.Paths()[row]), segment.StampOf(row).size,
-                                   base::HexDigits(segment.DigestOf(row)), segment.IsPe(row) ? 1 : 0);
+                                   DigestText(segment.DigestOf(row)), segment.IsPe(row) ? 1 : 0);
     for (const rules::Field &field : rules::HeaderFields()) {
         line += ',';
         if (const std::optional<uint64_t> value = segment.Value(field.number, row))
@@ -48,7 +52,7 @@ std::string CsvLine(store::Segment &segment, store::Row row) {
 std::string JsonLine(store::Segment &segment, store::Row row) {
     nlohmann::ordered_json line = {{"file", segment.Paths()[row]},
                                    {"size", segment.StampOf(row).size},
-                                   {"sha256", base::HexDigits(segment.DigestOf(row))},
+                                   {"sha256", DigestText(segment.DigestOf(row))},
                                    {"pe", segment.IsPe(row)}};
     nlohmann::ordered_json header = nlohmann::ordered_json::object();
     for (const rules::Field &field : rules::HeaderFields())
