@@ -59,7 +59,8 @@ def local_cluster(workers: int) -> Iterator[Any]:
     import dask
     import distributed
 
-    settings = {"distributed.scheduler.allowed-failures": 0, "distributed.deploy.lost-worker-timeout": "60s"}
+    settings = {"distributed.scheduler.allowed-failures": 0, "distributed.deploy.lost-worker-timeout": "60s",
+                "distributed.worker.profile.enabled": False}
     with dask.config.set(settings):
         with distributed.LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=":0") as cluster:
             ended = threading.Event()
