@@ -29,7 +29,7 @@ tavrik_outcome OutcomeOf(scanner::ScanStatus status) {
     }
 }
 
-tavrik_report::NearTexts TextsOf(const scanner::NearMiss &miss) {
+tavrik_report::NearTexts NearTextsOf(const scanner::NearMiss &miss) {
     tavrik_report::NearTexts texts = {scanner::KindName(miss.kind), base::Printable(scanner::NearText(miss)), ""};
     for (const scanner::FailedCondition &condition : miss.entries.front().failed)
         texts.conditions += base::Printable(scanner::ConditionText(condition)) + '\n';
@@ -59,7 +59,7 @@ tavrik_report::tavrik_report(scanner::FileReport from) : report(std::move(from))
     for (const scanner::Payload &payload : report.payloads)
         payload_kinds.push_back(scanner::KindName(payload.kind));
     for (const scanner::NearMiss &miss : engine::NearOf(report))
-        near_texts.push_back(engine::TextsOf(miss));
+        near_texts.push_back(engine::NearTextsOf(miss));
     for (const scanner::Note &note : report.notes)
         note_codes.emplace_back(note.code);
     for (scanner::FileReport &inner : report.inside)
