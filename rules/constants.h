@@ -12,7 +12,7 @@ namespace tavrik::rules {
 
 /** The constants of one field. */
 struct ConstantGroup {
-    std::string_view prefix;            // of the names in the PE/COFF specification, which may be written too
+    std::string_view prefix;            // of the full names in the PE/COFF format, which may be written too
     bool are_flags = false;             // several are joined by +
     std::span<const NamedNumber> names; // the first of several names of a number is the usual one
 };
