@@ -9,7 +9,7 @@ target_compile_options(
               $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 if(CMAKE_UNITY_BUILD)
     # Several sources compiled as one: what two of them call alike is no shadow, and each of them is still a main file.
-    target_compile_options(tavrik_options INTERFACE -Wno-shadow $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+    target_compile_options(tavrik_options INTERFACE -Wno-shadow $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>)
 endif()
 if(TAVRIK_SANITIZE)
     add_compile_options(-fsanitize=${TAVRIK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
