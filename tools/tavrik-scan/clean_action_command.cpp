@@ -63,7 +63,7 @@ ExitCode RunCleanAction(const ScanOptions &options, std::string what, std::strin
     return decision.applies && !options.exit_zero ? kFound : kNothingFound;
 }
 
-struct Arguments {
+struct CleanActionArguments {
     std::string rule;
     std::string file;
     uint32_t code = scanner::kCleanableFinding;
@@ -74,7 +74,7 @@ struct Arguments {
 Command AddCleanAction(CLI::App &app, const ScanOptions &options) {
     CLI::App *parser = app.add_subcommand(
         "clean-action", "show how to clean a file that a rule matches; the file is opened for writing, never changed");
-    const auto arguments = std::make_shared<Arguments>();
+    const auto arguments = std::make_shared<CleanActionArguments>();
     parser->add_option("RULE", arguments->rule, "the rule as 173, rule:173 or its name; 147, 173 and 175 have actions")
         ->required()
         ->type_name("");

@@ -94,7 +94,7 @@ ExitCode RunExplain(const ScanOptions &options, std::string what, std::string na
     return answer.found && !options.exit_zero ? kFound : kNothingFound;
 }
 
-struct Arguments {
+struct ExplainArguments {
     std::string what;
     std::string file;
 };
@@ -104,7 +104,7 @@ struct Arguments {
 Command AddExplain(CLI::App &app, const ScanOptions &options) {
     CLI::App *parser =
         app.add_subcommand("explain", "show the conditions of a rule or an entry next to the values of a file");
-    const auto arguments = std::make_shared<Arguments>();
+    const auto arguments = std::make_shared<ExplainArguments>();
     parser
         ->add_option("WHAT", arguments->what,
                      "rule:ID, entry:N (0 to 49), a number for both, or a rule's name such as Worm.Autorun.LD4")

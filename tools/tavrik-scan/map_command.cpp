@@ -62,7 +62,7 @@ ExitCode RunMap(const ScanOptions &options, const fs::path &file, const fs::path
     return kErrorHappened;
 }
 
-struct Arguments {
+struct MapArguments {
     std::string file;
     std::string picture;
 };
@@ -72,7 +72,7 @@ struct Arguments {
 Command AddMap(CLI::App &app, const ScanOptions &options) {
     CLI::App *parser =
         app.add_subcommand("map", "draw a file's parts, entropy, payloads and strings along its offsets");
-    const auto arguments = std::make_shared<Arguments>();
+    const auto arguments = std::make_shared<MapArguments>();
     parser->add_option("FILE", arguments->file, "the file; PE files show most")->required()->type_name("");
     scanning::AddValue(*parser, "-o,--output", "SVG",
                        "write the picture to the file SVG instead of drawing it in the terminal", "Options",

@@ -24,13 +24,13 @@ namespace {
 
 constexpr char kGroup[] = "Bounds";
 
-struct Arguments {
+struct UnpackArguments {
     std::string file;
     std::string folder;
     scanner::UnpackLimits limits;
 };
 
-int RunUnpack(const Arguments &arguments, const ScanOptions &options) {
+int RunUnpack(const UnpackArguments &arguments, const ScanOptions &options) {
     base::NoteInterruptions();
     const std::unique_ptr<const scanner::Scanner> scanner = scanning::MakeScannerWithoutRules(options);
     const fs::path file = scanning::PathOfArgument(arguments.file);
@@ -79,7 +79,7 @@ int RunUnpack(const Arguments &arguments, const ScanOptions &options) {
 Command AddUnpack(CLI::App &app, const ScanOptions &options) {
     CLI::App *parser =
         app.add_subcommand("unpack", "write what is inside the payloads of a file, or inside an archive, to a folder");
-    const auto arguments = std::make_shared<Arguments>();
+    const auto arguments = std::make_shared<UnpackArguments>();
     parser
         ->add_option("FILE", arguments->file,
                      "a file with a payload, a carved payload, or an archive; - is standard input")
