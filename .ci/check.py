@@ -1,11 +1,9 @@
 #!/usr/bin/env python3
 """Checks every source file of a built tree: its format, clang-tidy's checks, and the module by clang's warnings.
 
-Usage: check.py BUILD_FOLDER [--without-tidy] [FILE...]: only these files, named from the top of the tree, if there are
-any; without clang-tidy, which takes minutes, if so asked
+Usage: check.py BUILD_FOLDER [FILE...]: only these files, named from the top of the tree, if there are any
 """
 import concurrent.futures
-import json
 import os
 import pathlib
 import re
@@ -19,7 +17,7 @@ sys.path.insert(0, str(ROOT / "tests/structure"))
 import compilation  # noqa: E402
 # The module runs nothing at its start: a constructor or destructor of a global would.
 MODULE = ("tavrik2/", "platform/", "companions/")
-BATCH = 12  # sources that clang-tidy reads as one
+BATCH = 40  # sources that clang-tidy reads as one
 # What findings are wanted of beside the file that is named: a batch includes its sources.
 OURS = re.search(r"^HeaderFilterRegex: '(.*)'$", (ROOT / ".clang-tidy").read_text(), re.M)[1].replace("h|def", "h|def|c|cc|cpp")
 # Warnings that only the compiler of the build knows.
@@ -64,40 +62,55 @@ def by_clang(command):
     return [compiler, *options(command), "-c", command["file"], "-o", os.devnull, *NO_INITIALISERS]
 
 
+def reading(command):
+    """(the language and options in which clang-tidy reads a source, the definitions of optional libraries): what only the
+    generated code depends on is left out, so that sources of several folders can be read as one."""
+    words = [word for word in options(command) if not re.match(r"-(W|O|g|fvisibility|fPI)", word)]
+    optional = {word for word in words if word.startswith("-DTAVRIK_HAS_")}
+    return (command["file"].endswith(".c"), tuple(word for word in words if word not in optional)), optional
+
+
 def batches(build, names, commands):
-    """Sources of one folder and the same options, up to BATCH of them in a file that includes them: the headers that they
+    """Sources that are read with the same options, up to BATCH of them in a file that includes them: the headers that they
     share, most of the work, are read once. What two sources of a batch call alike is no shadow."""
     groups = {}
-    for name in names:
-        key = (os.path.dirname(name), name.endswith(".c"), tuple(options(commands[name])), commands[name]["directory"])
-        groups.setdefault(key, []).append(name)
+    for name in sorted(names):
+        key, optional = reading(commands[name])
+        # The folders of tests and of locators share a namespace, programs' main.cpp the global one.
+        shared = name.startswith(("tests/", "tavrik2/")) or name.endswith("/main.cpp")
+        key = (*key, os.path.dirname(name) if shared else "")
+        group, definitions = groups.setdefault(key, ([], set()))
+        group.append(name)
+        definitions |= optional
     folder = build / "tidy"
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
-    (folder / "compile_commands.json").write_text(json.dumps(list(commands.values())))
-    for (place, is_c, words, directory), group in groups.items():
+    for (_, words, _), (group, definitions) in groups.items():
         parts = -(-len(group) // BATCH)
-        for part in range(parts):
-            chosen = group[part::parts]
-            if len(chosen) == 1:
-                yield chosen, ["clang-tidy-14", "-p", str(folder), "--quiet", chosen[0]], ROOT
-                continue
-            batch = folder / f"{place.replace('/', '_')}_{len(list(folder.iterdir()))}.{'c' if is_c else 'cpp'}"
-            batch.write_text("".join(f'#include "{ROOT / name}" // NOLINT(bugprone-suspicious-include)\n' for name in chosen))
-            yield chosen, ["clang-tidy-14", "--quiet", f"--config-file={ROOT / '.clang-tidy'}", f"--header-filter={OURS}",
-                           str(batch), "--", *words, "-Wno-shadow"], directory
+        size = -(-len(group) // parts)
+        for start in range(0, len(group), size):
+            yield group[start:start + size], [*words, *sorted(definitions)]
 
 
-def tidy(build, names, command, folder):
-    """A batch's findings; those of each source where they cannot be compiled as one, for a name that two of them have."""
-    code, output = run(command, folder)
-    if len(names) > 1 and "[clang-diagnostic-error]" in output:
-        results = [run(["clang-tidy-14", "-p", str(build / "tidy"), "--quiet", name], ROOT) for name in names]
+def tidy(build, names, words):
+    """clang-tidy's findings in sources that are read as one; those that call something as another does are read apart."""
+    batch = build / "tidy" / f"{names[0].replace('/', '_')}_{len(names)}{pathlib.Path(names[0]).suffix}"
+    batch.write_text("".join(f"#define main main_of_{number} // NOLINT(readability-identifier-naming)\n"
+                             f'#include "{ROOT / name}" // NOLINT(bugprone-suspicious-include)\n'
+                             "#undef main\n" for number, name in enumerate(names)))
+    code, output = run(["clang-tidy-14", "--quiet", f"--config-file={ROOT / '.clang-tidy'}", f"--header-filter={OURS}", str(batch),
+                        "--", *words], build)
+    wrong = set(re.findall(r"^(\S+?):\d+:\d+: error: .*\[clang-diagnostic-error\]$", output, re.M))
+    if len(names) > 1 and wrong:
+        apart = [name for name in names if str(ROOT / name) in wrong]
+        if len(apart) in (0, len(names)):
+            apart = names[len(names) // 2:]
+        results = [tidy(build, some, words) for some in ([name for name in names if name not in apart], apart)]
         return max(code for code, _ in results), "".join(output for _, output in results)
     return code, output
 
 
-def jobs(build, chosen, with_tidy):
+def jobs(build, chosen):
     """(what a failure is called, how many sources, function, its arguments)"""
     sources = tracked("*.h", "*.c", "*.cc", "*.cpp")
     commands = compiled(build)
@@ -108,9 +121,9 @@ def jobs(build, chosen, with_tidy):
     else:
         yield "format", len(sources), run, (["clang-format-14", "--dry-run", "-Werror", *sources], ROOT)
     # The longest ones first, so that no core waits at the end.
-    tidied = sorted(batches(build, ours, commands) if with_tidy else [], key=lambda batch: -len(batch[0]))
-    for names, command, folder in tidied:
-        yield "clang-tidy", len(names), tidy, (build, names, command, folder)
+    tidied = sorted(batches(build, ours, commands), key=lambda batch: -len(batch[0]))
+    for names, words in tidied:
+        yield "clang-tidy", len(names), tidy, (build, names, words)
     for name in ours + generated:
         if name.startswith(MODULE) or name in generated:
             yield "clang", 1, run, (by_clang(commands[name]), commands[name]["directory"])
@@ -118,12 +131,10 @@ def jobs(build, chosen, with_tidy):
 
 def main():
     build, chosen = pathlib.Path(sys.argv[1]).resolve(), sys.argv[2:]
-    with_tidy = "--without-tidy" not in chosen
-    chosen = [name for name in chosen if name != "--without-tidy"]
     counts, shown = {}, set()
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         started = [(label, size, pool.submit(function, *arguments))
-                   for label, size, function, arguments in jobs(build, chosen, with_tidy)]
+                   for label, size, function, arguments in jobs(build, chosen)]
         for label, size, future in started:
             code, output = future.result()
             done, failed = counts.get(label, (0, 0))

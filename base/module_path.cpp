@@ -17,12 +17,12 @@ constexpr const char *kInstalledFolders[] = {TAVRIK_MODULES_FROM_PROGRAMS, TAVRI
 
 fs::path DefaultModulePath() {
     const fs::path folder = BinaryFolder();
-    const fs::path beside = folder / kModuleFileName;
+    fs::path beside = folder / kModuleFileName;
     std::error_code error;
     if (fs::exists(beside, error))
         return beside;
     for (const char *from : kInstalledFolders) {
-        const fs::path installed = (folder / from / kModuleFileName).lexically_normal();
+        fs::path installed = (folder / from / kModuleFileName).lexically_normal();
         if (fs::exists(installed, error))
             return installed;
     }

@@ -6,12 +6,12 @@ namespace tavrik::base {
 
 namespace {
 
-constexpr std::size_t kPieceSize = 256 * 1024;
+constexpr std::size_t kStreamPieceSize = 256 * 1024;
 
 } // namespace
 
 StreamSource::StreamSource(InputStream &stream, uint64_t most, const std::function<bool()> &give_up) {
-    std::vector<uint8_t> buffer(kPieceSize);
+    std::vector<uint8_t> buffer(kStreamPieceSize);
     try {
         while (const std::size_t count = stream.Read(reinterpret_cast<char *>(buffer.data()), buffer.size(), give_up)) {
             if (count > most - size()) {

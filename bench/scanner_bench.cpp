@@ -23,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kRounds = 11;
+constexpr int kScanRounds = 11;
 constexpr std::size_t kFiles = 50000; // that a run scans at least, so that the program's start hardly counts
 constexpr double kBoundSpeedup = 1.8;
 
@@ -74,7 +74,7 @@ void CompareThreads(const char *title, const std::vector<fs::path> &files, const
     std::vector<double> one;
     std::vector<double> two;
     std::vector<double> ratios;
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kScanRounds; ++round) {
         for (const auto &[threads, times] : {std::pair("1", &one), std::pair("2", &two)}) {
             std::vector<std::string> arguments = {"-q", "-j", threads, "--files-from", list.string()};
             arguments.insert(arguments.end(), options.begin(), options.end());

@@ -33,7 +33,7 @@ using Places = std::vector<uint32_t>; // of rules among those exported
 
 constexpr double kBoundEvaluation = 100;
 constexpr double kBoundEndToEnd = 10;
-constexpr int kRounds = 7;
+constexpr int kYaraRounds = 7;
 constexpr std::size_t kSpecimenStep = 8;
 constexpr uint16_t kLastHeaderField = 263;
 
@@ -93,7 +93,7 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
     Rounds ours;
     Rounds theirs;
     uint64_t kept = 0; // keeps the optimiser from removing work
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kYaraRounds; ++round) {
         const auto time_ours = [&](Figure figure, const std::function<void(const Bytes &)> &run) {
             ours[figure].push_back(Seconds([&] { std::ranges::for_each(files, run); }));
         };

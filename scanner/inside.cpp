@@ -15,7 +15,7 @@ namespace tavrik::scanner {
 
 namespace {
 
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kMemberBlockSize = 64 * 1024;
 
 /** The bytes of a member, as far as they have been unpacked: in memory or, when they are many, in a temporary file. */
 class MemberBytes {
@@ -139,7 +139,7 @@ void InsideScan::ScanMember(payloads::Container &container, const payloads::Memb
     }
     try {
         MemberBytes bytes;
-        std::vector<uint8_t> block(kBlockSize);
+        std::vector<uint8_t> block(kMemberBlockSize);
         uint64_t size = 0;
         bool is_kept = true;
         while (const std::size_t count = ReadBlock(container, block)) {

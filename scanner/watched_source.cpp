@@ -11,14 +11,14 @@ namespace tavrik::scanner {
 
 namespace {
 
-constexpr double kLongestTime = 1e9; // seconds; later the clock's numbers end
+constexpr double kLongestLimit = 1e9; // seconds; later the clock's numbers end
 
 } // namespace
 
 Deadline::Deadline(double seconds, const std::atomic<bool> *cancel)
     : seconds_(seconds), cancel_(cancel),
       end_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(std::clamp(seconds, 0.0, kLongestTime)))) {}
+                              std::chrono::duration<double>(std::clamp(seconds, 0.0, kLongestLimit)))) {}
 
 std::size_t WatchedSource::ReadAt(uint64_t offset, void *buffer, std::size_t length) {
     if (!error_.empty())

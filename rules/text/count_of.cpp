@@ -87,9 +87,11 @@ std::optional<Count> TakeCount(Reader &reader, std::size_t string_count) {
 }
 
 std::string Joined(std::string_view letters, char operation) {
-    std::string text(letters.substr(0, 1));
-    for (const char letter : letters.substr(std::min<std::size_t>(letters.size(), 1)))
-        text = "(" + text + operation + letter + ")";
+    const std::string_view others = letters.substr(std::min<std::size_t>(letters.size(), 1));
+    std::string text(others.size(), '(');
+    text += letters.substr(0, 1);
+    for (const char letter : others)
+        text.append({operation, letter, ')'});
     return text;
 }
 

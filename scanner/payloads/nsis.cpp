@@ -10,8 +10,8 @@
 namespace tavrik::scanner::payloads {
 namespace {
 
-constexpr std::array<uint8_t, 16> kMarker = {0xEF, 0xBE, 0xAD, 0xDE, 'N', 'u', 'l', 'l',
-                                             's',  'o',  'f',  't',  'I', 'n', 's', 't'};
+constexpr std::array<uint8_t, 16> kFirstHeaderMarker = {0xEF, 0xBE, 0xAD, 0xDE, 'N', 'u', 'l', 'l',
+                                                        's',  'o',  'f',  't',  'I', 'n', 's', 't'};
 
 // Offsets in the first header.
 constexpr uint32_t kMarkerOffset = 4;
@@ -49,8 +49,8 @@ Signature SignatureOf(std::span<const uint8_t, 8> bytes) {
 
 std::optional<NsisArchive> ReadNsisArchive(base::ByteSource &source, uint64_t offset) {
     base::FileBytes bytes(source);
-    std::array<uint8_t, kMarker.size()> marker;
-    if (!bytes.Read(offset + kMarkerOffset, marker.data(), marker.size()) || marker != kMarker)
+    std::array<uint8_t, kFirstHeaderMarker.size()> marker;
+    if (!bytes.Read(offset + kMarkerOffset, marker.data(), marker.size()) || marker != kFirstHeaderMarker)
         return std::nullopt;
     const std::optional<uint32_t> flags = bytes.Get<uint32_t>(offset);
     const std::optional<uint32_t> script_size = bytes.Get<uint32_t>(offset + kScriptSize);

@@ -28,7 +28,8 @@ std::string Quoted(std::string_view text) {
 }
 
 std::string DigestText(const base::Sha256::Digest &digest) {
-    return digest == base::Sha256::Digest() ? "" : base::HexDigits(digest);
+    constexpr base::Sha256::Digest kNotKnown = {};
+    return digest == kNotKnown ? "" : base::HexDigits(digest);
 }
 
 std::string CsvHead() {
