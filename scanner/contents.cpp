@@ -1,26 +1,13 @@
 #include "scanner/contents.h"
 
-#include <algorithm>
-
 #include "base/error.h"
 #include "evaluation/features.h"
 #include "scanner/host_records.h"
+#include "scanner/near_miss.h"
 #include "scanner/payloads/archive_container.h"
 #include "scanner/payloads/archive_signatures.h"
 
 namespace tavrik::scanner {
-
-namespace {
-
-// The payload right after the last byte of the sections, where nearly all builds have it.
-std::optional<payloads::Extent> PayloadOfOverlay(base::ByteSource &source, const HostRecords &records) {
-    uint64_t overlay = 0;
-    for (const SectionHeader &section : records.sections)
-        overlay = std::max(overlay, uint64_t{section.PointerToRawData} + section.SizeOfRawData);
-    return overlay == 0 ? std::nullopt : payloads::ReadExtentAt(source, overlay);
-}
-
-} // namespace
 
 std::optional<ContentsPlace> WholeContents(base::ByteSource &source) {
     if (const payloads::ArchiveSignature *signature = payloads::SignatureOf(source);
@@ -29,6 +16,13 @@ std::optional<ContentsPlace> WholeContents(base::ByteSource &source) {
     if (std::optional<payloads::Extent> extent = payloads::ReadExtentAt(source, 0))
         return ContentsPlace{extent->description, extent};
     return std::nullopt;
+}
+
+std::vector<base::Region> RegionsOf(std::span<const Payload> payloads) {
+    std::vector<base::Region> regions;
+    for (const Payload &payload : payloads)
+        regions.push_back({payload.offset, payload.extent ? payload.extent->present : 1});
+    return regions;
 }
 
 std::vector<ContentsPlace> PlacesOf(std::span<const Payload> payloads) {
@@ -44,17 +38,18 @@ std::vector<ContentsPlace> ContentsOf(const Scanner &scanner, base::ByteSource &
     evaluation::Features features(source);
     const PeResult pe = MakeHostRecords(features.image(), source);
     if (pe.status == PeStatus::ReadFailed)
-        throw base::Error(pe.text);
+        throw base::Error(pe.text, source.error_code());
     if (pe.status == PeStatus::NotPe) {
         if (std::optional<ContentsPlace> whole = WholeContents(source))
             places.push_back(std::move(*whole));
         return places;
     }
+    std::vector<Payload> found;
     if (scanner.module() != nullptr)
-        places = PlacesOf(PayloadsOf(source, RunLocators(*scanner.module(), source, pe.records)));
-    if (places.empty())
-        if (const std::optional<payloads::Extent> extent = PayloadOfOverlay(source, pe.records))
-            places.push_back({extent->description, extent});
+        found = PayloadsOf(source, RunLocators(*scanner.module(), source, pe.records));
+    places = PlacesOf(found);
+    for (NearMiss &build : FindUnknownBuilds(source, features.image(), pe.records, RegionsOf(found)))
+        places.push_back({build.extent->description, std::move(build.extent)});
     return places;
 }
 

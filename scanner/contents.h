@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/byte_source.h"
+#include "base/file_bytes.h"
 #include "scanner/payload.h"
 #include "scanner/payloads/container.h"
 #include "scanner/scan.h"
@@ -25,11 +26,14 @@ struct ContentsPlace {
  * bytes of what is none. */
 std::optional<ContentsPlace> WholeContents(base::ByteSource &source);
 
+/** The bytes that payloads take; of one whose structure could not be read, the first. */
+std::vector<base::Region> RegionsOf(std::span<const Payload> payloads);
+
 /** The places of payloads whose structure is known. */
 std::vector<ContentsPlace> PlacesOf(std::span<const Payload> payloads);
 
-/** What has contents in a file of any kind: for a PE file the payloads that the locators find or, when they
- * find none, the one that its overlay begins with. Throws base::Error when the headers cannot be read. */
+/** What has contents in a file of any kind: in a PE file the payloads that the locators find, then those of builds that
+ * no entry knows. Throws base::Error when the headers cannot be read. */
 std::vector<ContentsPlace> ContentsOf(const Scanner &scanner, base::ByteSource &source);
 
 /** Opens a place. Never null; what cannot be opened has an error(). The source must outlive the object. */

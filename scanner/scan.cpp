@@ -206,12 +206,9 @@ void Scanner::Examine(base::ByteSource &source, FileReport &report, const std::f
     if (module_ != nullptr)
         report.findings = RunLocators(*module_, source, pe.records);
     report.payloads = PayloadsOf(source, report.findings);
-    if (settings_.near_conditions != 0) {
-        std::vector<base::Region> known;
-        for (const Payload &payload : report.payloads)
-            known.push_back({payload.offset, payload.extent ? payload.extent->present : 1});
-        report.near = FindNearMisses(source, features->image(), pe.records, settings_.near_conditions, known);
-    }
+    if (settings_.near_conditions != 0)
+        report.near = FindNearMisses(source, features->image(), pe.records, settings_.near_conditions,
+                                     RegionsOf(report.payloads));
     HashPayloads(source, report.payloads);
     if (!source.error().empty())
         fail(source.error());

@@ -121,6 +121,10 @@ void AddFacts(Markup &out, const FileReport &report, const FileDetails &details)
         out.Add("<dt>SHA-256</dt><dd><code>{}</code></dd>\n", MarkupText(details.sha256));
     AddFact(out, "Error", report.error);
     AddFact(out, "Details", details.error);
+    if (report.parent)
+        AddFact(out, "Details",
+                "not here for files inside others: unpack " + base::PathText(*report.parent) +
+                    ", and scan what is in it");
     for (const Note &note : report.notes)
         AddFact(out, "Inside", note.text);
     AddFact(out, "Signer", SignerText(details));
@@ -189,7 +193,7 @@ void AddContents(Markup &out, const Contents &contents) {
         return;
     }
     out.Add("<details class=\"box\"><summary>contents: {}</summary><table><tr><th>Name</th><th class=\"n\">Size</th>"
-            "<th class=\"n\">Packed</th><th>Time</th></tr>\n",
+            "<th class=\"n\">Packed</th><th>Time (UTC)</th></tr>\n",
             base::CountText(contents.count, "member"));
     for (const payloads::Member &member : contents.members)
         out.Add("<tr><td class=\"mono\">{}{}</td><td class=\"n\">{}</td><td class=\"n\">{}</td><td>{}{}</td></tr>\n",

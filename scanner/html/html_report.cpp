@@ -68,7 +68,10 @@ void HtmlReport::Add(std::string_view row) {
 }
 
 void HtmlReport::Finish(std::string_view summary) {
+    constexpr std::string_view kAfterProgram = ": ";
     summary = summary.substr(0, summary.find('\n'));
+    if (const std::size_t end = summary.find(kAfterProgram); end != std::string_view::npos)
+        summary.remove_prefix(end + kAfterProgram.size());
     file_.Write(fmt::format("</main>\n<div id=\"totals\">{}</div>\n<script>{}</script>\n</body>\n</html>\n",
                             MarkupText(summary), kPageScript));
     file_.Commit();

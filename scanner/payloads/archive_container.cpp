@@ -14,6 +14,7 @@
 #include "base/text.h"
 #include "base/utf8_locale.h"
 #include "scanner/payloads/archive_signatures.h"
+#include "scanner/payloads/readers.h"
 
 namespace tavrik::scanner::payloads {
 
@@ -23,6 +24,10 @@ constexpr std::size_t kBlockSize = 64 * 1024;
 
 // The library asks to be called again after some failures; it must not go on like this for ever.
 constexpr int kMostRetries = 16;
+
+constexpr char kEncrypted[] = "is encrypted; unpack it with its password by another program, such as 7z";
+constexpr char kNamesEncrypted[] =
+    "the names of its files are encrypted; unpack it with its password by another program, such as 7z";
 
 struct ReaderDeleter {
     void operator()(archive *reader) const { archive_read_free(reader); }
@@ -98,6 +103,8 @@ public:
                      bool is_truncated = false)
         : window_(source, offset, length), is_truncated_(is_truncated), reader_(archive_read_new()) {
         const base::Utf8Locale locale;
+        if (kind == ArchiveKind::Rar)
+            encrypted_files_ = EncryptedRarFiles(source, offset);
         archive *reader = reader_.get();
         Support(reader, kind);
         archive_read_set_callback_data(reader, this);
@@ -123,13 +130,19 @@ public:
                 return std::nullopt;
             }
             if (result == ARCHIVE_FATAL) {
-                error_ = Failure();
+                needs_password_ = entry != nullptr && archive_entry_is_metadata_encrypted(entry) != 0;
+                error_ = needs_password_ ? kNamesEncrypted : Failure();
                 return std::nullopt;
             }
             if (result == ARCHIVE_RETRY || result == ARCHIVE_FAILED)
                 continue;
-            if (std::optional<Member> member = MemberOf(entry))
+            const std::size_t place = entries_++;
+            if (std::optional<Member> member = MemberOf(entry)) {
+                // The library does not tell of files of RAR 5.
+                member->encrypted |= place < encrypted_files_.size() && encrypted_files_[place];
+                is_encrypted_ = member->encrypted;
                 return member;
+            }
             tries = 0; // a link; there are as many as the archive has bytes for
         }
         error_ = Failure();
@@ -140,15 +153,20 @@ public:
         const base::Utf8Locale locale;
         if (at_end_ || !error_.empty() || !member_error_.empty())
             return 0;
+        if (is_encrypted_) {
+            member_error_ = kEncrypted;
+            return 0;
+        }
         const la_ssize_t count = archive_read_data(reader_.get(), buffer, length);
         if (count >= 0)
             return static_cast<std::size_t>(count);
-        member_error_ = is_encrypted_ ? "is encrypted; unpack it with its password by another program" : Failure();
+        member_error_ = Failure();
         return 0;
     }
 
     const std::string &member_error() const override { return member_error_; }
     const std::string &error() const override { return error_; }
+    bool needs_password() const override { return needs_password_; }
 
 private:
     // A file or a folder; nothing for links and devices, which have no bytes of their own.
@@ -166,7 +184,7 @@ private:
             member.size = static_cast<uint64_t>(archive_entry_size(entry));
         if (archive_entry_mtime_is_set(entry) != 0)
             member.time = archive_entry_mtime(entry);
-        member.encrypted = is_encrypted_ = archive_entry_is_data_encrypted(entry) != 0;
+        member.encrypted = archive_entry_is_data_encrypted(entry) != 0;
         return member;
     }
 
@@ -217,8 +235,11 @@ private:
     uint64_t position_ = 0;
     std::vector<uint8_t> block_ = std::vector<uint8_t>(kBlockSize);
     bool is_truncated_;
+    std::vector<bool> encrypted_files_; // of a RAR archive, by the number of the entry
+    std::size_t entries_ = 0;           // that were read
     bool at_end_ = false;
-    bool is_encrypted_ = false; // the member that was given last
+    bool needs_password_ = false; // by the container as a whole
+    bool is_encrypted_ = false;   // the member that was given last
     std::string member_error_;
     std::string error_;
     std::unique_ptr<archive, ReaderDeleter> reader_; // last: its end may still call back

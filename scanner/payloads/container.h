@@ -42,6 +42,9 @@ public:
     /** Why Next ended early or the container cannot be read at all, with a remedy ("7z x opens it"); "" when the end
      * was reached in order. */
     virtual const std::string &error() const = 0;
+
+    /** Whether error() is that a password is needed. */
+    virtual bool needs_password() const { return false; }
 };
 
 /** The contents of a payload of our own formats or, for cabinets and RAR, through the archive library. Never null: what

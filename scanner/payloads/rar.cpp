@@ -1,8 +1,10 @@
 // RAR archives: a signature and a chain of blocks, each of which says how long it is. The formats are described in
 // technote.txt, which comes with the archiver, for both generations.
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "base/crc32.h"
@@ -21,8 +23,8 @@ constexpr uint64_t kEndBlockLength = 7; // at least
 struct Walk {
     uint64_t end = 0; // of the last block, in the source; beyond its end when the archive is truncated
     bool has_encrypted_headers = false;
-    bool has_encrypted_files = false;
-    bool wants_end_block = false; // the version that wrote the archive ends it with such a block
+    std::vector<bool> encrypted_files; // whether each file is, in the order of the archive
+    bool wants_end_block = false;      // the version that wrote the archive ends it with such a block
     bool has_end_block = false;
 };
 
@@ -91,9 +93,10 @@ std::optional<Walk> WalkBlocks(base::FileBytes &bytes, uint64_t offset) {
             walk.has_encrypted_headers = true;
             break;
         }
-        walk.has_encrypted_files |= block->type == kFile && (block->flags & kFileEncrypted) != 0;
-        if (block->type == kFile)
+        if (block->type == kFile) {
+            walk.encrypted_files.push_back((block->flags & kFileEncrypted) != 0);
             walk.wants_end_block = block->is_of_version3;
+        }
         walk.has_end_block = block->type == kEnd;
         if (walk.has_end_block || walk.end >= bytes.size())
             break;
@@ -216,7 +219,8 @@ std::optional<Walk> WalkBlocks(base::FileBytes &bytes, uint64_t offset) {
             break;
         walk.end += block->length;
         walk.has_encrypted_headers |= block->type == kEncryption;
-        walk.has_encrypted_files |= block->is_encrypted;
+        if (block->type == kFile)
+            walk.encrypted_files.push_back(block->is_encrypted);
         walk.has_end_block = block->type == kEnd;
         if (walk.has_end_block || block->type == kEncryption || walk.end >= bytes.size())
             break;
@@ -232,19 +236,25 @@ bool BeginsWith(base::FileBytes &bytes, uint64_t offset, const std::array<uint8_
     return bytes.Read(offset, begin.data(), Length) && begin == signature;
 }
 
+// Of an archive of either generation, and which it is in words; nothing when there is none.
+std::optional<Walk> WalkArchive(base::FileBytes &bytes, uint64_t offset, std::string &description) {
+    if (BeginsWith(bytes, offset, kSignature4)) {
+        description = "RAR 4";
+        return rar4::WalkBlocks(bytes, offset + kSignature4.size());
+    }
+    if (BeginsWith(bytes, offset, kSignature5)) {
+        description = "RAR 5";
+        return rar5::WalkBlocks(bytes, offset + kSignature5.size());
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<Extent> ReadRarExtent(base::ByteSource &source, uint64_t offset) {
     base::FileBytes bytes(source);
-    std::optional<Walk> walk;
     std::string description;
-    if (BeginsWith(bytes, offset, kSignature4)) {
-        description = "RAR 4";
-        walk = rar4::WalkBlocks(bytes, offset + kSignature4.size());
-    } else if (BeginsWith(bytes, offset, kSignature5)) {
-        description = "RAR 5";
-        walk = rar5::WalkBlocks(bytes, offset + kSignature5.size());
-    }
+    std::optional<Walk> walk = WalkArchive(bytes, offset, description);
     if (!walk)
         return std::nullopt;
     if (walk->has_encrypted_headers) {
@@ -254,8 +264,16 @@ std::optional<Extent> ReadRarExtent(base::ByteSource &source, uint64_t offset) {
         walk->end = std::max(walk->end, bytes.size()) + kEndBlockLength; // the source ends first
     }
     Extent extent = MakeExtent(source, Format::Rar, std::move(description), offset, walk->end - offset);
-    extent.encrypted = walk->has_encrypted_headers || walk->has_encrypted_files;
+    extent.encrypted =
+        walk->has_encrypted_headers || std::ranges::find(walk->encrypted_files, true) != walk->encrypted_files.end();
     return extent;
+}
+
+std::vector<bool> EncryptedRarFiles(base::ByteSource &source, uint64_t offset) {
+    base::FileBytes bytes(source);
+    std::string description;
+    std::optional<Walk> walk = WalkArchive(bytes, offset, description);
+    return walk ? std::move(walk->encrypted_files) : std::vector<bool>();
 }
 
 } // namespace tavrik::scanner::payloads

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/byte_source.h"
 #include "scanner/payloads/extent.h"
@@ -38,6 +39,10 @@ std::optional<Extent> ReadCabinetExtent(base::ByteSource &source, uint64_t offse
 std::optional<Extent> ReadRarExtent(base::ByteSource &source, uint64_t offset);
 std::optional<Extent> ReadAutoItExtent(base::ByteSource &source, uint64_t offset);
 std::optional<Extent> ReadNsisExtent(base::ByteSource &source, uint64_t offset);
+
+/** Whether each file of the RAR archive at `offset` needs a password, folders and links included, in its order; nothing
+ * when its headers are encrypted. */
+std::vector<bool> EncryptedRarFiles(base::ByteSource &source, uint64_t offset);
 
 } // namespace tavrik::scanner::payloads
 

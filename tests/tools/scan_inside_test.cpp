@@ -3,6 +3,10 @@
 #include <map>
 #include <set>
 
+#ifdef TAVRIK_HAS_ARCHIVE
+#include <archive.h>
+#include <archive_entry.h>
+#endif
 #include <nlohmann/json.hpp>
 
 #include "samples/samples.h"
@@ -26,18 +30,27 @@ constexpr char kBoundMemory[] = "";
 constexpr char kBoundMemory[] = "ulimit -v 1500000; ";
 #endif
 
+/** The first sample whose file name begins like this. */
+samples::Sample SampleOf(const std::string &name) {
+    for (std::size_t index = 0; index < samples::SampleCount(); ++index)
+        if (samples::Sample sample = samples::MakeSample(index); sample.file_name.starts_with(name))
+            return sample;
+    throw std::runtime_error("there is no sample " + name);
+}
+
 /** found.exe, with a payload, and archives around it. */
 class Inside : public testing::Test {
 protected:
     Inside() {
-        for (std::size_t index = 0; index < samples::SampleCount(); ++index)
-            if (const samples::Sample sample = samples::MakeSample(index); sample.file_name.starts_with("entry07")) {
-                Write("found.exe", sample.bytes);
-                found_ = fmt::format(": entry 7: Nullsoft installer, offset {:#x}, length unknown\n",
-                                     sample.finding->offset);
-            }
-        const Outcome made =
-            Shell("python3 '" + (base::ProgramFolder() / "golden" / "make_archives.py").string() + "'");
+        const samples::Sample sample = SampleOf("entry07");
+        Write("found.exe", sample.bytes);
+        found_ = fmt::format(": entry 7: Nullsoft installer, offset {:#x}, length unknown\n", sample.finding->offset);
+        MakeArchives("");
+    }
+
+    static void MakeArchives(const std::string &arguments) {
+        const fs::path script = base::ProgramFolder() / "golden" / "make_archives.py";
+        const Outcome made = Shell("python3 '" + script.string() + "' " + arguments);
         if (made.code != 0)
             throw std::runtime_error(made.err);
     }
@@ -55,6 +68,7 @@ TEST_F(Inside, IsScannedAndCounted) {
                                                           {"a.tar.gz", "a.tar.gz!in/found.exe"},
                                                           {"a.cab", "a.cab!found.exe"},
                                                           {"a.rar", "a.rar!found.exe"},
+                                                          {"a5.rar", "a5.rar!found.exe"},
                                                           {"a.7z", "a.7z!found.exe"},
                                                           {"nested.zip", "nested.zip!deep/a.rar!b.tar!in/found.exe"}};
     Shell("7z a a.7z found.exe");
@@ -125,6 +139,94 @@ TEST_F(Inside, OfAnInstallerIsCarvedListedAndScanned) {
     EXPECT_NE(Scan("--no-inside cut.exe").out.find("(truncated, 5 bytes missing)"), std::string::npos);
 }
 
+#ifdef TAVRIK_HAS_ARCHIVE
+/** Writes an archive of files; format and filter are the library's names, without a filter null. */
+void WriteArchive(const std::string &file, const char *format, const char *filter,
+                  const std::map<std::string, std::string> &members) {
+    const std::unique_ptr<archive, int (*)(archive *)> writer(archive_write_new(), archive_write_free);
+    ASSERT_EQ(archive_write_set_format_by_name(writer.get(), format), ARCHIVE_OK);
+    ASSERT_TRUE(filter == nullptr || archive_write_add_filter_by_name(writer.get(), filter) == ARCHIVE_OK);
+    ASSERT_EQ(archive_write_open_filename(writer.get(), file.c_str()), ARCHIVE_OK);
+    for (const auto &[name, bytes] : members) {
+        const std::unique_ptr<archive_entry, void (*)(archive_entry *)> entry(archive_entry_new(), archive_entry_free);
+        archive_entry_set_pathname(entry.get(), name.c_str());
+        archive_entry_set_filetype(entry.get(), AE_IFREG);
+        archive_entry_set_perm(entry.get(), 0644);
+        archive_entry_set_size(entry.get(), static_cast<la_int64_t>(bytes.size()));
+        ASSERT_EQ(archive_write_header(writer.get(), entry.get()), ARCHIVE_OK);
+        ASSERT_EQ(archive_write_data(writer.get(), bytes.data(), bytes.size()), static_cast<la_ssize_t>(bytes.size()));
+    }
+    ASSERT_EQ(archive_write_close(writer.get()), ARCHIVE_OK);
+}
+
+TEST_F(Inside, IsScannedInEveryKindOfArchive) {
+    const std::tuple<const char *, const char *, const char *> rows[] = {
+        {"a.iso", "iso9660", nullptr},  {"a.cpio", "newc", nullptr},    {"a.xar", "xar", nullptr},
+        {"a.tar.xz", "gnutar", "xz"},   {"a.tar.bz2", "pax", "bzip2"},  {"a.tar.zst", "ustar", "zstd"},
+        {"a.tar.lz4", "gnutar", "lz4"}, {"a.tar.lz", "gnutar", "lzip"}, {"a.cpio.gz", "odc", "gzip"}};
+    const std::string program = ReadFile("found.exe");
+    for (const auto &[file, format, filter] : rows) {
+        SCOPED_TRACE(file);
+        WriteArchive(file, format, filter, {{"in/found.exe", program}, {"in/note.txt", "text"}});
+        EXPECT_EQ(Scan(file).out, Line(std::string(file) + "!in/found.exe"));
+        EXPECT_EQ(Scan(std::string("unpack ") + file + " -o files-" + file).code, 0);
+        EXPECT_EQ(ReadFile(std::string("files-") + file + "/in/found.exe"), program);
+        EXPECT_EQ(ReadFile(std::string("files-") + file + "/in/note.txt"), "text");
+    }
+    WriteArchive("a.deb", "arbsd", nullptr, {{"debian-binary", "2.0\n"}, {"data.tar.xz", ReadFile("a.tar.xz")}});
+    EXPECT_EQ(Scan("a.deb").out, Line("a.deb!data.tar.xz!in/found.exe"));
+}
+#endif
+
+TEST_F(Inside, IsCarvedForOtherPrograms) {
+    const std::tuple<const char *, const char *, const char *> rows[] = {
+        {"entry38", "a.cab", "cab"}, {"entry39", "a.rar", "rar"}, {"entry39", "a5.rar", "rar"}};
+    for (const auto &[entry, name, extension] : rows) {
+        SCOPED_TRACE(name);
+        const samples::Sample sample = SampleOf(entry);
+        const std::string bytes = ReadFile(name);
+        std::string file = sample.bytes.substr(0, sample.finding->offset) + bytes;
+        file += file.size() < sample.bytes.size() ? sample.bytes.substr(file.size()) : "what follows";
+        Write("x.exe", file);
+        const std::string into = std::string("carved-") + name;
+        EXPECT_EQ(Scan("--no-inside x.exe --carve " + into).code, 1);
+        const std::string carved = fmt::format("{}/x.exe.{:#x}.{}", into, sample.finding->offset, extension);
+        EXPECT_EQ(ReadFile(carved), bytes);
+        std::string listed; // as the other program prints it
+        const Json members = Json::parse(Scan("contents --json x.exe").out)["containers"][0]["members"];
+        for (const Json &member : members)
+            listed += fmt::format("Path = {}\nSize = {}\n", member["path"].get<std::string>(),
+                                  member["size"].get<uint64_t>());
+        EXPECT_EQ(Shell("7z l -ba -slt " + carved + " | grep -E '^(Path|Size) ='").out, listed);
+    }
+}
+
+TEST_F(Inside, SaysWhatNeedsAPassword) {
+    Shell("7z a -psecret locked.7z found.exe; 7z a -psecret -mhe=on names.7z found.exe");
+    for (const char *file : {"locked.rar", "locked5.rar"}) {
+        EXPECT_EQ(Scan(file).out, Line(std::string(file) + "!found.exe"));
+        const std::vector<std::string> lines = Lines(Scan(std::string("--json ") + file).out);
+        ASSERT_EQ(lines.size(), 4u);
+        EXPECT_EQ(Json::parse(lines[3])["reason"]["code"], "encrypted") << lines[3];
+    }
+    for (const char *file : {"locked.rar", "locked5.rar", "locked.7z", "encrypted.zip"}) {
+        EXPECT_NE(Scan(std::string("contents ") + file).out.find(".exe  (encrypted)\n"), std::string::npos) << file;
+        const Outcome unpacked = Scan(std::string("unpack -o out ") + file);
+        EXPECT_EQ(unpacked.code, 2);
+        EXPECT_NE(unpacked.err.find(".exe: is encrypted; unpack it with its password"), std::string::npos) << file;
+        EXPECT_FALSE(fs::exists("out/secret.exe"));
+    }
+    for (const char *file : {"names.rar", "names5.rar", "names.7z"})
+        for (const char *command : {"", "contents ", "unpack -o out "}) {
+            const std::string err = Scan(command + std::string(file)).err;
+            EXPECT_EQ(Lines(err).size(), 1u) << err;
+            EXPECT_NE(err.find("the names of its files are encrypted; unpack it with its password"), std::string::npos)
+                << err;
+        }
+    const Json listed = Json::parse(Scan("contents --json names.rar").out);
+    EXPECT_EQ(listed["containers"][0]["error"]["code"], "encrypted");
+}
+
 TEST_F(Inside, SaysWhatCouldNotBeScanned) {
     const Outcome damaged = Scan("--json damaged.zip");
     EXPECT_NE(damaged.out.find("cannot be unpacked"), std::string::npos) << damaged.out;
@@ -138,6 +240,7 @@ TEST_F(Inside, SaysWhatCouldNotBeScanned) {
 }
 
 TEST_F(Inside, EndsInTimeOnFilesThatGrowWithoutEnd) {
+    MakeArchives("growing");
     const std::pair<const char *, const char *> rows[] = {
         {"zeros.bz2", "zeros.bz2: more than 250 bytes inside for each of the file's own; the rest is not scanned"},
         {"layers.zip", "layers.zip: more than 10000 files inside; the rest is not scanned"},
@@ -154,7 +257,7 @@ TEST_F(Inside, EndsInTimeOnFilesThatGrowWithoutEnd) {
 }
 
 TEST_F(Inside, IsListedAndUnpacked) {
-    for (const char *file : {"a.zip", "a.tar", "a.tar.gz", "a.cab", "a.rar"}) {
+    for (const char *file : {"a.zip", "a.tar", "a.tar.gz", "a.cab", "a.rar", "a5.rar"}) {
         const std::string into = std::string("out-") + file;
         const Outcome listed = Scan(std::string("contents --json ").append(file));
         EXPECT_EQ(listed.code, 0) << listed.err;

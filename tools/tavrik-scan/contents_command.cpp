@@ -35,10 +35,11 @@ struct Listing {
     scanner::ContentsPlace place;
     std::vector<scanner::payloads::Member> members;
     std::string error; // why there may be more
+    base::ErrorCode error_code = base::ErrorCode::NotUnpacked;
 };
 
 Listing List(base::ByteSource &source, scanner::ContentsPlace place) {
-    Listing listing = {std::move(place), {}, {}};
+    Listing listing = {.place = std::move(place), .members = {}, .error = {}};
     const std::unique_ptr<scanner::payloads::Container> container = scanner::Open(source, listing.place);
     while (std::optional<scanner::payloads::Member> member = container->Next()) {
         if (listing.members.size() == kMostListed) {
@@ -48,6 +49,10 @@ Listing List(base::ByteSource &source, scanner::ContentsPlace place) {
         listing.members.push_back(std::move(*member));
     }
     listing.error = container->error();
+    if (container->needs_password())
+        listing.error_code = base::ErrorCode::Encrypted;
+    if (!source.error().empty())
+        listing.error_code = source.error_code();
     return listing;
 }
 
@@ -111,7 +116,7 @@ Json ObjectOf(const Listing &listing) {
                                      {"encrypted", member.encrypted}});
     }
     if (!listing.error.empty())
-        object["error"] = listing.error;
+        object["error"] = scanner::ProblemObject(base::ErrorCodeName(listing.error_code), listing.error);
     return object;
 }
 
@@ -119,6 +124,7 @@ Json ObjectOf(const Listing &listing) {
 bool ListFile(const scanner::Scanner &scanner, const fs::path &file, const ScanOptions &options) {
     std::vector<Listing> listings;
     std::string error;
+    base::ErrorCode code = base::ErrorCode::NotUnpacked;
     try {
         const scanner::Deadline deadline(options.settings.timeout);
         const std::shared_ptr<base::ByteSource> opened = scanner::OpenInput(scanning::InputOf(file), deadline);
@@ -126,10 +132,13 @@ bool ListFile(const scanner::Scanner &scanner, const fs::path &file, const ScanO
         for (scanner::ContentsPlace &place : scanner::ContentsOf(scanner, source))
             listings.push_back(List(source, std::move(place)));
         error = source.error();
-        if (error.empty() && listings.empty())
+        if (!error.empty())
+            code = source.error_code();
+        else if (listings.empty())
             error = kNothingInside;
     } catch (const base::Error &failure) {
         error = failure.reason();
+        code = failure.code();
     }
     if (options.format == scanner::ReportFormat::JsonLines) {
         Json line = {{"schema", scanner::kJsonSchema}};
@@ -138,7 +147,7 @@ bool ListFile(const scanner::Scanner &scanner, const fs::path &file, const ScanO
         for (const Listing &listing : listings)
             line["containers"].push_back(ObjectOf(listing));
         if (!error.empty())
-            line["error"] = error;
+            line["error"] = scanner::ProblemObject(base::ErrorCodeName(code), error);
         base::Print(scanner::LineOf(line) + '\n');
     } else {
         for (const Listing &listing : listings)
