@@ -142,7 +142,7 @@ void Scanner::ScanInput(const Input &input, FileReport &report, Profile *profile
                           base::ErrorCode::TooLarge);
     report.size = stream->size();
     report.stream = stream;
-    Watch(*stream, deadline, report, report.file, profile);
+    Watch(*stream, deadline, report, {}, profile); // there is no file that could be opened for cleaning
 }
 
 // Scans a source until the deadline.

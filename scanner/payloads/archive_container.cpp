@@ -104,7 +104,7 @@ public:
         : window_(source, offset, length), is_truncated_(is_truncated), reader_(archive_read_new()) {
         const base::Utf8Locale locale;
         if (kind == ArchiveKind::Rar)
-            encrypted_files_ = EncryptedRarFiles(source, offset);
+            encryption_ = EncryptionOfRar(source, offset);
         archive *reader = reader_.get();
         Support(reader, kind);
         archive_read_set_callback_data(reader, this);
@@ -118,6 +118,7 @@ public:
     std::optional<Member> Next() override {
         const base::Utf8Locale locale;
         member_error_.clear();
+        member_at_end_ = false;
         if (at_end_ || !error_.empty())
             return std::nullopt;
         for (int tries = 0; tries < kMostRetries; ++tries) {
@@ -130,7 +131,8 @@ public:
                 return std::nullopt;
             }
             if (result == ARCHIVE_FATAL) {
-                needs_password_ = entry != nullptr && archive_entry_is_metadata_encrypted(entry) != 0;
+                needs_password_ =
+                    encryption_.headers || (entry != nullptr && archive_entry_is_metadata_encrypted(entry) != 0);
                 error_ = needs_password_ ? kNamesEncrypted : Failure();
                 return std::nullopt;
             }
@@ -138,8 +140,7 @@ public:
                 continue;
             const std::size_t place = entries_++;
             if (std::optional<Member> member = MemberOf(entry)) {
-                // The library does not tell of files of RAR 5.
-                member->encrypted |= place < encrypted_files_.size() && encrypted_files_[place];
+                member->encrypted |= place < encryption_.files.size() && encryption_.files[place];
                 is_encrypted_ = member->encrypted;
                 return member;
             }
@@ -151,13 +152,15 @@ public:
 
     std::size_t Read(void *buffer, std::size_t length) override {
         const base::Utf8Locale locale;
-        if (at_end_ || !error_.empty() || !member_error_.empty())
+        if (at_end_ || member_at_end_ || !error_.empty() || !member_error_.empty())
             return 0;
         if (is_encrypted_) {
             member_error_ = kEncrypted;
             return 0;
         }
         const la_ssize_t count = archive_read_data(reader_.get(), buffer, length);
+        // Fewer than asked for only at the end, beyond which the library gives zeros for some formats.
+        member_at_end_ = count < static_cast<la_ssize_t>(length);
         if (count >= 0)
             return static_cast<std::size_t>(count);
         member_error_ = Failure();
@@ -235,9 +238,10 @@ private:
     uint64_t position_ = 0;
     std::vector<uint8_t> block_ = std::vector<uint8_t>(kBlockSize);
     bool is_truncated_;
-    std::vector<bool> encrypted_files_; // of a RAR archive, by the number of the entry
-    std::size_t entries_ = 0;           // that were read
+    RarEncryption encryption_; // of a RAR archive; the library does not tell all of RAR 5
+    std::size_t entries_ = 0;  // that were read
     bool at_end_ = false;
+    bool member_at_end_ = false;
     bool needs_password_ = false; // by the container as a whole
     bool is_encrypted_ = false;   // the member that was given last
     std::string member_error_;

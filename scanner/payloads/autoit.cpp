@@ -20,7 +20,7 @@ constexpr uint64_t kChecksumLength = 16;
 constexpr uint64_t kFirstRecord = kTagOffset + kTagLength + kChecksumLength;
 constexpr uint64_t kMagicLength = 4;
 
-// How far behind the tag the closing one of an unknown build is searched for, in bytes.
+// How far after the tag the closing one of an unknown build is searched for, in bytes.
 constexpr uint64_t kLongestUnknown = 64u << 20;
 
 constexpr AutoItGeneration kGenerations[] = {

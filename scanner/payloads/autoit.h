@@ -65,7 +65,7 @@ public:
     /** How the records ended, after Next gave nothing. */
     End end() const { return end_; }
 
-    /** Behind the last record, in the source; behind the tag after it when there is one. */
+    /** The end of the last record, in the source; of the tag after it when there is one. */
     uint64_t position() const { return position_; }
 
     /** The seed of the stream that the data of each record are combined with. */

@@ -23,7 +23,7 @@ constexpr uint32_t kWriteUninstaller = 62;
 constexpr std::size_t kParameters = 6;
 constexpr std::size_t kEntryLength = 4 + 4 * kParameters;
 constexpr std::size_t kBlocks = 8;
-constexpr std::size_t kFirstBlock = 4; // behind the flags
+constexpr std::size_t kFirstBlock = 4; // after the flags
 constexpr std::size_t kLanguageHead = 10;
 
 // The blocks that are used here, by their place in the table.

@@ -24,7 +24,7 @@ inline constexpr uint32_t kSavedOutDir = 31; // $_OUTDIR, with which the compile
 /** Gives the strings of a script as texts. */
 class NsisStrings {
 public:
-    /** `strings`: the block of strings; `languages`: the table of the first language, behind its head. Both must
+    /** `strings`: the block of strings; `languages`: the table of the first language, after its head. Both must
      * outlive the object. */
     NsisStrings(std::span<const uint8_t> strings, std::span<const uint8_t> languages);
 

@@ -269,11 +269,13 @@ std::optional<Extent> ReadRarExtent(base::ByteSource &source, uint64_t offset) {
     return extent;
 }
 
-std::vector<bool> EncryptedRarFiles(base::ByteSource &source, uint64_t offset) {
+RarEncryption EncryptionOfRar(base::ByteSource &source, uint64_t offset) {
     base::FileBytes bytes(source);
     std::string description;
     std::optional<Walk> walk = WalkArchive(bytes, offset, description);
-    return walk ? std::move(walk->encrypted_files) : std::vector<bool>();
+    if (!walk)
+        return {};
+    return {walk->has_encrypted_headers, std::move(walk->encrypted_files)};
 }
 
 } // namespace tavrik::scanner::payloads

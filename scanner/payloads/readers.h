@@ -40,9 +40,16 @@ std::optional<Extent> ReadRarExtent(base::ByteSource &source, uint64_t offset);
 std::optional<Extent> ReadAutoItExtent(base::ByteSource &source, uint64_t offset);
 std::optional<Extent> ReadNsisExtent(base::ByteSource &source, uint64_t offset);
 
-/** Whether each file of the RAR archive at `offset` needs a password, folders and links included, in its order; nothing
- * when its headers are encrypted. */
-std::vector<bool> EncryptedRarFiles(base::ByteSource &source, uint64_t offset);
+/** What of a RAR archive needs a password. */
+struct RarEncryption {
+    bool headers = false;         // nothing is known of the files then
+    std::vector<bool> files = {}; // of each, folders and links included, in the order of the archive
+
+    bool operator==(const RarEncryption &) const = default;
+};
+
+/** That of the archive at `offset`; of none, nothing needs one. */
+RarEncryption EncryptionOfRar(base::ByteSource &source, uint64_t offset);
 
 } // namespace tavrik::scanner::payloads
 

@@ -21,21 +21,21 @@ std::span<const uint8_t> ViewOf(const std::string &text) {
 
 TEST(RarArchives, TellWhichFilesNeedAPassword) {
     const std::string record = Hex("04 01 00 00 0F"); // of encryption
-    const std::pair<std::string, std::vector<bool>> rows[] = {
-        {Rar4Main() + Rar4File("a", "x", 29) + Rar4File("b", "y", 29, 4) + kRar4End, {false, true}},
-        {kRar5Main + Rar5File("a", "x", record) + Rar5File("b", "y") + kRar5End, {true, false}},
-        {kRar5 + Rar5Block(Hex("04 00 00 00 0F")), {}},
+    const std::pair<std::string, RarEncryption> rows[] = {
+        {Rar4Main() + Rar4File("a", "x", 29) + Rar4File("b", "y", 29, 4) + kRar4End, {false, {false, true}}},
+        {kRar5Main + Rar5File("a", "x", record) + Rar5File("b", "y") + kRar5End, {false, {true, false}}},
+        {kRar5 + Rar5Block(Hex("04 00 00 00 0F")), {true, {}}},
         {"no archive", {}}};
-    for (const auto &[bytes, encrypted] : rows) {
+    for (const auto &[bytes, encryption] : rows) {
         base::MemorySource source(ViewOf(bytes));
-        EXPECT_EQ(EncryptedRarFiles(source, 0), encrypted) << bytes;
+        EXPECT_EQ(EncryptionOfRar(source, 0), encryption) << bytes;
     }
     // The library alone would give the encrypted bytes as the file.
     if (!kReadsArchives)
         return;
     base::MemorySource source(ViewOf(rows[1].first));
     const std::unique_ptr<Container> container = OpenPayload(source, *ReadExtentAt(source, 0));
-    for (const bool is_encrypted : rows[1].second) {
+    for (const bool is_encrypted : rows[1].second.files) {
         const std::optional<Member> member = container->Next();
         ASSERT_TRUE(member.has_value());
         EXPECT_EQ(member->encrypted, is_encrypted);

@@ -334,7 +334,7 @@ TEST(InstallerScripts, NamesAreReadInEveryDialect) {
 
 TEST(InstallerScripts, SolidStreamsOfStoredBlocksAreRecognised) {
     InstallerParts parts = SmallInstaller();
-    parts.instructions[2][3] = 9 + 4 + 40000; // behind a block that no file has
+    parts.instructions[2][3] = 9 + 4 + 40000; // after a block that no file has
     parts.blocks.insert(9, Little(40000, 4) + Noise(40000));
     for (const bool has_complement : {false, true}) {
         const std::string installer = SolidInstaller(parts, has_complement);

@@ -1,4 +1,5 @@
 // What tavrik-scan does with what is inside payloads and archives.
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <set>
@@ -142,7 +143,7 @@ TEST_F(Inside, OfAnInstallerIsCarvedListedAndScanned) {
 #ifdef TAVRIK_HAS_ARCHIVE
 /** Writes an archive of files; format and filter are the library's names, without a filter null. */
 void WriteArchive(const std::string &file, const char *format, const char *filter,
-                  const std::map<std::string, std::string> &members) {
+                  const std::vector<std::pair<std::string, std::string>> &members) {
     const std::unique_ptr<archive, int (*)(archive *)> writer(archive_write_new(), archive_write_free);
     ASSERT_EQ(archive_write_set_format_by_name(writer.get(), format), ARCHIVE_OK);
     ASSERT_TRUE(filter == nullptr || archive_write_add_filter_by_name(writer.get(), filter) == ARCHIVE_OK);
@@ -161,17 +162,16 @@ void WriteArchive(const std::string &file, const char *format, const char *filte
 
 TEST_F(Inside, IsScannedInEveryKindOfArchive) {
     const std::tuple<const char *, const char *, const char *> rows[] = {
-        {"a.iso", "iso9660", nullptr},  {"a.cpio", "newc", nullptr},    {"a.xar", "xar", nullptr},
-        {"a.tar.xz", "gnutar", "xz"},   {"a.tar.bz2", "pax", "bzip2"},  {"a.tar.zst", "ustar", "zstd"},
-        {"a.tar.lz4", "gnutar", "lz4"}, {"a.tar.lz", "gnutar", "lzip"}, {"a.cpio.gz", "odc", "gzip"}};
+        {"a.iso", "iso9660", nullptr}, {"a.cpio", "newc", nullptr},  {"a.xar", "xar", nullptr},
+        {"a.tar.xz", "gnutar", "xz"},  {"a.tar.zst", "pax", "zstd"}, {"a.cpio.lz", "odc", "lzip"}};
     const std::string program = ReadFile("found.exe");
     for (const auto &[file, format, filter] : rows) {
         SCOPED_TRACE(file);
         WriteArchive(file, format, filter, {{"in/found.exe", program}, {"in/note.txt", "text"}});
         EXPECT_EQ(Scan(file).out, Line(std::string(file) + "!in/found.exe"));
         EXPECT_EQ(Scan(std::string("unpack ") + file + " -o files-" + file).code, 0);
-        EXPECT_EQ(ReadFile(std::string("files-") + file + "/in/found.exe"), program);
-        EXPECT_EQ(ReadFile(std::string("files-") + file + "/in/note.txt"), "text");
+        EXPECT_TRUE(ReadFile(std::string("files-") + file + "/in/found.exe") == program);
+        EXPECT_TRUE(ReadFile(std::string("files-") + file + "/in/note.txt") == "text");
     }
     WriteArchive("a.deb", "arbsd", nullptr, {{"debian-binary", "2.0\n"}, {"data.tar.xz", ReadFile("a.tar.xz")}});
     EXPECT_EQ(Scan("a.deb").out, Line("a.deb!data.tar.xz!in/found.exe"));
@@ -179,15 +179,16 @@ TEST_F(Inside, IsScannedInEveryKindOfArchive) {
 #endif
 
 TEST_F(Inside, IsCarvedForOtherPrograms) {
-    const std::tuple<const char *, const char *, const char *> rows[] = {
-        {"entry38", "a.cab", "cab"}, {"entry39", "a.rar", "rar"}, {"entry39", "a5.rar", "rar"}};
+    const std::tuple<const char *, const char *, const char *> rows[] = {{"entry38", "a.cab", "cab"},
+                                                                         {"entry39", "a.rar", "rar"}};
     for (const auto &[entry, name, extension] : rows) {
         SCOPED_TRACE(name);
         const samples::Sample sample = SampleOf(entry);
         const std::string bytes = ReadFile(name);
-        std::string file = sample.bytes.substr(0, sample.finding->offset) + bytes;
-        file += file.size() < sample.bytes.size() ? sample.bytes.substr(file.size()) : "what follows";
-        Write("x.exe", file);
+        std::string file(sample.bytes.begin(), sample.bytes.end());
+        file.resize(std::max(file.size(), sample.finding->offset + bytes.size()));
+        file.replace(sample.finding->offset, bytes.size(), bytes);
+        Write("x.exe", file + "what follows");
         const std::string into = std::string("carved-") + name;
         EXPECT_EQ(Scan("--no-inside x.exe --carve " + into).code, 1);
         const std::string carved = fmt::format("{}/x.exe.{:#x}.{}", into, sample.finding->offset, extension);

@@ -51,7 +51,9 @@ Examples:
   tavrik-scan map setup.exe                       what is where in this file, as a picture
   tavrik-scan -r --near --report out.html .       a report for people, one HTML file
   tavrik-scan -r --rules my.rules --only .        scan with rules of a text alone
-  tavrik-scan -r --carve payloads Downloads       write the payloads to the folder payloads
+  tavrik-scan contents setup.exe                  list what is inside an installer, a script or an archive
+  tavrik-scan unpack setup.exe -o files           write it to the folder files
+  tavrik-scan -r --carve payloads Downloads       write the payloads themselves to the folder payloads
   tavrik-scan -r --json . | jq -r 'select(.detections != []) | .file'
                                                   the names of the detected files
   tavrik-scan -r --json . | jq 'select(.status == "error") | {file, error}'
