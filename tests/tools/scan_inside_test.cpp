@@ -178,6 +178,13 @@ TEST_F(Inside, IsScannedInEveryKindOfArchive) {
 }
 #endif
 
+/** A program with a payload in place of what is at the offset. */
+std::string WithPayload(const base::Bytes &program, std::size_t offset, const std::string &payload) {
+    std::string file(program.begin(), program.end());
+    file.resize(std::max(file.size(), offset + payload.size()));
+    return file.replace(offset, payload.size(), payload);
+}
+
 TEST_F(Inside, IsCarvedForOtherPrograms) {
     const std::tuple<const char *, const char *, const char *> rows[] = {{"entry38", "a.cab", "cab"},
                                                                          {"entry39", "a.rar", "rar"}};
@@ -185,10 +192,7 @@ TEST_F(Inside, IsCarvedForOtherPrograms) {
         SCOPED_TRACE(name);
         const samples::Sample sample = SampleOf(entry);
         const std::string bytes = ReadFile(name);
-        std::string file(sample.bytes.begin(), sample.bytes.end());
-        file.resize(std::max(file.size(), sample.finding->offset + bytes.size()));
-        file.replace(sample.finding->offset, bytes.size(), bytes);
-        Write("x.exe", file + "what follows");
+        Write("x.exe", WithPayload(sample.bytes, sample.finding->offset, bytes) + "what follows");
         const std::string into = std::string("carved-") + name;
         EXPECT_EQ(Scan("--no-inside x.exe --carve " + into).code, 1);
         const std::string carved = fmt::format("{}/x.exe.{:#x}.{}", into, sample.finding->offset, extension);
@@ -200,6 +204,12 @@ TEST_F(Inside, IsCarvedForOtherPrograms) {
                                   member["size"].get<uint64_t>());
         EXPECT_EQ(Shell("7z l -ba -slt " + carved + " | grep -E '^(Path|Size) ='").out, listed);
     }
+    // A build that no entry knows is no finding; its contents can be listed all the same.
+    const uint32_t place = SampleOf("entry38").finding->offset;
+    Write("unknown.exe", WithPayload(SampleOf("near-miss-cabinet").bytes, place, ReadFile("a.cab")));
+    EXPECT_EQ(Scan("unknown.exe").out, "");
+    EXPECT_TRUE(
+        Scan("contents unknown.exe").out.starts_with(fmt::format("unknown.exe: cabinet, offset {:#x}, ", place)));
 }
 
 TEST_F(Inside, SaysWhatNeedsAPassword) {
