@@ -92,7 +92,7 @@ TAVRIK_PUBLIC const char *tavrik_version_text(void);
 /* A loaded and initialised module. */
 typedef struct tavrik_module tavrik_module;
 
-/* Loads and initialises the module at `path`; null means the one that was installed with the library, or stands beside
+/* Loads and initialises the module at `path`; null means the one that was installed with the library, or is beside
  * it. Every failure names the file and the remedy, also those of which the module itself says nothing. Opening a path
  * again gives a second handle to the same module. Not while code other than this library initialises the same module.
  */

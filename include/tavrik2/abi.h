@@ -20,7 +20,7 @@
 #endif
 
 /* TAVRIK_PACKED: a packed structure type. TAVRIK_PACKED_OBJECT: the same for an object that the host makes of pointers
- * and aligns as such, so that it can be part of a larger one. Types that carry either stand between TAVRIK_PACKED_BEGIN
+ * and aligns as such, so that it can be part of a larger one. Types that carry either are between TAVRIK_PACKED_BEGIN
  * and TAVRIK_PACKED_END. The attribute, unlike the pragma, makes compilers refuse references to fields. */
 #ifdef _MSC_VER
 #define TAVRIK_PACKED

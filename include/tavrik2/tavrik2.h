@@ -9,7 +9,7 @@
  *
  * Nothing but integers and pointers crosses; no function throws.
  *
- * Files. tavrik2.hbx, platform.hbx, disasm.hbx and scansdk.hbx stand in one folder. Load tavrik2.hbx by its absolute
+ * Files. tavrik2.hbx, platform.hbx, disasm.hbx and scansdk.hbx belong in one folder. Load tavrik2.hbx by its absolute
  * path: on Linux with dlopen(path, RTLD_NOW | RTLD_LOCAL), on Windows with LoadLibraryEx(path, NULL,
  * LOAD_WITH_ALTERED_SEARCH_PATH), without which platform.hbx beside it is not found.
  *
@@ -32,7 +32,7 @@
  *     #include <tavrik2/tavrik2.h>
  *     }
  *
- * and C renames them, or includes this header in one source file only, behind functions of its own:
+ * and C renames them, or includes this header in one source file only, wrapped in functions of its own:
  *
  *     #define FileHeader Tavrik2FileHeader
  *     #include <tavrik2/tavrik2.h>
