@@ -2,12 +2,15 @@
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # only what is installed has to be built
 set(CPACK_PACKAGE_NAME tavrik2)
 set(CPACK_PACKAGE_VENDOR "tavrik2 developers")
-set(CPACK_PACKAGE_CONTACT "tavrik2 developers <tavrik2@lists.invalid>")
+# Who answers for a package is who builds it. Debian wants an address: the domain of this one exists nowhere, by RFC 2606.
+set(TAVRIK_CONTACT "unnamed maintainer <nobody@unnamed.invalid>" CACHE STRING "Maintainer in packages: NAME <ADDRESS>")
+set(CPACK_PACKAGE_CONTACT ${TAVRIK_CONTACT})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "scanner for PE files with heuristic rules and payload locators")
 set(CPACK_PACKAGE_DESCRIPTION
     "A module of heuristic rules and payload locators for Windows programs, the
-library libtavrik that scans with it from C and C++, the scanner tavrik-scan
-and the rule compiler tavrik-rules, with headers, man pages and completions.")
+library libtavrik that scans with it from C and C++, the scanner tavrik-scan,
+the rule compiler tavrik-rules and tavrik-corpus, which keeps the features of
+many files, with headers, man pages and completions.")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_MONOLITHIC_INSTALL ON)

@@ -51,6 +51,7 @@ extern "C" tavrik_status tavrik_explain_rule(const tavrik_scanner *scanner, cons
                     continue;
                 is_there = true;
                 const evaluation::RuleExplanation one = file.ExplainRule(*record);
+                made.text += scanner::MetadataText(scanner::MetadataOf(*scanner->scanner, *record));
                 made.text += one.text;
                 made.holds = made.holds || one.matches;
             }

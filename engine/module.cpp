@@ -38,7 +38,7 @@ extern "C" tavrik_status tavrik_module_rule(const tavrik_module *module, size_t 
     return Guard(nullptr, [&] {
         Require(module != nullptr, "module");
         const HeuristicRule &record = *engine::At(module->loaded->rules(), index);
-        engine::Give(rule, {0, record.rule_id, record.detection_name}, "rule");
+        engine::Give(rule, {0, record.rule_id, record.detection_name, ""}, "rule");
     });
 }
 

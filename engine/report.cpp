@@ -7,6 +7,7 @@
 #include "scanner/locator_info.h"
 #include "scanner/near_report.h"
 #include "scanner/report.h"
+#include "scanner/report_json.h"
 
 using namespace tavrik;
 using engine::Guard;
@@ -44,6 +45,10 @@ const std::vector<scanner::NearMiss> &NearOf(const scanner::FileReport &report) 
 
 } // namespace
 
+std::string MetadataText(std::span<const rules::MetadataEntry> metadata) {
+    return metadata.empty() ? "" : scanner::LineOf(scanner::MetadataObject(metadata));
+}
+
 } // namespace tavrik::engine
 
 tavrik_report::tavrik_report(scanner::FileReport from) : report(std::move(from)) {
@@ -51,9 +56,10 @@ tavrik_report::tavrik_report(scanner::FileReport from) : report(std::move(from))
         status = engine::StatusOf(report.error_code);
     name = base::PathText(report.file);
     parent = report.parent ? base::PathText(*report.parent) : "";
-    json = scanner::JsonLine(report);
-    for (const scanner::Detection &detection : report.detections)
+    for (const scanner::Detection &detection : report.detections) {
         action_names.push_back(scanner::ActionName(detection.action));
+        metadata.push_back(engine::MetadataText(detection.metadata));
+    }
     for (const scanner::Finding &finding : report.findings)
         finding_kinds.push_back(scanner::KindName(finding.kind));
     for (const scanner::Payload &payload : report.payloads)
@@ -65,6 +71,11 @@ tavrik_report::tavrik_report(scanner::FileReport from) : report(std::move(from))
     for (scanner::FileReport &inner : report.inside)
         inside.push_back(std::make_unique<tavrik_report>(std::move(inner)));
     report.inside = {};
+}
+
+const std::string &tavrik_report::Json() const {
+    std::call_once(json_is_made_, [this] { json_ = scanner::JsonLine(report); });
+    return json_;
 }
 
 extern "C" void tavrik_report_free(tavrik_report *report) {
@@ -104,6 +115,7 @@ extern "C" tavrik_status tavrik_report_detection(const tavrik_report *report, si
         value.name = found.name.c_str();
         value.action = found.action;
         value.action_name = report->action_names[index].c_str();
+        value.metadata = report->metadata[index].c_str();
         engine::Give(detection, value, "detection");
     });
 }
@@ -181,5 +193,8 @@ extern "C" tavrik_status tavrik_report_inside(const tavrik_report *report, size_
 }
 
 extern "C" const char *tavrik_report_json(const tavrik_report *report) {
-    return report == nullptr ? "" : report->json.c_str();
+    const char *json = "";
+    if (report != nullptr)
+        Guard(nullptr, [&] { json = report->Json().c_str(); });
+    return json;
 }

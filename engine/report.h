@@ -3,11 +3,20 @@
 #define TAVRIK_ENGINE_REPORT_H
 
 #include <memory>
+#include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "scanner/scan.h"
 #include "tavrik/tavrik.h"
+
+namespace tavrik::engine {
+
+/** A rule's metadata as a JSON object; "" when there is none. */
+std::string MetadataText(std::span<const rules::MetadataEntry> metadata);
+
+} // namespace tavrik::engine
 
 struct tavrik_report {
     struct NearTexts {
@@ -17,17 +26,24 @@ struct tavrik_report {
     /** Keeps what is inside as reports of their own. */
     explicit tavrik_report(tavrik::scanner::FileReport from);
 
+    /** The report's line of JSON, made by the first call: it takes longer than the scan of most files. Any thread. */
+    const std::string &Json() const;
+
     tavrik::scanner::FileReport report; // its `inside` is empty
     tavrik_status status = TAVRIK_OK;
     std::string name;
     std::string parent;
-    std::string json;
     std::vector<std::string> action_names;
+    std::vector<std::string> metadata; // of each detection
     std::vector<std::string> finding_kinds;
     std::vector<std::string> payload_kinds;
     std::vector<NearTexts> near_texts;
     std::vector<std::string> note_codes;
     std::vector<std::unique_ptr<tavrik_report>> inside;
+
+private:
+    mutable std::once_flag json_is_made_;
+    mutable std::string json_;
 };
 
 #endif

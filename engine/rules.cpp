@@ -2,6 +2,7 @@
 #include <iterator>
 
 #include "engine/failure.h"
+#include "engine/report.h"
 #include "engine/scanner.h"
 #include "engine/sized.h"
 #include "rules/analysis/lints.h"
@@ -15,15 +16,18 @@ namespace tavrik::engine {
 namespace {
 
 // Warnings are about rules without errors only: others would be judged by what they lack.
-void Check(tavrik_rules &rules) {
-    std::vector<rules::text::Diagnostic> &diagnostics = rules.parsed.diagnostics;
-    if (!rules::text::HasErrors(diagnostics)) {
-        const rules::analysis::LintedFile file = {&rules.source, &rules.parsed};
-        std::ranges::copy(rules::analysis::FindLints({&file, 1}).front(), std::back_inserter(diagnostics));
-        std::ranges::stable_sort(diagnostics, {}, &rules::text::Diagnostic::offset);
-        rules.records = std::make_shared<const rules::record::RecordSet>(rules.parsed.set);
+void Check(tavrik_rules &rules, rules::text::ParsedFile parsed) {
+    if (!rules::text::HasErrors(parsed.diagnostics)) {
+        const rules::analysis::LintedFile file = {&rules.source, &parsed};
+        std::ranges::copy(rules::analysis::FindLints({&file, 1}).front(), std::back_inserter(parsed.diagnostics));
+        std::ranges::stable_sort(parsed.diagnostics, {}, &rules::text::Diagnostic::offset);
+        for (const rules::Rule &rule : parsed.set.rules)
+            rules.metadata.push_back(MetadataText(rule.metadata));
+        rules.records = std::make_shared<const rules::record::RecordSet>(parsed.set);
+        rules.set = std::make_shared<const rules::RuleSet>(std::move(parsed.set));
     }
-    for (const rules::text::Diagnostic &diagnostic : diagnostics)
+    rules.diagnostics = std::move(parsed.diagnostics);
+    for (const rules::text::Diagnostic &diagnostic : rules.diagnostics)
         rules.texts.push_back({std::string(rules::text::CodeText(diagnostic.code)), diagnostic.message, diagnostic.help,
                                rules::text::Render(rules.source, diagnostic)});
 }
@@ -41,8 +45,7 @@ extern "C" tavrik_status tavrik_rules_parse(const char *name, const char *text, 
         auto made = std::make_unique<tavrik_rules>();
         made->source.name = name == nullptr ? "" : name;
         made->source.text.assign(text == nullptr ? "" : text, length);
-        made->parsed = rules::text::ParseRules(made->source.text);
-        engine::Check(*made);
+        engine::Check(*made, rules::text::ParseRules(made->source.text));
         *rules = made.release();
     });
 }
@@ -52,7 +55,16 @@ extern "C" void tavrik_rules_free(tavrik_rules *rules) {
 }
 
 extern "C" size_t tavrik_rules_count(const tavrik_rules *rules) {
-    return rules == nullptr || rules->records == nullptr ? 0 : rules->records->rules().size();
+    return rules == nullptr ? 0 : rules->metadata.size();
+}
+
+extern "C" tavrik_status tavrik_rules_rule(const tavrik_rules *rules, size_t index, tavrik_rule *rule) {
+    return Guard(nullptr, [&] {
+        Require(rules != nullptr, "rules");
+        const std::string &metadata = engine::At(rules->metadata, index);
+        const rules::Rule &found = rules->set->rules[index];
+        engine::Give(rule, {0, found.rule_id, found.detection_name.c_str(), metadata.c_str()}, "rule");
+    });
 }
 
 extern "C" size_t tavrik_rules_diagnostic_count(const tavrik_rules *rules) {
@@ -64,7 +76,7 @@ extern "C" tavrik_status tavrik_rules_diagnostic(const tavrik_rules *rules, size
     return Guard(nullptr, [&] {
         Require(rules != nullptr, "rules");
         const tavrik_rules::Texts &texts = engine::At(rules->texts, index);
-        const rules::text::Diagnostic &found = rules->parsed.diagnostics[index];
+        const rules::text::Diagnostic &found = rules->diagnostics[index];
         const rules::text::Place place = rules::text::PlaceOf(rules->source.text, found.offset);
         tavrik_diagnostic value = {};
         value.is_error = found.severity == rules::text::Severity::Error ? 1 : 0;

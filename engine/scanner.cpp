@@ -1,5 +1,7 @@
 #include "engine/scanner.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "base/text.h"
@@ -49,7 +51,23 @@ scanner::MoreRules RulesOf(const tavrik_settings &from) {
     if (from.rules->records == nullptr)
         throw Failure(TAVRIK_ERROR_RULES, fmt::format("{}: the rules have errors; see their diagnostics",
                                                       base::Printable(from.rules->source.name)));
-    return {from.rules->records, nullptr, from.add_rules == 0};
+    return {from.rules->records, from.rules->set, from.add_rules == 0};
+}
+
+// A file that cannot be opened has a report that says so.
+std::unique_ptr<tavrik_report> ScanInput(const tavrik_scanner &scanner, const tavrik_input &input,
+                                         const tavrik_cancel *cancel) {
+    try {
+        Input opened = scanner.Open(&input, cancel);
+        return std::make_unique<tavrik_report>(
+            scanner.scanner->Scan(opened.source(), opened.name(), opened.deadline()));
+    } catch (const base::Error &error) {
+        scanner::FileReport unopened;
+        unopened.file = base::PathOf(input.name == nullptr ? "" : input.name);
+        unopened.error = error.reason();
+        unopened.error_code = error.code();
+        return std::make_unique<tavrik_report>(std::move(unopened));
+    }
 }
 
 } // namespace
@@ -89,21 +107,33 @@ extern "C" void tavrik_scanner_close(tavrik_scanner *scanner) {
 
 extern "C" tavrik_status tavrik_scan(const tavrik_scanner *scanner, const tavrik_input *input, tavrik_cancel *cancel,
                                      tavrik_report **report, tavrik_error *error) {
-    tavrik_status status = TAVRIK_OK;
-    const tavrik_status failure = Guard(error, [&] {
+    return Guard(error, [&] {
         Require(report != nullptr, "report");
         *report = nullptr;
         Require(scanner != nullptr, "scanner");
-        engine::Input opened = scanner->Open(input, cancel);
-        auto made =
-            std::make_unique<tavrik_report>(scanner->scanner->Scan(opened.source(), opened.name(), opened.deadline()));
-        status = made->status;
+        std::unique_ptr<tavrik_report> made = engine::ScanInput(*scanner, engine::Taken(input, "input"), cancel);
+        const tavrik_report &kept = *made;
         *report = made.release();
+        if (kept.status != TAVRIK_OK)
+            throw Failure(kept.status, fmt::format("{}: {}", base::PrintablePath(kept.report.file), kept.report.error));
     });
-    if (failure != TAVRIK_OK || status == TAVRIK_OK)
-        return failure;
+}
+
+extern "C" tavrik_status tavrik_scan_many(const tavrik_scanner *scanner, const tavrik_input *inputs, size_t count,
+                                          tavrik_cancel *cancel, tavrik_report **reports, tavrik_error *error) {
     return Guard(error, [&] {
-        throw Failure(status,
-                      fmt::format("{}: {}", base::PrintablePath((*report)->report.file), (*report)->report.error));
+        Require(reports != nullptr || count == 0, "reports");
+        std::fill_n(reports, count, nullptr);
+        Require(scanner != nullptr, "scanner");
+        std::vector<std::unique_ptr<tavrik_report>> made;
+        made.reserve(count);
+        const auto *next = reinterpret_cast<const uint8_t *>(inputs);
+        for (size_t i = 0; i < count; ++i) {
+            const auto *input = reinterpret_cast<const tavrik_input *>(next);
+            made.push_back(engine::ScanInput(*scanner, engine::Taken(input, "inputs"), cancel));
+            next += inputs->size;
+        }
+        for (size_t i = 0; i < count; ++i)
+            reports[i] = made[i].release();
     });
 }

@@ -18,9 +18,11 @@ struct tavrik_rules {
     };
 
     tavrik::rules::text::Source source;
-    tavrik::rules::text::ParsedFile parsed;
+    std::vector<tavrik::rules::text::Diagnostic> diagnostics;
     std::vector<Texts> texts;                                        // of each diagnostic
-    std::shared_ptr<const tavrik::rules::record::RecordSet> records; // null when the text has errors
+    std::vector<std::string> metadata;                               // of each rule
+    std::shared_ptr<const tavrik::rules::RuleSet> set;               // null when the text has errors
+    std::shared_ptr<const tavrik::rules::record::RecordSet> records; // of the set; null with it
 };
 
 struct tavrik_scanner {

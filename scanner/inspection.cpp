@@ -1,7 +1,13 @@
 #include "scanner/inspection.h"
 
+#include <algorithm>
+
+#include <fmt/format.h>
+
 #include "base/error.h"
+#include "base/text.h"
 #include "evaluation/evaluator.h"
+#include "rules/names.h"
 #include "scanner/clean_action.h"
 #include "scanner/explain_json.h"
 
@@ -22,6 +28,19 @@ Json RuleObject(const evaluation::RuleExplanation &explanation, const HeuristicR
                                         {"required", line.is_required},
                                         {"has", line.value.empty() ? Json(nullptr) : Json(line.value)}});
     return object;
+}
+
+std::span<const rules::MetadataEntry> MetadataOf(const Scanner &scanner, const HeuristicRule &rule) {
+    return scanner.MetadataOf(
+        static_cast<std::size_t>(std::ranges::find(scanner.rules(), &rule) - scanner.rules().begin()));
+}
+
+std::string MetadataText(std::span<const rules::MetadataEntry> metadata) {
+    std::string text;
+    for (const rules::MetadataEntry &entry : metadata)
+        text += fmt::format("      {}: {}\n", rules::NameOf(rules::MetadataKeys(), static_cast<uint32_t>(entry.key)),
+                            base::Printable(entry.text));
+    return text;
 }
 
 Inspection::Inspection(const Scanner &scanner, base::ByteSource &source)

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "base/byte_source.h"
@@ -18,6 +19,12 @@ namespace tavrik::scanner {
 /** The object of a rule's explanation, see docs/json.md; `action` is the module's, where it was asked. */
 Json RuleObject(const evaluation::RuleExplanation &explanation, const HeuristicRule &rule,
                 std::optional<uint32_t> action = std::nullopt);
+
+/** What the text of one of the scanner's rules says about it. */
+std::span<const rules::MetadataEntry> MetadataOf(const Scanner &scanner, const HeuristicRule &rule);
+
+/** The same as text, a line for each entry. */
+std::string MetadataText(std::span<const rules::MetadataEntry> metadata);
 
 /** A file of which a scanner's rules and entries are asked one by one. One thread at a time. */
 class Inspection {

@@ -104,8 +104,10 @@ TAVRIK_PUBLIC const char *tavrik_module_path(const tavrik_module *module);
 
 typedef struct tavrik_rule {
     uint32_t size;
-    uint32_t rule;    /* its number; two rules of the reference database may have the same */
-    const char *name; /* of the detection */
+    uint32_t rule;        /* its number; two rules of the reference database may have the same */
+    const char *name;     /* of the detection */
+    const char *metadata; /* what a text says about the rule, as a JSON object with `authors`, `date`, `references`,
+                             `description`, `samples`; "" when it says nothing, and for the module's rules */
 } tavrik_rule;
 
 /* The rules, in the module's order. `index` counts from 0. */
@@ -146,13 +148,14 @@ typedef struct tavrik_diagnostic {
 } tavrik_diagnostic;
 
 /* Parses and checks `length` bytes of text; `name` is what diagnostics call it. Succeeds for any text: what is wrong
- * with it is in its diagnostics. */
+ * with it is in its diagnostics. It cannot include files. */
 TAVRIK_PUBLIC tavrik_status tavrik_rules_parse(const char *name, const char *text, size_t length, tavrik_rules **rules,
                                                tavrik_error *error);
 TAVRIK_PUBLIC void tavrik_rules_free(tavrik_rules *rules);
 
-/* The rules in the text; 0 when it has errors. */
+/* The rules in the text, in its order; 0 when it has errors. `index` counts from 0. */
 TAVRIK_PUBLIC size_t tavrik_rules_count(const tavrik_rules *rules);
+TAVRIK_PUBLIC tavrik_status tavrik_rules_rule(const tavrik_rules *rules, size_t index, tavrik_rule *rule);
 
 /* Errors and warnings in the order of their places. */
 TAVRIK_PUBLIC size_t tavrik_rules_diagnostic_count(const tavrik_rules *rules);
@@ -237,10 +240,18 @@ TAVRIK_PUBLIC void tavrik_cancel_free(tavrik_cancel *cancel);
 /* What a scan found. */
 typedef struct tavrik_report tavrik_report;
 
-/* Scans a file. `cancel` may be null. On TAVRIK_ERROR_READ, _TIMEOUT and _CANCELLED *report is not null and holds what
- * was found before; rules' answers about a file that could not be read as a whole are dropped. */
+/* Scans a file. `cancel` may be null. When the file cannot be opened or read (TAVRIK_ERROR_FILE, _READ, _TIMEOUT,
+ * _CANCELLED) *report is not null and holds why, and what was found before; rules' answers about a file that could not
+ * be read as a whole are dropped. With TAVRIK_ERROR_MEMORY it may be null. */
 TAVRIK_PUBLIC tavrik_status tavrik_scan(const tavrik_scanner *scanner, const tavrik_input *input, tavrik_cancel *cancel,
                                         tavrik_report **report, tavrik_error *error);
+
+/* Scans `count` files one after the other, on the calling thread: for callers to whom each call is expensive, such as
+ * interpreters that give up a lock for it. `inputs` and `reports` have `count` elements; inputs[0].size counts for all.
+ * Every file gets a report, whose summary has the status that tavrik_scan would have returned. The result is a failure
+ * of the call itself, after which all of `reports` are null. */
+TAVRIK_PUBLIC tavrik_status tavrik_scan_many(const tavrik_scanner *scanner, const tavrik_input *inputs, size_t count,
+                                             tavrik_cancel *cancel, tavrik_report **reports, tavrik_error *error);
 TAVRIK_PUBLIC void tavrik_report_free(tavrik_report *report);
 
 typedef enum tavrik_outcome {
@@ -276,6 +287,7 @@ typedef struct tavrik_detection {
     uint32_t action;         /* the module's for cleaning: 4021, 4024, or 0xFFFFFFFF for none */
     uint32_t zero;           /* 0 */
     const char *action_name; /* such as "quarantine" or "none" */
+    const char *metadata;    /* as in tavrik_rule */
 } tavrik_detection;
 
 TAVRIK_PUBLIC tavrik_status tavrik_report_detection(const tavrik_report *report, size_t index,
@@ -343,7 +355,7 @@ TAVRIK_PUBLIC tavrik_status tavrik_report_inside(const tavrik_report *report, si
                                                  const tavrik_report **inner);
 
 /* The report, without what is inside, as one JSON object without line feeds, the line that `tavrik-scan --json` prints.
- */
+ * Made when it is asked for first; "" when there is not enough memory. */
 TAVRIK_PUBLIC const char *tavrik_report_json(const tavrik_report *report);
 
 /* ---- Why, and what a file has -------------------------------------------------------------------------------------
@@ -352,8 +364,8 @@ TAVRIK_PUBLIC const char *tavrik_report_json(const tavrik_report *report);
 /* Why a rule or a locator does or does not recognise a file. */
 typedef struct tavrik_explanation tavrik_explanation;
 
-/* Judges every condition of the rule with that number (of all of them, should several have it), or of a locator. Limits
- * of the scanner's settings apply. */
+/* Judges every condition of the rule with that number (of all of them, should several have it), or of a locator. What a
+ * text says about its rule comes first. Limits of the scanner's settings apply. */
 TAVRIK_PUBLIC tavrik_status tavrik_explain_rule(const tavrik_scanner *scanner, const tavrik_input *input, uint32_t rule,
                                                 tavrik_cancel *cancel, tavrik_explanation **explanation,
                                                 tavrik_error *error);
@@ -373,8 +385,8 @@ typedef struct tavrik_features tavrik_features;
 typedef struct tavrik_feature {
     uint32_t size;
     uint32_t is_text; /* 1: the value is `text`; 0: it is `number` */
-    const char
-        *name; /* as rules write it, such as "AddressOfEntryPoint", "section[0].VirtualSize", "import[2].module" */
+    /* As rules write it, such as "AddressOfEntryPoint", "section[0].VirtualSize", "import[2].module". */
+    const char *name;
     uint64_t number;
     const char *text; /* "" for a number */
 } tavrik_feature;

@@ -87,6 +87,9 @@ public:
     }
 
     std::size_t size() const { return tavrik_rules_count(handle()); }
+    tavrik_rule rule(std::size_t index) const {
+        return detail::Get<tavrik_rule>([&](auto *value) { return tavrik_rules_rule(handle(), index, value); });
+    }
     const tavrik_rules *handle() const { return handle_.get(); }
 
     std::vector<Diagnostic> diagnostics() const {
@@ -197,6 +200,7 @@ struct Detection {
     std::string name;
     uint32_t action = 0;
     std::string action_name;
+    std::string metadata; // JSON, see tavrik_rule
 };
 
 struct Finding {
@@ -257,6 +261,9 @@ struct Settings {
     uint32_t near_conditions = 0; // of a gate that may fail in a near miss; 0: they are not looked for
     bool inside = false;          // scan the files inside payloads and archives, too
     bool add_rules = false;       // rules come after the module's instead of in their place
+    // Bounds of what is inside; 0 is the library's own, see tavrik_settings.
+    uint32_t inside_depth = 0;
+    uint64_t inside_files = 0, inside_bytes = 0, inside_ratio = 0;
 };
 
 /** Scans files; any number of threads may share one. */
@@ -274,15 +281,9 @@ public:
         const tavrik_status status = input.With(
             [&](const tavrik_input *file) { return tavrik_scan(handle(), file, Of(cancel), &made, &error); });
         const detail::Owner<tavrik_report, tavrik_report_free> owner(made);
-        if (made != nullptr)
-            return Copy(made);
-        if (status != TAVRIK_ERROR_FILE)
+        if (made == nullptr)
             detail::Check(status, error);
-        Report report;
-        report.outcome = TAVRIK_FAILED;
-        report.status = status;
-        report.text = error.text;
-        return report;
+        return Copy(made);
     }
 
     Explanation ExplainRule(const Input &input, uint32_t rule, Cancel *cancel = nullptr) const {
@@ -328,6 +329,10 @@ private:
         wanted.add_rules = settings.add_rules ? 1 : 0;
         wanted.near_conditions = settings.near_conditions;
         wanted.inside = settings.inside ? 1 : 0;
+        wanted.inside_depth = settings.inside_depth;
+        wanted.inside_files = settings.inside_files;
+        wanted.inside_bytes = settings.inside_bytes;
+        wanted.inside_ratio = settings.inside_ratio;
         tavrik_error error = detail::NoError();
         tavrik_scanner *made = nullptr;
         detail::Check(tavrik_scanner_open(module.handle(), &wanted, &made, &error), error);
@@ -359,7 +364,7 @@ private:
         for (std::size_t i = 0; i < summary.detections; ++i) {
             const auto one =
                 detail::Get<tavrik_detection>([&](auto *value) { return tavrik_report_detection(from, i, value); });
-            report.detections.push_back({one.rule, one.name, one.action, one.action_name});
+            report.detections.push_back({one.rule, one.name, one.action, one.action_name, one.metadata});
         }
         for (std::size_t i = 0; i < summary.findings; ++i) {
             const auto one =

@@ -81,17 +81,17 @@ typedef struct TAVRIK_PACKED LocatorResult {
 
 /* A locator: recognises one or a few builds by their headers and finds the payload in the file.
  *
- * stream         the host's stream over the open file; its position afterwards is unspecified
- * handle         the host's handle of the open file
- * file_size      in bytes; offsets are compared with it as signed values, so files of 2 GiB and more cannot be asked
- * about data_dirs      DATA_DIRECTORY_WORDS words, read only first_section  ask each locator twice where this gives two
- * headers: with the first header of the section table, and with that of the section whose addresses, max(VirtualSize,
- * SizeOfRawData) long, hold BaseOfCode (the last such in the table). Locators are written for either: most for the
- * first header, those for packed files whose first section has no raw data for the other one. Either alone loses
- * findings. The same finding may come from both. Zeros for a file without sections; not null last_section   the last
- * header of the table of NumberOfSections headers that lies wholly in the file; zeros when there is none; not null
- * entry_code     at least ENTRY_CODE_BYTES bytes from the entry point
- * result         the caller's; written on a match only
+ * - stream, handle: the host's stream over the open file, and its handle; the position afterwards is unspecified
+ * - file_size: in bytes, below 2 GiB: offsets are compared with it as signed values
+ * - data_dirs: DATA_DIRECTORY_WORDS words
+ * - first_section: ask each locator twice where this gives two headers: with the first header of the section table, and
+ * with that of the section whose addresses, max(VirtualSize, SizeOfRawData) long, hold BaseOfCode (the last such in the
+ * table). Locators are written for either: most for the first header, those for packed files whose first section has no
+ * raw data for the other one. Either alone loses findings; both may find the same. Zeros for a file without sections
+ * - last_section: the last header of the table of NumberOfSections headers that lies wholly in the file; zeros when
+ * there is none
+ * - entry_code: at least ENTRY_CODE_BYTES bytes from the entry point
+ * - result: the caller's; written on a match only
  *
  * Returns 1 on a match, else 0. Keeps no state; owns nothing that it is given; no pointer may be null. The records may
  * hold any values and the stream any bytes: hostile files are what it is for. Any number of threads may call any

@@ -4,6 +4,8 @@ import json
 import mmap
 import os
 import pathlib
+import pickle
+import tarfile
 
 import pytest
 
@@ -59,6 +61,15 @@ def test_scans_many_in_order_and_lazily(scanner):
     assert next(reports).name == str(SAMPLES[0])
     assert len(asked) < len(SAMPLES)
     assert [report.name for report in reports] == [str(path) for path in (SAMPLES * 3)[1:]]
+    # Any sources, by any number of threads; what a source raises comes at its place.
+    data = NULLSOFT.read_bytes()
+    mixed = [NULLSOFT, data, "is-not-there", io.BytesIO(data)] * 20
+    alone = [scanner.scan(source) for source in mixed]
+    assert list(scanner.scan_many(mixed, threads=1)) == list(scanner.scan_many(mixed, threads=3)) == alone
+    got = scanner.scan_many([NULLSOFT] * 10 + [7], threads=2)
+    assert [next(got) == alone[0] for _ in range(10)] == [True] * 10
+    with pytest.raises(TypeError):
+        next(got)
 
 
 def test_raises_what_files_and_callers_do_wrong(scanner):
@@ -76,7 +87,7 @@ def test_raises_what_files_and_callers_do_wrong(scanner):
     assert missing.json.encode() == scanner.scan_json("is-not-there.exe")
     assert json.loads(missing.json)["error"]["text"] == missing.text
     assert missing.outcome is tavrik.Outcome.FAILED and missing.status is tavrik.Status.FILE
-    assert "is-not-there.exe" in missing.text
+    assert missing.name == "is-not-there.exe" and missing.as_dict()["error"]["code"] == "not-found"
     with pytest.raises(tavrik.Error, match="install the module") as failure:
         tavrik.Scanner(module="/no/such/tavrik2.hbx")
     assert failure.value.status is tavrik.Status.MODULE_MISSING
@@ -108,6 +119,31 @@ def test_compiles_and_checks_rules(tmp_path):
     assert small.explain(NULLSOFT, rule=7)
     with pytest.raises(tavrik.Error):
         tavrik.Scanner("no rules at all\n")
+    said = tavrik.Rules(RULE.replace("{\n", '{\n    meta { author "N. N." }\n', 1))
+    assert [(rule.number, rule.metadata) for rule in said] == [(7, {"authors": ["N. N."]})]
+    both = tavrik.Scanner(said, add_rules=True)
+    assert [one.metadata for one in both.scan(NULLSOFT).detections] == [{"authors": ["N. N."]}]
+    assert "author: N. N." in both.explain(NULLSOFT, rule=7).text and not both.explain(NULLSOFT, rule=173)
+
+
+def test_finds_near_misses_and_what_is_inside():
+    scanner = tavrik.Scanner(near=2, inside=True)
+    misses = [miss for path in SAMPLES for miss in scanner.scan(path).near_misses]
+    assert misses and all(1 <= len(miss.conditions) <= 2 and miss.conditions[0] in miss.text for miss in misses)
+    with io.BytesIO() as made:
+        with tarfile.open(fileobj=made, mode="w") as archive:
+            archive.add(NULLSOFT, "x.exe")
+        data = made.getvalue()
+    report = scanner.scan(data, name="a.tar")
+    inner = report.inside[0]
+    assert (inner.name, inner.parent, inner.findings) == ("a.tar!x.exe", "a.tar", scanner.scan(NULLSOFT).findings)
+    again = pickle.loads(pickle.dumps(report))
+    assert again == report and again.json == report.json and hash(again) == hash(report)
+    del report
+    assert inner.as_dict()["parent"] == "a.tar"  # what it belongs to is kept
+    cut = tavrik.Scanner(inside=True, inside_bytes=1).scan(data)
+    assert [inner.outcome for inner in cut.inside] == [tavrik.Outcome.SKIPPED] and "1 bytes" in cut.inside[0].text
+    assert 0 < cut.bytes_read <= len(data)
 
 
 def test_explains_and_tells_features(scanner):

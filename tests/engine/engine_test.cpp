@@ -2,6 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -56,6 +57,9 @@ Sample SampleOf(uint32_t entry) {
 TEST(Engine, FindsTheSameByPathBytesAndRanges) {
     const FreshFolder folder;
     const Scanner scanner(OwnModule()); // which is gone after this line
+    std::vector<base::Bytes> many;
+    std::deque<std::string> names;
+    std::vector<std::string> expected;
     for (std::size_t index = 0; index < samples::SampleCount(); ++index) {
         const Sample sample = MakeSample(index);
         SCOPED_TRACE(sample.file_name);
@@ -68,6 +72,8 @@ TEST(Engine, FindsTheSameByPathBytesAndRanges) {
         EXPECT_EQ(by_path.status, TAVRIK_OK) << by_path.text;
         EXPECT_EQ(by_path.outcome, TAVRIK_SCANNED);
         EXPECT_EQ(by_path.json, by_bytes.json);
+        many.push_back(sample.bytes);
+        expected.push_back(by_bytes.json);
         EXPECT_EQ(by_ranges.findings.size(), by_path.findings.size());
         EXPECT_EQ(by_ranges.payloads.size(), by_path.payloads.size());
         if (!sample.finding) {
@@ -81,6 +87,37 @@ TEST(Engine, FindsTheSameByPathBytesAndRanges) {
         ASSERT_FALSE(by_path.payloads.empty());
         EXPECT_EQ(by_path.payloads[0].entries[0], by_path.findings[0].entry);
     }
+    // The same in one call, with inputs of a later version, which are larger.
+    struct Later {
+        tavrik_input input;
+        uint64_t more;
+    };
+    std::vector<Later> inputs;
+    for (std::size_t index = 0; index < many.size(); ++index) {
+        const std::string &name = names.emplace_back(MakeSample(index).file_name);
+        inputs.push_back({tavrik_input_bytes(name.c_str(), many[index].data(), many[index].size()), ~uint64_t{0}});
+    }
+    inputs.push_back({tavrik_input_path("is not there"), 0});
+    for (Later &later : inputs)
+        later.input.size = sizeof later;
+    std::vector<tavrik_report *> reports(inputs.size());
+    ASSERT_EQ(tavrik_scan_many(scanner.handle(), &inputs[0].input, inputs.size(), nullptr, reports.data(), nullptr),
+              TAVRIK_OK);
+    auto summary = tavrik_summary{};
+    summary.size = sizeof summary;
+    EXPECT_EQ(tavrik_report_summary(reports.back(), &summary), TAVRIK_OK);
+    EXPECT_TRUE(summary.status == TAVRIK_ERROR_FILE && summary.outcome == TAVRIK_FAILED);
+    EXPECT_STREQ(summary.name, "is not there");
+    for (std::size_t index = 0; index < expected.size(); ++index)
+        EXPECT_EQ(tavrik_report_json(reports[index]), expected[index]);
+    for (tavrik_report *report : reports)
+        tavrik_report_free(report);
+    // An input that cannot be fails all.
+    inputs[1].input.name = nullptr;
+    inputs[1].input.bytes = nullptr;
+    EXPECT_EQ(tavrik_scan_many(scanner.handle(), &inputs[0].input, 2, nullptr, reports.data(), nullptr),
+              TAVRIK_ERROR_ARGUMENT);
+    EXPECT_TRUE(reports[0] == nullptr && reports[1] == nullptr);
 }
 
 TEST(Engine, SharesAScannerAmongThreads) {
@@ -269,15 +306,15 @@ TEST(Engine, KeepsToTheCallersSizesAndRefusesNull) {
     struct Larger {
         tavrik_rule known;
         uint64_t unknown;
-    } larger = {{sizeof(Larger), 0, nullptr}, 5};
+    } larger = {{sizeof(Larger), 0, nullptr, nullptr}, 5};
     EXPECT_EQ(tavrik_module_rule(module.handle(), 0, &larger.known), TAVRIK_OK);
     EXPECT_EQ(larger.unknown, 0u);
     EXPECT_EQ(larger.known.size, sizeof(Larger));
-    tavrik_rule smaller = {offsetof(tavrik_rule, name), 0, "kept"};
+    tavrik_rule smaller = {offsetof(tavrik_rule, name), 0, "kept", nullptr};
     EXPECT_EQ(tavrik_module_rule(module.handle(), 0, &smaller), TAVRIK_OK);
     EXPECT_EQ(smaller.rule, larger.known.rule);
     EXPECT_STREQ(smaller.name, "kept");
-    tavrik_rule none = {0, 0, nullptr};
+    tavrik_rule none = {0, 0, nullptr, nullptr};
     EXPECT_EQ(tavrik_module_rule(module.handle(), 0, &none), TAVRIK_ERROR_ARGUMENT);
     EXPECT_EQ(tavrik_module_rule(module.handle(), module.rule_count(), &smaller), TAVRIK_ERROR_ARGUMENT);
     EXPECT_EQ(tavrik_module_open(nullptr, nullptr, nullptr), TAVRIK_ERROR_ARGUMENT);
@@ -325,10 +362,16 @@ TEST(Engine, ScansWithRulesOfText) {
     EXPECT_TRUE(scanner->ExplainRule(input, 7).holds);
     EXPECT_THROW(scanner->ExplainRule(input, 173), Error);
 
+    // Rules after the module's, with what the text says about them.
+    const Rules said("said.rules", std::string(kMatchesMost).insert(34, "    meta { author \"N. N.\" }\n"));
+    ASSERT_EQ(said.size(), 1u);
+    EXPECT_STREQ(said.rule(0).metadata, "{\"authors\":[\"N. N.\"]}");
     Settings both;
     both.add_rules = true;
-    const Scanner added(module, *rules, both);
-    EXPECT_EQ(added.Scan(input).detections.size(), 1u);
+    const Scanner added(module, said, both);
+    ASSERT_EQ(added.Scan(input).detections.size(), 1u);
+    EXPECT_EQ(added.Scan(input).detections[0].metadata, said.rule(0).metadata);
+    EXPECT_NE(added.ExplainRule(input, 7).text.find("author: N. N."), std::string::npos);
     EXPECT_FALSE(added.ExplainRule(input, 173).holds);
 }
 

@@ -118,6 +118,13 @@ void ExhaustAllocations(const std::function<tavrik_status(std::string &result)> 
     EXPECT_EQ(after, expected);
 }
 
+template <typename Structure>
+Structure Sized() {
+    Structure structure = {};
+    structure.size = sizeof structure;
+    return structure;
+}
+
 class Faults : public testing::Test {
 protected:
     Faults() {
@@ -178,19 +185,19 @@ TEST_F(Faults, OfAllocationsInTheLibraryAreReportedAndLeaveNothing) {
         });
     }
     {
-        // Without the text of the report: the JSON library allocates while it destroys, and ends the program where that
-        // fails.
+        // Without the report's JSON: its library allocates while it destroys, and ends the program where that fails.
         SCOPED_TRACE("scan");
-        const auto scanner = ScannerOf(20);
         ExhaustAllocations([&](std::string &result) {
-            try {
-                base::MemorySource source(bytes);
-                const scanner::FileReport report = scanner->Scan(source, "x");
-                result.append(report.findings.size(), 'f').append(report.payloads.size(), 'p');
-                return TAVRIK_OK;
-            } catch (const std::bad_alloc &) {
-                return TAVRIK_ERROR_MEMORY;
-            }
+            tavrik_report *reports[2] = {};
+            tavrik_status status = tavrik_scan(scanner_, &input, nullptr, &reports[0], nullptr);
+            if (status == TAVRIK_OK)
+                status = tavrik_scan_many(scanner_, &input, 1, nullptr, &reports[1], nullptr);
+            auto summary = Sized<tavrik_summary>();
+            if (status == TAVRIK_OK && tavrik_report_summary(reports[1], &summary) == TAVRIK_OK)
+                result.append(summary.findings, 'f').append(summary.payloads, 'p').append(summary.detections, 'd');
+            for (tavrik_report *report : reports)
+                tavrik_report_free(report);
+            return status;
         });
     }
     {
@@ -222,13 +229,6 @@ TEST_F(Faults, OfAllocationsInTheLibraryAreReportedAndLeaveNothing) {
 }
 
 // ---- Misuse --------------------------------------------------------------------------------------------------------
-
-template <typename Structure>
-Structure Sized() {
-    Structure structure = {};
-    structure.size = sizeof structure;
-    return structure;
-}
 
 // Every function with null for what must be there, and with numbers, sizes and combinations that cannot be.
 TEST_F(Faults, OfTheCallerAreRefused) {
@@ -285,6 +285,11 @@ TEST_F(Faults, OfTheCallerAreRefused) {
         {"scan of null", tavrik_scan(scanner_, nullptr, nullptr, &none, nullptr)},
         {"scan of nothing", tavrik_scan(scanner_, &empty, nullptr, &none, nullptr)},
         {"input without size", tavrik_scan(scanner_, &sizeless, nullptr, &none, nullptr)},
+        {"many without scanner", tavrik_scan_many(nullptr, &good, 1, nullptr, &none, nullptr)},
+        {"many without inputs", tavrik_scan_many(scanner_, nullptr, 1, nullptr, &none, nullptr)},
+        {"many without places", tavrik_scan_many(scanner_, &good, 1, nullptr, nullptr, nullptr)},
+        {"rule of no text", tavrik_rules_rule(nullptr, 0, &rule)},
+        {"rule after the text's last", tavrik_rules_rule(rules_, 1, &rule)},
         {"stream without function", tavrik_scan(scanner_, &silent, nullptr, &none, nullptr)},
         {"summary of null", tavrik_report_summary(nullptr, &summary)},
         {"summary into null", tavrik_report_summary(report, nullptr)},

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The host author's headers under every compiler at hand: each alone, as C11 and as C++11, as MSVC lays structures out
 # (clang's cl mode; the static assertions in the headers compare every size and offset), and beside other headers' names.
-# Usage: headers_test.sh INCLUDE_FOLDER CC CXX [CLANG]
+# The library's header as C99, C++11 and in cl mode, its C++ interface as C++17.
+# Usage: headers_test.sh INCLUDE_FOLDER GENERATED_INCLUDE_FOLDER CC CXX [CLANG]
 set -euo pipefail
-include=$1 cc=$2 cxx=$3 clang=${4:-}
+include=$1 generated=$2 cc=$3 cxx=$4 clang=${5:-}
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
@@ -28,10 +29,20 @@ static_assert(sizeof(FileHeader) == sizeof(int) && sizeof(module_abi::FileHeader
 module_abi::YNLibInitFunction init = nullptr;
 TEXT
 
-strict=(-Wall -Wextra -Wpedantic -Werror -fsyntax-only -I "$include")
+cat >"$folder/library.c" <<'TEXT'
+#include "tavrik/tavrik.h"
+uint64_t length_of(const char *name);
+uint64_t length_of(const char *name) { return tavrik_input_path(name).length; }
+TEXT
+cp "$folder/library.c" "$folder/library.cpp"
+echo '#include "tavrik/tavrik.hpp"' >"$folder/interface.cxx"
+
+strict=(-Wall -Wextra -Wpedantic -Werror -fsyntax-only -I "$include" -I "$generated")
+"$cc" -std=c99 "${strict[@]}" "$folder/library.c"
+"$cxx" -std=c++17 "${strict[@]}" "$folder/interface.cxx"
 for source in "$folder"/*.c; do "$cc" -std=c11 "${strict[@]}" "$source"; done
 for source in "$folder"/*.cpp; do "$cxx" -std=c++11 "${strict[@]}" "$source"; done
 [[ $clang ]] || exit 0
 for source in "$folder"/*.c "$folder"/*.cpp; do
-    "$clang" --driver-mode=cl --target=x86_64-pc-windows-msvc /clang:-ffreestanding /W4 /WX /Zs /I "$include" "$source"
+    "$clang" --driver-mode=cl --target=x86_64-pc-windows-msvc /clang:-ffreestanding /W4 /WX /Zs /I "$include" /I "$generated" "$source"
 done

@@ -20,6 +20,12 @@ chroot "$root" bash -euxc '
     tavrik-scan -q ./*.exe || (($? == 1))
     tavrik-rules show 173 >rule.txt
     grep Worm.Autorun.LD4 rule.txt
+    tavrik-corpus add programs.store ./*.exe
+    tavrik-corpus hunt programs.store >hits.txt || (($? == 1))
+    for tool in tavrik-scan tavrik-rules tavrik-corpus; do
+        $tool --version
+        test -s /usr/share/bash-completion/completions/$tool
+    done
     # Of the wheel only its own files: cffi is the one of Debian, and no index is asked.
     python3 -m venv --system-site-packages environment
     environment/bin/pip install --quiet --no-index ./*.whl

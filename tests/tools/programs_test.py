@@ -17,6 +17,7 @@ import jsonschema
 
 programs, docs = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
 failures = []
+has_corpus = (programs / "tavrik-corpus").exists()  # where the libraries that it needs are
 
 
 def check(holds, text):
@@ -39,6 +40,8 @@ def unwritable_output(samples):
              ("tavrik-rules", ["--help"], 3), ("tavrik-rules", ["check", "--help"], 3), ("tavrik-rules", ["dump"], 3),
              ("tavrik-rulegen", ["--help"], 1), ("tavrik-names", ["--help"], 2), ("tavrik-names", ["--version"], 2),
              ("tavrik-samples", ["--help"], 1), ("tavrik-samples", [samples], 1)]
+    if has_corpus:
+        table += [("tavrik-corpus", ["--help"], 2), ("tavrik-corpus", ["hunt", "--help"], 2)]
     for name, arguments, code in table:
         what = f"{name} {' '.join(arguments)}"
         with open("/dev/full", "wb") as full:
@@ -56,7 +59,8 @@ def versions():
                                    if not line.startswith(b"    stored_flags "))).hexdigest()
     module = hashlib.sha256((programs / "tavrik2.hbx").read_bytes()).hexdigest()
     numbers = set()
-    for name in ("tavrik-scan", "tavrik-rules", "tavrik-rulegen", "tavrik-names", "tavrik-samples"):
+    names = ["tavrik-scan", "tavrik-rules", "tavrik-rulegen", "tavrik-names", "tavrik-samples"]
+    for name in names + ["tavrik-corpus"] * has_corpus:
         text = run(name, "--version").stdout.decode()
         first, *rest = text.splitlines()
         check(first.startswith(name + " ") and any(line.startswith("libraries: CLI11 ") for line in rest), text)

@@ -8,7 +8,6 @@
 
 #include "base/error.h"
 #include "base/text.h"
-#include "rules/names.h"
 #include "scanner/inspection.h"
 #include "scanner/watched_source.h"
 
@@ -41,15 +40,6 @@ bool ForEachRule(const scanner::Scanner &scanner, const scanner::FileReport &rep
     return true;
 }
 
-// What the text says about a rule, before the explanation of its conditions.
-std::string MetadataText(Metadata metadata) {
-    std::string text;
-    for (const rules::MetadataEntry &entry : metadata)
-        text += fmt::format("      {}: {}\n", rules::NameOf(rules::MetadataKeys(), static_cast<uint32_t>(entry.key)),
-                            base::Printable(entry.text));
-    return text;
-}
-
 bool WasScanned(const scanner::FileReport &report) {
     return report.status == scanner::ScanStatus::Scanned || report.status == scanner::ScanStatus::NotPe;
 }
@@ -71,7 +61,7 @@ std::string ExplainRules(const scanner::Scanner &scanner, const scanner::FileRep
                                                           : fmt::format("{} conditions are", explanation.failed));
             text += fmt::format("\n{}: rule {} \"{}\": {}\n{}", file, uint32_t{rule.rule_id},
                                 base::Printable(scanner::DetectionName(rule)), verdict,
-                                MetadataText(metadata) + explanation.text);
+                                scanner::MetadataText(metadata) + explanation.text);
         });
     if (!is_asked)
         return fmt::format("{}: no PE file, which rules are not asked of\n", file);

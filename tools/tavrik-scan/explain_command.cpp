@@ -1,5 +1,6 @@
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include <fmt/format.h>
@@ -61,8 +62,11 @@ void ExplainFile(const scanner::Scanner &scanner, const Subjects &subjects, cons
         const evaluation::RuleExplanation explanation = inspection.ExplainRule(*rule);
         const std::optional<uint32_t> action =
             explanation.matches ? std::optional(scanner.ActionFor(*rule, file)) : std::nullopt;
-        answer.text += '\n' + explanation.text + '\n' + Verdict(explanation, action);
-        answer.object["rules"].push_back(scanner::RuleObject(explanation, *rule, action));
+        const std::span<const rules::MetadataEntry> metadata = scanner::MetadataOf(scanner, *rule);
+        answer.text += '\n' + scanner::MetadataText(metadata) + explanation.text + '\n' + Verdict(explanation, action);
+        scanner::Json &object = answer.object["rules"].emplace_back(scanner::RuleObject(explanation, *rule, action));
+        if (!metadata.empty())
+            object["metadata"] = scanner::MetadataObject(metadata);
         answer.found = answer.found || explanation.matches;
     }
     inspection.RequireRead(file);

@@ -13,16 +13,19 @@ import collections
 import concurrent.futures
 import os
 import pathlib
+import time
 from types import TracebackType
 from typing import Any, Callable, Deque, Dict, Iterable, Iterator, List, Optional, Tuple, Type, TypeVar, Union
 
+from ._batches import Pace, Result, in_order
 from ._native import ffi, filled, lib, sized, text
-from ._results import (Detection, Diagnostic, Error, Explanation, Finding, Locator, Outcome, Payload, Report, Rule,
-                       Status, error_line)
+from ._report import Report
+from ._results import (Detection, Diagnostic, Error, Explanation, Finding, Locator, NearMiss, Note, Outcome, Payload,
+                       Rule, Status, error_line)
 from ._source import Opened, Source
 
-__all__ = ["Cancel", "Detection", "Diagnostic", "Error", "Explanation", "Finding", "Locator", "Outcome", "Payload",
-           "Report", "Rule", "Rules", "Scanner", "Source", "Status", "__version__", "check"]
+__all__ = ["Cancel", "Detection", "Diagnostic", "Error", "Explanation", "Finding", "Locator", "NearMiss", "Note",
+           "Outcome", "Payload", "Report", "Rule", "Rules", "Scanner", "Source", "Status", "__version__", "check"]
 
 __version__: str = text(lib.tavrik_version_text())
 
@@ -30,6 +33,8 @@ _NULL: Any = ffi.NULL
 _REPORT_PLACE: Any = ffi.typeof("tavrik_report **")
 _TEXT: Any = ffi.typeof("char[]")
 _INPUT: Any = ffi.typeof("tavrik_input *")
+_INPUTS: Any = ffi.typeof("tavrik_input[]")
+_REPORTS: Any = ffi.typeof("tavrik_report *[]")
 _INPUT_SIZE: int = ffi.sizeof("tavrik_input")
 
 FeatureValue = Union[int, str, List[str]]
@@ -105,6 +110,12 @@ class Rules(_Handle):
     def __bool__(self) -> bool:
         return True
 
+    def __iter__(self) -> Iterator[Rule]:
+        """The rules, in the order of the text."""
+        for index in range(len(self)):
+            one = filled("tavrik_rule", lambda to: int(lib.tavrik_rules_rule(self._open, index, to)))
+            yield Rule(one.rule, text(one.name), text(one.metadata))
+
     @property
     def has_errors(self) -> bool:
         """Whether a scanner refuses them."""
@@ -131,13 +142,19 @@ class Scanner(_Handle):
     sha256     each report has the digest of the file, which reads all of it
     timeout    seconds for a call; 0 is no limit
     max_size   in bytes; larger files are skipped; 0 is no limit
+    add_rules  the rules come after the module's instead of in their place
+    near       conditions of a gate that may fail in a near miss, 1 to 64; 0: near misses are not looked for
+    inside     files inside payloads and archives are scanned too, within these bounds (0 is the library's own):
+               inside_depth of containers within each other, inside_files, inside_bytes that are unpacked, and
+               inside_ratio of these to the bytes of the file
 
     Raises Error when the module cannot be loaded and initialised, or the rules have errors.
     """
 
     def __init__(self, rules: Union[Rules, str, "os.PathLike[str]", None] = None,
                  module: Union[str, "os.PathLike[str]", None] = None, *, sha256: bool = False, timeout: float = 0,
-                 max_size: int = 0) -> None:
+                 max_size: int = 0, add_rules: bool = False, near: int = 0, inside: bool = False,
+                 inside_depth: int = 0, inside_files: int = 0, inside_bytes: int = 0, inside_ratio: int = 0) -> None:
         if rules is not None and not isinstance(rules, Rules):
             rules = Rules(rules) if isinstance(rules, str) and "\n" in rules else Rules.from_file(rules)
         path = ffi.NULL if module is None else os.fsencode(os.fspath(module))
@@ -147,6 +164,13 @@ class Scanner(_Handle):
         settings.sha256 = sha256
         settings.timeout = timeout
         settings.max_size = max_size
+        settings.add_rules = add_rules
+        settings.near_conditions = near
+        settings.inside = inside
+        settings.inside_depth = inside_depth
+        settings.inside_files = inside_files
+        settings.inside_bytes = inside_bytes
+        settings.inside_ratio = inside_ratio
         if rules is not None:
             settings.rules = rules._open
         self._handle = _make(
@@ -158,13 +182,10 @@ class Scanner(_Handle):
     def scan(self, source: Source, *, name: Optional[str] = None, cancel: Optional[Cancel] = None) -> Report:
         """Scans a path, an object with a buffer, or a binary file object, which is read in ranges only.
 
-        `name` is what the report calls a buffer or a file object. Raises what the file object raised, and TypeError.
+        `name` is what the report calls a buffer or a file object. What is wrong with the file is in its report. Raises
+        what the file object raised, TypeError for other sources, and Error when there is not enough memory.
         """
-        handle, failure, called = self._scan(source, name, cancel)
-        if failure is None:
-            return _report(handle)
-        line = error_line(called, "file", str(failure)).decode("utf-8", "surrogateescape")
-        return Report(called, Outcome.FAILED, failure.status, str(failure), 0, "", (), (), (), line)
+        return Report(self._scan(source, name, cancel))
 
     def scan_json(self, source: Source, *, name: Optional[str] = None, cancel: Optional[Cancel] = None) -> bytes:
         """As `scan`, but returns only the line that `tavrik-scan --json --no-inside` prints, without the line feed; with
@@ -173,10 +194,13 @@ class Scanner(_Handle):
             line = self._json_of_path(source)
             if line is not None:
                 return line
-        handle, failure, called = self._scan(source, name, cancel)
-        if failure is None:
+        try:
+            handle = self._scan(source, name, cancel)  # which the text belongs to
             return bytes(ffi.string(lib.tavrik_report_json(handle)))
-        return error_line(called, "file", str(failure))
+        except Error as failure:
+            if failure.status is not Status.MEMORY:
+                raise
+            return error_line(name or (source if isinstance(source, str) else ""), "out-of-memory", str(failure))
 
     def _json_of_path(self, path: str) -> Optional[bytes]:
         """With as few steps as there can be, since most scans take some microseconds; None when there is no report."""
@@ -191,39 +215,80 @@ class Scanner(_Handle):
         finally:
             lib.tavrik_report_free(handle)
 
-    def _scan(self, source: Source, name: Optional[str], cancel: Optional[Cancel]) -> Tuple[Any, Optional[Error], str]:
-        """A report's handle; or why the file cannot be opened, and its name."""
-        error, place = sized("tavrik_error"), ffi.new("tavrik_report **")
-        token = ffi.NULL if cancel is None else cancel._open
+    def _scan(self, source: Source, name: Optional[str], cancel: Optional[Cancel]) -> Any:
+        """A report's handle, with few steps for paths: each counts beside a scan of some microseconds."""
+        place = ffi.new(_REPORT_PLACE)
+        token = _NULL if cancel is None else cancel._open
+        if isinstance(source, (str, os.PathLike)):
+            path = os.fspath(source)
+            if "\0" not in path:
+                called = ffi.new(_TEXT, path.encode("utf-8", "surrogateescape"))
+                lib.tavrik_scan(self._open, ffi.new(_INPUT, (_INPUT_SIZE, 0, called)), token, place, _NULL)
+                if place[0] != _NULL:
+                    return ffi.gc(place[0], lib.tavrik_report_free)
+        error = sized("tavrik_error")
         with Opened(source, name) as opened:
             status = lib.tavrik_scan(self._open, opened.input, token, place, error)
-        handle = place[0] if place[0] == ffi.NULL else ffi.gc(place[0], lib.tavrik_report_free)
+        handle = place[0] if place[0] == _NULL else ffi.gc(place[0], lib.tavrik_report_free)
         if opened.failure is not None:
             raise opened.failure
-        if handle != ffi.NULL:
-            return handle, None, ""
-        failure = Error(status, text(error.text))
-        if status not in (lib.TAVRIK_ERROR_FILE, lib.TAVRIK_ERROR_MEMORY):
-            raise failure
-        return ffi.NULL, failure, text(opened.input.name)
+        if handle == _NULL:
+            raise Error(status, text(error.text))
+        return handle
 
     def scan_many(self, sources: Iterable[Source], threads: Optional[int] = None, *,
                   cancel: Optional[Cancel] = None) -> Iterator[Report]:
         """Scans sources by several threads (one for each processor without `threads`) and yields their reports in the
-        order of the sources, which are asked for as they are needed."""
+        order of the sources, which are asked for as they are needed. Raises what `scan` raises, at its place.
+
+        Small files are handed to the library many at once, so that the threads seldom wait for the interpreter."""
         count = threads or os.cpu_count() or 1
+        pace = Pace()
+        batches = pace.batches(sources)
+        if count == 1:
+            for batch in batches:
+                yield from in_order(self._scan_batch(batch, cancel, pace))
+            return
         with concurrent.futures.ThreadPoolExecutor(count) as pool:
-            ahead: Deque["concurrent.futures.Future[Report]"] = collections.deque()
+            ahead: Deque["concurrent.futures.Future[List[Result]]"] = collections.deque()
             try:
-                for source in sources:
-                    ahead.append(pool.submit(self.scan, source, cancel=cancel))
-                    if len(ahead) >= 4 * count:
-                        yield ahead.popleft().result()
+                for batch in batches:
+                    ahead.append(pool.submit(self._scan_batch, batch, cancel, pace))
+                    if len(ahead) >= 2 * count:
+                        yield from in_order(ahead.popleft().result())
                 while ahead:
-                    yield ahead.popleft().result()
+                    yield from in_order(ahead.popleft().result())
             finally:
                 for future in ahead:
                     future.cancel()
+
+    def _scan_batch(self, sources: List[Source], cancel: Optional[Cancel], pace: Pace) -> "List[Result]":
+        started = time.perf_counter()
+        results: Dict[int, Result] = {}
+        called: List[Any] = []  # the names of those that one call scans
+        places: List[int] = []
+        for index, source in enumerate(sources):
+            path = os.fspath(source) if isinstance(source, (str, os.PathLike)) else "\0"
+            if "\0" in path:
+                results[index] = self._result(source, cancel)
+            else:
+                called.append(ffi.new(_TEXT, path.encode("utf-8", "surrogateescape")))
+                places.append(index)
+        handles = ffi.new(_REPORTS, len(called))
+        inputs = ffi.new(_INPUTS, [(_INPUT_SIZE, 0, name) for name in called])
+        token = _NULL if cancel is None else cancel._open
+        is_ok = lib.tavrik_scan_many(self._open, inputs, len(called), token, handles, _NULL) == lib.TAVRIK_OK
+        for index, place in enumerate(places):
+            results[place] = Report(ffi.gc(handles[index], lib.tavrik_report_free)) if is_ok else \
+                self._result(sources[place], cancel)
+        pace.took(len(sources), time.perf_counter() - started)
+        return [results[index] for index in range(len(sources))]
+
+    def _result(self, source: Source, cancel: Optional[Cancel]) -> Result:
+        try:
+            return self.scan(source, cancel=cancel)
+        except Exception as failure:  # raised where the report would have been
+            return failure
 
     # ---- Why, and what a file has ----
 
@@ -289,23 +354,3 @@ class Scanner(_Handle):
     def gates(self) -> Dict[int, str]:
         """The conditions of each locator on a file's headers, a line each, by its entry."""
         return {locator.entry: locator.gate for locator in self.locators()}
-
-
-def _report(handle: Any) -> Report:
-    summary = filled("tavrik_summary", lambda to: int(lib.tavrik_report_summary(handle, to)))
-    detections = []
-    for index in range(summary.detections):
-        one = filled("tavrik_detection", lambda to: int(lib.tavrik_report_detection(handle, index, to)))
-        detections.append(Detection(one.rule, text(one.name), text(one.action_name)))
-    findings = []
-    for index in range(summary.findings):
-        one = filled("tavrik_finding", lambda to: int(lib.tavrik_report_finding(handle, index, to)))
-        findings.append(Finding(one.entry, one.kind, text(one.kind_name), one.offset, one.reported))
-    payloads = []
-    for index in range(summary.payloads):
-        one = filled("tavrik_payload", lambda to: int(lib.tavrik_report_payload(handle, index, to)))
-        payloads.append(Payload(one.kind, text(one.kind_name), one.offset, one.length, one.present, text(one.sha256),
-                                tuple(one.entries[0:one.entry_count])))
-    return Report(text(summary.name), Outcome(summary.outcome), Status(summary.status), text(summary.text),
-                  summary.file_size, text(summary.sha256), tuple(detections), tuple(findings), tuple(payloads),
-                  text(lib.tavrik_report_json(handle)))

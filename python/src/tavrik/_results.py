@@ -4,7 +4,7 @@ from __future__ import annotations
 import enum
 import json
 from dataclasses import dataclass
-from typing import Tuple
+from typing import Any, Dict, Tuple
 
 
 class Status(enum.IntEnum):
@@ -38,6 +38,11 @@ class Error(Exception):
         self.status = Status(status)
 
 
+def _metadata(line: str) -> Dict[str, Any]:
+    made: Dict[str, Any] = json.loads(line) if line else {}
+    return made
+
+
 class Outcome(enum.Enum):
     """How a scan ended."""
 
@@ -54,6 +59,13 @@ class Detection:
     rule: int
     name: str
     action: str  #: the module's for cleaning, such as "quarantine" or "none"
+    metadata_json: str = ""
+
+    @property
+    def metadata(self) -> Dict[str, Any]:
+        """What the text of the rule says about it: `authors`, `date`, `references`, `description`, `samples`; empty
+        for the module's rules."""
+        return _metadata(self.metadata_json)
 
 
 @dataclass(frozen=True)
@@ -81,26 +93,30 @@ class Payload:
 
 
 @dataclass(frozen=True)
-class Report:
-    """What a scan found. True in conditions when it found something."""
+class NearMiss:
+    """A payload that no locator finds. It is no finding."""
 
-    name: str
-    outcome: Outcome
-    status: Status
-    text: str  #: why it was skipped or failed; "" when neither
-    size: int  #: of the file, in bytes
-    sha256: str
-    detections: Tuple[Detection, ...]
-    findings: Tuple[Finding, ...]
-    payloads: Tuple[Payload, ...]
-    json: str  #: the line that `tavrik-scan --json` prints
+    is_unknown_build: bool  #: where payloads usually begin; False: `entry` would find it but for the conditions
+    entry: int
+    kind: int
+    kind_name: str
+    offset: int
+    length: int  #: by its own structure, in bytes; 0 when that cannot be read
+    present: int  #: as many of these bytes are in the file
+    text: str  #: one line for people
+    conditions: Tuple[str, ...]  #: of the gate of `entry`, those that fail
 
-    def __bool__(self) -> bool:
-        return bool(self.detections or self.findings)
+
+@dataclass(frozen=True)
+class Note:
+    """Something about a file that is no failure."""
+
+    code: str  #: a word such as "inside-bound"
+    text: str
 
 
 def error_line(name: str, code: str, why: str) -> bytes:
-    """What `Report.json` has for a file that could not be scanned."""
+    """What `Report.json` would have for a file that could not be scanned."""
     return json.dumps({"schema": 1, "file": name, "size": None, "status": "error", "error": {"code": code, "text": why},
                        "detections": [], "findings": [], "payloads": []}, separators=(",", ":")).encode()
 
@@ -151,7 +167,13 @@ class Locator:
 
 @dataclass(frozen=True)
 class Rule:
-    """A rule of the module."""
+    """A rule of the module, or of a text."""
 
     number: int
     name: str
+    metadata_json: str = ""
+
+    @property
+    def metadata(self) -> Dict[str, Any]:
+        """What the text says about it, as in Detection."""
+        return _metadata(self.metadata_json)
