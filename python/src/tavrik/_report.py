@@ -46,8 +46,8 @@ class Report:
         self._json: Optional[str] = None
 
     def __bool__(self) -> bool:
-        values = self._all()
-        return bool(values.detections or values.findings)
+        found = self._values or self._summary()
+        return bool(found.detections or found.findings)
 
     @property
     def name(self) -> str:
@@ -138,9 +138,7 @@ class Report:
         return values
 
     def _read(self) -> _Values:
-        handle = self._handle
-        summary = ffi.new(_SUMMARY, _SUMMARY_START)
-        lib.tavrik_report_summary(handle, summary)
+        handle, summary = self._handle, self._summary()
         return _Values(text(summary.name), text(summary.parent), Outcome(summary.outcome), Status(summary.status),
                        text(summary.text), summary.file_size, text(summary.sha256), summary.bytes_read,
                        tuple(_detection(handle, index) for index in range(summary.detections)),
@@ -149,6 +147,11 @@ class Report:
                        tuple(_near_miss(handle, index) for index in range(summary.near_misses)),
                        tuple(_note(handle, index) for index in range(summary.notes)),
                        tuple(self._inner(index) for index in range(summary.inside)))
+
+    def _summary(self) -> Any:
+        summary = ffi.new(_SUMMARY, _SUMMARY_START)
+        lib.tavrik_report_summary(self._handle, summary)
+        return summary
 
     def _inner(self, index: int) -> "Report":
         place = ffi.new("const tavrik_report **")
