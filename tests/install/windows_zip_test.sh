@@ -5,9 +5,10 @@
 set -euo pipefail
 zip=$1 sample=$(realpath "$2") examples=$3
 folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
 export WINEDEBUG=-all WINEPREFIX=$folder/wine
 export PATH=$PATH:/usr/lib/wine
+# Wine's server writes into its folder for a while after the last program.
+trap '{ wineserver64 -k && wineserver64 -w; } 2>/dev/null || true; rm -rf "$folder"' EXIT
 system='^(kernel32|advapi32|shell32|user32|ole32|msvcrt|ntdll|bcrypt|ws2_32|psapi|shlwapi|api-ms-win-.*)\.dll$'
 
 fail() {
