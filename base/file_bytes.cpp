@@ -85,18 +85,19 @@ bool FileBytes::ForPieces(Region region, std::size_t overlap, const Visitor &vis
               region.offset);
         return true;
     }
-    std::vector<uint8_t> buffer(static_cast<std::size_t>(std::min<uint64_t>(region.length, overlap + kPieceSize)));
+    const auto size = static_cast<std::size_t>(std::min<uint64_t>(region.length, overlap + kPieceSize));
+    const std::unique_ptr<uint8_t[]> buffer(new uint8_t[size]); // which is filled before it is read
     std::size_t kept = 0;
     for (uint64_t next = region.offset; next < region.End();) {
-        const auto count = static_cast<std::size_t>(std::min<uint64_t>(buffer.size() - kept, region.End() - next));
-        if (source_.ReadAt(next, buffer.data() + kept, count) != count)
+        const auto count = static_cast<std::size_t>(std::min<uint64_t>(size - kept, region.End() - next));
+        if (source_.ReadAt(next, buffer.get() + kept, count) != count)
             return false;
-        const std::span<const uint8_t> piece(buffer.data(), kept + count);
+        const std::span<const uint8_t> piece(buffer.get(), kept + count);
         if (!visit(piece, next - kept))
             return true;
         next += count;
         kept = std::min(overlap, piece.size());
-        std::memmove(buffer.data(), buffer.data() + piece.size() - kept, kept);
+        std::memmove(buffer.get(), buffer.get() + piece.size() - kept, kept);
     }
     return true;
 }

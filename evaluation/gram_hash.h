@@ -9,6 +9,9 @@ namespace tavrik::evaluation {
 /** A gram times this is its hash, of which the upper bits count. */
 inline constexpr uint32_t kGramMultiplier = 0x9E3779B1;
 
+/** That of the second gram of a window. */
+inline constexpr uint32_t kSecondMultiplier = 0x85EBCA77;
+
 } // namespace tavrik::evaluation
 
 #endif

@@ -16,161 +16,67 @@ namespace tavrik::evaluation {
 
 namespace {
 
-// A gram of a pattern. At most one of its bytes is open: a wildcard or after the pattern's end.
-struct Gram {
-    std::size_t at = 0;
-    uint32_t folded = 0; // 0 in place of the open byte
-    int open = -1;       // which byte is open; -1: none
-    int rarity = 0;      // bits
-};
-
-// The buckets go by another hash than the filter before them, which so errs for other grams.
-constexpr uint32_t Hash(uint32_t gram) {
-    return gram * 0xC2B2AE35U;
-}
-
-// Folding makes a byte as frequent as the one that it becomes alike: a space as zero.
-constexpr int FoldedRarity(uint8_t byte) {
-    return std::min(Rarity(byte), Rarity(static_cast<uint8_t>(byte ^ kCaseBit)));
-}
-
-// Runs of one byte are everywhere: only strings that are runs should have such a gram, since a file soon has its answer
-// to these.
-constexpr int kRunCost = 64;
-
-// Calls `visit` with every gram of the pattern.
-template <typename Visit>
-void ForGrams(const StringPattern &pattern, const Visit &visit) {
-    for (std::size_t at = 0; at + kGramBytes <= pattern.length + 1; ++at) {
-        Gram gram;
-        gram.at = at;
-        int open = 0;
-        for (std::size_t i = 0; i < kGramBytes; ++i) {
-            const std::size_t place = at + i;
-            if (place >= pattern.length || pattern.care[place] == 0) {
-                gram.open = static_cast<int>(i);
-                ++open;
-                continue;
-            }
-            const uint8_t value = pattern.value[place];
-            // Programs have runs of one byte.
-            gram.rarity += i > 0 && value == pattern.value[place - 1] ? 1 : FoldedRarity(value);
-            gram.folded |= static_cast<uint32_t>(value | kCaseBit) << 8 * i;
-        }
-        if (gram.folded == (gram.folded & UINT8_MAX) * 0x01010101U)
-            gram.rarity -= kRunCost;
-        if (open <= 1)
-            visit(gram);
-    }
-}
-
-// Four bytes of a pattern that are compared before the others.
-struct Check {
-    uint32_t folded = 0; // 0 for bytes that do not count
-    std::size_t at = 0;
-    uint8_t bytes = 0; // a bit for each that counts
-};
-
-constexpr auto kCheckMasks = [] {
-    std::array<uint32_t, 1U << kGramBytes> masks = {};
-    for (uint32_t bytes = 0; bytes < masks.size(); ++bytes)
-        for (unsigned i = 0; i < kGramBytes; ++i)
-            masks[bytes] |= (bytes >> i & 1U) != 0 ? uint32_t{0xFF} << 8 * i : 0;
-    return masks;
-}();
-
-// The rarest four outside the gram.
-Check ChooseCheck(const StringPattern &pattern, const Gram &gram) {
-    Check best;
-    int best_rarity = 0;
-    for (std::size_t at = 0; at + kGramBytes <= pattern.length; ++at) {
-        Check check = {0, at, 0};
-        int rarity = 0;
-        for (std::size_t i = 0; i < kGramBytes; ++i) {
-            const std::size_t place = at + i;
-            if ((place >= gram.at && place < gram.at + kGramBytes) || pattern.care[place] == 0)
-                continue;
-            rarity += Rarity(pattern.value[place]);
-            check.bytes = static_cast<uint8_t>(check.bytes | 1U << i);
-            check.folded |= static_cast<uint32_t>(pattern.value[place] | kCaseBit) << 8 * i;
-        }
-        if (rarity > best_rarity) {
-            best_rarity = rarity;
-            best = check;
-        }
-    }
-    return best;
-}
+// Windows are used unless more than one of so many strings has none.
+constexpr std::size_t kWithoutWindows = 8;
 
 } // namespace
-
-// How many patterns have a gram, and which one a pattern is filed under therefore.
-class StringPass::Sharers {
-public:
-    void Add(const StringPattern &pattern) {
-        ForGrams(pattern, [&](const Gram &gram) { ++counts_[PlaceOf(gram)]; });
-    }
-
-    // Nothing when the pattern has no gram.
-    std::optional<Gram> Choose(const StringPattern &pattern) {
-        std::optional<Gram> best;
-        ForGrams(pattern, [&](const Gram &gram) {
-            if (!best || IsBetter(gram, *best))
-                best = gram;
-        });
-        if (best)
-            ++filed_[PlaceOf(*best)];
-        return best;
-    }
-
-private:
-    // A gram with an open byte stands for many and is only taken for want of another.
-    bool IsBetter(const Gram &gram, const Gram &other) const {
-        const bool is_open = gram.open >= 0;
-        const bool other_is_open = other.open >= 0;
-        return is_open == other_is_open ? Worth(gram) > Worth(other) : other_is_open;
-    }
-
-    // What filing a pattern under the gram costs is how often the gram is met, in files as in other patterns, times how
-    // many patterns are then compared. The smaller, the larger is this number, in bits.
-    int Worth(const Gram &gram) const {
-        const std::size_t place = PlaceOf(gram);
-        return gram.rarity - static_cast<int>(std::bit_width(counts_[place])) -
-               2 * static_cast<int>(std::bit_width(filed_[place]));
-    }
-
-    static std::size_t PlaceOf(const Gram &gram) { return Hash(gram.folded) >> kShift; }
-
-    static constexpr unsigned kShift = 15; // grams of one hash are counted together, which is near enough
-    std::vector<uint32_t> counts_ = std::vector<uint32_t>((UINT32_MAX >> kShift) + 1);
-    std::vector<uint32_t> filed_ = std::vector<uint32_t>((UINT32_MAX >> kShift) + 1);
-};
 
 StringPass::StringPass(std::span<const StringFeature *const> strings) : strings_(strings.begin(), strings.end()) {
     // Strings of the same bytes share a pattern.
     std::map<std::string, std::vector<uint32_t>> users;
-    Sharers sharers;
+    KeyChooser chooser;
+    std::size_t with_windows = 0;
     for (uint32_t i = 0; i < strings_.size(); ++i) {
         const StringPattern pattern(*strings_[i]);
         std::string bytes(reinterpret_cast<const char *>(pattern.value.data()), pattern.length);
         bytes.append(reinterpret_cast<const char *>(pattern.care.data()), pattern.length);
         std::vector<uint32_t> &of_pattern = users[std::move(bytes)];
         of_pattern.push_back(i);
-        if (of_pattern.size() == 1)
-            sharers.Add(pattern);
+        if (of_pattern.size() == 1) {
+            chooser.Add(pattern);
+            with_windows += KeyChooser::HasWindows(pattern) ? 1U : 0U;
+        }
     }
+    // Where many strings have none, looking for windows and for grams takes longer than looking for grams only.
+    uses_windows_ = (users.size() - with_windows) * kWithoutWindows <= users.size();
     for (const auto &[bytes, of_pattern] : users)
-        AddPattern(StringPattern(*strings_[of_pattern.front()]), of_pattern, sharers);
-    FileEntries();
+        AddPattern(StringPattern(*strings_[of_pattern.front()]), of_pattern, chooser);
+    by_gram_.Sort();
+    by_window_.Sort();
+    if (!by_gram_.entries.empty())
+        grams_ = std::make_unique<const GramSearch>(by_gram_.Keys());
+    if (!by_window_.entries.empty())
+        windows_ = std::make_unique<const WindowSearch>(by_window_.Keys());
 }
 
-void StringPass::AddPattern(const StringPattern &pattern, std::span<const uint32_t> users, Sharers &sharers) {
-    const std::optional<Gram> chosen = sharers.Choose(pattern);
-    if (!chosen) {
+void StringPass::AddPattern(const StringPattern &pattern, std::span<const uint32_t> users, KeyChooser &chooser) {
+    uint32_t place = 0;
+    const auto add = [&](Table &table, uint32_t key, std::size_t at, const Check &check) {
+        table.entries.push_back({key, check.folded, place, static_cast<uint8_t>(at), static_cast<uint8_t>(check.at),
+                                 check.bytes, static_cast<uint8_t>(pattern.length - 1)});
+    };
+    if (const std::optional<AlignedWindows> windows = uses_windows_ ? chooser.ChooseWindows(pattern) : std::nullopt) {
+        place = StorePattern(pattern, users);
+        for (const std::size_t at : *windows)
+            add(by_window_, WindowAt(&pattern.value[at]), at, ChooseCheck(pattern, at, kWindowBytes));
+        return;
+    }
+    const std::optional<Gram> gram = chooser.ChooseGram(pattern);
+    if (!gram) {
         without_.insert(without_.end(), users.begin(), users.end());
         return;
     }
-    const Gram &gram = *chosen;
+    place = StorePattern(pattern, users);
+    const Check check = ChooseCheck(pattern, gram->at, kGramBytes);
+    if (gram->open < 0)
+        return add(by_gram_, gram->folded, gram->at, check);
+    for (uint32_t byte = 0; byte <= UINT8_MAX; ++byte)
+        if ((byte & kCaseBit) != 0)
+            add(by_gram_, gram->folded | byte << 8 * gram->open, gram->at, check);
+}
+
+// Returns the pattern's place in pool_.
+uint32_t StringPass::StorePattern(const StringPattern &pattern, std::span<const uint32_t> users) {
     const Pattern record = {pattern_count_++, static_cast<uint32_t>(users_.size()),
                             static_cast<uint32_t>(users.size())};
     const auto place = static_cast<uint32_t>(pool_.size());
@@ -180,35 +86,29 @@ void StringPass::AddPattern(const StringPattern &pattern, std::span<const uint32
     std::memcpy(to + sizeof(record), pattern.value.data(), pattern.length);
     std::memcpy(to + sizeof(record) + pattern.length, pattern.care.data(), pattern.length);
     users_.insert(users_.end(), users.begin(), users.end());
-    const Check check = ChooseCheck(pattern, gram);
-    const auto add = [&](uint32_t folded) {
-        entries_.push_back({folded, check.folded, place, static_cast<uint8_t>(gram.at), static_cast<uint8_t>(check.at),
-                            check.bytes, static_cast<uint8_t>(pattern.length - 1)});
-    };
-    if (gram.open < 0)
-        return add(gram.folded);
-    for (uint32_t byte = 0; byte <= UINT8_MAX; ++byte)
-        if ((byte & kCaseBit) != 0)
-            add(gram.folded | byte << 8 * gram.open);
+    return place;
 }
 
-void StringPass::FileEntries() {
+void StringPass::Table::Sort() {
     // As many buckets as entries, or up to twice as many.
-    bucket_shift_ = 32U - static_cast<unsigned>(std::bit_width(entries_.size() | 1));
-    std::ranges::sort(entries_, {}, [](const Entry &entry) { return std::tuple(Hash(entry.gram), entry.pattern); });
-    entries_.shrink_to_fit();
-    std::vector<uint32_t> grams;
-    for (const Entry &entry : entries_)
-        grams.push_back(entry.gram);
-    search_ = std::make_unique<const GramSearch>(grams);
-    buckets_.resize((std::size_t{UINT32_MAX} >> bucket_shift_) + 2);
-    for (const Entry &entry : entries_) {
-        const uint32_t hash = Hash(entry.gram);
-        ++buckets_[(hash >> bucket_shift_) + 1].first;
-        buckets_[hash >> bucket_shift_].next_bits |= 1U << NextBits(hash);
+    bucket_shift = 32U - static_cast<unsigned>(std::bit_width(entries.size() | 1));
+    std::ranges::sort(entries, {}, [](const Entry &entry) { return std::tuple(KeyHash(entry.gram), entry.pattern); });
+    entries.shrink_to_fit();
+    buckets.resize((std::size_t{UINT32_MAX} >> bucket_shift) + 2);
+    for (const Entry &entry : entries) {
+        const uint32_t hash = KeyHash(entry.gram);
+        ++buckets[(hash >> bucket_shift) + 1].first;
+        buckets[hash >> bucket_shift].next_bits |= 1U << NextBits(hash);
     }
-    for (std::size_t i = 1; i < buckets_.size(); ++i)
-        buckets_[i].first += buckets_[i - 1].first;
+    for (std::size_t i = 1; i < buckets.size(); ++i)
+        buckets[i].first += buckets[i - 1].first;
+}
+
+std::vector<uint32_t> StringPass::Table::Keys() const {
+    std::vector<uint32_t> keys;
+    for (const Entry &entry : entries)
+        keys.push_back(entry.gram);
+    return keys;
 }
 
 StringPass::Pattern StringPass::PatternOf(const Entry &entry) const {
@@ -221,22 +121,21 @@ StringPass::Pattern StringPass::PatternOf(const Entry &entry) const {
 class StringPass::Run {
 public:
     Run(const StringPass &pass, const RegionOf &region)
-        : pass_(pass), region_(region), found_(pass.strings_.size()), places_(pass.strings_.size()),
-          was_judged_(pass.pattern_count_) {}
+        : pass_(pass), region_(region), saw_zeros_(pass.grams_ != nullptr), found_(pass.strings_.size()),
+          places_(pass.strings_.size()), was_judged_(pass.pattern_count_) {}
 
     void SearchPiece(std::span<const uint8_t> piece, uint64_t offset) {
         piece_ = piece;
         offset_ = offset;
         std::size_t at = 0;
-        while (piece.size() - at >= GramSearch::kStride + GramSearch::kReadAfter) {
-            const std::size_t whole =
-                (piece.size() - at - GramSearch::kReadAfter) / GramSearch::kStride * GramSearch::kStride;
+        while (piece.size() - at >= GramSearch::kStride + kReadAfter) {
+            const std::size_t whole = (piece.size() - at - kReadAfter) / GramSearch::kStride * GramSearch::kStride;
             const std::size_t size = std::min(whole, BlockSize(offset_ + at));
             SearchBlock(piece.data() + at, size, at);
             at += size;
         }
         // The last bytes may begin grams that end after them.
-        uint8_t tail[2 * GramSearch::kStride + GramSearch::kReadAfter] = {};
+        uint8_t tail[2 * GramSearch::kStride + kReadAfter] = {};
         std::memcpy(tail, piece.data() + at, piece.size() - at);
         SearchBlock(tail, 2 * GramSearch::kStride, at);
     }
@@ -276,42 +175,61 @@ private:
     void SearchBlock(const uint8_t *block, std::size_t size, std::size_t at) {
         block_at_ = at;
         saw_zeros_ = false;
-        const uint64_t end = offset_ + at + size;
-        if (std::memcmp(block, block + 1, size + kGramBytes - 2) == 0 && NeededFrom(block) >= end)
+        const bool is_run = std::memcmp(block, block + 1, size + kReadAfter - 1) == 0;
+        if (pass_.grams_ != nullptr)
+            SearchGrams(block, size, is_run);
+        // No window repeats one byte.
+        if (pass_.windows_ != nullptr && !is_run)
+            Compare(block, pass_.windows_->Find({block, size}, places_of_grams_), pass_.by_window_, WindowAt);
+    }
+
+    void SearchGrams(const uint8_t *block, std::size_t size, bool is_run) {
+        const uint64_t end = offset_ + block_at_ + size;
+        if (is_run && NeededFrom(block) >= end)
             return;
         constexpr uint8_t kZeros[kGramBytes] = {};
         if (zeros_needed_from_ < end)
             zeros_needed_from_ = NeededFrom(kZeros);
-        const std::size_t count = pass_.search_->Find({block, size}, zeros_needed_from_ >= end, places_of_grams_);
-        for (std::size_t first = 0; first < count; first += kHits)
-            CompareGrams(block, std::span(places_of_grams_).subspan(first, std::min(kHits, count - first)));
+        const std::size_t count = pass_.grams_->Find({block, size}, zeros_needed_from_ >= end, places_of_grams_);
+        Compare(block, count, pass_.by_gram_, [this](const uint8_t *bytes) {
+            const uint32_t gram = GramAt(bytes);
+            saw_zeros_ |= gram == kGramFold;
+            return gram;
+        });
     }
 
-    void CompareGrams(const uint8_t *block, std::span<const uint16_t> places) {
+    template <typename KeyAt>
+    void Compare(const uint8_t *block, std::size_t count, const Table &table, KeyAt key_at) {
+        for (std::size_t first = 0; first < count; first += kHits)
+            CompareSome(block, std::span(places_of_grams_).subspan(first, std::min(kHits, count - first)), table,
+                        key_at);
+    }
+
+    template <typename KeyAt>
+    void CompareSome(const uint8_t *block, std::span<const uint16_t> places, const Table &table, KeyAt key_at) {
         // Grams that are none are dropped without a branch that the file decides.
         std::size_t hits = 0;
         for (const uint16_t at : places) {
-            const uint32_t gram = GramAt(block + at);
-            saw_zeros_ |= gram == kGramFold;
-            const Bucket *const bucket = pass_.BucketOf(Hash(gram));
+            const uint32_t gram = key_at(block + at);
+            const Bucket *const bucket = table.BucketOf(KeyHash(gram));
             hits_[hits] = {gram, at, bucket[0].first, bucket[1].first};
-            hits += bucket->next_bits >> pass_.NextBits(Hash(gram)) & 1U;
+            hits += bucket->next_bits >> table.NextBits(KeyHash(gram)) & 1U;
         }
         for (std::size_t i = 0; i < hits; ++i)
-            __builtin_prefetch(&pass_.entries_[hits_[i].first]);
+            __builtin_prefetch(&table.entries[hits_[i].first]);
         std::size_t matches = 0;
         for (std::size_t i = 0; i < hits; ++i) {
             const Hit hit = hits_[i];
             for (uint32_t place = hit.first; place < hit.end; ++place) {
                 matches_[matches] = {place, hit.at};
-                matches += MayBeAt(pass_.entries_[place], hit, block);
+                matches += MayBeAt(table.entries[place], hit, block);
                 if (matches == kHits) {
-                    CompareMatches(matches);
+                    CompareMatches(matches, table);
                     matches = 0;
                 }
             }
         }
-        CompareMatches(matches);
+        CompareMatches(matches, table);
     }
 
     // 1 when the entry's gram and check are there and its pattern would be whole in the piece (what is not is in its
@@ -327,11 +245,11 @@ private:
         return static_cast<unsigned>(is_whole & (entry.gram == hit.gram) & (bytes == entry.check));
     }
 
-    void CompareMatches(std::size_t count) {
+    void CompareMatches(std::size_t count, const Table &table) {
         for (std::size_t i = 0; i < count; ++i)
-            __builtin_prefetch(&pass_.pool_[pass_.entries_[matches_[i].entry].pattern]);
+            __builtin_prefetch(&pass_.pool_[table.entries[matches_[i].entry].pattern]);
         for (std::size_t i = 0; i < count; ++i)
-            ComparePattern(pass_.entries_[matches_[i].entry], block_at_ + matches_[i].at);
+            ComparePattern(table.entries[matches_[i].entry], block_at_ + matches_[i].at);
     }
 
     void ComparePattern(const Entry &entry, std::size_t gram_at) {
@@ -366,9 +284,9 @@ private:
     uint64_t NeededFrom(const uint8_t *bytes) const {
         uint64_t from = kNever;
         const uint32_t gram = GramAt(bytes);
-        const Bucket *const bucket = pass_.BucketOf(Hash(gram));
+        const Bucket *const bucket = pass_.by_gram_.BucketOf(KeyHash(gram));
         for (uint32_t place = bucket[0].first; place < bucket[1].first; ++place) {
-            const Entry &entry = pass_.entries_[place];
+            const Entry &entry = pass_.by_gram_.entries[place];
             const Pattern pattern = pass_.PatternOf(entry);
             const std::size_t length = std::size_t{entry.last} + 1;
             const uint8_t *const value = &pass_.pool_[entry.pattern + sizeof(pattern) + entry.gram_at];
@@ -401,6 +319,8 @@ private:
         }
     }
 
+    static constexpr std::size_t kReadAfter = std::max(GramSearch::kReadAfter, WindowSearch::kReadAfter);
+
     static constexpr std::size_t kHits = 256;
 
     static constexpr std::size_t kShortBlock = 256;
@@ -411,7 +331,7 @@ private:
     uint64_t offset_ = 0;            // of the piece in the file
     std::size_t block_at_ = 0;       // in the piece
     uint64_t zeros_needed_from_ = 0; // places before it need no look at zero bytes
-    bool saw_zeros_ = true;          // in the last block, where they matter
+    bool saw_zeros_;                 // in the last block, where they matter
     std::vector<bool> found_;
     std::vector<uint32_t> places_;
     std::vector<Starts> starts_;   // in the file
@@ -436,15 +356,17 @@ std::vector<bool> StringPass::Search(base::FileBytes &bytes, const RegionOf &reg
 std::size_t StringPass::LargestBucket() const {
     std::unordered_map<uint32_t, std::size_t> counts;
     std::size_t largest = 0;
-    for (const Entry &entry : entries_)
+    for (const Entry &entry : by_gram_.entries)
         largest = std::max(largest, ++counts[entry.gram]);
     return largest;
 }
 
 std::size_t StringPass::MemorySize() const {
     const auto size = [](const auto &list) { return list.capacity() * sizeof(list[0]); };
-    return size(strings_) + size(pool_) + size(users_) + size(without_) + size(buckets_) + size(entries_) +
-           search_->MemorySize();
+    std::size_t sum = size(strings_) + size(pool_) + size(users_) + size(without_);
+    for (const Table *table : {&by_gram_, &by_window_})
+        sum += size(table->buckets) + size(table->entries);
+    return sum + (grams_ ? grams_->MemorySize() : 0) + (windows_ ? windows_->MemorySize() : 0);
 }
 
 } // namespace tavrik::evaluation

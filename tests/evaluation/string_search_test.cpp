@@ -10,6 +10,7 @@
 #include "evaluation/gram_search.h"
 #include "evaluation/string_pass.h"
 #include "evaluation/string_search.h"
+#include "evaluation/window_search.h"
 #include "rules/model.h"
 
 namespace tavrik::tests {
@@ -43,7 +44,8 @@ protected:
     /** A string of up to `longest` bytes that is often at `place` in the content and often counts there. */
     void AddString(std::vector<uint8_t> &content, std::size_t longest, std::size_t place) {
         StringFeature string = {};
-        string.length = static_cast<uint8_t>(1 + Below(longest));
+        const std::size_t most = rules::kMaxStringLength;
+        string.length = static_cast<uint8_t>(are_long_ ? std::min(24 + Below(longest), most) : 1 + Below(longest));
         string.param_e = static_cast<uint8_t>(Below(4));
         const std::size_t width = (string.param_e & rules::kStringWide) != 0 ? 2 : 1;
         const std::size_t span = string.length * width;
@@ -55,7 +57,7 @@ protected:
             content[place + width * i + width - 1] &= static_cast<uint8_t>(width == 2 ? 0 : 0xFF);
             if (Once(200) || ((string.param_e & rules::kStringNoCase) != 0 && Once(2)))
                 bytes[i] ^= 0x20;
-            if (Once(6) || longest == 1)
+            if (Once(are_long_ ? 60 : 6) || longest == 1)
                 string.mask[i / 8] = static_cast<uint8_t>(string.mask[i / 8] | 1u << i % 8);
         }
         string.param_a = static_cast<uint8_t>(Below(string.length));
@@ -104,6 +106,7 @@ protected:
     }
 
     std::mt19937 random_{1};
+    bool are_long_ = false; // the strings that are added: long enough for windows
     std::vector<StringFeature> strings_;
     std::vector<std::vector<uint8_t>> texts_;
     std::vector<Region> regions_;
@@ -114,6 +117,7 @@ protected:
 TEST_F(StringSearch, AgreesInSmallFiles) {
     for (const char *alphabet : {"aB", "aAbB@`\x01", "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"})
         for (int round = 0; round < 300; ++round) {
+            are_long_ = round % 3 == 0;
             std::vector<uint8_t> content = Content(Below(round % 2 == 0 ? 40 : 2000), alphabet);
             for (int count = 0; count < 40; ++count)
                 AddString(content, std::array<std::size_t, 4>{1, 4, 12, 128}[Below(4)], Below(content.size() + 1));
@@ -127,6 +131,7 @@ TEST_F(StringSearch, AgreesWherePiecesMeet) {
     constexpr std::size_t kPiece = 256 * 1024;
     std::vector<uint8_t> content = Content(2 * kPiece + 1000, "abcdefghijklmnopqrstuvwxyz");
     for (int round = 0; round < 16; ++round) {
+        are_long_ = round % 2 == 0;
         for (int count = 0; count < 4; ++count)
             AddString(content, 128, kPiece * (1 + Below(2)) - 128 + Below(384));
         Check(content);
@@ -147,11 +152,21 @@ TEST_F(StringSearch, FindsStringsWhereverTheyBegin) {
                           {{'W', 'i', 'd', 'e'}, rules::kStringWide, 0},
                           {{'a', 'a', 'a', 'a', 'a', 'a', 'a', 'a', 'a'}, 0, 0},
                           {{0xE8, 0x01, 0x02, 0x8B, 0xEC, 0x5D, 0xC3}, 0, 2},
-                          {std::vector<uint8_t>(60, 0), 0, 0}};
+                          {std::vector<uint8_t>(60, 0), 0, 0},
+                          // Long enough for windows: just so, with zero bytes, with a wildcard that leaves few.
+                          {{'E', 'l', 'e', 'v', 'e', 'n', 'B', 'y', 't', 'e', 's'}, rules::kStringNoCase, 0},
+                          {{'T', 'w', 'i', 'c', 'e', 'A', 's', 'L', 'o', 'n', 'g'}, rules::kStringWide, 0},
+                          {{0x68, 0x8B, 0x45, 0x0C, 0xE8, 0x11, 0x22, 0x8B, 0x55, 0x9D,
+                            0xC3, 0x5E, 0x5F, 0x71, 0x99, 0xF4, 0x7A, 0x3B, 0x2D, 0x6F},
+                           0,
+                           2}};
+    constexpr std::size_t kFirstLong = 6;
+    constexpr std::size_t kLong = std::size(kinds) - kFirstLong;
     for (const std::size_t end : {std::size_t{0}, std::size_t{256}, std::size_t{4096}})
         for (std::size_t place = end < 40 ? 0 : end - 40; place < end + 40; ++place) {
             std::vector<uint8_t> content(end + 200, '.');
-            for (const Kind &kind : kinds) {
+            const bool are_all_long = place / 4 % 2 == 0; // windows are used for these
+            for (const Kind &kind : std::span(kinds).subspan(are_all_long ? kFirstLong : 0)) {
                 StringFeature string = {};
                 string.length = static_cast<uint8_t>(kind.bytes.size());
                 string.param_e = kind.flags;
@@ -167,7 +182,7 @@ TEST_F(StringSearch, FindsStringsWhereverTheyBegin) {
                     regions_.push_back({0, content.size()});
                 }
             }
-            const Kind &there = kinds[place % std::size(kinds)];
+            const Kind &there = are_all_long ? kinds[kFirstLong + place % kLong] : kinds[place % std::size(kinds)];
             const std::size_t width = (there.flags & rules::kStringWide) != 0 ? 2 : 1;
             for (std::size_t i = 0; i < there.bytes.size(); ++i) {
                 content[place + i * width] =
@@ -205,6 +220,30 @@ TEST_F(StringSearch, WideInstructionsFindWhatOthersFind) {
                 EXPECT_TRUE((at >= 997 && at < 1500) || std::ranges::binary_search(found, at)) << at;
             EXPECT_EQ(size > 1024 && std::ranges::binary_search(found, 1200), size > 1024 && !skips_zeros);
         }
+}
+
+TEST_F(StringSearch, WideInstructionsFindTheSameWindows) {
+    constexpr std::size_t kSize = evaluation::GramSearch::kLongestBlock;
+    constexpr std::size_t kApart = 15 * evaluation::kWindowStep;
+    const std::vector<uint8_t> content = Content(kSize + evaluation::WindowSearch::kReadAfter, "abcdEFGH");
+    std::vector<uint32_t> windows;
+    for (std::size_t at = 0; at < kSize; at += kApart)
+        windows.push_back(evaluation::WindowAt(&content[at]));
+    const evaluation::WindowSearch search(windows);
+    for (const std::size_t size : {std::size_t{32}, std::size_t{1024}, kSize}) {
+        std::array<std::vector<uint16_t>, 2> found;
+        for (const bool is_portable : {false, true}) {
+            evaluation::GramSearch::Places to;
+            const std::span<const uint8_t> block(content.data(), size);
+            found[is_portable].assign(
+                to.data(), to.data() + (is_portable ? search.FindPortably(block, to) : search.Find(block, to)));
+            std::ranges::sort(found[is_portable]);
+        }
+        EXPECT_EQ(found[0], found[1]);
+        EXPECT_LT(found[0].size(), size / 8) << "few other windows";
+        for (std::size_t at = 0; at < size; at += kApart)
+            EXPECT_TRUE(std::ranges::binary_search(found[0], at)) << at;
+    }
 }
 
 } // namespace

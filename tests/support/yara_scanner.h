@@ -71,6 +71,13 @@ public:
         return matches_;
     }
 
+    /** The same for a file on the disk. */
+    const std::vector<const char *> &MatchFile(const std::string &path) {
+        matches_.clear();
+        CheckYara(yr_scanner_scan_file(scanner_, path.c_str()), "scanning");
+        return matches_;
+    }
+
 private:
     static int OnMessage(YR_SCAN_CONTEXT *, int message, void *data, void *self) {
         if (message == CALLBACK_MSG_RULE_MATCHING)

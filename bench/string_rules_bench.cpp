@@ -1,0 +1,148 @@
+// Rules of strings only, which no header value decides: 1,000 rules with three strings of 12 to 40 bytes each, of which
+// the first two or the third must be anywhere in the file, in files on the disk. The host next to libyara, one thread
+// each. Both must give the same results on every file.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/row.h"
+#include "rules/text/parser.h"
+#include "tests/support/packaged_files.h"
+#include "tests/support/yara_scanner.h"
+
+namespace {
+
+using namespace tavrik;
+using Paths = std::vector<std::filesystem::path>;
+
+constexpr std::size_t kRules = 1000;
+constexpr std::size_t kShortest = 12; // bytes of a string
+constexpr std::size_t kLongest = 40;
+constexpr std::size_t kOneIn = 4; // of the packaged files
+constexpr int kRounds = 5;
+constexpr double kTargetRate = 2; // GB/s
+constexpr double kTargetRatio = 15;
+
+std::vector<uint8_t> ReadWhole(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Of a file, so that it is found, or of random bytes. Parts of few different bytes make no rule.
+std::string StringText(const std::vector<uint8_t> &file, std::mt19937 &random) {
+    const std::size_t length = kShortest + random() % (kLongest - kShortest + 1);
+    std::vector<uint8_t> bytes(length);
+    std::ranges::generate(bytes, [&] { return static_cast<uint8_t>(random()); });
+    if (random() % 2 == 0 && file.size() > kLongest)
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            const auto at = static_cast<std::ptrdiff_t>(random() % (file.size() - length));
+            std::vector<uint8_t> part(file.begin() + at, file.begin() + at + static_cast<std::ptrdiff_t>(length));
+            std::vector<uint8_t> values = part;
+            std::ranges::sort(values);
+            if (static_cast<std::size_t>(std::ranges::unique(values).begin() - values.begin()) < length / 2)
+                continue;
+            bytes = part;
+            break;
+        }
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, " %02X", byte);
+        text += digits;
+    }
+    return "{" + text + " } in file\n";
+}
+
+rules::RuleSet Rules(const Paths &paths) {
+    std::mt19937 random(7);
+    std::string text;
+    for (std::size_t rule = 1; rule <= kRules; ++rule) {
+        const std::vector<uint8_t> file = ReadWhole(paths[random() % paths.size()]);
+        text += "rule " + std::to_string(rule) + " \"Bench.Strings.A" + std::to_string(rule) + "\" {\nstrings {\n";
+        for (const char letter : {'A', 'B', 'C'})
+            text += std::string(1, letter) + " = " + StringText(file, random);
+        text += "}\nwhen ((A&B)|C)\n}\n";
+    }
+    rules::text::ParsedFile parsed = rules::text::ParseRules(text);
+    if (!parsed.diagnostics.empty())
+        throw std::runtime_error("the rules do not parse: " + parsed.diagnostics.front().message);
+    return std::move(parsed.set);
+}
+
+// Processor time of the thread, which other work on the machine hardly lengthens.
+template <typename Function>
+double Seconds(Function function) {
+    const std::clock_t start = std::clock();
+    function();
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+} // namespace
+
+int main() try {
+    Paths paths;
+    uint64_t size = 0;
+    const Paths all = tests::PackagedFiles();
+    for (std::size_t i = 0; i < all.size(); i += kOneIn) {
+        paths.push_back(all[i]);
+        size += std::filesystem::file_size(all[i]);
+    }
+    const rules::RuleSet set = Rules(paths);
+    if (tests::Exportable(set).rules.size() != kRules)
+        throw std::runtime_error("not all rules can be exported");
+    const tests::YaraLibrary library;
+    const rules::record::RecordSet records(set);
+    const evaluation::RuleIndex index(records.rules());
+    tests::YaraScanner yara(rules::yara::ExportYara(set).text);
+    const auto match = [&](const std::filesystem::path &path) {
+        base::FileSource file(path);
+        evaluation::Features features(file);
+        return index.Match(features);
+    };
+
+    std::size_t matches = 0;
+    for (const std::filesystem::path &path : paths) {
+        std::vector<std::string> ours;
+        for (const uint32_t place : match(path))
+            ours.push_back(rules::yara::YaraRuleName(set, place));
+        const std::vector<const char *> &found = yara.MatchFile(path.string());
+        std::vector<std::string> theirs(found.begin(), found.end());
+        std::ranges::sort(ours);
+        std::ranges::sort(theirs);
+        if (ours != theirs)
+            throw std::runtime_error("the two sides differ on " + path.string());
+        matches += ours.size();
+    }
+    std::printf("%zu rules, %zu files, %.0f MB, %zu matches on either side, libyara %s\n", kRules, paths.size(),
+                static_cast<double>(size) / 1e6, matches, YR_VERSION);
+
+    double best[2] = {1e9, 1e9};
+    std::size_t kept = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        best[0] = std::min(best[0], Seconds([&] {
+                               for (const std::filesystem::path &path : paths)
+                                   kept += match(path).size();
+                           }));
+        best[1] = std::min(best[1], Seconds([&] {
+                               for (const std::filesystem::path &path : paths)
+                                   kept += yara.MatchFile(path.string()).size();
+                           }));
+    }
+    if (kept != 2 * kRounds * matches)
+        throw std::runtime_error("a round differs from the first");
+    const double rates[] = {static_cast<double>(size) / best[0] / 1e9, static_cast<double>(size) / best[1] / 1e9};
+    bench::PrintRow({"1,000 rules of strings only", rates[0], "GB/s", "libyara", rates[1], kTargetRate});
+    bench::PrintRow({"the same, ratio", rates[0] / rates[1], "times", "", 0, kTargetRatio});
+} catch (const std::exception &error) {
+    std::fprintf(stderr, "string_rules_bench: %s\n", error.what());
+    return 1;
+}
