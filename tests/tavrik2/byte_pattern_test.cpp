@@ -9,7 +9,7 @@
 namespace tavrik::tests {
 namespace {
 
-int32_t Find(const std::string &buffer, const std::string &pattern) {
+int32_t PlaceIn(const std::string &buffer, const std::string &pattern) {
     return tavrik2::FindBytePattern(
         reinterpret_cast<const uint8_t *>(buffer.data()), static_cast<int32_t>(buffer.size()),
         reinterpret_cast<const uint8_t *>(pattern.data()), static_cast<int32_t>(pattern.size()));
@@ -31,18 +31,18 @@ TEST(BytePattern, AgreesWithANaiveSearchOnRandomData) {
         const std::string pattern = draw(random() % 9, alphabet);
         const size_t place = buffer.find(pattern);
         found += place != std::string::npos;
-        ASSERT_EQ(Find(buffer, pattern), place == std::string::npos ? -1 : static_cast<int32_t>(place))
+        ASSERT_EQ(PlaceIn(buffer, pattern), place == std::string::npos ? -1 : static_cast<int32_t>(place))
             << testing::PrintToString(buffer) << " / " << testing::PrintToString(pattern);
     }
     EXPECT_GT(found, 1000);
 }
 
 TEST(BytePattern, EdgesOfTheBuffer) {
-    EXPECT_EQ(Find("", ""), 0);
-    EXPECT_EQ(Find("abc", ""), 0);
-    EXPECT_EQ(Find("", "a"), -1);
-    EXPECT_EQ(Find("abc", "abc"), 0);
-    EXPECT_EQ(Find("xabc", "abc"), 1);
+    EXPECT_EQ(PlaceIn("", ""), 0);
+    EXPECT_EQ(PlaceIn("abc", ""), 0);
+    EXPECT_EQ(PlaceIn("", "a"), -1);
+    EXPECT_EQ(PlaceIn("abc", "abc"), 0);
+    EXPECT_EQ(PlaceIn("xabc", "abc"), 1);
     // Nothing is read of a buffer shorter than the pattern, or of negative length.
     const uint8_t pattern[2] = {};
     EXPECT_EQ(tavrik2::FindBytePattern(nullptr, 1, pattern), -1);

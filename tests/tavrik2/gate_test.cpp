@@ -106,7 +106,7 @@ TEST(GateVocabulary, ColumnsAreTriedInOrderAndInFull) {
 }
 
 // "mask lo hi" and what the row is, for comparison and as a message. A bound beyond the field's width counts as none.
-std::string RowText(const GateRow &row) {
+std::string GateText(const GateRow &row) {
     const uint32_t width = samples::WidthOf(row.field);
     const uint64_t most = row.field == FileSize ? INT32_MAX
                           : width < 8           ? (uint64_t{1} << (8 * width)) - 1
@@ -116,9 +116,9 @@ std::string RowText(const GateRow &row) {
                        static_cast<int>(row.field), row.mask, row.lo, std::min(row.lo + row.span, most));
 }
 
-std::vector<std::string> RowTexts(GateView gate) {
+std::vector<std::string> GateTexts(GateView gate) {
     std::vector<std::string> texts;
-    std::transform(gate.rows, gate.rows + gate.count, std::back_inserter(texts), RowText);
+    std::transform(gate.rows, gate.rows + gate.count, std::back_inserter(texts), GateText);
     return texts;
 }
 
@@ -150,7 +150,7 @@ protected:
 };
 
 TEST_P(Gates, AreAsTyped) {
-    EXPECT_EQ(RowTexts(GateOf(GetParam())), RowTexts(golden_));
+    EXPECT_EQ(GateTexts(GateOf(GetParam())), GateTexts(golden_));
 }
 
 // Values pass a gate when they pass some way through it, row by row; that needs no knowledge of how rows are walked.
@@ -189,7 +189,7 @@ TEST_P(Gates, TakeBothEndsOfEachRangeAndRefuseOneBeyondWithoutReading) {
                         continue; // by another alternative
                     ++refused;
                     ASSERT_EQ(Ask(values), std::pair(0, false))
-                        << path.label << ": " << RowText(*row) << " value " << value;
+                        << path.label << ": " << GateText(*row) << " value " << value;
                 }
             }
         }

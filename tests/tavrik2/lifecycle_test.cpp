@@ -19,7 +19,7 @@ Events operator+(Events left, const Events &right) {
 }
 
 const Events kAttach = {"Attach one engine true four"};
-const Events kStart = {"Interface 5 496", "Interface 6 408", "Interface 8 976", "Service114", "CreateLock 2 0"};
+const Events kServices = {"Interface 5 496", "Interface 6 408", "Interface 8 976", "Service114", "CreateLock 2 0"};
 const Events kDecoderModule = {"Copy 1024", "Append 1024 disasm.hbx", "Load engine/disasm.hbx"};
 const Events kDecoderSymbols = {
     "Symbol GetOffsetsFromBufferEx of engine/disasm.hbx", "Symbol GetOffsetsFromBufferExUdi of engine/disasm.hbx",
@@ -29,11 +29,11 @@ const Events kDecoder = kDecoderModule + kDecoderSymbols;
 const Events kDirectory = {"Directory tavrik2.hbx 1024"};
 const Events kScanSdkModule = {"Copy 1024", "Append 1024 scansdk.hbx", "Load home/scansdk.hbx"};
 const Events kScanSdk = kDirectory + kScanSdkModule + Events{"Symbol GetIScanFunctionsPtr of home/scansdk.hbx"};
-const Events kHandle = {"CreateHandle"};
+const Events kMakeHandle = {"CreateHandle"};
 const Events kFreeScanSdk = {"Free home/scansdk.hbx"};
 const Events kFreeDecoder = {"Free engine/disasm.hbx"};
 const Events kDestroyLock = {"DestroyLock lock"};
-const Events kWholeStart = kAttach + kStart + kDecoder + kScanSdk + kHandle;
+const Events kWholeStart = kAttach + kServices + kDecoder + kScanSdk + kMakeHandle;
 const Events kWholeEnd = Events{"ReleaseHandle handle"} + kFreeScanSdk + kFreeDecoder + kDestroyLock;
 
 class Lifecycle : public testing::Test {
@@ -102,17 +102,17 @@ struct Failure {
 };
 
 TEST_F(Lifecycle, MissingModulesAndSymbolsLeaveNothingBehind) {
-    const Events with_decoder = kAttach + kStart + kDecoder;
+    const Events with_decoder = kAttach + kServices + kDecoder;
     const Events handle_only = Events{"ReleaseHandle handle"} + kFreeDecoder + kDestroyLock;
     const Failure failures[] = {
-        {"engine/disasm.hbx", false, kAttach + kStart + kDecoderModule + kDestroyLock, {}},
+        {"engine/disasm.hbx", false, kAttach + kServices + kDecoderModule + kDestroyLock, {}},
         {"GetOffsetsFromBufferEx",
          false,
-         kAttach + kStart + kDecoderModule + Events{kDecoderSymbols[0]} + kFreeDecoder + kDestroyLock,
+         kAttach + kServices + kDecoderModule + Events{kDecoderSymbols[0]} + kFreeDecoder + kDestroyLock,
          {}},
         {"GetPCODEDecodedInstructions", false, with_decoder + kFreeDecoder + kDestroyLock, {}},
-        {"home/scansdk.hbx", true, with_decoder + kDirectory + kScanSdkModule + kHandle, handle_only},
-        {"GetIScanFunctionsPtr", true, with_decoder + kScanSdk + kFreeScanSdk + kHandle, handle_only},
+        {"home/scansdk.hbx", true, with_decoder + kDirectory + kScanSdkModule + kMakeHandle, handle_only},
+        {"GetIScanFunctionsPtr", true, with_decoder + kScanSdk + kFreeScanSdk + kMakeHandle, handle_only},
     };
     for (const Failure &failure : failures) {
         SCOPED_TRACE(failure.missing);
@@ -163,7 +163,7 @@ TEST_F(Lifecycle, EveryModuleAndSymbolMayBeMissing) {
 TEST_F(Lifecycle, LockFailureEndsTheStartWithNothingUndone) {
     Platform().lock_fails = true;
     EXPECT_EQ(Init(), 0u);
-    EXPECT_EQ(Taken(), kAttach + kStart);
+    EXPECT_EQ(Taken(), kAttach + kServices);
     Platform().lock_fails = false;
     EXPECT_EQ(Init(), 1u);
 }
@@ -172,7 +172,7 @@ TEST_F(Lifecycle, HandleAndDirectoryFailuresAreNotErrors) {
     Platform().handle_fails = true;
     Platform().own_directory.clear();
     EXPECT_EQ(Init(), 1u);
-    EXPECT_EQ(Taken(), kAttach + kStart + kDecoder + kDirectory + kHandle);
+    EXPECT_EQ(Taken(), kAttach + kServices + kDecoder + kDirectory + kMakeHandle);
     EXPECT_EQ(Deinit(), 0u);
     EXPECT_EQ(Taken(), Events{"ReleaseHandle null"} + kFreeDecoder + kDestroyLock);
 }

@@ -12,7 +12,7 @@ namespace {
 using namespace tavrik2;
 
 constexpr uint32_t kBase = 0x1000; // of the directory; without sections its RVA and its file offset are the same
-constexpr uint32_t kUntouched = 99;
+constexpr uint32_t kNoCount = 99;
 
 // Type 24 with three resources in one language each; every data entry's address says where the entry is.
 void Ordinary(ResourceTree &tree) {
@@ -47,21 +47,21 @@ const Case kCases[] = {
     {"ordinary", [](ResourceTree &) {}, 1, 3, {0x200, 0x210, 0x220}},
     {"capacity 1", [](ResourceTree &) {}, 1, 1, {0x200}, 24, 1},
     {"capacity 2", [](ResourceTree &) {}, 1, 2, {0x200, 0x210}, 24, 2},
-    {"type absent", [](ResourceTree &) {}, 0, kUntouched, {}, 10},
-    {"type without a subdirectory", [](ResourceTree &) {}, 0, kUntouched, {}, 16},
+    {"type absent", [](ResourceTree &) {}, 0, kNoCount, {}, 10},
+    {"type without a subdirectory", [](ResourceTree &) {}, 0, kNoCount, {}, 16},
     {"any type takes data for a directory", [](ResourceTree &t) { t.Directory(0x300, {{1, 0x200}}); }, 1, 1, {0x200}, -1},
     {"any type takes a named one", [](ResourceTree &t) { t.Directory(0, {{kSub | 0x700, kSub | 0x40}}, 1); },
      1, 3, {0x200, 0x210, 0x220}, -1},
-    {"root without entries", [](ResourceTree &t) { t.Count(0, 0, 0); }, 0, kUntouched, {}, -1},
+    {"root without entries", [](ResourceTree &t) { t.Count(0, 0, 0); }, 0, kNoCount, {}, -1},
     {"named entries count, too", [](ResourceTree &t) { t.Count(0, 3, 0); }, 1, 3, {0x200, 0x210, 0x220}},
-    {"one root entry short", [](ResourceTree &t) { t.Count(0, 1, 1); }, 0, kUntouched, {}},
-    {"root longer than the block", [](ResourceTree &t) { t.Count(0, 0xFFFF, 0xFFFF); }, 0, kUntouched, {}, 77},
+    {"one root entry short", [](ResourceTree &t) { t.Count(0, 1, 1); }, 0, kNoCount, {}},
+    {"root longer than the block", [](ResourceTree &t) { t.Count(0, 0xFFFF, 0xFFFF); }, 0, kNoCount, {}, 77},
     {"last usable type directory", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4079}}); t.Count(4079, 0, 1); }, 0, 0, {}},
-    {"type directory at the end", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4080}}); }, 0, kUntouched, {}},
-    {"type directory far outside", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 0x7FFFFFF8}}); }, 0, kUntouched, {}},
-    {"no resources", [](ResourceTree &t) { t.Count(0x40, 0, 0); }, 0, kUntouched, {}},
+    {"type directory at the end", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4080}}); }, 0, kNoCount, {}},
+    {"type directory far outside", [](ResourceTree &t) { t.Directory(0, {{24, kSub | 0x7FFFFFF8}}); }, 0, kNoCount, {}},
+    {"no resources", [](ResourceTree &t) { t.Count(0x40, 0, 0); }, 0, kNoCount, {}},
     {"15 resources", [](ResourceTree &t) { t.Count(0x40, 7, 8); }, 1, 5, {0x200, 0x210, 0x220}},
-    {"16 resources", [](ResourceTree &t) { t.Count(0x40, 8, 8); }, 0, kUntouched, {}},
+    {"16 resources", [](ResourceTree &t) { t.Count(0x40, 8, 8); }, 0, kNoCount, {}},
     {"data at 4079", [](ResourceTree &t) { t.Directory(0x80, {{1, 4079}}); t.Data(4079, 4079); }, 1, 3, {4079, 0x210, 0x220}},
     {"data at 4080", [](ResourceTree &t) { t.Directory(0x80, {{1, 4080}}); }, 1, 2, {0x210, 0x220}},
     {"data offset that wraps", [](ResourceTree &t) { t.Directory(0x80, {{1, 0x7FFFFFF8}}); }, 1, 2, {0x210, 0x220}},
@@ -70,8 +70,8 @@ const Case kCases[] = {
     {"nothing but holes", [](ResourceTree &t) { t.Directory(0x40, {{1, 4080}, {2, kSub | 4080}}); }, 0, 0, {}},
     {"data right below the type", [](ResourceTree &t) { Chain(t, 0); }, 1, 1, {0x700}},
     {"four nested directories", [](ResourceTree &t) { Chain(t, 4); }, 1, 1, {0x700}},
-    {"five nested directories", [](ResourceTree &t) { Chain(t, 5); }, 0, kUntouched, {}},
-    {"a directory inside itself", [](ResourceTree &t) { t.Directory(0x80, {{1, kSub | 0x80}}); }, 0, kUntouched, {}},
+    {"five nested directories", [](ResourceTree &t) { Chain(t, 5); }, 0, kNoCount, {}},
+    {"a directory inside itself", [](ResourceTree &t) { t.Directory(0x80, {{1, kSub | 0x80}}); }, 0, kNoCount, {}},
     {"a second resource beyond the block",
      [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4064}}); t.Directory(4064, {{1, 0x200}}); t.Count(4064, 0, 2); },
      1, 1, {0x200}},
@@ -92,7 +92,7 @@ protected:
 
     RecordingStream stream_;
     ResourceDataEntry entries_[16] = {};
-    uint32_t count_ = kUntouched;
+    uint32_t count_ = kNoCount;
 };
 
 TEST_F(ResourceEntries, EveryShapeOfTree) {
@@ -102,7 +102,7 @@ TEST_F(ResourceEntries, EveryShapeOfTree) {
         stream_.Put(kBase, std::string(4096, '\0'));
         Ordinary(tree);
         test.change(tree);
-        count_ = kUntouched;
+        count_ = kNoCount;
         EXPECT_EQ(Find(test.type, test.capacity), test.answer);
         EXPECT_EQ(count_, test.count);
         for (size_t index = 0; index < test.places.size(); ++index)
@@ -120,7 +120,7 @@ TEST_F(ResourceEntries, ArgumentsAreCheckedBeforeTheFileIsRead) {
     EXPECT_EQ(FindResourceDataEntries(kHandle, kBase, 0x2000, 24, entries_, 5, nullptr, &stream_), 0);
     EXPECT_EQ(FindResourceDataEntries(kHandle, kBase, 0x2000, 24, entries_, 5, &count_, nullptr), 0);
     EXPECT_EQ(stream_.TakeCalls(), "");
-    EXPECT_EQ(count_, kUntouched);
+    EXPECT_EQ(count_, kNoCount);
 }
 
 TEST_F(ResourceEntries, TheBlockMustBeInTheFileAndWhole) {
@@ -132,10 +132,10 @@ TEST_F(ResourceEntries, TheBlockMustBeInTheFileAndWhole) {
     for (const Fault fault :
          {Fault{Fault::ReadShort, 1, 4096}, {Fault::ReadTooMuch, 1, 4096}, {Fault::SeekElsewhere, 15}}) {
         stream_.Restart(0, fault);
-        count_ = kUntouched;
+        count_ = kNoCount;
         EXPECT_EQ(Find(24, 1), 0) << fault.kind;
         EXPECT_TRUE(stream_.HasFailed()) << fault.kind;
-        EXPECT_EQ(count_, kUntouched);
+        EXPECT_EQ(count_, kNoCount);
     }
     // An offset at the file's end, or negative, is not sought.
     for (const uint32_t rva : {stream_.size(), 0x80000000u, 0xFFFFFFFFu}) {
