@@ -81,15 +81,19 @@ typedef struct TAVRIK_PACKED LocatorResult {
 
 /* A locator: recognises one or a few builds by their headers and finds the payload in the file.
  *
- * - stream, handle: the host's stream over the open file, and its handle; the position afterwards is unspecified
+ * - stream: the host's stream over the open file; its position afterwards is unspecified
+ * - handle: the host's handle of the open file
  * - file_size: in bytes, below 2 GiB: offsets are compared with it as signed values
- * - data_dirs: DATA_DIRECTORY_WORDS words
- * - first_section: ask each locator twice where this gives two headers: with the first header of the section table, and
- * with that of the section whose addresses, max(VirtualSize, SizeOfRawData) long, hold BaseOfCode (the last such in the
- * table). Locators are written for either: most for the first header, those for packed files whose first section has no
- * raw data for the other one. Either alone loses findings; both may find the same. Zeros for a file without sections
+ * - data_dirs: DATA_DIRECTORY_WORDS words, read only
+ * - file_header: the file's, read only
+ * - opt_header: the file's in the shape above, read only
+ * - first_section: a section header, zeros for a file without sections. Ask each locator twice where this gives two
+ *   headers: with the first header of the section table, and with that of the section whose addresses,
+ *   max(VirtualSize, SizeOfRawData) long, hold BaseOfCode (the last such in the table). Locators are written for
+ *   either: most for the first header, those for packed files whose first section has no raw data for the other one.
+ *   Either alone loses findings; both may find the same.
  * - last_section: the last header of the table of NumberOfSections headers that lies wholly in the file; zeros when
- * there is none
+ *   there is none
  * - entry_code: at least ENTRY_CODE_BYTES bytes from the entry point
  * - result: the caller's; written on a match only
  *
