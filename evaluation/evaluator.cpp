@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/characters.h"
+#include "evaluation/filed_rules.h"
 #include "evaluation/string_search.h"
 #include "evaluation/table_conditions.h"
 #include "rules/expression.h"
@@ -298,6 +299,15 @@ bool AsksSomething(const HeuristicRule &rule) {
     bool asks = rule.attribute_b != 0 || rule.expression[0] != '\0';
     rules::EachList([&](auto, const auto &list) { asks = asks || list.count != 0; }, rule);
     return asks;
+}
+
+bool MeetsHeadersRead(const HeuristicRule &rule, Features &features) {
+    return EveryRunIsMet(
+        ElementsOf(rule.header_conditions),
+        [](const auto &left, const auto &right) { return left.field == right.field; },
+        [&](const HeaderCondition &e) {
+            return !IsReadWithHeaders(e.field) || MeetsValue(e.op, features.Header(e.field), e.value);
+        });
 }
 
 bool MeetsStructure(const HeuristicRule &rule, Features &features) {

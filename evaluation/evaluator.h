@@ -22,6 +22,10 @@ bool AsksSomething(const HeuristicRule &rule);
 bool MeetsStructure(const HeuristicRule &rule, Features &features);
 bool MeetsStrings(const HeuristicRule &rule, Features &features);
 
+/** Whether the conditions on header fields are met whose values need no further reading (IsReadWithHeaders): false only
+ * where MeetsStructure is. */
+bool MeetsHeadersRead(const HeuristicRule &rule, Features &features);
+
 /** The strings' part for callers that know otherwise which of the rule's strings, counted from 0, are present. */
 bool MeetsStrings(const HeuristicRule &rule, const std::function<bool(std::size_t string)> &is_present);
 

@@ -2,16 +2,18 @@
 #ifndef TAVRIK_EVALUATION_RULE_INDEX_H
 #define TAVRIK_EVALUATION_RULE_INDEX_H
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <span>
-#include <utility>
 #include <vector>
 
 #include "evaluation/features.h"
+#include "evaluation/filed_rules.h"
 #include "evaluation/string_pass.h"
 #include "tavrik2/heuristic_rule.h"
 
@@ -36,44 +38,48 @@ public:
     /** The records, in working form, must outlive the object. */
     explicit RuleIndex(std::span<HeuristicRule *const> rules);
 
-    /** The positions of the rules that match the file, ascending: those for which Matches is true. */
+    /** The positions of the rules that match the file, ascending: those for which Matches is true. The first files are
+     * answered without the table of values, since making it takes as long as asking every rule about dozens of files;
+     * the same bytes of a file are read with it and without it. With an observer it is made at once. */
     std::vector<uint32_t> Match(Features &features, RuleObserver *observer = nullptr) const;
+
+    /** Makes the table of values now. */
+    void Prepare() const;
 
     /** The number of rules without an exact header value, which are evaluated on every file. */
     std::size_t unfiled() const { return unfiled_.size(); }
 
 private:
-    // The rules filed under one value of one field; unused slots have none.
-    struct Slot {
-        uint64_t key = 0;
-        uint32_t first = 0; // in filed_
-        uint32_t count = 0;
-    };
-
-    using FiledRule = std::pair<uint64_t, uint32_t>; // key and position
-
-    // The search for the strings of all rules, made when a file first needs it.
-    struct AllStrings {
-        std::vector<std::size_t> first; // of each rule, in the pass; and the number of all
+    // The search for the strings of some rules in one pass, made when a file first needs it.
+    struct Strings {
+        std::once_flag is_made;
+        std::vector<std::size_t> first; // of each rule, in the pass
         std::unique_ptr<const StringPass> pass;
     };
 
-    void BuildTable(const std::vector<FiledRule> &filed);
-    std::span<const uint32_t> RulesUnder(uint16_t field, uint32_t value) const;
-    std::size_t PlaceOf(uint64_t key) const;
+    // A rule whose conditions on the headers are met.
+    struct Survivor {
+        uint32_t position = 0;
+        std::chrono::nanoseconds time = {}; // that this took, when it is observed
+    };
+
+    bool UsesTable(const RuleObserver *observer) const;
+    std::vector<Survivor> MeetingHeader(Features &features, RuleObserver *observer) const;
     void DropWithoutStrings(std::vector<uint32_t> &matches, Features &features, RuleObserver *observer) const;
-    const AllStrings &Strings() const;
+    const Strings &Made(Strings &strings, std::span<const uint32_t> positions) const;
+    bool IsUnfiled(uint32_t position) const { return std::ranges::binary_search(unfiled_, position); }
 
     std::span<HeuristicRule *const> rules_;
-    std::vector<uint16_t> fields_;    // those that rules are filed under
-    std::vector<uint64_t> may_exist_; // a bit for each place, set where a key begins its search
-    std::vector<Slot> slots_;         // open addressing; a power of two of them, at most half used
-    unsigned shift_ = 0;              // from a hash to its place
-    std::vector<uint32_t> filed_;     // positions, grouped by key
-    std::vector<uint32_t> unfiled_;   // positions
+    std::vector<uint32_t> fileable_; // positions of the rules with an exact value that is read with the headers
+    FiledRules expensive_;           // those with exact values of other fields only
+    std::vector<uint32_t> unfiled_;  // positions of the others
 
-    mutable std::once_flag strings_are_made_;
-    mutable AllStrings strings_;
+    mutable std::atomic<unsigned> files_ = 0; // asked without the table
+    mutable std::once_flag table_is_made_;
+    mutable FiledRules table_; // of fileable_
+
+    mutable Strings unfiled_strings_; // those of unfiled_, which are needed for most files if they have any
+    mutable Strings all_strings_;
 };
 
 } // namespace tavrik::evaluation
