@@ -63,13 +63,10 @@ std::mutex &InitialisationLock() {
     return lock;
 }
 
-fs::path Usable(const fs::path &path) {
+fs::path AbsoluteModule(const fs::path &path) {
     std::error_code error;
     fs::path absolute = fs::absolute(path, error);
-    if (error)
-        absolute = path;
-    RequireUsable(absolute);
-    return absolute;
+    return error ? path : absolute;
 }
 
 // All exports are there, since the module is usable.
@@ -89,7 +86,8 @@ fs::path Module::DefaultPath() {
 }
 
 Module::Module(const fs::path &path)
-    : path_(Usable(path)), library_(path_), deinit_(Export<decltype(&YNLibDeinit)>(library_, "YNLibDeinit")),
+    : path_(AbsoluteModule(path)), library_(LoadUsable(path_)),
+      deinit_(Export<decltype(&YNLibDeinit)>(library_, "YNLibDeinit")),
       clean_(Export<decltype(&HeurClean)>(library_, "HeurClean")) {
     const auto init = Export<decltype(&YNLibInit)>(library_, "YNLibInit");
     const auto get_rules = Export<decltype(&HeurGetDetectionInfo)>(library_, "HeurGetDetectionInfo");

@@ -50,13 +50,13 @@ void RequireExports(const fs::path &path, const base::DynamicLibrary &library, s
                 path, fmt::format("does not export {}; install the modules of one version together", name), foreign);
 }
 
-// Loads the module for as long as the result is kept.
 base::DynamicLibrary LoadModule(const fs::path &path) {
     RequireFile(path, ErrorCode::ModuleMissing, "install the module, or say where it is");
     RequireFile(path.parent_path() / kPlatform, ErrorCode::CompanionMissing,
                 "install it beside tavrik2.hbx, which needs it");
-    RequireExports(path, Load(path, ErrorCode::ModuleUnloadable), kExports, ErrorCode::ModuleForeign);
-    return Load(path, ErrorCode::ModuleUnloadable);
+    const base::DynamicLibrary checked = Load(path, ErrorCode::ModuleUnloadable);
+    RequireExports(path, checked, kExports, ErrorCode::ModuleForeign);
+    return Load(path, ErrorCode::ModuleUnloadable); // once more what is loaded already, which takes no time
 }
 
 fs::path Absolute(const fs::path &path) {
@@ -67,8 +67,8 @@ fs::path Absolute(const fs::path &path) {
 
 } // namespace
 
-void RequireUsable(const fs::path &module) {
-    LoadModule(module);
+base::DynamicLibrary LoadUsable(const fs::path &module) {
+    const base::DynamicLibrary checked = LoadModule(module);
     const fs::path folder = module.parent_path();
     const std::string directory = base::SystemPath(folder);
     if (directory.empty() || directory.size() + sizeof kDecoder >= sizeof HostConfig::decoder_directory)
@@ -79,6 +79,7 @@ void RequireUsable(const fs::path &module) {
     const fs::path decoder = folder / kDecoder;
     RequireFile(decoder, ErrorCode::CompanionMissing, "install it beside tavrik2.hbx, which needs it");
     RequireExports(decoder, Load(decoder, ErrorCode::CompanionUnusable), kDecoderExports, ErrorCode::CompanionUnusable);
+    return Load(module, ErrorCode::ModuleUnloadable);
 }
 
 StoredModule::StoredModule(const fs::path &module) : path_(Absolute(module)), library_(LoadModule(path_)) {

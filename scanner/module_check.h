@@ -11,14 +11,14 @@
 
 namespace tavrik::scanner {
 
-/** Throws the base::Error that says why the module at this absolute path cannot be loaded and initialised: its code,
- * the file and, after a semicolon, the remedy. */
-void RequireUsable(const std::filesystem::path &module);
+/** Loads the module at this absolute path. Throws the base::Error that says why it cannot be loaded and initialised:
+ * its code, the file and, after a semicolon, the remedy. */
+base::DynamicLibrary LoadUsable(const std::filesystem::path &module);
 
 /** A module whose rules are read as they are stored: it is loaded and not initialised. */
 class StoredModule {
 public:
-    /** Throws as RequireUsable; what is needed only to initialise it may be missing. */
+    /** Throws as LoadUsable; what is needed only to initialise it may be missing. */
     explicit StoredModule(const std::filesystem::path &module);
 
     /** The module's file, absolute. */
