@@ -8,6 +8,9 @@
 
 #include "bench/memory_stream.h"
 #include "bench/ratio_reporter.h"
+#include "bench/row.h"
+#include "tavrik2/locators/scans/altered_autoit_scan.h"
+#include "tavrik2/locators/scans/autoit_ea06_scan.h"
 #include "tavrik2/locators/scans/autoit_signature_scan.h"
 
 namespace {
@@ -53,20 +56,36 @@ const std::vector<uint8_t> &Data() {
     return data;
 }
 
-void FindAutoItSignature(benchmark::State &state) {
+using Scan = int(uint32_t handle, int32_t file_size, int32_t start, uint32_t *out, FileStream *stream);
+
+void RunScan(benchmark::State &state, Scan *scan) {
     MemoryStream stream;
     stream.bytes = Data();
     uint32_t found = 0;
     int hits = 0;
     for (auto _ : state)
-        hits += tavrik2::FindAutoItSignature(1, kLength, 0, &found, &stream.base);
+        hits += scan(1, kLength, 0, &found, &stream.base);
     state.SetBytesProcessed(state.iterations() * int64_t{kLength});
     state.counters["hits"] = hits;
     // The last block ends with the file, so every block has been read: a walk that skips some would seem fast.
     if (stream.position != Data().size())
         state.SkipWithError("the scan did not reach the end of the data");
 }
+
+void FindAutoItSignature(benchmark::State &state) {
+    RunScan(state, tavrik2::FindAutoItSignature);
+}
 BENCHMARK(FindAutoItSignature)->Unit(benchmark::kMillisecond);
+
+void FindAutoItEA06Header(benchmark::State &state) {
+    RunScan(state, tavrik2::FindAutoItEA06Header);
+}
+BENCHMARK(FindAutoItEA06Header)->Unit(benchmark::kMillisecond);
+
+void FindAlteredAutoItHeader(benchmark::State &state) {
+    RunScan(state, tavrik2::FindAlteredAutoItHeader);
+}
+BENCHMARK(FindAlteredAutoItHeader)->Unit(benchmark::kMillisecond);
 
 // Runs `search` (block begin, block end, pattern index; returns the number of hits) over every block.
 template <typename Search>
@@ -108,6 +127,15 @@ int main(int argc, char **argv) {
     tavrik::bench::RatioReporter reporter;
     if (!tavrik::bench::Run(argc, argv, reporter))
         return 2;
+    constexpr double kTarget = 8; // GiB/s
+    const auto rate = [&](const char *name) {
+        const double time = reporter.Nanoseconds(name);
+        return time > 0 ? static_cast<double>(kLength) / 1.073741824 / time : 0;
+    };
+    tavrik::bench::PrintRow({"FindAutoItSignature, nothing to find", rate("FindAutoItSignature"), "GiB/s",
+                             "eight memmem", rate("Memmem"), kTarget});
+    for (const char *name : {"FindAutoItEA06Header", "FindAlteredAutoItHeader"})
+        tavrik::bench::PrintRow({std::string(name) + ", nothing to find", rate(name), "GiB/s", "", 0, kTarget});
     reporter.PrintRatio("FindAutoItSignature", "Memmem");
     reporter.PrintRatio("FindAutoItSignature", "StdHorspool");
 }
