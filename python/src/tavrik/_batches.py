@@ -9,8 +9,8 @@ from ._source import Source
 
 Result = Union[Report, Exception]
 
-_AIM = 0.002  # seconds a batch; a call, its thread's turn and the wait for the interpreter take some hundredths of it
-_MOST = 256
+_AIM = 0.01  # seconds a batch; a call, its turn and the wait for the interpreter take some hundredths of it
+_MOST = 1024
 
 
 class Pace:
