@@ -17,6 +17,8 @@ char g_lock, g_handle, g_symbol;
 template <typename... Arguments>
 void Note(fmt::format_string<Arguments...> format, Arguments &&...arguments) {
     Platform().events.push_back(fmt::format(format, std::forward<Arguments>(arguments)...));
+    if (Platform().watch)
+        Platform().watch(Platform().events.back());
 }
 
 const char *IdentityOf(const void *thing) {

@@ -3,6 +3,7 @@
 #ifndef TAVRIK_TESTS_SUPPORT_PLATFORM_DOUBLE_H
 #define TAVRIK_TESTS_SUPPORT_PLATFORM_DOUBLE_H
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,8 +21,9 @@ struct PlatformDouble {
     bool alloc_fails = false;
 
     std::vector<std::string> events;
-    int live_blocks = 0;  // of PlatformAlloc
-    int live_modules = 0; // of PlatformLoadModule
+    std::function<void(const std::string &event)> watch; // called with each, if set
+    int live_blocks = 0;                                 // of PlatformAlloc
+    int live_modules = 0;                                // of PlatformLoadModule
 
     /** The events so far, and forgets them. */
     std::vector<std::string> TakeEvents();

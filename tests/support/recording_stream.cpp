@@ -9,8 +9,9 @@ namespace tavrik::tests {
 
 const FileStreamOperations RecordingStream::kOperations = {
     nullptr,
-    [](FileStream *stream, const void *, uint32_t mode, uint32_t zero) {
+    [](FileStream *stream, const void *name, uint32_t mode, uint32_t zero) {
         RecordingStream &self = Self(stream);
+        self.opened_name_ = name;
         self.Record(zero == 0 ? 'O' : '!', mode);
         return self.open_result_;
     },
@@ -18,7 +19,7 @@ const FileStreamOperations RecordingStream::kOperations = {
         RecordingStream &self = Self(stream, handle);
         self.Record(origin == SEEK_FROM_START ? 'S' : '!', offset);
         self.position_ = offset + self.IsDue(Fault::SeekElsewhere);
-        return self.position_;
+        return self.position_ + self.IsDue(Fault::SeekMisreported);
     },
     [](FileStream *stream, uint32_t handle, void *buffer, uint32_t length) {
         RecordingStream &self = Self(stream, handle);

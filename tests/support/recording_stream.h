@@ -16,12 +16,12 @@ inline constexpr uint32_t kHandle = 77;
 
 /** What goes wrong, and at which call of its kind (counted from 1). */
 struct Fault {
-    enum Kind { None, SeekElsewhere, ReadShort, ReadNothing, ReadTooMuch } kind = None;
+    enum Kind { None, SeekElsewhere, ReadShort, ReadNothing, ReadTooMuch, SeekMisreported } kind = None;
     uint32_t nth = 0;
     uint32_t length = 0; // when not 0, only reads of this many bytes count
 };
 
-/** Every stream fault that a caller may meet. */
+/** The faults that every locator meets in turn. A misreported seek goes where it should, and only says otherwise. */
 inline constexpr Fault::Kind kFaultKinds[] = {Fault::SeekElsewhere, Fault::ReadShort, Fault::ReadNothing,
                                               Fault::ReadTooMuch};
 
@@ -50,6 +50,8 @@ public:
     bool HasFailed() const { return has_failed_; }
     /** What Open returns. */
     void set_open_result(uint32_t handle) { open_result_ = handle; }
+    /** The name that the last Open was given. */
+    const void *opened_name() const { return opened_name_; }
 
 private:
     static const FileStreamOperations kOperations;
@@ -66,6 +68,7 @@ private:
     uint32_t counted_ = 0;
     bool has_failed_ = false;
     uint32_t open_result_ = kHandle;
+    const void *opened_name_ = nullptr;
 };
 
 /** A little-endian integer as the bytes of a file. */

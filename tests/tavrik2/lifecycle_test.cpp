@@ -1,11 +1,14 @@
 // Start and stop of the module and of its companions. A test leaves the module as it found it, released, so that the
 // tests can share a process; what outlives a complete release (the prepared rules) has its own test.
 #include <algorithm>
+#include <cstring>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
 #include "tavrik2/host_config.h"
 #include "tavrik2/lifecycle/companions.h"
+#include "tavrik2/rules/name_tables.h"
 #include "tests/support/platform_double.h"
 
 namespace tavrik::tests {
@@ -45,9 +48,12 @@ protected:
         EXPECT_EQ(Platform().live_modules, 0);
     }
 
-    uint32_t Init() {
+    uint32_t Init(const HostServices *services = nullptr) {
         // The block lives as long as the call only.
-        const HostConfig config = MakeHostConfig();
+        HostConfig config = MakeHostConfig();
+        if (services != nullptr)
+            config.services = services;
+        block_ = &config;
         const uint32_t count =
             YNLibInit(const_cast<char *>("one"), &config, GetInterfaceDouble, const_cast<char *>("four"));
         references_ += count != 0;
@@ -60,6 +66,8 @@ protected:
     }
 
     static Events Taken() { return Platform().TakeEvents(); }
+
+    HostConfig *block_ = nullptr; // of the call under way
 
 private:
     uint32_t references_ = 0;
@@ -85,10 +93,51 @@ TEST_F(Lifecycle, SecondLifeRepeatsTheFirst) {
     }
 }
 
-TEST_F(Lifecycle, MismatchedStopIsReportedInBothPlacesAndChangesNothing) {
-    testing::internal::CaptureStdout();
+TEST_F(Lifecycle, TheBlockOfTheFirstClientCountsAsItWasWhenTheCallBegan) {
+    Platform().watch = [this](const std::string &event) {
+        if (event.starts_with("Interface"))
+            std::strcpy(block_->decoder_directory, "another");
+    };
+    EXPECT_EQ(Init(), 1u);
+    HostServices others;
+    std::memcpy(&others, MakeHostConfig().services, sizeof others);
+    others.DestroyLock = [](void *) { Platform().events.emplace_back("DestroyLock of another client"); };
+    EXPECT_EQ(Init(&others), 2u);
+    EXPECT_EQ(Taken(), kWholeStart + kAttach);
+    EXPECT_EQ(Deinit(), 1u);
     EXPECT_EQ(Deinit(), 0u);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\ntavrik2.hbx: Error LibInit LibDeinit mismatched.");
+    EXPECT_EQ(Taken(), kWholeEnd);
+}
+
+// The database is prepared last. It stays prepared, so the first start of a process is the only one that shows it.
+TEST_F(Lifecycle, TheDatabaseIsPreparedOnceNothingCanFail) {
+    const uint8_t &first = tavrik2::NameTable1[0][0];
+    const uint8_t stored = first;
+    if (stored == 'A')
+        GTEST_SKIP() << "another test of this process has prepared the database";
+    Events early;
+    Platform().watch = [&](const std::string &event) {
+        if (first != stored)
+            early.push_back(event);
+    };
+    EXPECT_EQ(Init(), 1u);
+    EXPECT_EQ(early, Events{});
+    EXPECT_EQ(first, 'A');
+}
+
+TEST_F(Lifecycle, MismatchedStopIsReportedInBothPlacesAndChangesNothing) {
+    const std::string report = "\ntavrik2.hbx: Error LibInit LibDeinit mismatched.";
+    testing::internal::CaptureStdout();
+    long long flushed = 0; // bytes of standard output that have left the process by the time of the log line
+    Platform().watch = [&](const std::string &) {
+        struct stat status = {};
+        EXPECT_EQ(fstat(1, &status), 0);
+        flushed = status.st_size;
+    };
+    EXPECT_EQ(Deinit(), 0u);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), report);
+    EXPECT_GE(flushed, static_cast<long long>(report.size()));
+    Platform().watch = nullptr;
     EXPECT_EQ(Taken(), Events{"Log c:\\yndebug.log: tavrik2.hbx: Error LibInit LibDeinit mismatched."});
     EXPECT_EQ(Init(), 1u);
 }

@@ -26,6 +26,7 @@ struct Table {
 
 TEST(NameTables, EveryEntryIsATextFollowedByZeros) {
     PrepareDatabase();
+    PrepareDatabase(); // changes nothing
     EXPECT_EQ(std::string_view(reinterpret_cast<const char *>(NameTable1[0])), "Activitybi Online Ltd");
     for (const Table &table : {Table{NameTable1, NameTable1Count, 53, 5}, Table{NameTable2, NameTable2Count, 52, 9},
                                Table{NameTable3, NameTable3Count, 35, 8}, Table{NameTable4, NameTable4Count, 47, 9}}) {
@@ -50,15 +51,34 @@ TEST(NameTables, EveryEntryIsATextFollowedByZeros) {
 TEST(NameTables, DetectionMapsPointToStartsOfEntries) {
     std::set<ptrdiff_t> first;
     std::set<ptrdiff_t> second;
-    std::set<std::string_view> detections{SecondNameDetectionMap[0].detection};
+    std::set<std::string_view> detections;
+    const auto add = [&](const NameDetection &row) {
+        const std::string_view detection = row.detection;
+        detections.insert(detection);
+        EXPECT_TRUE(detection.starts_with("PUA.")) << detection;
+        EXPECT_TRUE(detection.ends_with(".Gen") || detection.ends_with(".DC")) << detection;
+        EXPECT_EQ(row.gen_flag, detection.ends_with(".Gen") ? 1u : 0u) << detection;
+    };
     for (const NameDetection &row : NameDetectionMap) {
         first.insert(row.first_name - NameTable1[0]);
         second.insert(row.second_name - NameTable2[0]);
-        const std::string_view detection = row.detection;
-        detections.insert(detection);
-        EXPECT_TRUE(detection.ends_with(row.gen_flag == 1 ? ".Gen" : ".DC")) << detection;
+        add(row);
+    }
+    const NameDetection &last = SecondNameDetectionMap[0];
+    add(last);
+    for (const auto &[offset, entries] :
+         {std::pair(last.first_name - NameTable1[0], 644), {last.second_name - NameTable2[0], 27}}) {
+        EXPECT_EQ(offset % 256, 0);
+        EXPECT_TRUE(0 <= offset && offset < entries * 256) << offset;
     }
     EXPECT_EQ(detections.size(), 636u);
+    for (const GoldenLine &line : ReadGolden("name_tables.txt")) {
+        if (line.words[0] == "detections" && line.words[1] == "example") {
+            EXPECT_TRUE(detections.contains(GoldenText(line.words[2]))) << line.words[2];
+        } else if (line.words[0] == "NameDetectionMap2" && line.words[1] == "detection_of_row_0") {
+            EXPECT_EQ(last.detection, GoldenText(line.words[2]));
+        }
+    }
     EXPECT_EQ(std::count_if(detections.begin(), detections.end(), [](auto name) { return name.ends_with(".DC"); }),
               201);
     for (const auto &[offsets, used, entries] : {std::tuple(first, 580u, 644), std::tuple(second, 27u, 27)}) {
@@ -70,6 +90,7 @@ TEST(NameTables, DetectionMapsPointToStartsOfEntries) {
     }
     EXPECT_EQ(static_cast<const void *>(&NameDetectionMapCount), &NameDetectionMap[635]);
     EXPECT_EQ(NameDetectionMapCount, 635u);
+    EXPECT_EQ(static_cast<const void *>(&SecondNameDetectionMapCount), &SecondNameDetectionMap[1]);
     EXPECT_EQ(static_cast<const void *>(&NamePairTableCount), &NamePairTable[20]);
     EXPECT_EQ(static_cast<const void *>(&KeywordsCount), &Keywords[231]);
     EXPECT_EQ(static_cast<const void *>(&ProductWordsCount), &ProductWords[15]);
@@ -84,6 +105,9 @@ TEST(PackerSignatures, StandInOrderEachBehindItsPattern) {
         EXPECT_EQ(reinterpret_cast<const uint8_t *>(&record), record.pattern + record.pattern_length);
         at = reinterpret_cast<const uint8_t *>(&record + 1);
     }
+    // So do the pointers, at the next boundary of eight bytes.
+    const ptrdiff_t gap = reinterpret_cast<const uint8_t *>(PackerSignatures) - at;
+    EXPECT_TRUE(0 <= gap && gap < 8) << gap;
 }
 
 // The typed lines "thing property value" of one thing.
@@ -172,6 +196,7 @@ void ExpectTexts(const std::string &thing, uint32_t count, Text text) {
 
 TEST(WordLists, AreAsTyped) {
     ExpectTexts("module_name", kModuleNames, [](uint32_t index) { return ModuleNames[index]; });
+    ExpectTexts("keyword", kKeywords, [](uint32_t index) { return Keywords[index]; });
     ExpectTexts("product_word", kProductWords, [](uint32_t index) { return ProductWords[index]; });
     for (uint32_t list = 0; list < kWordLists; ++list) {
         const std::string thing = fmt::format("list_{}", list + 1);

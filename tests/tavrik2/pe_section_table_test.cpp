@@ -48,6 +48,16 @@ TEST_F(SectionTable, CountAndOffsetRestoreThePosition) {
     EXPECT_EQ(stream_.position(), 12u);
 }
 
+TEST_F(SectionTable, CountAndOptionalHeaderSizeHaveSixteenBits) {
+    for (const uint16_t value : {uint16_t{0x0103}, uint16_t{0x8001}}) {
+        file_.optional_header_size = value;
+        Start();
+        EXPECT_EQ(GetSectionTableOffset(&stream_, kHandle), 0x80u + 24 + value);
+        stream_.Put(0x80 + 6, Bytes(value));
+        EXPECT_EQ(GetSectionCount(&stream_, kHandle), value);
+    }
+}
+
 TEST_F(SectionTable, WithoutOptionalHeaderSizeTheDirectoriesAreCounted) {
     file_.optional_header_size = 0;
     file_.directory_count = 0x20000003; // eight times this wraps

@@ -61,18 +61,20 @@ TEST(PrepareRules, StringsLoseThreeFromEachByteOfTheirLength) {
     uint8_t first[] = {0x02, 0x03, 'd', 'd'};
     uint8_t second[] = {'d', 'd'};
     uint8_t empty[] = {'d'};
-    StringFeature features[3] = {};
-    for (uint8_t(&mask)[16] : {std::ref(features[0].mask), std::ref(features[1].mask), std::ref(features[2].mask)})
-        std::memset(mask, 0x55, sizeof mask);
+    std::string longest(255, 'd');
+    StringFeature features[4] = {};
+    for (StringFeature &feature : features)
+        std::memset(feature.mask, 0x55, sizeof feature.mask);
     features[0].bytes = first;
     features[0].length = 3;
     features[1].bytes = empty;
     features[2].bytes = second;
     features[2].length = 2;
+    features[3].bytes = reinterpret_cast<uint8_t *>(longest.data());
+    features[3].length = 255;
     const std::string before = Bytes(features);
     HeuristicRule rules[2] = {};
-    rules[1].strings = {features, 3};
-    rules[1].attribute_b = 1;
+    rules[1].strings = {features, 4};
     HeuristicRule *const table[] = {&rules[0], &rules[1]};
 
     EXPECT_EQ(PrepareRules(nullptr, 2), 0);
@@ -87,9 +89,10 @@ TEST(PrepareRules, StringsLoseThreeFromEachByteOfTheirLength) {
                                         4));
     EXPECT_EQ(Bytes(empty), "d");
     EXPECT_EQ(Bytes(second), "aa");
+    EXPECT_EQ(longest, std::string(255, 'a'));
     EXPECT_EQ(Bytes(features), before);
     EXPECT_EQ(rules[0].feature_flags, 0);
-    EXPECT_EQ(rules[1].feature_flags, 3);
+    EXPECT_EQ(rules[1].feature_flags, FEATURE_CONTENT);
 }
 
 TEST(DescrambleNameTable, EntriesEndAtTheirFirstZero) {

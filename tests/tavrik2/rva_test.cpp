@@ -59,6 +59,9 @@ TEST_F(Rva, EveryStepHasItsAddresses) {
         {0x53FF, 0xA00 + 0x3EF}, // rounded down, the last section holds it
         {0x5400, 0xFFFFFFFF},
     });
+    // A last section without raw data holds nothing and ends nowhere.
+    file_.sections = {Section("a", 0x1000, 0x80, 0x400, 0x200), Section("none", 0x5000, 0x1000, 0xA00, 0)};
+    ExpectMaps({{0x5010, 0xFFFFFFFF}, {0x6000, 0xFFFFFFFF}});
 }
 
 TEST_F(Rva, LaterSectionsWinAndSpansAreClamped) {
@@ -79,8 +82,9 @@ TEST_F(Rva, AlignmentsRoundAsTheyDo) {
         uint32_t file_alignment;
         uint16_t subsystem;
         uint32_t offset;
-    } cases[] = {{0x200, 2, 0x1200}, {0x1000, 2, 0x1200}, {0x1000, 1, 0x1380}, {0x80, 2, 0x1380},
-                 {1, 2, 0x1380},     {0, 2, 0},           {0, 1, 0x1380},      {0x300, 3, 0x1200}};
+    } cases[] = {
+        {0x200, 2, 0x1200}, {0x1000, 2, 0x1200}, {0x1000, 1, 0x1380}, {0x80, 2, 0x1380},    {1, 2, 0x1380},
+        {0, 2, 0},          {0, 1, 0x1380},      {0x300, 3, 0x1200},  {0x10000, 2, 0x1200}, {0x200, 0x101, 0x1200}};
     for (const auto &test : cases) {
         file_.file_alignment = test.file_alignment;
         file_.subsystem = test.subsystem;
@@ -89,7 +93,8 @@ TEST_F(Rva, AlignmentsRoundAsTheyDo) {
     }
     // The section alignment decides how far above a section an address may lie.
     file_.sections = {Section("a", 0x1000, 0x210, 0x400, 0x10), Section("b", 0x9000, 1, 0x800, 1)};
-    for (const auto &[alignment, mapped] : {std::pair{0x1000u, true}, {0x20u, true}, {0x10u, false}, {1u, false}}) {
+    for (const auto &[alignment, mapped] :
+         {std::pair{0x1000u, true}, {0x10000u, true}, {0x20u, true}, {0x10u, false}, {1u, false}}) {
         file_.section_alignment = alignment;
         EXPECT_EQ(Map(0x1218), mapped ? 0x400 + 0x218 : 0xFFFFFFFF) << alignment;
     }
@@ -133,6 +138,9 @@ TEST_F(Rva, ShortHeadersEndEachStepInItsOwnWay) {
         EXPECT_EQ(Map(test.rva, {Fault::ReadShort, test.nth, 40}), test.offset) << test.nth;
         EXPECT_EQ(stream_.TakeCalls(), kHeaderReads + " " + test.reads) << test.nth;
     }
+    // More than was asked for is no less.
+    for (const uint32_t nth : {1u, 2u})
+        EXPECT_EQ(Map(0x1000, {Fault::ReadTooMuch, nth, 40}), 0x400u) << nth;
 }
 
 } // namespace
