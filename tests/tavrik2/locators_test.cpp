@@ -13,6 +13,19 @@
 namespace tavrik::tests {
 namespace {
 
+// Raw data whose script would be found if its size did not matter, and a script at the end of the resource directory.
+std::function<void(Scene &)> TooSmall(uint32_t size, uint32_t directory_size) {
+    return [=](Scene &s) {
+        s.Resource(10, {{kPayloadRva, size}});
+        s.stream.Put(kResources + directory_size, kScript5 + std::string(4096, '\0'));
+        s.records.file_size = static_cast<int32_t>(s.stream.size());
+    };
+}
+
+std::function<void(Scene &)> NoResourceSection() {
+    return [](Scene &s) { s.file.sections[4].Name[0] = '-'; };
+}
+
 // clang-format off
 // The find of that name with one change, for which it is declined once its gate is passed.
 struct Miss {
@@ -37,17 +50,72 @@ const Miss kMisses[] = {
     {25, "small file", "the last position", [](Scene &s) { s.stream.Put(0x6810 + 0x16B000 + 24571, '-' + kWord.bytes); }},
     {26, "second block", "another text", [](Scene &s) { s.stream.Put(0x6800 + 24576 - 1, "'"); }},
     {26, "short block", "the last position", [](Scene &s) { s.stream.Resize(0xE000 + 104); }},
-    {32, "resource", "a resource that is too small", WithResource(10, 0xBCFF)},
-    {33, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
+    {28, "last row", "another row, of another resource directory",
+     [](Scene &s) { s.stream.Put(kLastPointer + 0x35000, "x"); s.stream.Put(kResources + 0x35000, kWord.bytes); }},
+    {29, "a row", "another resource directory", [](Scene &s) { ++s.records.data_dirs[4]; }},
+    {29, "a row", "entry 28's other marker", [](Scene &s) { s.stream.Put(kLastPointer + 0x9DC00, kOtherWord.bytes); }},
+    {31, "the address as an offset", "no such section", NoResourceSection()},
+    {32, "resource", "a resource that is too small", TooSmall(0xBCFF, 0x24000)},
+    {33, "resource", "a resource that is too small", TooSmall(0x2FF, 0x11000)},
+    {37, ".rsrc", "no such section", NoResourceSection()},
+    {38, "resource", "only in the second resource", [](Scene &s) { s.Resource(10, {{0x90000, 9}, {kPayloadRva, 9}}); }},
     {38, "short resource", "less than the marker", [](Scene &s) { s.stream.Resize(0x6807); }},
     {38, "resource", "a marker cut short", [](Scene &s) { s.stream.Resize(0x6800 + 1016 + 6); }},
     {39, "fifth block", "a sixth block",
      [](Scene &s) { s.stream.Put(0x7000 + 4 * 4096, "x"); s.stream.Put(0x7000 + 5 * 4096, kRar); }},
     {45, "version resource", "too large", WithResource(16, 0x201)},
-    {47, "resource", "a resource that is too small", WithResource(10, 0x2FF)},
+    {45, "version resource", "larger than a signed size", WithResource(16, 0x80000000)},
+    {47, "resource", "a resource that is too small", TooSmall(0x2FF, 0x17000)},
+    {48, "first message table", "larger than a signed size",
+     [](Scene &s) { s.Resource(11, {{kPayloadRva, 0x80000000}, {0x90000, 1}}); }},
     {48, "first message table", "only one", [](Scene &s) { s.tree.Count(0x40, 0, 1); }},
     {49, "last type", "too small", WithResource(17, 0x25000)},
     {49, "last type", "one type on", WithResource(18, 0x25001)},
+};
+
+// Section 5 at another address, with its raw data from 0x3000 on.
+std::function<void(Scene &)> WithBorderAt(uint32_t address) {
+    return WithSection(5, Section(".reloc", address, 0x1000, 0x3000, 0x1000));
+}
+
+// Two types of resources: RVA and size of the only one of each.
+std::function<void(Scene &)> WithTypes(uint32_t rva_3, uint32_t size_3, uint32_t rva_10, uint32_t size_10) {
+    return [=](Scene &s) {
+        s.tree.Directory(0, {{3, kSub | 0x40}, {10, kSub | 0x80}});
+        s.tree.Directory(0x40, {{1, 0x100}});
+        s.tree.Directory(0x80, {{1, 0x110}});
+        s.tree.Data(0x100, rva_3, size_3);
+        s.tree.Data(0x110, rva_10, size_10);
+    };
+}
+
+// The find of that name with its payload at another offset, and why it is found there.
+struct Moved {
+    uint32_t entry;
+    const char *find;
+    uint32_t offset;
+    const char *why;
+    std::function<void(Scene &)> change;
+};
+
+const Moved kMoved[] = {
+    {11, "last section", 0x9505, "the first of two markers", [](Scene &s) { s.stream.Put(0x9600, kNullsoft); }},
+    {25, "larger file", 0x6810 + 0x16B000, "not the end is mapped, but the start", WithBorderAt(kPayloadRva + 0x10)},
+    {26, "after the manifest", 0xE000, "not the end is mapped, but the start", WithBorderAt(kPayloadRva + 0x7800)},
+    {26, "after the manifest", 0xE005, "the first of two words", [](Scene &s) { s.stream.Put(0xE100, kWord.bytes); }},
+    {32, "resource", 0x6800, "sizes are unsigned", WithResource(10, 0x80000000)},
+    {33, "resource", 0x6800, "sizes are unsigned", WithResource(10, 0x80000000)},
+    {47, "resource", 0x6800, "sizes are unsigned", WithResource(10, 0x80000000)},
+    {49, "first type", 0x6800, "sizes are unsigned", WithResource(1, 0x80000000)},
+    {32, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x24000)},
+    {33, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x11000)},
+    {46, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x13000)},
+    {47, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x17000)},
+    {37, ".rsrc", 0x5004, "the address is mapped, and that rounds", [](Scene &s) { s.file.sections[4].PointerToRawData = 0x5100; }},
+    {38, "resource", 0x6800, "the first resource", [](Scene &s) { s.Resource(10, {{kPayloadRva, 9}, {0x90000, 9}}); }},
+    {38, "resource", 0x6800, "the file's size is no bound", [](Scene &s) { s.records.file_size = 0x6800; }},
+    {49, "first type", 0x6800, "a smaller resource is passed over", WithTypes(0x90000, 0x25000, kPayloadRva, 0x25001)},
+    {49, "first type", 0x6800, "the lower type", WithTypes(kPayloadRva, 0x25001, 0x90000, 0x25001)},
 };
 // clang-format on
 
@@ -172,6 +240,33 @@ TEST(Locator, OffsetsAreSigned) {
     }
 }
 
+TEST(Locator, PayloadsAreFoundElsewhere) {
+    for (const Moved &moved : kMoved) {
+        SCOPED_TRACE(testing::Message() << moved.entry << ": " << moved.why);
+        const Find &find = FindOf(moved.entry, moved.find);
+        Scene scene(find.entry, find.wanted);
+        Build(scene, find);
+        scene.stream.Put(find.offset, std::string(find.payload.bytes.size(), '\0'));
+        moved.change(scene);
+        scene.file.PutInto(scene.stream);
+        scene.stream.Put(moved.offset, find.payload.bytes);
+        LocatorResult result = kUntouched;
+        EXPECT_EQ(scene.Call(&result), 1);
+        EXPECT_EQ(result.offset + 0, moved.offset);
+    }
+}
+
+// Entry 41 compares its offset with the section's start only, which may be negative, too.
+TEST(Locator, Entry41ReadsInANegativeSection) {
+    Scene scene(41);
+    Build(scene, FindOf(41));
+    scene.records.last_section.PointerToRawData = 0x80000000;
+    scene.records.last_section.SizeOfRawData = 0x2000;
+    LocatorResult result = kUntouched;
+    EXPECT_EQ(scene.Call(&result), 0);
+    EXPECT_EQ(scene.stream.TakeCalls(), "S0x80001000 R0x1000");
+}
+
 // A manifest's text may be anywhere in its block, from the first byte on.
 TEST(Locator, ManifestTextsAtTheStartOfTheBlock) {
     for (const auto &[entry, text] : {std::pair(25u, "level=\"requireAdministrator\""), {26u, "name=\"AutoIt3\""}}) {
@@ -181,6 +276,7 @@ TEST(Locator, ManifestTextsAtTheStartOfTheBlock) {
         LocatorResult result = kUntouched;
         EXPECT_EQ(scene.Call(&result), 0) << entry;
         scene.stream.Put(0x6800, text);
+        EXPECT_EQ(scene.Call(&result, {Fault::ReadShort, 1, 24576}), 0) << entry << ": the block must be whole";
         EXPECT_EQ(scene.Call(&result), 1) << entry;
     }
 }

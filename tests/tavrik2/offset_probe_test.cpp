@@ -26,7 +26,7 @@ protected:
     int Probe(const std::vector<OffsetProbeRow> &rows, bool ignore_resource_rva = false, Fault fault = {}) {
         stream_.Restart(0, fault);
         finding_ = {2, 3};
-        return ProbeOffsetTable(&stream_, kHandle, kFileSize, data_dirs_, &opt_header_, &last_section_, &finding_,
+        return ProbeOffsetTable(&stream_, kHandle, file_size_, data_dirs_, &opt_header_, &last_section_, &finding_,
                                 rows.data(), static_cast<uint32_t>(rows.size()), ignore_resource_rva, {kMarkers, 2});
     }
 
@@ -41,6 +41,7 @@ protected:
     }
 
     RecordingStream stream_;
+    int32_t file_size_ = kFileSize;
     OptionalHeader opt_header_ = {};
     uint32_t data_dirs_[DATA_DIRECTORY_WORDS] = {};
     SectionHeader last_section_ = Section("last", 0, 0, 0x2000, 0x600);
@@ -62,6 +63,7 @@ TEST_F(OffsetProbe, AnchorsAndDirections) {
         {{0, 0, 0, EndOfFile, After, 0, ""}, ""},
         {{0, 0, 0, EndOfFile, At, 0, ""}, ""},
         {{0, 0, 0, LastSectionStart, At, 9, ""}, "S0x2000 "},
+        {{0, 0, 0, LastSectionStart, After, 0, ""}, "S0x2000 "},
         {{0, 0, 0, LastSectionStart, After, 9, ""}, "S0x2009 "},
         {{0, 0, 0, LastSectionStart, Before, 9, ""}, "S0x1FF7 "},
         {{0, 0, 0, LastSectionEnd, At, 9, ""}, ""},
@@ -95,9 +97,16 @@ TEST_F(OffsetProbe, OffsetsOutsideTheFileSkipTheirRow) {
         const std::string reads = ReadsOf({{0, 0, 0, EndOfFile, Before, distance, ""}, kNext});
         EXPECT_EQ(reads != kNextRead, is_read) << distance;
     }
-    // Negative, and an end that wraps to a negative number and so lies before the end of the file.
     EXPECT_EQ(ReadsOf({{0, 0, 0, LastSectionStart, After, 0x80000000, ""}, kNext}), kNextRead);
-    EXPECT_EQ(ReadsOf({{0, 0, 0, LastSectionStart, After, 0x7FFFFFFF - 0x2000, ""}, kNext}), kNextRead);
+    // An end that wraps to a negative number lies before the end of the file.
+    file_size_ = INT32_MAX;
+    EXPECT_EQ(ReadsOf({{0, 0, 0, LastSectionStart, After, 0x7FFFFFF0 - 0x2000, ""}, kNext}),
+              std::string("S0x7FFFFFF0 ") + kNextRead);
+    // A header that cannot be read is all zeros, so its section begins at 0.
+    EXPECT_EQ(Probe({{0, 0, 0, NamedSectionStart, At, 0, ".rsrc"}, kNext}, false, {Fault::ReadNothing, 3, 40}), 0);
+    EXPECT_TRUE(stream_.HasFailed());
+    const std::string calls = stream_.TakeCalls();
+    EXPECT_EQ(calls.find(" R256"), calls.size() - 5) << "more than one block in " << calls;
 }
 
 TEST_F(OffsetProbe, KeysAreTestedBeforeTheFileIsRead) {
@@ -122,6 +131,9 @@ TEST_F(OffsetProbe, TheFirstRowWithAMarkerWins) {
     EXPECT_EQ(Probe(rows), 1);
     EXPECT_EQ(Bytes(finding_), Bytes(Finding{0x2020, 256}));
     EXPECT_EQ(stream_.TakeCalls(), "S0x2000 R256 S0x2020 R256");
+    // Only what is read counts, not what Seek answers.
+    EXPECT_EQ(Probe(rows, false, {Fault::SeekMisreported, 2}), 1);
+    EXPECT_EQ(finding_.offset, 0x2020u);
     // A short block skips its row only.
     EXPECT_EQ(Probe(rows, false, {Fault::ReadShort, 2, 256}), 1);
     EXPECT_EQ(finding_.offset, 0x2010u);

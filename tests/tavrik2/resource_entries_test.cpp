@@ -24,11 +24,11 @@ void Ordinary(ResourceTree &tree) {
     }
 }
 
-// A chain of `depth` directories below the type's, then data at 0x700.
-void Chain(ResourceTree &tree, uint32_t depth) {
-    tree.Directory(0x40, {{1, depth == 0 ? 0x700 : kSub | 0x500}});
+// A chain of `depth` directories below the type's, then data at 0x700 or another end; a second resource follows.
+void Chain(ResourceTree &tree, uint32_t depth, uint32_t end = 0x700) {
+    tree.Directory(0x40, {{1, depth == 0 ? end : kSub | 0x500}, {2, kSub | 0xA0}});
     for (uint32_t level = 1; level <= depth; ++level)
-        tree.Directory(0x4E0 + 0x20 * level, {{1, level == depth ? 0x700 : kSub | (0x500 + 0x20 * level)}});
+        tree.Directory(0x4E0 + 0x20 * level, {{1, level == depth ? end : kSub | (0x500 + 0x20 * level)}});
     tree.Data(0x700, 0x700);
 }
 
@@ -68,9 +68,20 @@ const Case kCases[] = {
     {"subdirectory outside", [](ResourceTree &t) { t.Directory(0x40, {{1, kSub | 4080}, {2, kSub | 0xA0}}); }, 1, 1, {0x210}},
     {"its entry outside", [](ResourceTree &t) { t.Directory(0x40, {{1, kSub | 4072}, {2, kSub | 0xA0}}); }, 1, 1, {0x210}},
     {"nothing but holes", [](ResourceTree &t) { t.Directory(0x40, {{1, 4080}, {2, kSub | 4080}}); }, 0, 0, {}},
-    {"data right below the type", [](ResourceTree &t) { Chain(t, 0); }, 1, 1, {0x700}},
-    {"four nested directories", [](ResourceTree &t) { Chain(t, 4); }, 1, 1, {0x700}},
+    {"data right below the type", [](ResourceTree &t) { Chain(t, 0); }, 1, 2, {0x700, 0x210}},
+    {"four nested directories", [](ResourceTree &t) { Chain(t, 4); }, 1, 2, {0x700, 0x210}},
     {"five nested directories", [](ResourceTree &t) { Chain(t, 5); }, 0, kNoCount, {}},
+    {"a fifth one outside", [](ResourceTree &t) { Chain(t, 4, kSub | 4080); }, 1, 1, {0x210}},
+    {"a fifth one's entry outside", [](ResourceTree &t) { Chain(t, 4, kSub | 4072); }, 1, 1, {0x210}},
+    {"too deep after one that is not", [](ResourceTree &t) { t.Directory(0xA0, {{1, kSub | 0xA0}}); }, 0, kNoCount, {}},
+    {"too deep after as many as fit", [](ResourceTree &t) { t.Directory(0xA0, {{1, kSub | 0xA0}}); }, 1, 1, {0x200}, 24, 1},
+    {"five resources, each with a directory",
+     [](ResourceTree &t) { t.Directory(0x40, {{1, kSub | 0x80}, {2, kSub | 0x80}, {3, kSub | 0x80}, {4, kSub | 0x80}, {5, kSub | 0x80}}); },
+     1, 5, {0x200, 0x200, 0x200, 0x200, 0x200}},
+    {"counts of a language directory say nothing", [](ResourceTree &t) { t.Count(0x80, 0, 0); }, 1, 3, {0x200, 0x210, 0x220}},
+    {"a sum of counts above 16 bits", [](ResourceTree &t) { t.Count(0x40, 0xFFFF, 4); }, 0, kNoCount, {}},
+    {"the same in the root", [](ResourceTree &t) { t.Count(0, 0xFFFF, 1); }, 1, 3, {0x200, 0x210, 0x220}},
+    {"only the low half of the type", [](ResourceTree &t) { t.Directory(0, {{0x10018, kSub | 0x40}}); }, 0, kNoCount, {}},
     {"a directory inside itself", [](ResourceTree &t) { t.Directory(0x80, {{1, kSub | 0x80}}); }, 0, kNoCount, {}},
     {"a second resource beyond the block",
      [](ResourceTree &t) { t.Directory(0, {{24, kSub | 4064}}); t.Directory(4064, {{1, 0x200}}); t.Count(4064, 0, 2); },
@@ -106,7 +117,7 @@ TEST_F(ResourceEntries, EveryShapeOfTree) {
         EXPECT_EQ(Find(test.type, test.capacity), test.answer);
         EXPECT_EQ(count_, test.count);
         for (size_t index = 0; index < test.places.size(); ++index)
-            EXPECT_EQ(entries_[index].OffsetToData, test.places[index]);
+            EXPECT_EQ(Bytes(entries_[index]), Bytes(ResourceDataEntry{test.places[index], 1, 2, 3}));
     }
 }
 
@@ -137,8 +148,9 @@ TEST_F(ResourceEntries, TheBlockMustBeInTheFileAndWhole) {
         EXPECT_TRUE(stream_.HasFailed()) << fault.kind;
         EXPECT_EQ(count_, kNoCount);
     }
-    // An offset at the file's end, or negative, is not sought.
-    for (const uint32_t rva : {stream_.size(), 0x80000000u, 0xFFFFFFFFu}) {
+    // An offset at the file's end, negative or 0 is not sought.
+    PeFile{{Section("start", 0x100000, 0x2000, 0, 0x2000)}}.PutInto(stream_);
+    for (const uint32_t rva : {stream_.size(), 0x80000000u, 0xFFFFFFFFu, 0x100000u}) {
         stream_.Restart();
         EXPECT_EQ(Find(24, 1, rva), 0);
         EXPECT_EQ(stream_.TakeCalls().find("R0x1000"), std::string::npos);
