@@ -24,6 +24,34 @@ std::optional<uint32_t> TakeCharacter(std::u16string_view text, std::size_t &pla
     return 0x10000 + ((first - 0xD800) << 10) + (text[place++] - 0xDC00u);
 }
 
+// What a decoder takes at once from the beginning of a text that is not empty: a character, or bytes that begin one.
+struct Part {
+    std::size_t length;
+    bool is_character;
+};
+
+Part FirstPart(std::string_view text) {
+    const auto lead = static_cast<uint8_t>(text[0]);
+    if (lead < 0x80)
+        return {1, true};
+    if (lead < 0xC2 || lead > 0xF4)
+        return {1, false};
+    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    // Of the second byte; less than any continuation where others would be overlong, surrogates or above U+10FFFF.
+    uint8_t lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    uint8_t highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    for (std::size_t index = 1; index < length; ++index) {
+        if (index == text.size())
+            return {index, false};
+        const auto byte = static_cast<uint8_t>(text[index]);
+        if (byte < lowest || byte > highest)
+            return {index, false};
+        lowest = 0x80;
+        highest = 0xBF;
+    }
+    return {length, true};
+}
+
 } // namespace
 
 void AppendUtf8(std::string &text, uint32_t code) {
@@ -62,6 +90,19 @@ std::string LossyUtf8Of(std::u16string_view text) {
     std::string out;
     for (std::size_t place = 0; place < text.size();)
         AppendUtf8(out, TakeCharacter(text, place).value_or(kReplacement));
+    return out;
+}
+
+std::string LossyUtf8(std::string_view bytes) {
+    std::string out;
+    while (!bytes.empty()) {
+        const Part part = FirstPart(bytes);
+        if (part.is_character)
+            out += bytes.substr(0, part.length);
+        else
+            AppendUtf8(out, kReplacement);
+        bytes.remove_prefix(part.length);
+    }
     return out;
 }
 

@@ -18,6 +18,9 @@ std::optional<std::string> Utf8Of(std::u16string_view text);
 /** The same with U+FFFD for each unpaired surrogate. */
 std::string LossyUtf8Of(std::u16string_view text);
 
+/** Any bytes with U+FFFD for each longest run of them that begins a character of UTF-8 and does not end it. */
+std::string LossyUtf8(std::string_view bytes);
+
 /** UTF-8 of a text in Windows-1252 up to its first NUL. */
 std::string Utf8OfWindows1252(std::string_view text);
 

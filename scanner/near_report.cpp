@@ -59,8 +59,8 @@ std::string NearText(const NearMiss &miss) {
                        base::CountText(nearest.failed.size(), "condition"), ConditionsText(nearest));
 }
 
-nlohmann::ordered_json NearObject(const NearMiss &miss) {
-    using Json = nlohmann::ordered_json;
+base::Json NearObject(const NearMiss &miss) {
+    using base::Json;
     Json object = {{"status", miss.status == NearMiss::Status::NearMiss ? "near-miss" : "unknown-build"},
                    {"kind", miss.kind},
                    {"kind_name", KindName(miss.kind)},
@@ -73,7 +73,7 @@ nlohmann::ordered_json NearObject(const NearMiss &miss) {
     object["encrypted"] = is_known ? Json(miss.extent->encrypted) : Json(nullptr);
     Json &entries = object["entries"] = Json::array();
     for (const MissedEntry &missed : miss.entries) {
-        Json &entry = entries.emplace_back(Json{{"entry", missed.entry}, {"failed", Json::array()}});
+        Json &entry = entries.push_back(Json{{"entry", missed.entry}, {"failed", Json::array()}});
         for (const FailedCondition &condition : missed.failed)
             entry["failed"].push_back(
                 {{"field", condition.field}, {"value", condition.value}, {"wanted", condition.wanted}});

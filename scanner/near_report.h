@@ -4,8 +4,7 @@
 
 #include <string>
 
-#include <nlohmann/json.hpp>
-
+#include "base/json.h"
 #include "scanner/near_miss.h"
 
 namespace tavrik::scanner {
@@ -23,7 +22,7 @@ std::string NearText(const NearMiss &miss);
 inline constexpr std::size_t kMostShownConditions = 4;
 
 /** The object of a near miss, with all conditions; see docs/json.md. */
-nlohmann::ordered_json NearObject(const NearMiss &miss);
+base::Json NearObject(const NearMiss &miss);
 
 } // namespace tavrik::scanner
 

@@ -4,8 +4,7 @@
 
 #include <string>
 
-#include <nlohmann/json.hpp>
-
+#include "base/json.h"
 #include "scanner/payload.h"
 
 namespace tavrik::scanner {
@@ -20,7 +19,7 @@ std::string PayloadText(const Payload &payload);
 std::string CarvedText(const Payload &payload);
 
 /** The object of a payload, see docs/json.md. */
-nlohmann::ordered_json PayloadObject(const Payload &payload);
+base::Json PayloadObject(const Payload &payload);
 
 } // namespace tavrik::scanner
 

@@ -90,7 +90,7 @@ Json ReportObject(const FileReport &report) {
 }
 
 std::string LineOf(const Json &object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return object.Text();
 }
 
 std::string JsonLine(const FileReport &report) {

@@ -4,13 +4,12 @@
 
 #include <span>
 
-#include <nlohmann/json.hpp>
-
+#include "base/json.h"
 #include "scanner/scan.h"
 
 namespace tavrik::scanner {
 
-using Json = nlohmann::ordered_json;
+using Json = base::Json;
 
 /** The number of the form that docs/json.md describes. It grows when a program that reads the objects could
  * misunderstand them; keys that are added leave it as it is. */

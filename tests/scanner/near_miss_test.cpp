@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "samples/samples.h"
 #include "scanner/explain.h"
@@ -77,7 +78,7 @@ TEST_F(NearMisses, SayWhichConditionFails) {
     ASSERT_EQ(miss.entries[0].failed.size(), 1u);
     EXPECT_EQ(scanner::NearText(miss),
               "near miss of entry 38: cabinet, offset 0x1c00, 54 bytes; MajorImageVersion is 14, wanted 4..13");
-    const nlohmann::json object = scanner::NearObject(miss);
+    const auto object = nlohmann::json::parse(scanner::NearObject(miss).Text());
     EXPECT_EQ(object["status"], "near-miss");
     EXPECT_EQ(object["entries"][0]["failed"][0]["field"], miss.entries[0].failed[0].field);
 

@@ -16,9 +16,10 @@ namespace tavrik::rules_tool {
 
 namespace {
 
-nlohmann::ordered_json ToJson(const rules::text::Source &source, const rules::text::Diagnostic &diagnostic) {
+base::Json ToJson(const rules::text::Source &source, const rules::text::Diagnostic &diagnostic) {
     const rules::text::Place place = rules::text::PlaceOf(source.text, diagnostic.offset);
-    return {{"file", source.name},
+    return {{"schema", kJsonSchema},
+            {"file", source.name},
             {"line", place.line},
             {"column", place.column},
             {"severity", diagnostic.severity == rules::text::Severity::Error ? "error" : "warning"},

@@ -26,12 +26,12 @@ ExitCode List(const RuleSource &source, bool json) {
         return kErrorsFound;
     for (const rules::Rule &rule : set->rules) {
         if (json) {
-            nlohmann::ordered_json line = {
-                {"id", rule.rule_id},
-                {"name", rule.detection_name},
-                {"target", TargetText(rule.attribute_a)},
-                {"strings", rule.strings.size()},
-                {"conditions", rule.header_conditions.size() + rule.section_conditions.size()}};
+            base::Json line = {{"schema", kJsonSchema},
+                               {"id", rule.rule_id},
+                               {"name", rule.detection_name},
+                               {"target", TargetText(rule.attribute_a)},
+                               {"strings", rule.strings.size()},
+                               {"conditions", rule.header_conditions.size() + rule.section_conditions.size()}};
             if (!rule.metadata.empty())
                 line["metadata"] = MetadataJson(rule);
             PrintJsonLine(line);

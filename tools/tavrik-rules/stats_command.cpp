@@ -36,8 +36,11 @@ ExitCode PrintFacts(const std::vector<profile::FactResult> &facts, bool json) {
         if (!fact.Holds())
             ++deviations;
         if (json)
-            PrintJsonLine(
-                {{"fact", fact.name}, {"expected", fact.expected}, {"actual", fact.actual}, {"holds", fact.Holds()}});
+            PrintJsonLine({{"schema", kJsonSchema},
+                           {"fact", fact.name},
+                           {"expected", fact.expected},
+                           {"actual", fact.actual},
+                           {"holds", fact.Holds()}});
         else
             base::Print(fmt::format("{:<10} {}: expected {}, actual {}\n", fact.Holds() ? "met" : "DEVIATES", fact.name,
                                     fact.expected, fact.actual));

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "base/error.h"
 #include "base/system.h"
@@ -23,7 +22,7 @@
 namespace tavrik::scan_tool {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
+using scanner::Json;
 
 namespace {
 

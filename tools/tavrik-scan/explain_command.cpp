@@ -64,7 +64,7 @@ void ExplainFile(const scanner::Scanner &scanner, const Subjects &subjects, cons
             explanation.matches ? std::optional(scanner.ActionFor(*rule, file)) : std::nullopt;
         const std::span<const rules::MetadataEntry> metadata = scanner::MetadataOf(scanner, *rule);
         answer.text += '\n' + scanner::MetadataText(metadata) + explanation.text + '\n' + Verdict(explanation, action);
-        scanner::Json &object = answer.object["rules"].emplace_back(scanner::RuleObject(explanation, *rule, action));
+        scanner::Json &object = answer.object["rules"].push_back(scanner::RuleObject(explanation, *rule, action));
         if (!metadata.empty())
             object["metadata"] = scanner::MetadataObject(metadata);
         answer.found = answer.found || explanation.matches;
