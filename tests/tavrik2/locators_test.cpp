@@ -73,9 +73,9 @@ const Miss kMisses[] = {
     {49, "last type", "one type on", WithResource(18, 0x25001)},
 };
 
-// Section 5 at another address, with its raw data from 0x3000 on.
+// Section 5 at another address, with its raw data from 0x10000 on.
 std::function<void(Scene &)> WithBorderAt(uint32_t address) {
-    return WithSection(5, Section(".reloc", address, 0x1000, 0x3000, 0x1000));
+    return WithSection(5, Section(".reloc", address, 0x1000, 0x10000, 0x1000));
 }
 
 // Two types of resources: RVA and size of the only one of each.
@@ -107,10 +107,10 @@ const Moved kMoved[] = {
     {33, "resource", 0x6800, "sizes are unsigned", WithResource(10, 0x80000000)},
     {47, "resource", 0x6800, "sizes are unsigned", WithResource(10, 0x80000000)},
     {49, "first type", 0x6800, "sizes are unsigned", WithResource(1, 0x80000000)},
-    {32, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x24000)},
-    {33, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x11000)},
-    {46, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x13000)},
-    {47, "end of the resources", 0x3000, "the end is mapped", WithBorderAt(kResourceRva + 0x17000)},
+    {32, "end of the resources", 0x10000, "the end is mapped", WithBorderAt(kResourceRva + 0x24000)},
+    {33, "end of the resources", 0x10000, "the end is mapped", WithBorderAt(kResourceRva + 0x11000)},
+    {46, "end of the resources", 0x10000, "the end is mapped", WithBorderAt(kResourceRva + 0x13000)},
+    {47, "end of the resources", 0x10000, "the end is mapped", WithBorderAt(kResourceRva + 0x17000)},
     {37, ".rsrc", 0x5004, "the address is mapped, and that rounds", [](Scene &s) { s.file.sections[4].PointerToRawData = 0x5100; }},
     {38, "resource", 0x6800, "the first resource", [](Scene &s) { s.Resource(10, {{kPayloadRva, 9}, {0x90000, 9}}); }},
     {38, "resource", 0x6800, "the file's size is no bound", [](Scene &s) { s.records.file_size = 0x6800; }},
