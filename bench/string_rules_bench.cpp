@@ -48,7 +48,7 @@ std::string StringText(const std::vector<uint8_t> &file, std::mt19937 &random) {
             std::vector<uint8_t> part(file.begin() + at, file.begin() + at + static_cast<std::ptrdiff_t>(length));
             std::vector<uint8_t> values = part;
             std::ranges::sort(values);
-            if (static_cast<std::size_t>(std::ranges::unique(values).begin() - values.begin()) < length / 2)
+            if (static_cast<std::size_t>(std::unique(values.begin(), values.end()) - values.begin()) < length / 2)
                 continue;
             bytes = part;
             break;

@@ -150,8 +150,8 @@ FiledRules::FiledRules(std::span<HeuristicRule *const> rules, std::span<const ui
     const auto order = [](const Filing &filing) { return std::tuple(filing.key, filing.entry.position); };
     std::ranges::sort(filings, {}, order);
     // A value may occur twice in a run.
-    const auto twice = std::ranges::unique(filings, {}, order);
-    filings.erase(twice.begin(), twice.end());
+    const auto is_same = [&](const Filing &one, const Filing &other) { return order(one) == order(other); };
+    filings.erase(std::unique(filings.begin(), filings.end(), is_same), filings.end());
     BuildTable(filings);
 }
 
