@@ -3,7 +3,10 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <map>
+#include <sstream>
 #include <thread>
+#include <vector>
 
 #ifndef _WIN32
 #include <malloc.h>
@@ -125,6 +128,27 @@ TEST(Platform, LogLinesTellTheTimeInUtc) {
         EXPECT_EQ(stamp.substr(before.size()), "Z \n");
         std::this_thread::sleep_for(std::chrono::milliseconds(3));
     }
+}
+
+TEST(Platform, LogLinesOfThreadsStayWhole) {
+    const FreshFolder folder;
+    constexpr int kThreads = 4;
+    constexpr int kLines = 100; // of each thread
+    std::vector<std::thread> writers;
+    for (int number = 0; number < kThreads; ++number)
+        writers.emplace_back([line = std::string(200, static_cast<char>('a' + number))] {
+            for (int written = 0; written < kLines; ++written)
+                PlatformWriteLog("shared.log", line.c_str());
+        });
+    for (std::thread &writer : writers)
+        writer.join();
+    std::istringstream text(ReadFile("shared.log"));
+    std::map<std::string, int> lines; // without their times
+    for (std::string line; std::getline(text, line);)
+        ++lines[line.substr(line.find(' ') + 1)];
+    for (int number = 0; number < kThreads; ++number)
+        EXPECT_EQ(lines[std::string(200, static_cast<char>('a' + number))], kLines);
+    EXPECT_EQ(lines.size(), std::size_t{kThreads});
 }
 
 #ifndef _WIN32

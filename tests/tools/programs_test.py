@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 """What all programs have in common, and the forms of what they print for other programs.
 
-Usage: programs_test.py FOLDER_OF_PROGRAMS FOLDER_OF_DOCUMENTS
+Usage: programs_test.py FOLDER_OF_PROGRAMS FOLDER_OF_DOCUMENTS LIBRARY_OF_FAILING_READS
 """
 import hashlib
 import io
 import json
 import os
 import pathlib
+import resource
+import signal
 import subprocess
 import sys
 import tarfile
@@ -15,7 +17,7 @@ import tempfile
 
 import jsonschema
 
-programs, docs = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+programs, docs, failing_reads = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
 failures = []
 has_corpus = (programs / "tavrik-corpus").exists()  # where the libraries that it needs are
 
@@ -52,6 +54,86 @@ def unwritable_output(samples):
         ended = subprocess.run([programs / name, *arguments], stdout=writer, stderr=subprocess.PIPE, check=False)
         os.close(writer)
         check((ended.returncode, ended.stderr) == (141, b""), f"{what} into a closed pipe: {ended}")
+
+
+def files_below(folder):
+    """The bytes of each file by its path."""
+    return {str(path.relative_to(folder)): path.read_bytes() for path in pathlib.Path(folder).rglob("*") if path.is_file()}
+
+
+def no_longer_files():
+    """From here on no file of the process grows beyond 20 bytes: a disk that is full."""
+    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (20, 20))
+
+
+def full_disk(samples):
+    """Each output fails with a word about it, and nothing is left of it; what was there before stays."""
+    installer = str(next(pathlib.Path(samples).glob("entry39-*")))
+    minimal = str(pathlib.Path(samples, "clean-minimal.exe"))
+    rules = pathlib.Path("long.rules")
+    rules.write_text('rule 1 "A" for program{header{SizeOfHeaders!=0}}\n', encoding="utf-8")
+    with tarfile.open("long.tar", "w") as archive:
+        archive.add(rules)
+    table = [("tavrik-scan", ["--carve", "FULL", installer], 2),
+             ("tavrik-scan", ["unpack", "long.tar", "-o", "FULL"], 2),
+             ("tavrik-scan", ["map", minimal, "-o", "FULL/map.svg"], 2),
+             ("tavrik-scan", ["--report", "FULL/report.html", minimal], 2),
+             ("tavrik-rules", ["compile", "-o", "FULL", str(rules)], 3),
+             ("tavrik-rules", ["fmt", "FULL/old.rules"], 3),
+             ("tavrik-samples", ["FULL"], 1)]
+    for name, arguments, code in table:
+        what = f"{name} {' '.join(arguments)} on a full disk"
+        with tempfile.TemporaryDirectory() as folder:
+            old = {"old.rules": rules.read_bytes()}
+            pathlib.Path(folder, "old.rules").write_bytes(old["old.rules"])
+            arguments = [argument.replace("FULL", folder) for argument in arguments]
+            ended = subprocess.run([programs / name, *arguments], capture_output=True, preexec_fn=no_longer_files, check=False)
+            check(ended.returncode == code and b"File too large" in ended.stderr, f"{what}: {ended}")
+            check(files_below(folder) == old, f"{what} leaves {list(files_below(folder))}")
+
+
+def interrupted(samples):
+    """A scan that is ended after any of its files has written whole files only."""
+    files = sorted(str(path) for path in pathlib.Path(samples).glob("entry*"))[:12]
+    run("tavrik-scan", "--carve", "whole", *files)
+    whole = files_below("whole")
+    check(len(whole) >= 10, f"{len(whole)} carved")
+    for number in (signal.SIGINT, signal.SIGTERM):
+        for after in range(1, 4):
+            folder = f"ended-{number}-{after}"
+            with subprocess.Popen([programs / "tavrik-scan", "--carve", folder, "--files-from", "-"], stdin=subprocess.PIPE,
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE) as scan:
+                for file in files[:after]:
+                    scan.stdin.write(os.fsencode(file) + b"\n")
+                scan.stdin.flush()
+                scan.stdout.readline()
+                scan.send_signal(number)
+                try:
+                    scan.communicate("\n".join(files[after:]).encode(), timeout=30)
+                except BrokenPipeError:
+                    pass
+            check(scan.returncode == 128 + number, f"{folder}: {scan.returncode}")
+            check(files_below(folder).items() <= whole.items(), f"{folder}: {list(files_below(folder))}")
+
+
+def bad_disk(samples):
+    """Each read fails in turn, and so do those after it: that is told, and nothing half is carved."""
+    file = str(next(pathlib.Path(samples).glob("entry07-*")))
+    arguments = [programs / "tavrik-scan", "--json", "-q", file, "--carve"]
+    whole = subprocess.run([*arguments, "good-disk"], capture_output=True, check=False)
+    carved = files_below("good-disk")
+    number, ended = 0, None
+    while ended is None or ended.returncode == 2 and number < 1000:
+        number += 1
+        folder = f"bad-disk-{number}"
+        environment = {**os.environ, "LD_PRELOAD": str(failing_reads), "TAVRIK_FAILING_READ": str(number)}
+        ended = subprocess.run([*arguments, folder], capture_output=True, env=environment, check=False)
+        if ended.returncode == 2:
+            check(b"Input/output error" in ended.stdout + ended.stderr, f"read {number}: {ended}")
+            check(files_below(folder).items() <= carved.items(), f"read {number}: {list(files_below(folder))}")
+    check(number > 3 and ended.returncode == whole.returncode == 1 and files_below(folder) == carved != {},
+          f"after {number} failing reads: {ended}")
 
 
 def versions():
@@ -167,6 +249,9 @@ def main():
         samples = str(pathlib.Path(folder, "samples"))
         check(run("tavrik-samples", samples).returncode == 0, "tavrik-samples")
         unwritable_output(samples)
+        full_disk(samples)
+        interrupted(samples)
+        bad_disk(samples)
         versions()
         scan_output(samples)
         contents_output(samples)
