@@ -15,7 +15,7 @@ namespace {
 
 // The columns, in their order.
 enum Column {
-    File,
+    FileName,
     Size,
     Sha256,
     Status,
@@ -104,7 +104,7 @@ std::string CsvHeader() {
 
 std::string CsvLines(const FileReport &report) {
     Row common;
-    common[File] = base::PrintablePath(report.file);
+    common[FileName] = base::PrintablePath(report.file);
     if (report.size)
         common[Size] = fmt::format("{}", *report.size);
     common[Sha256] = report.sha256;

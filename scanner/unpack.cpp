@@ -16,10 +16,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kBlockSize = 64 * 1024;
+constexpr std::size_t kUnpackBlockSize = 64 * 1024;
 
 // Names that are tried for one member: each one before is taken by a file that was there.
-constexpr int kMostNames = 10'000;
+constexpr int kMostMemberNames = 10'000;
 
 constexpr char kInterrupted[] = "interrupted";
 
@@ -30,7 +30,7 @@ std::string SystemError(int error) {
 } // namespace
 
 std::string Unpacker::Unpack(payloads::Container &container, const Visitor &visit) {
-    block_.resize(kBlockSize);
+    block_.resize(kUnpackBlockSize);
     while (const std::optional<payloads::Member> member = container.Next()) {
         if (base::Interruption() != 0)
             return kInterrupted;
@@ -56,7 +56,7 @@ std::string Unpacker::Write(payloads::Container &container, const payloads::Memb
         return "is encrypted; unpack it with its password by another program, such as 7z";
     std::vector<std::string> components = paths_.ForFile(member.path);
     std::FILE *file = folder_.Create(components);
-    for (int tries = 0; file == nullptr && errno == EEXIST && tries < kMostNames; ++tries) {
+    for (int tries = 0; file == nullptr && errno == EEXIST && tries < kMostMemberNames; ++tries) {
         components = paths_.Another(std::move(components));
         file = folder_.Create(components);
     }

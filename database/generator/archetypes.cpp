@@ -303,7 +303,7 @@ constexpr Text kTimers[] = {"timeGetTime", "PlaySoundA", "mciSendStringA"};
 constexpr Text kProcesses[] = {"EnumProcesses", "EnumProcessModules", "GetModuleBaseNameA"};
 constexpr Text kAdapters[] = {"GetAdaptersInfo", "IcmpSendEcho", "IcmpCreateFile"};
 constexpr Text kNetwork[] = {"NetShareEnum", "NetUserAdd", "NetApiBufferFree"};
-constexpr Text kResources[] = {"WNetAddConnection2A", "WNetOpenEnumA", "WNetEnumResourceA"};
+constexpr Text kNetworkResources[] = {"WNetAddConnection2A", "WNetOpenEnumA", "WNetEnumResourceA"};
 constexpr Text kCapture[] = {"capCreateCaptureWindowA", "capGetDriverDescriptionA"};
 constexpr Text kCabinet[] = {"#20", "#22", "#23"};
 constexpr Text kImages[] = {"ImageNtHeader", "MapFileAndCheckSumA", "CheckSumMappedFile"};
@@ -334,7 +334,7 @@ constexpr ModuleFunctions kModules[] = {
     {'Q', "PSAPI.DLL", kProcesses},
     {'R', "iphlpapi.dll", kAdapters},
     {'F', "NETAPI32.dll", kNetwork},
-    {'J', "MPR.dll", kResources},
+    {'J', "MPR.dll", kNetworkResources},
     {'Z', "AVICAP32.dll", kCapture},
     {'a', "Cabinet.dll", kCabinet},
     {'b', "imagehlp.dll", kImages},

@@ -19,7 +19,7 @@ using base::Bytes;
 using base::ByteWriter;
 using Names = std::unordered_set<std::string>;
 
-constexpr uint32_t kAddress = 0x1000; // of the only section
+constexpr uint32_t kTableAddress = 0x1000; // of the only section
 constexpr uint32_t kNowhere = 0x800000;
 
 /** A parsed file whose section holds `table`, to which one data directory points. */
@@ -32,7 +32,7 @@ struct TableFile {
         image.is_pe32_plus = is_pe32_plus;
         image.headers.AddressOfEntryPoint = 0;
         image.sections.push_back(
-            {.name = ".tab", .VirtualAddress = kAddress, .pieces = {{std::move(table), {}, directory}}});
+            {.name = ".tab", .VirtualAddress = kTableAddress, .pieces = {{std::move(table), {}, directory}}});
         return image.Build().bytes;
     }
 
@@ -51,7 +51,7 @@ struct Descriptor {
 /** A writer after these descriptors; addresses in them are relative to the section and 0 where they are 0. */
 ByteWriter Descriptors(const std::vector<Descriptor> &descriptors, std::size_t least = 0) {
     ByteWriter table;
-    const auto rva = [](uint32_t place) { return place == 0 || place == kNowhere ? place : kAddress + place; };
+    const auto rva = [](uint32_t place) { return place == 0 || place == kNowhere ? place : kTableAddress + place; };
     for (std::size_t i = 0; i < std::max(descriptors.size(), least); ++i) {
         const Descriptor &each = descriptors[std::min(i, descriptors.size() - 1)];
         table.U32(rva(each.original_first_thunk));
@@ -93,8 +93,8 @@ TEST(ImportTable, TakesTheOriginalThunksWhereThereAreSome) {
             table.FillTo(place);
             table.Text(name);
         }
-        PutThunks(table, 0x200, {kAddress + 0x300, ordinal | 0x12345}, plus);
-        PutThunks(table, 0x280, {kAddress + 0x320, kAddress + 0x340, ordinal | 7}, plus);
+        PutThunks(table, 0x200, {kTableAddress + 0x300, ordinal | 0x12345}, plus);
+        PutThunks(table, 0x280, {kTableAddress + 0x320, kTableAddress + 0x340, ordinal | 7}, plus);
         PutThunks(table, 0x2F0, {}, plus);
         PutFunction(table, 0x300, "Original");
         PutFunction(table, 0x320, "Bound");
@@ -115,13 +115,13 @@ TEST(ImportTable, TakesTheOriginalThunksWhereThereAreSome) {
             EXPECT_EQ(imports.descriptors()[index].module, name);
         EXPECT_FALSE(imports.descriptors()[4].module);
         EXPECT_EQ(imports.descriptors()[1].fields,
-                  (std::array<uint32_t, 5>{0, 0x11111111, 0x22222222, kAddress + 0x108, kAddress + 0x280}));
+                  (std::array<uint32_t, 5>{0, 0x11111111, 0x22222222, kTableAddress + 0x108, kTableAddress + 0x280}));
     }
 }
 
 TEST(ImportTable, ReadsNamesOfUpTo255Bytes) {
     ByteWriter table = Descriptors({{0x200, 0x400, 0}, {0x200, 0x600, 0}});
-    PutThunks(table, 0x200, {kAddress + 0x800, kAddress + 0xA00, kNowhere, 0x7FFFFFFF}, false);
+    PutThunks(table, 0x200, {kTableAddress + 0x800, kTableAddress + 0xA00, kNowhere, 0x7FFFFFFF}, false);
     for (const auto &[place, length] : {std::pair(0x400u, 255u), {0x600u, 256u}}) {
         table.FillTo(place);
         table.Text(std::string(length, 'm'));
@@ -172,8 +172,9 @@ Bytes Exports(uint32_t name, uint32_t count, uint32_t names, const std::vector<u
 }
 
 TEST(ExportTable, ReadsTheNamesThatCount) {
-    constexpr uint32_t kNames = kAddress + 40;
-    Bytes table = Exports(kAddress + 0x80, 4, kNames, {kAddress + 0x90, kNowhere, kAddress + 0xA0, kAddress + 0x98});
+    constexpr uint32_t kNames = kTableAddress + 40;
+    Bytes table = Exports(kTableAddress + 0x80, 4, kNames,
+                          {kTableAddress + 0x90, kNowhere, kTableAddress + 0xA0, kTableAddress + 0x98});
     table.resize(0xA8);
     std::memcpy(&table[0x80], "own.dll", 8);
     std::memcpy(&table[0x90], "First", 6);
@@ -193,7 +194,7 @@ TEST(ExportTable, ReadsTheNamesThatCount) {
 
     // The name at the bound counts, the one after it does not.
     std::vector<uint32_t> rvas(16385, kNowhere);
-    rvas[16383] = kAddress + 40 + 4 * 16385;
+    rvas[16383] = kTableAddress + 40 + 4 * 16385;
     rvas[16384] = rvas[16383] + 4;
     Bytes bound = Exports(0, 16385, kNames, rvas);
     bound.insert(bound.end(), {'l', 'a', 's', 0, 'b', 'y', 0});

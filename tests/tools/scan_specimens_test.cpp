@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 /** Runs the scanner of this build; what it prints goes to the file `out`. */
-void Scan(const std::string &arguments, const std::string &out) {
+void ScanInto(const std::string &arguments, const std::string &out) {
 #ifdef _WIN32
     constexpr char kProgram[] = "tavrik-scan.exe";
     constexpr char kOuterQuote[] = "\""; // the command processor takes a pair of quotes off the whole line
@@ -57,7 +57,7 @@ TEST(ScanOfSpecimens, FindsEachByItsRuleAloneAndSaysHowToClean) {
     const rules::RuleSet database = generator.Rules();
     for (std::size_t place = 0; place < generator.size(); place += kSampling)
         Write(fs::path("specimens") / fmt::format("{}.exe", place), *generator.SpecimenImage(place));
-    Scan("-r -q --json specimens", "found.jsonl");
+    ScanInto("-r -q --json specimens", "found.jsonl");
 
     const std::map<std::string, Json> objects = Objects("found.jsonl");
     ASSERT_EQ(objects.size(), (generator.size() + kSampling - 1) / kSampling);
@@ -76,7 +76,7 @@ TEST(ScanOfSamples, FindsThePayloadOfEachEntry) {
     const FreshFolder folder;
     for (std::size_t index = 0; index < samples::SampleCount(); ++index)
         Write(fs::path("samples") / fmt::format("{}.exe", index), samples::MakeSample(index).bytes);
-    Scan("-r -q --json samples", "found.jsonl");
+    ScanInto("-r -q --json samples", "found.jsonl");
 
     const std::map<std::string, Json> objects = Objects("found.jsonl");
     ASSERT_EQ(objects.size(), samples::SampleCount());
