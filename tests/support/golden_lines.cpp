@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -13,8 +14,12 @@
 namespace tavrik::tests {
 
 std::vector<GoldenLine> ReadGolden(const std::string &file_name) {
+    static std::map<std::string, std::vector<GoldenLine>> files;
+    const auto [found, is_new] = files.try_emplace(file_name);
+    std::vector<GoldenLine> &lines = found->second;
+    if (!is_new)
+        return lines;
     std::ifstream file(base::ProgramFolder() / "golden" / file_name);
-    std::vector<GoldenLine> lines;
     for (std::string text; std::getline(file, text);) {
         GoldenLine line;
         line.indent = std::min(text.find_first_not_of(' '), text.size());

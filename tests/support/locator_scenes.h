@@ -28,6 +28,7 @@ inline constexpr uint32_t kResources = 0x5000; // file offset of section 4
 inline constexpr uint32_t kResourceRva = 0x80000;
 inline constexpr uint32_t kPayloadRva = 0x81800; // the file offset 0x6800
 inline constexpr uint32_t kLastPointer = 0x6000;
+inline constexpr uint32_t kFirstPointer = 0x800; // of the host's record; in the file it is 0x1000
 
 // A file that passes an entry's gate on the first path that allows the wanted values.
 struct Scene {
@@ -37,7 +38,7 @@ struct Scene {
     RecordingStream stream;
     ResourceTree tree{stream, kResources};
     // Of the resource that the entry takes: RVA and size.
-    bool has_resource = false;
+    uint32_t resources = 0; // how many there are
     std::pair<uint32_t, uint32_t> resource = {};
 
     explicit Scene(uint32_t entry_number, const FieldValues &wanted = {}) : entry(entry_number) {
@@ -50,7 +51,7 @@ struct Scene {
             }
         }
         EXPECT_FALSE(values.empty() && entry != 27) << "no path of entry " << entry << " allows these values";
-        records.first_section.PointerToRawData = 0x1000;
+        records.first_section.PointerToRawData = kFirstPointer;
         records.last_section.PointerToRawData = kLastPointer;
         records.last_section.SizeOfRawData = 0x1000;
         records.last_section.VirtualAddress = kResourceRva;
@@ -82,7 +83,7 @@ struct Scene {
                 resource = {rva, size};
         }
         tree.Count(0x40, 0, static_cast<uint16_t>(index));
-        has_resource = true;
+        resources = index;
     }
 
     int Call(LocatorResult *result, Fault fault = {}) {
@@ -163,10 +164,10 @@ inline const Payload kCab = {kCabinet, 113, 4096};
 // clang-format off
 inline const Find kFinds[] = {
     {0, "section 3's end", 0x5000, kEntry0},
-    {1, "first section", 0x1000, kSigned},
+    {1, "first section", kFirstPointer, kSigned},
     {2, "fixed start", 0x40000, kSigned},
     {3, "fixed start", 0xC0000, kSigned},
-    {4, "last section", kLastPointer, kSigned},
+    {4, "second block", kLastPointer + 0x1000, kSigned},
     {5, "fixed offset", 0xA7C1F, kEntry5},
     {6, "3 sections", 0x56000, kSigned, {{NumberOfSections, 3}}},
     {6, "5 sections", 0xC0000, kSigned, {{NumberOfSections, 5}}},
@@ -176,6 +177,10 @@ inline const Find kFinds[] = {
     {8, "adjoining", 0x15004, kWords},
     {8, "apart", kLastPointer + 0x22404, kWords, {}, WithSection(5, Section(".reloc", 0, 0, 0x6200, 0x200))},
     {8, "by characteristics", 0x15004, kWords, {}, WithSection(4, Section("other", 0, 0, 0x5000, 0x1000, 0xC0000040))},
+    {8, "section 4 ends at 1", kLastPointer + 0x22404, kWords, {}, WithSection(4, Section(".rsrc", 0, 0, 0, 1))},
+    {8, "section 4 ends last", kLastPointer + 0x22404, kWords, {}, [](Scene &s) {
+         s.records.file_size = 0x40000;
+         s.file.sections[4] = Section(".rsrc", 0, 0, 0, 0x3FFFF); }},
     {9, "before the end", 0x64, kWords, {{FileSize, 0x133600}}, [](Scene &) {}, 0},
     {10, "last section", kLastPointer + 0xA04, kWords},
     {11, "last section", kLastPointer + 0x3500 + 8176, kInstaller},
@@ -184,7 +189,7 @@ inline const Find kFinds[] = {
     {12, "third offset, short block", 0x1CD200, kWord, {}, [](Scene &) {}, 0},
     {13, "resources", kResources + 0x3FF8, kWhole},
     {14, "fixed start", 0x49800 + 0x9000, kWhole},
-    {15, "section 0", 0x1000 + 0x2FFF0, kWhole, {}, WithSection(0, Section(".text", 0x40000, 0x65000, 0x1000, 0x30000))},
+    {15, "section 0", 0x1000 + 0x34000, kWhole, {}, WithSection(0, Section(".text", 0x40000, 0x65000, 0x1000, 0x33F31))},
     {16, "fixed start", 0x400, kSigned},
     {17, "fixed start", 0xBB000, kSigned},
     {18, "fixed start", 0xA0000, kSigned},
@@ -217,10 +222,10 @@ inline const Find kFinds[] = {
     {32, "end of the resources", kResources + 0x24000, k6A},
     {33, "resource", 0x6800, k6B, {}, WithResource(10, 0x300)},
     {33, "end of the resources", kResources + 0x11000, k6A},
-    {34, "resources", kResources, kAltered},
+    {34, "second block", kResources + 0x1000, kAltered},
     {35, "after section 2", 0x4400 + 24560, kInstaller},
     {36, "after section 2", 0x4000 + 0xD000 + 0x11000 + 8176, kInstaller},
-    {37, ".rsrc", kResources, k5},
+    {37, ".rsrc, second block", kResources + 0x1000, k5},
     {38, "resource", 0x6800 + 1016, kCab, {}, WithResource(10, 9)},
     {38, "short resource", 0x6800, kCab, {}, WithResource(10, 9), 0},
     {39, "four sections", 0x7000 + 4096 - 7, kArchive, {{NumberOfSections, 4}}},
@@ -231,7 +236,7 @@ inline const Find kFinds[] = {
     {43, "resources", kResources, k5},
     {44, "after the last section", 0x7000 + 0x1A000 + 1264, kInstaller},
     {45, "version resource", 0x6800, kTagged, {}, WithResource(16, 0x200)},
-    {46, "end of the resources", kResources + 0x13000, kTagged},
+    {46, "second block", kResources + 0x14000, kTagged},
     {47, "resource", 0x6800, k5, {}, WithResource(10, 0x300)},
     {47, "end of the resources", kResources + 0x17000, k5},
     {48, "first message table", 0x6800, kTagged, {}, [](Scene &s) { s.Resource(11, {{kPayloadRva, 0x4FFF}, {0x90000, 1}}); }},

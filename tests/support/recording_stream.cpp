@@ -24,6 +24,9 @@ const FileStreamOperations RecordingStream::kOperations = {
     [](FileStream *stream, uint32_t handle, void *buffer, uint32_t length) {
         RecordingStream &self = Self(stream, handle);
         self.Record('R', length);
+        const auto *bytes = static_cast<const char *>(buffer);
+        if (std::any_of(bytes, bytes + length, [](char byte) { return byte != 0; }))
+            self.uncleared_.insert(length);
         const uint32_t rest = self.size() - std::min(self.size(), self.position_);
         uint32_t count = std::min(length, rest);
         uint32_t reported = count;
@@ -63,6 +66,7 @@ void RecordingStream::Put(uint32_t offset, std::string_view bytes) {
 
 void RecordingStream::Restart(uint32_t position, Fault fault) {
     calls_.clear();
+    uncleared_.clear();
     position_ = position;
     fault_ = fault;
     counted_ = 0;

@@ -4,6 +4,7 @@
 #define TAVRIK_TESTS_SUPPORT_RECORDING_STREAM_H
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -45,6 +46,8 @@ public:
     /** The calls so far, and forgets them. */
     std::string TakeCalls();
     bool WasCalled() const { return !calls_.empty(); }
+    /** True unless a buffer of that length held anything but zeros when it was to be read into. */
+    bool WasCleared(uint32_t length) const { return !uncleared_.contains(length); }
     uint32_t position() const { return position_; }
     /** True once the fault has happened. */
     bool HasFailed() const { return has_failed_; }
@@ -66,6 +69,7 @@ private:
     uint32_t position_ = 0;
     Fault fault_;
     uint32_t counted_ = 0;
+    std::set<uint32_t> uncleared_;
     bool has_failed_ = false;
     uint32_t open_result_ = kHandle;
     const void *opened_name_ = nullptr;

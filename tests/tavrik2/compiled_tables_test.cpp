@@ -1,8 +1,6 @@
 // The tables that the module is compiled from beside those that were typed apart from them.
-#include <cctype>
 #include <cstring>
 #include <map>
-#include <set>
 #include <span>
 
 #include <fmt/format.h>
@@ -110,82 +108,6 @@ TEST(CompiledTables, Markers) {
     check("39 RarMarker", RarMarker, sizeof RarMarker);
     typed.erase("8 section_4_name"); // the locator's own
     EXPECT_TRUE(typed.empty()) << fmt::format("{}", typed);
-}
-
-// ---- Places --------------------------------------------------------------------------------------------------------
-
-// "SectionIndex" as the typed table has it: "section_index".
-std::string Snake(const std::string &name) {
-    std::string snake;
-    for (const char c : name) {
-        const auto character = static_cast<unsigned char>(c);
-        const bool starts_word =
-            std::isupper(character) != 0 || (std::isdigit(character) != 0 && snake.ends_with("sections"));
-        if (starts_word && !snake.empty())
-            snake += '_';
-        snake += static_cast<char>(std::tolower(character));
-    }
-    // Names that PE has in capitals stay so.
-    for (const auto &[lower, pe] : {std::pair("size_of_raw_data", "SizeOfRawData"),
-                                    {"virtual_size", "VirtualSize"},
-                                    {"pointer_to_raw_data", "PointerToRawData"}})
-        if (const std::size_t at = snake.find(lower); at != std::string::npos)
-            snake.replace(at, std::strlen(lower), pe);
-    return snake;
-}
-
-// The numbers of a typed line: ranges count as their ends, and those without one as the other.
-std::vector<uint32_t> Numbers(const GoldenLine &line) {
-    std::vector<uint32_t> numbers;
-    for (std::size_t word = 1; word < line.words.size(); ++word) {
-        const std::string &text = line.words[word];
-        const std::size_t dots = text.find("..");
-        for (const std::string &part : {text.substr(0, dots), dots == std::string::npos ? "" : text.substr(dots + 2)})
-            if (IsGoldenNumber(part))
-                numbers.push_back(static_cast<uint32_t>(GoldenNumber(part)));
-    }
-    return numbers;
-}
-
-TEST(CompiledTables, Places) {
-    std::map<std::string, std::vector<uint32_t>> compiled;
-#define PLACE(owner, name, ...) compiled[#owner " " + Snake(#name)] = {k##owner##name.begin(), k##owner##name.end()};
-#define DISTANCE_BY_SIZE(lowest, highest, distance)                                                                    \
-    for (const int number : {lowest, highest, distance})                                                               \
-        compiled["Entry25 distance_by_size"].push_back(static_cast<uint32_t>(number));
-#include "tavrik2/locators/places.def"
-    // What several entries share is kept once.
-    compiled["Entry33 resource_type"] = compiled["Entry47 resource_type"] = compiled["Entry32 resource_type"];
-    compiled["Entry26 resource_type"] = compiled["Entry25 resource_type"];
-    compiled["Entry26 capacity"] = compiled["Entry25 capacity"];
-    compiled["Entry26 resource_count"] = compiled["Entry25 resource_count"];
-    compiled["Entry26 read"] = compiled["Entry25 read"];
-    compiled["Entry38 resource_count"] = {1}; // at least
-
-    std::map<std::string, std::vector<uint32_t>> typed;
-    std::set<std::string> keys;
-    for (const auto &[name, numbers] : compiled)
-        keys.insert(name.substr(name.find(' ') + 1));
-    keys.erase("read");       // beside those of the test of the searches
-    keys.erase("read_count"); // the same
-    keys.erase("capacity");   // of one, where an array of one says so
-    std::string owner;
-    for (const GoldenLine &line : ReadGolden("searches.txt")) {
-        if (line.indent == 0) {
-            if (line.words[0] == "op")
-                break; // the readers of PE headers have tests of their own
-            owner = line.words[0] == "entry" ? "Entry" + line.words[1] : line.words[1];
-            continue;
-        }
-        const std::string name = owner + " " + line.words[0];
-        const std::vector<uint32_t> numbers = Numbers(line);
-        // A distance of 0 needs no constant; expressions are the locators'.
-        if (compiled.contains(name) ||
-            (keys.contains(line.words[0]) && !numbers.empty() && numbers != std::vector<uint32_t>{0} &&
-             line.words[1].find('(') == std::string::npos && line.words[1].find('[') == std::string::npos))
-            typed[name] = numbers;
-    }
-    EXPECT_EQ(fmt::format("{}", fmt::join(compiled, "\n")), fmt::format("{}", fmt::join(typed, "\n")));
 }
 
 // ---- The locator table ---------------------------------------------------------------------------------------------

@@ -65,6 +65,7 @@ TEST_F(Scans, WalkBlocksThatDoNotOverlap) {
         const uint32_t last = test.scan == FindAutoItSignature ? 4063 : kBlock - length;
         EXPECT_EQ(Run(test.scan, 2 * kBlock, {{kBlock + last, test.header}}), kBlock + last);
         EXPECT_EQ(stream_.TakeCalls(), "S256 R0x1000 S0x1100 R0x1000");
+        EXPECT_EQ(Run(test.scan, 501 * kBlock, {{500 * kBlock, test.header}}), 500 * kBlock);
         // A header across two blocks is passed over.
         EXPECT_EQ(Run(test.scan, 3 * kBlock, {{kBlock - length + 1, test.header}, {2 * kBlock + 9, test.header}}),
                   2 * kBlock + 9);
@@ -103,6 +104,9 @@ TEST_F(Scans, SizesAndOffsetsAreSigned) {
             EXPECT_EQ(found, 0u);
             EXPECT_FALSE(stream_.WasCalled());
         }
+        uint32_t found;
+        EXPECT_EQ(test.scan(kHandle, 0x1000, -4096, &found, &stream_), 0);
+        EXPECT_EQ(stream_.TakeCalls(), "S0xFFFFF000 R0x1000") << "a negative start is sought";
     }
 }
 
