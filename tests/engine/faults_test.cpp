@@ -402,6 +402,12 @@ class ReadFaults : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(ReadFaults, OfScansAndContentsAreTold) {
     const auto scanner = ScannerOf(50);
+    // The first dozens of files are answered without the table of rules, which stays once it is made.
+    constexpr int kFilesUntilTheTable = 100;
+    const samples::Sample first_sample = samples::MakeSample(0);
+    base::MemorySource first(first_sample.bytes);
+    for (int file = 0; file < kFilesUntilTheTable; ++file)
+        scanner->Scan(first, "x");
     for (std::size_t index = GetParam(); index < samples::SampleCount(); index += kGroups) {
         const samples::Sample sample = samples::MakeSample(index);
         SCOPED_TRACE(sample.file_name);

@@ -9,7 +9,10 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <stdexcept>
+#include <string_view>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "samples/gate_values.h"
@@ -255,10 +258,12 @@ inline void Build(Scene &scene, const Find &find) {
     scene.Finish(find.rest);
 }
 
-// The find of that name, or the entry's first.
+// The find of that name, or the entry's first. Throws when there is none.
 inline const Find &FindOf(uint32_t entry, std::string_view what = {}) {
-    return *std::find_if(std::begin(kFinds), std::end(kFinds),
-                         [&](const Find &find) { return find.entry == entry && (what.empty() || what == find.what); });
+    for (const Find &find : kFinds)
+        if (find.entry == entry && (what.empty() || what == find.what))
+            return find;
+    throw std::out_of_range(fmt::format("entry {} has no find \"{}\"", entry, what));
 }
 
 } // namespace tavrik::tests

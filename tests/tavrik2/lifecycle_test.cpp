@@ -43,6 +43,7 @@ class Lifecycle : public testing::Test {
 protected:
     Lifecycle() { Platform() = {}; }
     ~Lifecycle() override {
+        Platform().watch = nullptr; // what it refers to is gone
         for (; references_ != 0; --references_)
             YNLibDeinit();
         EXPECT_EQ(Platform().live_modules, 0);
