@@ -28,10 +28,10 @@ constexpr uint16_t kSelectiveFields[] = {
 
 constexpr auto kPriors = [] {
     std::array<uint32_t, kHeaderFieldCount> priors = {};
-    for (uint16_t number = 0; number < priors.size(); ++number)
+    for (std::size_t number = 0; number < priors.size(); ++number)
         priors[number] =
             (std::ranges::find(kSelectiveFields, number) != std::end(kSelectiveFields) ? 0 : kOrdinaryField) +
-            (IsReadWithHeaders(number) ? 0 : kExpensiveField);
+            (IsReadWithHeaders(static_cast<uint16_t>(number)) ? 0 : kExpensiveField);
     return priors;
 }();
 

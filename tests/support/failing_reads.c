@@ -1,6 +1,6 @@
 /* Preloaded into a program: the read of files whose number is in TAVRIK_FAILING_READ, and all after it, fail as they do
  * on a bad disk. */
-#define _GNU_SOURCE
+#define _GNU_SOURCE // NOLINT(readability-identifier-naming): the C library wants it so
 #include <errno.h>
 #include <stdatomic.h>
 #include <stdlib.h>
