@@ -74,7 +74,7 @@ tavrik_report::tavrik_report(scanner::FileReport from) : report(std::move(from))
 }
 
 const std::string &tavrik_report::Json() const {
-    std::call_once(json_is_made_, [this] { json_ = scanner::JsonLine(report); });
+    json_is_made_.Call([this] { json_ = scanner::JsonLine(report); });
     return json_;
 }
 

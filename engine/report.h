@@ -3,11 +3,11 @@
 #define TAVRIK_ENGINE_REPORT_H
 
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "base/once.h"
 #include "scanner/scan.h"
 #include "tavrik/tavrik.h"
 
@@ -42,7 +42,7 @@ struct tavrik_report {
     std::vector<std::unique_ptr<tavrik_report>> inside;
 
 private:
-    mutable std::once_flag json_is_made_;
+    mutable base::Once json_is_made_;
     mutable std::string json_;
 };
 

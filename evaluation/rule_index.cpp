@@ -67,7 +67,7 @@ RuleIndex::RuleIndex(std::span<HeuristicRule *const> rules) : rules_(rules) {
 }
 
 void RuleIndex::Prepare() const {
-    std::call_once(table_is_made_, [this] { table_ = FiledRules(rules_, fileable_, FiledUnder::ReadWithHeaders); });
+    table_is_made_.Call([this] { table_ = FiledRules(rules_, fileable_, FiledUnder::ReadWithHeaders); });
 }
 
 bool RuleIndex::UsesTable(const RuleObserver *observer) const {
@@ -115,7 +115,8 @@ std::vector<uint32_t> RuleIndex::Match(Features &features, RuleObserver *observe
 
 // `positions` are ascending; none of them are all.
 const RuleIndex::Strings &RuleIndex::Made(Strings &strings, std::span<const uint32_t> positions) const {
-    std::call_once(strings.is_made, [&] {
+    strings.is_made.Call([&] {
+        strings.first.clear();
         std::vector<const StringFeature *> wanted;
         for (uint32_t position = 0; position < rules_.size(); ++position) {
             strings.first.push_back(wanted.size());

@@ -8,10 +8,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <vector>
 
+#include "base/once.h"
 #include "evaluation/features.h"
 #include "evaluation/filed_rules.h"
 #include "evaluation/string_pass.h"
@@ -52,7 +52,7 @@ public:
 private:
     // The search for the strings of some rules in one pass, made when a file first needs it.
     struct Strings {
-        std::once_flag is_made;
+        base::Once is_made;
         std::vector<std::size_t> first; // of each rule, in the pass
         std::unique_ptr<const StringPass> pass;
     };
@@ -75,7 +75,7 @@ private:
     std::vector<uint32_t> unfiled_;  // positions of the others
 
     mutable std::atomic<unsigned> files_ = 0; // asked without the table
-    mutable std::once_flag table_is_made_;
+    mutable base::Once table_is_made_;
     mutable FiledRules table_; // of fileable_
 
     mutable Strings unfiled_strings_; // those of unfiled_, which are needed for most files if they have any
