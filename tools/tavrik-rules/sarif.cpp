@@ -14,8 +14,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // As the standard names it.
-constexpr char kSchema[] =
-    "https://docs.oasis-open.org/sarif/sarif/v2.1.0/errata01/os/schemas/sarif-schema-2.1.0.json";
+constexpr char kSchema[] = "https://docs.oasis-open.org/sarif/sarif/v2.1.0/errata01/os/schemas/sarif-schema-2.1.0.json";
 
 // A file name as a URI reference (RFC 3986): relative names stay relative, absolute ones get the scheme.
 std::string UriOf(const std::string &name) {
@@ -66,9 +65,7 @@ std::string SarifOf(const rules::text::RuleFiles &texts) {
         }
     const Json driver = {{"name", "tavrik-rules"}, {"version", std::string(base::kVersion)}, {"rules", kinds}};
     const Json run = {{"tool", {{"driver", driver}}}, {"columnKind", "unicodeCodePoints"}, {"results", results}};
-    const Json log = {{"$schema", kSchema},
-                      {"version", "2.1.0"},
-                      {"runs", Json::array({run})}};
+    const Json log = {{"$schema", kSchema}, {"version", "2.1.0"}, {"runs", Json::array({run})}};
     return log.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
