@@ -42,7 +42,7 @@ struct tavrik_report {
     std::vector<std::unique_ptr<tavrik_report>> inside;
 
 private:
-    mutable base::Once json_is_made_;
+    mutable tavrik::base::Once json_is_made_;
     mutable std::string json_;
 };
 
