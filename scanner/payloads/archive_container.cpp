@@ -25,6 +25,10 @@ constexpr std::size_t kBlockSize = 64 * 1024;
 // The library asks to be called again after some failures; it must not go on like this for ever.
 constexpr int kMostRetries = 16;
 
+// Of cpio and ar, whose headers state the length of names with up to 32 bits: the library keeps a name in memory while
+// it reads it.
+constexpr std::size_t kMostHeaderBytes = 16 * 1024 * 1024;
+
 constexpr char kEncrypted[] = "is encrypted; unpack it with its password by another program, such as 7z";
 constexpr char kNamesEncrypted[] =
     "the names of its files are encrypted; unpack it with its password by another program, such as 7z";
@@ -58,12 +62,8 @@ void Support(archive *reader, ArchiveKind kind) {
     case ArchiveKind::Cabinet:
         archive_read_support_format_cab(reader);
         return;
-    case ArchiveKind::Rpm:
-        archive_read_support_filter_rpm(reader);
-        SupportFilters(reader);
-        archive_read_support_format_cpio(reader);
-        return;
     case ArchiveKind::Filtered:
+        archive_read_support_filter_rpm(reader);
         SupportFilters(reader);
         archive_read_support_format_raw(reader);
         return;
@@ -71,13 +71,11 @@ void Support(archive *reader, ArchiveKind kind) {
         SupportFilters(reader);
         archive_read_support_format_tar(reader);
         return;
-    case ArchiveKind::FilteredCpio:
-        SupportFilters(reader);
-        archive_read_support_format_cpio(reader);
-        return;
     case ArchiveKind::Tar:
         archive_read_support_format_tar(reader);
         return;
+    case ArchiveKind::Rpm:
+    case ArchiveKind::FilteredCpio: // from stream_
     case ArchiveKind::Cpio:
         archive_read_support_format_cpio(reader);
         return;
@@ -105,12 +103,17 @@ public:
         const base::Utf8Locale locale;
         if (kind == ArchiveKind::Rar)
             encryption_ = EncryptionOfRar(source, offset);
+        if (kind == ArchiveKind::Rpm || kind == ArchiveKind::FilteredCpio)
+            stream_ = StreamOf(source, offset, length);
+        bounds_headers_ = stream_ != nullptr || kind == ArchiveKind::Cpio || kind == ArchiveKind::Ar;
         archive *reader = reader_.get();
         Support(reader, kind);
         archive_read_set_callback_data(reader, this);
         archive_read_set_read_callback(reader, ReadBlock);
-        archive_read_set_seek_callback(reader, Seek);
-        archive_read_set_skip_callback(reader, Skip);
+        if (stream_ == nullptr) {
+            archive_read_set_seek_callback(reader, Seek);
+            archive_read_set_skip_callback(reader, Skip);
+        }
         if (archive_read_open1(reader) != ARCHIVE_OK)
             error_ = Failure();
     }
@@ -123,7 +126,7 @@ public:
             return std::nullopt;
         for (int tries = 0; tries < kMostRetries; ++tries) {
             archive_entry *entry = nullptr;
-            const int result = archive_read_next_header(reader_.get(), &entry);
+            const int result = NextHeader(&entry);
             if (result == ARCHIVE_EOF) {
                 at_end_ = true;
                 if (is_truncated_)
@@ -172,6 +175,27 @@ public:
     bool needs_password() const override { return needs_password_; }
 
 private:
+    // The bytes after all filters. A reader of its own, since only what a reader asks for can be counted.
+    static std::unique_ptr<ArchiveContainer> StreamOf(base::ByteSource &source, uint64_t offset, uint64_t length) {
+        auto stream = std::make_unique<ArchiveContainer>(source, offset, length, ArchiveKind::Filtered);
+        stream->Next();
+        return stream;
+    }
+
+    // The rest of the last member is passed first: it may be long, a header may not.
+    int NextHeader(archive_entry **entry) {
+        if (!bounds_headers_)
+            return archive_read_next_header(reader_.get(), entry);
+        if (has_entry_ && archive_read_data_skip(reader_.get()) == ARCHIVE_FATAL)
+            return ARCHIVE_FATAL;
+        header_bytes_ = 0;
+        is_in_header_ = true;
+        const int result = archive_read_next_header(reader_.get(), entry);
+        is_in_header_ = false;
+        has_entry_ = result == ARCHIVE_OK || result == ARCHIVE_WARN;
+        return result;
+    }
+
     // A file or a folder; nothing for links and devices, which have no bytes of their own.
     std::optional<Member> MemberOf(archive_entry *entry) {
         const auto type = archive_entry_filetype(entry);
@@ -192,8 +216,8 @@ private:
     }
 
     std::string Failure() const {
-        if (!window_.error().empty())
-            return window_.error();
+        if (!InputError().empty())
+            return InputError();
         const char *text = archive_error_string(reader_.get());
         return base::Printable(text == nullptr ? "no more of it can be read" : text) +
                "; the archive is damaged, or other programs such as 7z know more of its format";
@@ -203,13 +227,30 @@ private:
 
     static la_ssize_t ReadBlock(archive *reader, void *data, const void **buffer) {
         ArchiveContainer &self = Self(data);
-        const std::size_t count = self.window_.ReadAt(self.position_, self.block_.data(), self.block_.size());
+        if (self.is_in_header_ && (self.header_bytes_ += self.block_.size()) > kMostHeaderBytes) {
+            archive_set_error(reader, EINVAL, "A header has more than %zu bytes", kMostHeaderBytes);
+            return ARCHIVE_FATAL;
+        }
+        const std::size_t count = self.NextBlock();
         *buffer = self.block_.data();
-        self.position_ += count;
-        if (self.window_.error().empty())
+        if (self.InputError().empty())
             return static_cast<la_ssize_t>(count);
-        archive_set_error(reader, EIO, "%s", self.window_.error().c_str());
+        archive_set_error(reader, EIO, "%s", self.InputError().c_str());
         return ARCHIVE_FATAL;
+    }
+
+    const std::string &InputError() const {
+        if (stream_ == nullptr)
+            return window_.error();
+        return stream_->error_.empty() ? stream_->member_error_ : stream_->error_;
+    }
+
+    std::size_t NextBlock() {
+        if (stream_ != nullptr)
+            return stream_->Read(block_.data(), block_.size());
+        const std::size_t count = window_.ReadAt(position_, block_.data(), block_.size());
+        position_ += count;
+        return count;
     }
 
     static la_int64_t Seek(archive *, void *data, la_int64_t offset, int whence) {
@@ -237,6 +278,11 @@ private:
     base::WindowSource window_;
     uint64_t position_ = 0;
     std::vector<uint8_t> block_ = std::vector<uint8_t>(kBlockSize);
+    std::unique_ptr<ArchiveContainer> stream_; // what is read instead of window_; null for most kinds
+    bool bounds_headers_ = false;
+    bool is_in_header_ = false;
+    bool has_entry_ = false;
+    std::size_t header_bytes_ = 0; // that were asked for since the header's beginning
     bool is_truncated_;
     RarEncryption encryption_; // of a RAR archive; the library does not tell all of RAR 5
     std::size_t entries_ = 0;  // that were read

@@ -176,6 +176,18 @@ TEST_F(Inside, IsScannedInEveryKindOfArchive) {
     WriteArchive("a.deb", "arbsd", nullptr, {{"debian-binary", "2.0\n"}, {"data.tar.xz", ReadFile("a.tar.xz")}});
     EXPECT_EQ(Scan("a.deb").out, Line("a.deb!data.tar.xz!in/found.exe"));
 }
+
+// The library keeps a name of cpio in memory, and its length has 32 bits.
+TEST_F(Inside, HasNoNamesThatFillTheMemory) {
+    const std::string header = "070702" + std::string(104, '9') + std::string(40 << 20, '\0');
+    Write("long.cpio", header);
+    WriteArchive("long.cpio.gz", "raw", "gzip", {{"long.cpio", header}});
+    for (const std::string file : {"long.cpio", "long.cpio.gz"}) {
+        const Outcome outcome = Scan("contents " + file);
+        EXPECT_EQ(outcome.code, 2) << outcome.out;
+        EXPECT_NE(outcome.err.find("A header has more than 16777216 bytes"), std::string::npos) << outcome.err;
+    }
+}
 #endif
 
 /** A program with a payload in place of what is at the offset. */
