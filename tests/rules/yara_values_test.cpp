@@ -9,6 +9,7 @@
 #include "pe/format.h"
 #include "rules/names.h"
 #include "rules/numbers.h"
+#include "tests/support/sampling.h"
 #include "tests/support/yara_scanner.h"
 
 namespace tavrik::tests {
@@ -308,6 +309,8 @@ void ExpectSameAnswers(const RuleSet &all, std::span<const uint8_t> file, std::s
 TEST(YaraExport, AnswersAroundTheValuesOfFiles) {
     const YaraLibrary library;
     for (const bool is_pe32_plus : {false, true}) {
+        if (is_pe32_plus && kSampling > 1)
+            continue; // most of the time is libyara's, which the sanitizers know nothing of
         const std::vector<uint8_t> file = File(is_pe32_plus);
         RulesAround rules_around(file);
         ExpectSameAnswers(rules_around.Values(), file, 5900, 2000);
