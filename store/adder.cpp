@@ -33,8 +33,8 @@ Adder::Adder(Store &store, const AddSettings &settings)
                                   segment->StampOf(static_cast<Row>(row))});
     }
     std::ranges::sort(known_, {}, &Known::key);
-    for (Fault &fault : store_.Faults())
-        faults_.emplace(std::move(fault.path), std::move(fault.reason));
+    for (const Fault &fault : store_.Faults())
+        faults_.emplace(fault.path, fault);
 }
 
 Adder::Key Adder::KeyOf(std::string_view path) {
@@ -60,6 +60,12 @@ Adder::Examined Adder::Examine(const std::filesystem::path &path) const {
         if (examined.path.size() > kLongestPath)
             throw base::Error("its path is too long for a store");
         examined.replaces = Find(examined.path);
+        if (const auto fault = faults_.find(examined.path);
+            fault != faults_.end() && fault->second.stamp && StampOf(path) == *fault->second.stamp) {
+            examined.fault = fault->second.reason;
+            examined.barred = fault->second.stamp;
+            return examined;
+        }
         if (!examined.replaces || settings_.compare_digests || StampOf(path) != known_[*examined.replaces].stamp)
             examined.file = ReadFeatures(path, settings_.with_digests);
     } catch (const base::Error &error) {
@@ -77,6 +83,30 @@ Adder::Examined Adder::Examine(StoredFile file) const {
     if (!examined.replaces || known_[*examined.replaces].stamp.time < file.stamp.time)
         examined.file = std::move(file);
     return examined;
+}
+
+std::vector<std::string> Adder::Barred() const {
+    std::vector<std::string> paths;
+    for (const auto &[path, fault] : faults_)
+        if (fault.stamp)
+            paths.push_back(path);
+    return paths;
+}
+
+void Adder::Bar(const std::string &path, const std::string &reason) {
+    try {
+        const Fault fault = {path, reason, StampOf(base::PathOf(path))};
+        faults_[path] = fault;
+        new_faults_.push_back(fault);
+    } catch (const base::Error &) {
+        return; // it is gone
+    }
+    Checkpoint();
+}
+
+void Adder::Release(const std::string &path) {
+    if (const auto fault = faults_.find(path); fault != faults_.end())
+        fault->second.stamp.reset();
 }
 
 bool Adder::HasDigest(const Known &known, const base::Sha256::Digest &digest) {
@@ -100,7 +130,7 @@ void Adder::Take(Examined examined) {
     const Known *known = examined.replaces ? &known_[*examined.replaces] : nullptr;
     if (!examined.fault.empty()) {
         ++counts_.set_aside;
-        new_faults_.push_back({examined.path, examined.fault});
+        new_faults_.push_back({examined.path, examined.fault, examined.barred});
         if (known != nullptr)
             MarkGone(*known); // what is stored is no longer what is there
     } else if (!examined.file || (known != nullptr && settings_.compare_digests &&

@@ -49,6 +49,7 @@ public:
         std::optional<StoredFile> file;      // to add
         std::optional<std::size_t> replaces; // position among the known files
         std::string fault;                   // without a file: why it is set aside; "": it is unchanged
+        std::optional<Stamp> barred;         // with a fault: it was not read, and is not while it has this stamp
     };
 
     /** Reads a file, unless it is known and the same. Never throws for what a file contains or does. Any thread. */
@@ -56,6 +57,16 @@ public:
 
     /** The same for features that another store has: the newer ones count. */
     Examined Examine(StoredFile file) const;
+
+    /** The files that are set aside because reading them ended a program. */
+    std::vector<std::string> Barred() const;
+
+    /** Sets a file aside for such a reason, and commits; a file that is gone is left out. It is not read as long as it
+     * is the same. Before any file is examined, like Release. Throws base::Error. */
+    void Bar(const std::string &path, const std::string &reason);
+
+    /** Lets a file be read that was set aside so. */
+    void Release(const std::string &path);
 
     /** Adds what was examined. One thread at a time. Throws base::Error. */
     void Take(Examined examined);
@@ -88,10 +99,10 @@ private:
     Store &store_;
     AddSettings settings_;
     std::vector<SegmentEntry> entries_;
-    std::vector<Known> known_; // by key
-    std::set<Key> taken_;      // in this run
-    std::map<std::string, std::string> faults_;
-    std::vector<StoredFile> pending_; // of the next segment
+    std::vector<Known> known_;            // by key
+    std::set<Key> taken_;                 // in this run
+    std::map<std::string, Fault> faults_; // by path
+    std::vector<StoredFile> pending_;     // of the next segment
     SegmentRoom room_;
     std::size_t committed_ = 0;        // of pending_, in segments of their own
     std::vector<int64_t> checkpoints_; // those

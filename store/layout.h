@@ -11,7 +11,11 @@
 namespace tavrik::store {
 
 /** The version of the format. Programs refuse stores of another one. */
-inline constexpr int kFormatVersion = 1;
+inline constexpr int kFormatVersion = 2;
+
+/** The version of what is extracted. Raised whenever a file gives other header values, sections or tokens than before,
+ * so that one store never has features of two kinds. */
+inline constexpr int kExtractorVersion = 1;
 
 /** Sections whose headers are columns: those at the first positions of the section table. The others are in a piece. */
 inline constexpr std::size_t kColumnSections = 16;

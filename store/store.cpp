@@ -19,9 +19,13 @@ constexpr int kWaitMilliseconds = 5000;    // for another program that has the s
 constexpr int kLargestPiece = 64 << 20;    // bytes
 constexpr int kMostValueBytes = kLargestPiece + 4096;
 
+// The database's user version: the format's, and in the upper half the extractor's.
+constexpr int kExtractorPlace = 16; // bits
+constexpr int64_t kUserVersion = kFormatVersion | int64_t{kExtractorVersion} << kExtractorPlace;
+
 // The tables, as SQLite keeps their text. A database with anything else is refused.
 constexpr std::string_view kTables[] = {
-    "CREATE TABLE fault(path TEXT PRIMARY KEY, reason TEXT NOT NULL) WITHOUT ROWID",
+    "CREATE TABLE fault(path TEXT PRIMARY KEY, reason TEXT NOT NULL, size INTEGER, time INTEGER) WITHOUT ROWID",
     "CREATE TABLE piece(id INTEGER PRIMARY KEY, bytes BLOB NOT NULL)",
     "CREATE TABLE segment(id INTEGER PRIMARY KEY, rows INTEGER NOT NULL, gone BLOB)",
 };
@@ -168,6 +172,7 @@ public:
         return code == SQLITE_ROW;
     }
 
+    bool IsNull(int column) { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
     int64_t Number(int column) { return sqlite3_column_int64(statement_, column); }
     std::string Text(int column) {
         const unsigned char *text = sqlite3_column_text(statement_, column);
@@ -209,7 +214,7 @@ void MakeTables(Database &database) {
     for (const std::string_view table : kTables)
         database.Run(table);
     database.Run(fmt::format("PRAGMA application_id = {}", kApplicationId));
-    database.Run(fmt::format("PRAGMA user_version = {}", kFormatVersion));
+    database.Run(fmt::format("PRAGMA user_version = {}", kUserVersion));
     database.Run("COMMIT");
 }
 
@@ -218,11 +223,18 @@ template <typename Database>
 void CheckFormat(Database &database) {
     if (Pragma(database, "PRAGMA application_id") != kApplicationId)
         throw base::Error(fmt::format("{}: is a database, but no store of features", database.name()));
-    const int64_t version = Pragma(database, "PRAGMA user_version");
+    const int64_t user_version = Pragma(database, "PRAGMA user_version");
+    const int64_t version = user_version & ((1 << kExtractorPlace) - 1);
+    const int64_t extractor = user_version >> kExtractorPlace;
     if (version != kFormatVersion)
         throw base::Error(fmt::format("{}: is a store of format {}; this program knows format {}; add the files to a "
                                       "new store, or use the program that made this one",
                                       database.name(), version, kFormatVersion));
+    if (extractor != kExtractorVersion)
+        throw base::Error(
+            fmt::format("{}: has features of extractor {}; those of this program are of extractor {}, and "
+                        "the two do not mix; add the files to a new store",
+                        database.name(), extractor, kExtractorVersion));
     sqlite3_stmt *statement = database.Prepared("SELECT sql FROM sqlite_schema ORDER BY name");
     std::vector<std::string> tables;
     int code = sqlite3_step(statement);
@@ -304,10 +316,13 @@ std::unique_ptr<Segment> Store::Open(const SegmentEntry &entry) {
 }
 
 std::vector<Fault> Store::Faults() {
-    Statement statement(*database_, "SELECT path, reason FROM fault ORDER BY path");
+    Statement statement(*database_, "SELECT path, reason, size, time FROM fault ORDER BY path");
     std::vector<Fault> faults;
-    while (statement.Step())
+    while (statement.Step()) {
         faults.push_back({statement.Text(0), statement.Text(1)});
+        if (!statement.IsNull(2))
+            faults.back().stamp = {static_cast<uint64_t>(statement.Number(2)), statement.Number(3)};
+    }
     return faults;
 }
 
@@ -374,10 +389,11 @@ void Store::SetGone(const SegmentEntry &entry) {
 }
 
 void Store::AddFault(const Fault &fault) {
-    Statement(*database_, "INSERT OR REPLACE INTO fault(path, reason) VALUES (?1, ?2)")
-        .BindText(1, fault.path)
-        .BindText(2, fault.reason)
-        .Step();
+    Statement statement(*database_, "INSERT OR REPLACE INTO fault(path, reason, size, time) VALUES (?1, ?2, ?3, ?4)");
+    statement.BindText(1, fault.path).BindText(2, fault.reason);
+    if (fault.stamp)
+        statement.Bind(3, static_cast<int64_t>(fault.stamp->size)).Bind(4, fault.stamp->time);
+    statement.Step();
 }
 
 void Store::RemoveFault(std::string_view path) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@ struct SegmentEntry {
 struct Fault {
     std::string path;
     std::string reason;
+    std::optional<Stamp> stamp = std::nullopt; // while it has this one it is not read again: that ended a program
 };
 
 /** The bytes of pieces of a kind, for statistics. */

@@ -18,6 +18,7 @@
 #include "samples/samples.h"
 #include "store/adder.h"
 #include "store/hunt.h"
+#include "store/journal.h"
 #include "tests/support/fresh_folder.h"
 #include "tests/support/packaged_files.h"
 
@@ -265,9 +266,15 @@ TEST(Store, RefusesFilesThatAreNoStoreOrHostile) {
     EXPECT_NE(reason(std::string(5000, 'x')), "");
     EXPECT_NE(reason(bytes.substr(0, bytes.size() / 2)), "");
     constexpr std::size_t kVersionAt = 60; // user_version in the header of an SQLite file, big-endian
-    std::string later = bytes;
-    ++later[kVersionAt + 3];
-    EXPECT_NE(reason(later).find("format 2; this program knows format 1"), std::string::npos) << reason(later);
+    const std::pair<std::size_t, std::string> versions[] = {
+        {3, fmt::format("format {}; this program knows format {}", store::kFormatVersion + 1, store::kFormatVersion)},
+        {1, fmt::format("features of extractor {}; those of this program are of extractor {}",
+                        store::kExtractorVersion + 1, store::kExtractorVersion)}};
+    for (const auto &[place, text] : versions) {
+        std::string later = bytes;
+        ++later[kVersionAt + place];
+        EXPECT_NE(reason(later).find(text), std::string::npos) << reason(later);
+    }
     std::string renamed = bytes;
     for (std::size_t at; (at = renamed.find("CREATE TABLE fault")) != std::string::npos;)
         renamed.replace(at, 18, "CREATE TABLE Fault");
@@ -281,6 +288,58 @@ TEST(Store, RefusesFilesThatAreNoStoreOrHostile) {
         refused += reason(changed).empty() ? 0U : 1U;
     }
     EXPECT_GT(refused, 20U);
+}
+
+// What is stored of a file depends on nothing but the file and the extractor.
+TEST(Extractor, HasAnotherVersionWhenItFindsOtherFeatures) {
+    base::Sha256 files;
+    base::Sha256 features;
+    const auto add = [&features](const auto &value) {
+        features.Update({reinterpret_cast<const uint8_t *>(&value), sizeof(value)});
+    };
+    const rules::RuleSet written = generator::WrittenRules();
+    const generator::Generator generator(written);
+    for (std::size_t place = 0; place < generator.size(); place += 97) {
+        const Bytes bytes = *generator.SpecimenImage(place);
+        files.Update(bytes);
+        const store::StoredFile file = FeaturesOf(bytes, 0);
+        for (uint16_t field = 0; field < rules::kHeaderFieldCount; ++field)
+            add(file.has[field] ? uint64_t{file.header[field]} : UINT64_MAX);
+        for (const SectionHeader &section : file.sections)
+            add(section);
+        for (const store::Token token : file.tokens.tokens)
+            add(token);
+    }
+    EXPECT_EQ(base::HexDigits(files.Finish()), "1506dfcb558ae8c7ce7e320d060533ccc049ac947fb3698a860dbecd8dce45c0")
+        << "the specimens have changed: write down both digests that the extractor of the commit before gives for them";
+    EXPECT_EQ(fmt::format("{} {}", store::kExtractorVersion, base::HexDigits(features.Finish())),
+              "1 fb4079ff54a0338d9fc56325f0f0796b21d609bf91f1b8a5a5d1454196b43e7d")
+        << "if the specimens are the same, raise kExtractorVersion";
+}
+
+TEST(Journal, NamesWhatAThreadHasInHand) {
+    using std::literals::operator""sv;
+    const FreshFolder folder;
+    const auto in_hand = [] { return store::Journal::FilesInHand("a.store"); };
+    using Paths = std::vector<std::string>;
+    EXPECT_EQ(in_hand(), Paths());
+    const std::string longest(store::kLongestPath - 2, 'l');
+    {
+        store::Journal journal("a.store", 3);
+        EXPECT_EQ(in_hand(), Paths());
+        journal.Take(2, longest);
+        journal.Take(0, "first");
+        journal.Take(0, "a");
+        EXPECT_EQ(in_hand(), (Paths{"a", longest}));
+        journal.Take(2, longest + "er");
+        journal.Take(1, "b");
+        EXPECT_EQ(in_hand(), (Paths{"a", "b"}));
+        journal.Leave(0);
+        EXPECT_EQ(in_hand(), Paths{"b"});
+    }
+    EXPECT_EQ(in_hand(), Paths());
+    for (const std::string_view hostile : {""sv, "\x01"sv, "\xFF\xFF"sv, "\x05\0four"sv})
+        EXPECT_EQ((Write("a.store-work", BytesOf(hostile)), in_hand()), Paths());
 }
 
 } // namespace

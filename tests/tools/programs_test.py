@@ -8,6 +8,7 @@ import io
 import json
 import os
 import pathlib
+import re
 import resource
 import signal
 import subprocess
@@ -136,6 +137,25 @@ def bad_disk(samples):
           f"after {number} failing reads: {ended}")
 
 
+def ending_file():
+    """A file that ends the program is found by the next run, told, and read again only when that is asked for."""
+    os.mkdir("many")
+    for number in range(20):
+        pathlib.Path("many", str(number)).write_bytes(bytes(102 + number))
+    ending = {**os.environ, "LD_PRELOAD": str(failing_reads), "TAVRIK_ENDING_READ": "107"}
+    aside = f"set aside: {os.getcwd()}/many/5: a program that reads it ends: signal 11, Segmentation fault"
+    for environment, arguments, code, counts in [
+            (ending, [], -signal.SIGSEGV, ()), (ending, [], 1, (19, 0, 1)), (ending, [], 1, (0, 19, 1)),
+            (ending, ["--retry"], 1, (0, 19, 1)), (os.environ, [], 1, (0, 19, 1)),
+            (os.environ, ["--retry"], 0, (1, 19, 0)), (os.environ, [], 0, (0, 20, 0))]:
+        ended = subprocess.run([programs / "tavrik-corpus", "add", "many.store", "many", "-j", "2", *arguments],
+                               capture_output=True, env=environment, check=False, text=True)
+        check(ended.returncode == code and tuple(int(word) for word in re.findall(r"(\d+) (?:files? added|unchanged|set)",
+                                                                                  ended.stdout)) == counts
+              and (aside in ended.stderr) == (code == 1), f"{arguments}: {ended}")
+        check(pathlib.Path("many.store-work").exists() == (code < 0), f"{arguments}: the journal")
+
+
 def versions():
     dump = hashlib.sha256(b"".join(line for line in run("tavrik-rules", "dump").stdout.splitlines(keepends=True)
                                    if not line.startswith(b"    stored_flags "))).hexdigest()
@@ -252,6 +272,8 @@ def main():
         full_disk(samples)
         interrupted(samples)
         bad_disk(samples)
+        if has_corpus:
+            ending_file()
         versions()
         scan_output(samples)
         contents_output(samples)

@@ -30,7 +30,8 @@ constexpr char kFooter[] =
     "A store is one file. While one program changes it, others have to wait.\n";
 
 std::string VersionText() {
-    return base::VersionText("tavrik-corpus", fmt::format("store format {}", store::kFormatVersion));
+    return base::VersionText(
+        "tavrik-corpus", fmt::format("store format {}, extractor {}", store::kFormatVersion, store::kExtractorVersion));
 }
 
 class CommandLine {
@@ -110,6 +111,8 @@ private:
                          "files whose work is lost at most when the program is killed (default: 8192)")
             ->check(CLI::Range(std::size_t{1}, std::size_t{1'000'000}))
             ->type_name("N");
+        add_->add_flag("--retry", add_options_.retry,
+                       "read files again that were set aside because reading them ended the program");
         add_->add_flag("-q,--quiet", add_options_.quiet, "say nothing about files that are set aside");
         AddThreads(add_, add_options_.threads);
         add_->footer("A run that was ended goes on where it was when it is started again.\n");

@@ -30,6 +30,7 @@ struct AddOptions {
     bool no_digests = false;         // compute none
     bool digests = false;            // compare digests where size and time are the same
     std::size_t commit_every = 8192; // files
+    bool retry = false;              // read files that are set aside because reading them ended a program
     bool quiet = false;              // no lines about files that are set aside
 };
 

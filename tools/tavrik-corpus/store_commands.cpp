@@ -45,7 +45,7 @@ int Merge(const std::filesystem::path &path, const std::vector<std::string> &oth
                     adder.Take(adder.Examine(std::move(files[row])));
         }
         for (const store::Fault &fault : other.Faults()) {
-            adder.Take({fault.path, std::nullopt, std::nullopt, fault.reason});
+            adder.Take({fault.path, std::nullopt, std::nullopt, fault.reason, fault.stamp});
             ++faults;
         }
     }
