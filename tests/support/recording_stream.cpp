@@ -1,7 +1,6 @@
 #include "tests/support/recording_stream.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include <fmt/format.h>
 
@@ -27,7 +26,12 @@ const FileStreamOperations RecordingStream::kOperations = {
         const auto *bytes = static_cast<const char *>(buffer);
         if (std::any_of(bytes, bytes + length, [](char byte) { return byte != 0; }))
             self.uncleared_.insert(length);
-        const uint32_t rest = self.size() - std::min(self.size(), self.position_);
+        if (self.IsDue(Fault::Shrinks))
+            self.end_ = std::min(self.size(), self.position_);
+        else if (self.IsDue(Fault::Grows))
+            self.end_ = self.size() + kGrowth;
+        const uint32_t end = self.end_.value_or(self.size());
+        const uint32_t rest = end - std::min(end, self.position_);
         uint32_t count = std::min(length, rest);
         uint32_t reported = count;
         if (self.fault_.length == 0 || self.fault_.length == length) {
@@ -38,8 +42,9 @@ const FileStreamOperations RecordingStream::kOperations = {
             else if (self.IsDue(Fault::ReadTooMuch))
                 reported = length + 1;
         }
-        if (count != 0)
-            std::memcpy(buffer, self.bytes_.data() + self.position_, count);
+        const uint32_t kept = std::min(count, self.size() - std::min(self.size(), self.position_));
+        std::copy_n(self.bytes_.begin() + std::min(self.size(), self.position_), kept, static_cast<char *>(buffer));
+        std::fill_n(static_cast<char *>(buffer) + kept, count - kept, '\0');
         self.position_ += count;
         return reported;
     },
@@ -52,7 +57,7 @@ const FileStreamOperations RecordingStream::kOperations = {
     [](FileStream *stream, uint32_t handle) {
         RecordingStream &self = Self(stream, handle);
         self.Record('T');
-        return self.position_;
+        return self.position_ + self.IsDue(Fault::TellElsewhere);
     },
 };
 
@@ -68,6 +73,7 @@ void RecordingStream::Restart(uint32_t position, Fault fault) {
     calls_.clear();
     uncleared_.clear();
     position_ = position;
+    end_.reset();
     fault_ = fault;
     counted_ = 0;
     has_failed_ = false;
@@ -96,7 +102,7 @@ void RecordingStream::Record(char call, uint32_t number) {
 }
 
 bool RecordingStream::IsDue(Fault::Kind kind) {
-    if (kind != fault_.kind || ++counted_ != fault_.nth)
+    if (kind != fault_.kind || ++counted_ < fault_.nth || (counted_ > fault_.nth && !fault_.lasts))
         return false;
     has_failed_ = true;
     return true;

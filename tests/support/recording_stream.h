@@ -4,6 +4,7 @@
 #define TAVRIK_TESTS_SUPPORT_RECORDING_STREAM_H
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -15,16 +16,31 @@ namespace tavrik::tests {
 /** The handle that every call must carry. */
 inline constexpr uint32_t kHandle = 77;
 
-/** What goes wrong, and at which call of its kind (counted from 1). */
+/** What goes wrong, and at which call of its kind (counted from 1). A misreported seek goes where it should, and only
+ * says otherwise. A file that shrinks ends where it is read next, and one that grows goes on with kGrowth zeros. */
 struct Fault {
-    enum Kind { None, SeekElsewhere, ReadShort, ReadNothing, ReadTooMuch, SeekMisreported } kind = None;
+    enum Kind {
+        None,
+        SeekElsewhere,
+        ReadShort,
+        ReadNothing,
+        ReadTooMuch,
+        SeekMisreported,
+        TellElsewhere,
+        Shrinks,
+        Grows
+    } kind = None;
     uint32_t nth = 0;
     uint32_t length = 0; // when not 0, only reads of this many bytes count
+    bool lasts = false;  // all calls after it go wrong as well
 };
 
-/** The faults that every locator meets in turn. A misreported seek goes where it should, and only says otherwise. */
-inline constexpr Fault::Kind kFaultKinds[] = {Fault::SeekElsewhere, Fault::ReadShort, Fault::ReadNothing,
-                                              Fault::ReadTooMuch};
+inline constexpr uint32_t kGrowth = 0x10000;
+
+/** The faults that every locator meets in turn. */
+inline constexpr Fault::Kind kFaultKinds[] = {Fault::SeekElsewhere, Fault::ReadShort,     Fault::ReadNothing,
+                                              Fault::ReadTooMuch,   Fault::TellElsewhere, Fault::Shrinks,
+                                              Fault::Grows};
 
 /** Calls are recorded as "T" (Tell), "S12" (Seek to 12), "R64" (Read 64 bytes), "O32770" (Open with that mode) and "C"
  * (Close), numbers from 4096 on in hexadecimal: "T S0 R64 S0x1200". Whatever breaks the contract (another handle,
@@ -67,6 +83,7 @@ private:
     std::string bytes_;
     std::string calls_;
     uint32_t position_ = 0;
+    std::optional<uint32_t> end_; // where reads end, when a fault has moved it
     Fault fault_;
     uint32_t counted_ = 0;
     std::set<uint32_t> uncleared_;
