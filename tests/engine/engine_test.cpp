@@ -124,11 +124,15 @@ TEST(Engine, SharesAScannerAmongThreads) {
     const Module module = OwnModule();
     const Scanner scanner(module);
     const Sample sample = SampleOf(7);
-    const std::string expected = scanner.Scan({"x", sample.bytes.data(), sample.bytes.size()}).json;
+    const Input input{"x", sample.bytes.data(), sample.bytes.size()};
+    const std::string expected = scanner.Scan(input).json;
+    const std::size_t features = scanner.Features(input).size();
     std::atomic<int> differ = 0;
     const auto work = [&] {
         for (int i = 0; i < 200; ++i)
-            differ += scanner.Scan({"x", sample.bytes.data(), sample.bytes.size()}).json != expected;
+            differ += scanner.Scan(input).json != expected;
+        for (int i = 0; i < 10; ++i)
+            differ += !scanner.ExplainLocator(input, 7).holds || scanner.Features(input).size() != features;
         const Module again = OwnModule(); // counted by the module, which has no lock for that
         differ += again.rule_count() != module.rule_count();
     };
@@ -136,6 +140,14 @@ TEST(Engine, SharesAScannerAmongThreads) {
     work();
     other.join();
     EXPECT_EQ(differ, 0);
+
+    Cancel cancel;
+    std::thread canceller([&] { cancel.Request(); });
+    tavrik_status status = TAVRIK_OK;
+    while (status == TAVRIK_OK)
+        status = scanner.Scan(input, &cancel).status;
+    canceller.join();
+    EXPECT_EQ(status, TAVRIK_ERROR_CANCELLED);
 }
 
 /** A tar archive of one file. The Windows build reads none. */

@@ -3,7 +3,7 @@
 
 CYCLES (10000) times the module is loaded, initialised, asked to scan a file, released and unloaded in one process, whose
 memory and open files must stay as they are. LINKS (100000) hard links to the samples are scanned by tavrik-scan, once
-with a folder that is changed meanwhile; its memory must be that of a scan of a hundredth of them."""
+while folders are moved and deleted and files are written, grown and cut; its memory must be that of a scan of a hundredth of them."""
 import ctypes
 import os
 import subprocess
@@ -92,13 +92,22 @@ def scans(programs, samples_folder, count):
         print(f"{count} links: {large} KiB at most, {small} KiB for a hundredth; exit code {code}")
 
         def change():
+            with open(min(samples, key=os.path.getsize), "rb") as file:
+                content = file.read()
             for number in range(count // 1000):
-                os.rename(f"{many}/{number}", f"{many}/moved{number}")
+                moved = f"{many}/moved{number}"
+                os.rename(f"{many}/{number}", moved)
                 if number % 2:
-                    subprocess.run(["rm", "-r", f"{many}/moved{number}"], check=True)
+                    subprocess.run(["rm", "-r", moved], check=True)
+                else:  # new files, since the links are those of the samples
+                    for growing in range(10):
+                        with open(f"{moved}/new{growing}.exe", "wb", buffering=0) as file:
+                            for start in range(0, len(content), len(content) // 4 + 1):
+                                file.write(content[start:start + len(content) // 4 + 1])
+                            file.truncate(len(content) // 2)
 
         changed, changed_code = peak_kib(programs, many, change)
-        print(f"the same while folders are moved and deleted: {changed} KiB at most, exit code {changed_code}")
+        print(f"the same while folders are moved and deleted and files are written: {changed} KiB at most, exit code {changed_code}")
         return large <= small * SCAN_SLACK and code == 1 and changed <= small * SCAN_SLACK and changed_code in (0, 1, 2)
 
 

@@ -166,6 +166,7 @@ def versions():
         text = run(name, "--version").stdout.decode()
         first, *rest = text.splitlines()
         check(first.startswith(name + " ") and any(line.startswith("libraries: CLI11 ") for line in rest), text)
+        check(("nlohmann-json" in text) == (name in ("tavrik-rules", "tavrik-corpus")), text)
         numbers.add(first.removeprefix(name))
         if name in ("tavrik-scan", "tavrik-rules"):
             check(f"tavrik2.hbx, SHA-256 {module}\n" in text and f"database: 6528 rules, SHA-256 {dump}\n" in text, text)

@@ -30,8 +30,9 @@ constexpr char kFooter[] =
     "A store is one file. While one program changes it, others have to wait.\n";
 
 std::string VersionText() {
-    return base::VersionText(
-        "tavrik-corpus", fmt::format("store format {}, extractor {}", store::kFormatVersion, store::kExtractorVersion));
+    return base::VersionText("tavrik-corpus",
+                             fmt::format("{}, store format {}, extractor {}", base::JsonLibraryVersion(),
+                                         store::kFormatVersion, store::kExtractorVersion));
 }
 
 class CommandLine {

@@ -33,7 +33,7 @@ constexpr char kFooter[] =
 
 // With the module beside the program, where there is one.
 std::string VersionText() {
-    std::string text = base::VersionText("tavrik-rules");
+    std::string text = base::VersionText("tavrik-rules", base::JsonLibraryVersion());
     try {
         const StoredModule module("");
         base::FileSource file(module.path());
