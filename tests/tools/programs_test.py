@@ -94,6 +94,11 @@ def full_disk(samples):
             check(files_below(folder) == old, f"{what} leaves {list(files_below(folder))}")
 
 
+def heed_signals():
+    """Tests that run in the background of a shell pass on that SIGINT is ignored."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
 def interrupted(samples):
     """A scan that is ended after any of its files has written whole files only."""
     files = sorted(str(path) for path in pathlib.Path(samples).glob("entry*"))[:12]
@@ -104,7 +109,7 @@ def interrupted(samples):
         for after in range(1, 4):
             folder = f"ended-{number}-{after}"
             with subprocess.Popen([programs / "tavrik-scan", "--carve", folder, "--files-from", "-"], stdin=subprocess.PIPE,
-                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE) as scan:
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=heed_signals) as scan:
                 for file in files[:after]:
                     scan.stdin.write(os.fsencode(file) + b"\n")
                 scan.stdin.flush()
@@ -118,18 +123,23 @@ def interrupted(samples):
             check(files_below(folder).items() <= whole.items(), f"{folder}: {list(files_below(folder))}")
 
 
+def run_on_bad_disk(first, name, *arguments):
+    """A run in which the read of that number and all after it fail."""
+    environment = {**os.environ, "LD_PRELOAD": str(failing_reads), "TAVRIK_FAILING_READ": str(first)}
+    return subprocess.run([programs / name, *arguments], capture_output=True, env=environment, check=False)
+
+
 def bad_disk(samples):
     """Each read fails in turn, and so do those after it: that is told, and nothing half is carved."""
     file = str(next(pathlib.Path(samples).glob("entry07-*")))
-    arguments = [programs / "tavrik-scan", "--json", "-q", file, "--carve"]
-    whole = subprocess.run([*arguments, "good-disk"], capture_output=True, check=False)
+    arguments = ["tavrik-scan", "--json", "-q", file, "--carve"]
+    whole = run(*arguments, "good-disk")
     carved = files_below("good-disk")
     number, ended = 0, None
     while ended is None or ended.returncode == 2 and number < 1000:
         number += 1
         folder = f"bad-disk-{number}"
-        environment = {**os.environ, "LD_PRELOAD": str(failing_reads), "TAVRIK_FAILING_READ": str(number)}
-        ended = subprocess.run([*arguments, folder], capture_output=True, env=environment, check=False)
+        ended = run_on_bad_disk(number, *arguments, folder)
         if ended.returncode == 2:
             check(b"Input/output error" in ended.stdout + ended.stderr, f"read {number}: {ended}")
             check(files_below(folder).items() <= carved.items(), f"read {number}: {list(files_below(folder))}")
@@ -154,6 +164,38 @@ def ending_file():
                                                                                   ended.stdout)) == counts
               and (aside in ended.stderr) == (code == 1), f"{arguments}: {ended}")
         check(pathlib.Path("many.store-work").exists() == (code < 0), f"{arguments}: the journal")
+
+
+def bad_store(samples):
+    """Each read of a store fails in turn, and so do those after it, or the disk is full: that is told, and the next run finds
+    the store as it was, or makes it."""
+    files = [str(next(pathlib.Path(samples).glob(name))) for name in ("entry07-*", "clean-minimal.exe")]
+    rules = pathlib.Path("all.rules")
+    rules.write_text('rule 1 "A" for program{header{SizeOfHeaders!=0}}\n', encoding="utf-8")
+    run("tavrik-corpus", "add", "good.store", *files)
+    verify, hunt = ["tavrik-corpus", "verify"], ["tavrik-corpus", "hunt", "--rules", str(rules)]
+    whole = [run(*command, "good.store") for command in (verify, hunt)]
+    check([ended.returncode for ended in whole] == [0, 1] and whole[0].stdout.startswith(b"2 files in 1 segment"), f"{whole}")
+    for command, good in zip((verify, hunt), whole):
+        number, ended = 0, None
+        while ended is None or ended.returncode != good.returncode and number < 200:
+            number += 1
+            ended = run_on_bad_disk(number, *command, "good.store")
+            check(ended.returncode in (2, good.returncode) and (ended.stderr != b"") == (ended.returncode == 2), f"{ended}")
+        check(number > 5 and ended.stdout == good.stdout, f"{command} after {number} failing reads: {ended}")
+    number, ended = 0, None
+    while ended is None or ended.returncode != 0 and number < 50:
+        store = f"bad-{number}.store"
+        if number == 0:
+            ended = subprocess.run([programs / "tavrik-corpus", "add", store, *files], capture_output=True,
+                                   preexec_fn=no_longer_files, check=False)
+        else:
+            ended = run_on_bad_disk(number, "tavrik-corpus", "add", store, *files)
+        check(ended.returncode in (0, 2) and (ended.stderr != b"") == (ended.returncode == 2), f"add {number}: {ended}")
+        again = run("tavrik-corpus", "add", store, *files)
+        check((again.returncode, run(*verify, store).stdout) == (0, whole[0].stdout), f"add after {number}: {again}")
+        number += 1
+    check(number > 4, f"{number} failing reads of add")
 
 
 def versions():
@@ -275,6 +317,7 @@ def main():
         bad_disk(samples)
         if has_corpus:
             ending_file()
+            bad_store(samples)
         versions()
         scan_output(samples)
         contents_output(samples)
