@@ -15,6 +15,7 @@ CorpusAnswer AskCorpus(std::span<const std::filesystem::path> corpus, const std:
     const rules::record::RecordSet records(rules::RuleSet{rows});
     CorpusAnswer answer;
     answer.met.resize(rows.size());
+    answer.is_at_most.resize(rows.size());
     for (const std::filesystem::path &path : corpus) {
         try {
             base::FileSource source(path);

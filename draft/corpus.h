@@ -17,6 +17,7 @@ namespace tavrik::draft {
 struct CorpusAnswer {
     std::vector<std::filesystem::path> files; // PE files that could be read and are none of the given ones
     std::vector<std::vector<bool>> met;       // for each row, by which of the files
+    std::vector<bool> is_at_most; // for each row, whether some of these were not opened, and may not meet it
     std::size_t not_pe = 0;
     std::size_t same = 0;                                              // that have the content of a given file
     std::vector<std::pair<std::filesystem::path, std::string>> failed; // and why

@@ -236,8 +236,12 @@ std::optional<std::size_t> WarnedRow(const Made &made) {
     return std::nullopt;
 }
 
+std::string CountText(std::size_t count, bool is_at_most) {
+    return (is_at_most && count > 0 ? "at most " : "") + std::to_string(count);
+}
+
 // The rule's text, after each row how many files of the corpus meet it and how many it leaves.
-std::string TextOf(const Made &made, const CorpusAnswer &corpus, const std::map<std::size_t, std::size_t> &left_after) {
+std::string TextOf(const Made &made, const CorpusAnswer &corpus, const std::map<std::size_t, std::string> &left_after) {
     std::string text;
     for (const rules::text::PrintedLine &line : rules::text::RuleLines(made.rule)) {
         for (std::size_t level = 0; level < line.indent; ++level)
@@ -246,11 +250,25 @@ std::string TextOf(const Made &made, const CorpusAnswer &corpus, const std::map<
         const auto row =
             line.kind == rules::text::LineKind::Row ? made.rows.find({line.item, line.first}) : made.rows.end();
         if (row != made.rows.end() && !corpus.files.empty())
-            text += "  // met by " + std::to_string(std::ranges::count(corpus.met[row->second], true)) + ", leaves " +
-                    std::to_string(left_after.at(row->second));
+            text += "  // met by " +
+                    CountText(static_cast<std::size_t>(std::ranges::count(corpus.met[row->second], true)),
+                              corpus.is_at_most[row->second]) +
+                    ", leaves " + left_after.at(row->second);
         text += "\n";
     }
     return text;
+}
+
+// Whether a file that was not opened before matches. One that cannot be read may.
+bool MayMatch(const rules::Rule &rule, const std::filesystem::path &path) {
+    try {
+        const rules::record::RecordSet records(rules::RuleSet{{rule}});
+        base::FileSource source(path);
+        evaluation::Features features(source);
+        return evaluation::Matches(*records.rules().front(), features) || !source.error().empty();
+    } catch (const base::Error &) {
+        return true;
+    }
 }
 
 void RequireMatches(const rules::Rule &rule, FilePointers files) {
@@ -295,6 +313,8 @@ Draft MakeDraft(const GivenFiles &files, const DraftSettings &settings) {
     const std::vector<Row> rows = CandidatesOf(files.features());
     Draft draft;
     draft.corpus = AskCorpus(settings.corpus, rows, files.digests(), files.sizes());
+    if (settings.ask_more)
+        settings.ask_more(rows, draft.corpus);
     rules::Rule head = RuleOf(files, {});
     head.rule_id = settings.rule_id;
     head.detection_name = settings.name;
@@ -315,15 +335,17 @@ Draft MakeDraft(const GivenFiles &files, const DraftSettings &settings) {
     }
     RequireMatches(made.rule, files.features());
 
-    std::map<std::size_t, std::size_t> left_after;
+    std::map<std::size_t, std::string> left_after;
     std::vector<bool> left(draft.corpus.files.size(), true);
+    bool is_at_most = false;
     for (const std::size_t row : chosen) {
         for (std::size_t file = 0; file < left.size(); ++file)
             left[file] = left[file] && draft.corpus.met[row][file];
-        left_after[row] = static_cast<std::size_t>(std::ranges::count(left, true));
+        is_at_most = is_at_most || draft.corpus.is_at_most[row];
+        left_after[row] = CountText(static_cast<std::size_t>(std::ranges::count(left, true)), is_at_most);
     }
     for (std::size_t file = 0; file < left.size(); ++file)
-        if (left[file])
+        if (left[file] && (!is_at_most || MayMatch(made.rule, draft.corpus.files[file])))
             draft.hits.push_back(file);
     draft.text = TextOf(made, draft.corpus, left_after);
     return draft;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -44,6 +45,8 @@ struct DraftSettings {
     uint32_t rule_id = 1;
     std::string name;
     std::vector<std::filesystem::path> corpus; // files that the rule must not match
+    std::function<void(const std::vector<Row> &rows, CorpusAnswer &answer)> ask_more =
+        {}; // adds those of other corpora
 };
 
 struct Draft {

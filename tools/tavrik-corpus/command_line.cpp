@@ -131,6 +131,7 @@ private:
                 "--module", [this](const std::string &path) { hunt_options_.module = base::PathOf(path); },
                 "the module with the rules (default: the one that belongs to this program)")
             ->type_name("MODULE");
+        hunt_->add_flag("--with-module", hunt_options_.with_module, "with --rules: evaluate the module's rules too");
         hunt_->add_flag("--no-open", hunt_options_.no_open, "open no file; name those that must be looked at");
         hunt_->add_flag("--summary", hunt_options_.summary, "print a line for each rule, not for each file");
         hunt_->add_flag("--json", hunt_options_.json, "print JSON objects, one a line");

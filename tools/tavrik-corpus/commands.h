@@ -41,6 +41,7 @@ struct HuntOptions {
     std::filesystem::path store;
     std::vector<std::string> rules; // files; without any the module's own
     std::filesystem::path module;
+    bool with_module = false; // the module's rules besides those of files
     unsigned threads = 1;
     bool no_open = false; // files that must be looked at are named instead
     bool summary = false; // a line for each rule with hits in place of one for each file

@@ -223,7 +223,8 @@ private:
 } // namespace
 
 int RunHunt(const HuntOptions &options) {
-    const HuntRules rules(options.rules, options.module);
+    const bool asks_module = options.rules.empty() || options.with_module;
+    const HuntRules rules(options.rules, asks_module ? options.module : std::filesystem::path());
     return HuntRun(options, rules.table()).Run();
 }
 

@@ -1,5 +1,8 @@
 #include "tools/tavrik-corpus/hunt_rules.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "base/console.h"
 #include "base/error.h"
 #include "rules/text/rule_files.h"
@@ -7,10 +10,12 @@
 namespace tavrik::corpus_tool {
 
 HuntRules::HuntRules(const std::vector<std::string> &files, const std::filesystem::path &module) {
-    if (files.empty()) {
+    if (!module.empty()) {
         module_ = std::make_unique<scanner::Module>(module);
-        return;
+        std::ranges::copy(module_->rules(), std::back_inserter(table_));
     }
+    if (files.empty())
+        return;
     rules::text::RuleFileReader reader;
     for (const std::string &name : files)
         reader.Read(name);
@@ -20,6 +25,7 @@ HuntRules::HuntRules(const std::vector<std::string> &files, const std::filesyste
     if (reader.HasErrors())
         throw base::Error("the rules have errors; nothing was hunted");
     records_.emplace(reader.Rules());
+    std::ranges::copy(records_->rules(), std::back_inserter(table_));
 }
 
 } // namespace tavrik::corpus_tool

@@ -15,17 +15,19 @@
 
 namespace tavrik::corpus_tool {
 
-/** Rules from text files or, without any, those of a module. */
+/** Rules from text files, those of a module, or both, the module's first. */
 class HuntRules {
 public:
-    /** Throws base::Error when a file or the module cannot be read, and when a text has errors, which are printed. */
+    /** An empty path: no module. Throws base::Error when a file or the module cannot be read, and when a text has
+     * errors, which are printed. */
     HuntRules(const std::vector<std::string> &files, const std::filesystem::path &module);
 
-    std::span<HeuristicRule *const> table() const { return module_ ? module_->rules() : records_->rules(); }
+    std::span<HeuristicRule *const> table() const { return table_; }
 
 private:
     std::unique_ptr<scanner::Module> module_;
     std::optional<rules::record::RecordSet> records_;
+    std::vector<HeuristicRule *> table_;
 };
 
 } // namespace tavrik::corpus_tool

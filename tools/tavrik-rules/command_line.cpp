@@ -170,9 +170,9 @@ private:
         draft_->add_option("FILE", draft_options_.files, "PE files that the rule matches")->required()->type_name("");
         draft_
             ->add_option("--not", draft_options_.corpus,
-                         "files that it must not match: a folder with all below it, or a list of files and folders, a "
-                         "path a line ('-': standard input); may be repeated")
-            ->type_name("FOLDER|LIST")
+                         "files that it must not match: a folder with all below it, a list of files and folders, a "
+                         "path a line ('-': standard input), or a store of tavrik-corpus; may be repeated")
+            ->type_name("FOLDER|LIST|STORE")
             ->allow_extra_args(false);
         draft_->add_option("--name", draft_options_.name, "the detection name (default: Draft)")->type_name("NAME");
         draft_->add_option("--id", draft_options_.rule_id, "the rule's id (default: 1)")->type_name("N");

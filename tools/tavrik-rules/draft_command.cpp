@@ -8,6 +8,7 @@
 #include "draft/drafter.h"
 #include "tools/tavrik-rules/commands.h"
 #include "tools/tavrik-rules/rule_files.h"
+#include "tools/tavrik-rules/stored_corpus.h"
 
 namespace tavrik::rules_tool {
 
@@ -15,9 +16,15 @@ namespace {
 
 constexpr std::size_t kMostNamed = 10; // files that are named of those that the draft hits
 
-// The files of folders and of lists of files.
-std::vector<std::filesystem::path> CorpusFiles(const std::vector<std::string> &names) {
+// What a draft must not match: the files of folders and of lists of files, and stores.
+struct Corpora {
     std::vector<std::filesystem::path> files;
+    std::vector<std::filesystem::path> stores;
+};
+
+Corpora CorporaOf(const std::vector<std::string> &names) {
+    Corpora corpora;
+    std::vector<std::filesystem::path> &files = corpora.files;
     const auto walk = [&files](const std::filesystem::path &path) {
         base::Walk(path, {true, {}},
                    {[&](const std::filesystem::path &file) {
@@ -36,11 +43,15 @@ std::vector<std::filesystem::path> CorpusFiles(const std::vector<std::string> &n
             walk(path);
             continue;
         }
+        if (name != kStandardInput && IsStore(path)) {
+            corpora.stores.push_back(path);
+            continue;
+        }
         base::PathList list(path, '\n');
         while (const auto entry = list.Next())
             walk(*entry);
     }
-    return files;
+    return corpora;
 }
 
 void PrintAnswer(const draft::Draft &made) {
@@ -62,7 +73,13 @@ ExitCode MakeDraft(const DraftOptions &options) {
     if (options.name.size() > rules::kMaxDetectionName)
         throw base::Error(fmt::format("--name: a detection name has at most {} characters", rules::kMaxDetectionName));
     const draft::GivenFiles given(options.files);
-    const draft::Draft made = draft::MakeDraft(given, {options.rule_id, options.name, CorpusFiles(options.corpus)});
+    const Corpora corpora = CorporaOf(options.corpus);
+    const draft::Draft made =
+        draft::MakeDraft(given, {options.rule_id, options.name, corpora.files,
+                                 [&](const std::vector<draft::Row> &rows, draft::CorpusAnswer &answer) {
+                                     for (const std::filesystem::path &store : corpora.stores)
+                                         AskStore(store, given, rows, answer);
+                                 }});
     base::Print(made.text);
     if (!options.corpus.empty())
         PrintAnswer(made);
