@@ -9,6 +9,7 @@
 #include "tavrik2/locators/scans/chunk_search.h"
 #include "tests/support/payloads.h"
 #include "tests/support/recording_stream.h"
+#include "tests/support/sampling.h"
 
 namespace tavrik::tests {
 namespace {
@@ -69,6 +70,22 @@ TEST_F(Scans, WalkBlocksThatDoNotOverlap) {
         // A header across two blocks is passed over.
         EXPECT_EQ(Run(test.scan, 3 * kBlock, {{kBlock - length + 1, test.header}, {2 * kBlock + 9, test.header}}),
                   2 * kBlock + 9);
+    }
+}
+
+TEST_F(Scans, FindHeadersAtEveryPlaceOfABlock) {
+    const std::pair<HeaderScan, const std::string *> kHeaders[] = {{FindAutoItSignature, &kSignature},
+                                                                   {FindAutoItSignature, &kAltMarkers[3]},
+                                                                   {FindAutoItScript, &kScript5},
+                                                                   {FindAutoItScript, &kScript6A},
+                                                                   {FindAutoItScript, &kScript6B},
+                                                                   {FindAutoItEA06Header, &kEA06},
+                                                                   {FindAlteredAutoItHeader, kAlteredHeaders},
+                                                                   {FindAlteredAutoItHeader, &kAlteredHeaders[3]}};
+    for (const auto &[scan, header] : kHeaders) {
+        const auto last = header == &kSignature ? 4063 : kBlock - static_cast<uint32_t>(header->size());
+        for (uint32_t place = 1; place <= last; place += kSampling)
+            ASSERT_EQ(Run(scan, kBlock, {{place, *header}}), place);
     }
 }
 

@@ -11,8 +11,11 @@ namespace tavrik2 {
 namespace {
 
 // Nearly every block holds no marker and is dismissed after one pass over it.
-constexpr MarkerFilter kFilter(AutoItMarker, AutoItAltMarkers[0], AutoItAltMarkers[1], AutoItAltMarkers[2],
-                               AutoItAltMarkers[3], AutoItAltMarkers[4], AutoItAltMarkers[5], AutoItAltMarkers[6]);
+// Its step is short, since of the first marker a prefix counts.
+constexpr auto kSignatureFilter =
+    MakeMarkerFilter<4>(AutoItMarker, AutoItAltMarkers[0], AutoItAltMarkers[1], AutoItAltMarkers[2],
+                        AutoItAltMarkers[3], AutoItAltMarkers[4], AutoItAltMarkers[5], AutoItAltMarkers[6]);
+static_assert(kFindAutoItSignaturePrefixLength[0] == 7, "as many bytes as the filter needs");
 
 // A prefix counts only this far from the end of its block and before the text "AU3!EA".
 constexpr int32_t kPrefixLength = kFindAutoItSignaturePrefixLength[0];
@@ -24,8 +27,8 @@ bool IsFollowedByText(const uint8_t *prefix) {
     return std::memcmp(prefix + kTextDistance, AutoItTagEA05, kTextLength) == 0;
 }
 
-BlockVerdict Examine(const uint8_t *block, int32_t length, int32_t position) {
-    if (!kFilter.MayHoldMarker(block, kBlockSize))
+BlockVerdict Examine(const uint8_t (&block)[kBlockSize], int32_t length, int32_t position) {
+    if (!kSignatureFilter.MayHoldMarker(block))
         return {BlockVerdict::GoOn, 0};
     // Only the first prefix of a block is considered.
     const int32_t prefix = FindBytePattern(block, length, AutoItMarker, kPrefixLength);

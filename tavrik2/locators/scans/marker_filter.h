@@ -4,31 +4,31 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "tavrik2/bytes.h"
 #include "tavrik2/locators/markers.h"
 
 namespace tavrik2 {
 
-/** A marker of 7 bytes or more covers, wherever it lies in a block, one of the block's 4-byte words at a multiple of 4:
- * the word at 0, 1, 2 or 3 bytes into the marker. So a block none of whose words is one of those four, for any marker,
- * holds no marker. The words are looked up by hash in a bitmap of 8 KB, and exactly only where their bit is set. */
-template <std::size_t MarkerCount>
+/** A marker of Step + 3 bytes or more covers, wherever it lies in a block, one of the block's 4-byte words at a
+ * multiple of Step: the word at 0 to Step - 1 bytes into the marker. So a block none of whose words there is one of
+ * those, for any marker, holds no marker. The words are looked up by hash in a table of 8 KB, several without a branch,
+ * and exactly only where the table has one. */
+template <std::size_t Step, std::size_t MarkerCount>
 class MarkerFilter {
 public:
     template <std::size_t... Lengths>
     consteval explicit MarkerFilter(const uint8_t (&...markers)[Lengths]) {
         static_assert(sizeof...(Lengths) == MarkerCount);
-        static_assert(((Lengths >= kWordSize + kShifts - 1) && ...), "a shorter marker could fall between two words");
+        static_assert(((Lengths >= kWordSize + Step - 1) && ...), "a shorter marker could fall between two words");
         (Add(markers), ...);
     }
 
-    /** True when the block, of a length that is a multiple of 4, may hold a marker; false only when it holds none. */
-    bool MayHoldMarker(const uint8_t *block, uint32_t length) const {
-        for (uint32_t place = 0; place < length; place += kWordSize) {
-            const uint32_t word = LoadU32(block + place);
-            const uint32_t hash = Hash(word);
-            if ((bitmap_[hash / 64] >> (hash % 64) & 1) != 0 && IsMarkerWord(word))
+    /** True when the block may hold a marker, or the first Step + 3 bytes of one; false only when it holds none. */
+    bool MayHoldMarker(const uint8_t (&block)[kBlockSize]) const {
+        for (uint32_t place = 0; place < kBlockSize; place += kAtOnce * Step) {
+            if (MayBeMarkerWords(block + place, std::make_index_sequence<kAtOnce>()) && HasMarkerWord(block + place))
                 return true;
         }
         return false;
@@ -36,18 +36,33 @@ public:
 
 private:
     static constexpr std::size_t kWordSize = 4;
-    static constexpr std::size_t kShifts = 4; // the places at which a word may begin within a marker
-    static constexpr std::size_t kWordCount = kShifts * MarkerCount;
+    static constexpr std::size_t kAtOnce = 8; // words
+    static_assert(kBlockSize % (kAtOnce * Step) == 0 && Step >= kWordSize);
 
-    // The upper 16 bits of a multiplicative hash.
-    static constexpr uint32_t Hash(uint32_t word) { return word * 0x9E3779B1u >> 16; }
+    // The upper bits of a multiplicative hash.
+    static constexpr uint32_t kHashBits = 13;
+    static constexpr uint32_t Hash(uint32_t word) { return word * 0x9E3779B1u >> (32 - kHashBits); }
 
     consteval void Add(const uint8_t *marker) {
-        for (std::size_t shift = 0; shift < kShifts; ++shift) {
+        for (std::size_t shift = 0; shift < Step; ++shift) {
             const uint32_t word = MarkerWord(marker + shift);
             words_[used_++] = word;
-            bitmap_[Hash(word) / 64] |= uint64_t{1} << (Hash(word) % 64);
+            table_[Hash(word)] = 1;
         }
+    }
+
+    template <std::size_t... Words>
+    bool MayBeMarkerWords(const uint8_t *bytes, std::index_sequence<Words...>) const {
+        return (table_[Hash(LoadU32(bytes + Words * Step))] | ...) != 0;
+    }
+
+    bool HasMarkerWord(const uint8_t *bytes) const {
+        for (std::size_t place = 0; place < kAtOnce * Step; place += Step) {
+            const uint32_t word = LoadU32(bytes + place);
+            if (table_[Hash(word)] != 0 && IsMarkerWord(word))
+                return true;
+        }
+        return false;
     }
 
     bool IsMarkerWord(uint32_t word) const {
@@ -58,13 +73,16 @@ private:
         return false;
     }
 
-    uint64_t bitmap_[0x10000 / 64] = {};
-    uint32_t words_[kWordCount] = {};
+    uint8_t table_[1u << kHashBits] = {};
+    uint32_t words_[Step * MarkerCount] = {};
     std::size_t used_ = 0;
 };
 
-template <std::size_t... Lengths>
-MarkerFilter(const uint8_t (&...markers)[Lengths]) -> MarkerFilter<sizeof...(Lengths)>;
+/** The filter for these markers. */
+template <std::size_t Step, std::size_t... Lengths>
+consteval MarkerFilter<Step, sizeof...(Lengths)> MakeMarkerFilter(const uint8_t (&...markers)[Lengths]) {
+    return MarkerFilter<Step, sizeof...(Lengths)>(markers...);
+}
 
 } // namespace tavrik2
 
