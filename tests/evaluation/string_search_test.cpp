@@ -2,16 +2,22 @@
 #include <algorithm>
 #include <array>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "database/generator/generator.h"
+#include "database/generator/written_rules.h"
 #include "evaluation/gram_search.h"
 #include "evaluation/string_pass.h"
+#include "evaluation/string_pattern.h"
 #include "evaluation/string_search.h"
 #include "evaluation/window_search.h"
 #include "rules/model.h"
+#include "rules/record/record_builder.h"
+#include "tests/support/sampling.h"
 
 namespace tavrik::tests {
 namespace {
@@ -195,6 +201,61 @@ TEST_F(StringSearch, FindsStringsWhereverTheyBegin) {
             Check(content);
             EXPECT_GE(found_ - before, 2U) << place;
         }
+}
+
+// Each string of the database begins at every place of a block in turn. Its region is where it is, or begins a byte
+// later. Long strings alone are looked for by windows.
+TEST_F(StringSearch, FindsEveryStringOfTheDatabaseAtEveryAlignment) {
+    constexpr std::size_t kStride = evaluation::GramSearch::kStride;
+    const rules::RuleSet written = generator::WrittenRules();
+    const rules::record::RecordSet records(generator::Generator(written).Rules());
+    for (const std::size_t shortest : {std::size_t{1}, std::size_t{32}}) {
+        strings_.clear();
+        for (const HeuristicRule *rule : records.rules())
+            for (const StringFeature &each : std::span(rule->strings.elements, rule->strings.count)) {
+                if (each.length < shortest)
+                    continue;
+                StringFeature &string = strings_.emplace_back(each);
+                string.param_b = string.param_c = string.param_f = 0; // the region decides
+            }
+        std::vector<const StringFeature *> pointers;
+        for (const StringFeature &string : strings_)
+            pointers.push_back(&string);
+        const evaluation::StringPass pass(pointers);
+        for (std::size_t alignment = 0; alignment < kStride; alignment += kSampling) {
+            std::vector<uint8_t> content;
+            regions_.clear();
+            for (std::size_t i = 0; i < strings_.size(); ++i) {
+                const evaluation::StringPattern pattern(strings_[i]);
+                content.resize(content.size() / kStride * kStride + kStride + (alignment + i) % kStride, '.');
+                regions_.push_back({content.size(), pattern.length});
+                content.insert(content.end(), pattern.value.begin(), pattern.value.begin() + pattern.length);
+                for (std::size_t at = 0; at < pattern.length; ++at)
+                    if (pattern.care[at] != 0xFF) // any byte, or either case
+                        content[content.size() - pattern.length + at] |=
+                            static_cast<uint8_t>(random_() & ~uint32_t{pattern.care[at]});
+            }
+            content.push_back('.');
+            base::MemorySource memory(content);
+            StreamedSource stream(memory);
+            base::FileBytes in_memory(memory);
+            base::FileBytes in_pieces(stream);
+            for (const bool is_late : {false, true}) {
+                if (is_late && alignment % 8 != 5)
+                    continue;
+                const std::vector<bool> found =
+                    pass.Search(alignment % 2 == 0 ? in_memory : in_pieces, [&](const StringFeature &string) {
+                        return regions_[static_cast<std::size_t>(&string - strings_.data())];
+                    });
+                for (std::size_t i = 0; i < strings_.size(); ++i) {
+                    Region &region = regions_[i];
+                    ASSERT_EQ(found[i], !is_late || evaluation::IsStringPresentPlainly(in_memory, region, strings_[i]))
+                        << i << " at " << region.offset;
+                    ++region.offset;
+                }
+            }
+        }
+    }
 }
 
 TEST_F(StringSearch, WideInstructionsFindWhatOthersFind) {
