@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <string>
 #include <vector>
 
+#include "bench/row.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "evaluation/evaluator.h"
@@ -91,8 +93,9 @@ void Measure(const char *name, const std::vector<Bytes> &files, std::span<Heuris
                 kBoundPlainNanoseconds);
     std::printf("  fast evaluator and its features:  median %8.2f us, 95%% %8.2f us, worst %8.2f us\n",
                 Quantile(times.first, 0.5), Quantile(times.first, 0.95), Quantile(times.first, 1));
-    std::printf("ratio: the fast evaluator runs at %.0f times the speed of the plain one (bound: %.0f)\n", plain / fast,
-                kBoundRatio);
+    bench::PrintRow({std::string("all rules on one file, ") + name, fast, "us", "plain evaluator", plain,
+                     kBoundMicroseconds, false});
+    bench::PrintRow({std::string("the same, ratio, ") + name, plain / fast, "times", "", 0, kBoundRatio});
 }
 
 } // namespace

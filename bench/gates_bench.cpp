@@ -7,6 +7,7 @@
 
 #include "bench/memory_stream.h"
 #include "bench/ratio_reporter.h"
+#include "bench/row.h"
 #include "tavrik2/tavrik2.h"
 
 namespace {
@@ -100,12 +101,13 @@ BENCHMARK(ReadFirstPage);
 } // namespace
 
 int main(int argc, char **argv) {
-    tavrik::bench::RatioReporter reporter;
+    tavrik::bench::RatioReporter reporter(tavrik::bench::RatioReporter::Times::Processor);
     if (!tavrik::bench::Run(argc, argv, reporter))
         return 2;
     const double sweep = reporter.Nanoseconds("SweepAllGates");
+    constexpr double kTarget = 1000; // ns
     if (sweep > 0)
-        std::printf("all 50 gates: %.0f ns (bound: 1000 ns), reading the first page: %.0f ns\n", sweep,
-                    reporter.Nanoseconds("ReadFirstPage"));
+        tavrik::bench::PrintRow({"all 50 gates on a file that matches none", sweep, "ns", "reading its first page",
+                                 reporter.Nanoseconds("ReadFirstPage"), kTarget, false});
     reporter.PrintRatio("SweepAllGates", "ReadFirstPage");
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -13,13 +14,19 @@ namespace tavrik::bench {
 
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    // By the clock, or of the processor, which other work on the machine lengthens less.
+    enum class Times { Clock, Processor };
+    explicit RatioReporter(Times times = Times::Clock) : times_(times) {}
+
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &run : runs) {
             // With repetitions the median is used, without them the only run.
             const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
             const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
             if ((median || single) && !run.error_occurred)
-                nanoseconds_[run.run_name.function_name] = run.GetAdjustedRealTime() * ToNanoseconds(run.time_unit);
+                nanoseconds_[run.run_name.function_name] =
+                    (times_ == Times::Clock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) *
+                    ToNanoseconds(run.time_unit);
         }
         ConsoleReporter::ReportRuns(runs);
     }
@@ -41,13 +48,22 @@ public:
 private:
     static double ToNanoseconds(benchmark::TimeUnit unit) { return 1e9 / benchmark::GetTimeUnitMultiplier(unit); }
 
+    Times times_;
     std::map<std::string, double> nanoseconds_;
 };
 
-// Runs the benchmarks with the given arguments through `reporter`; false when the arguments are wrong.
+// Runs the benchmarks through `reporter`, each several times, unless the arguments say otherwise; false when they are
+// wrong.
 inline bool Run(int argc, char **argv, RatioReporter &reporter) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    std::string defaults[] = {"--benchmark_repetitions=5", "--benchmark_min_time=0.1",
+                              "--benchmark_report_aggregates_only=true"};
+    std::vector<char *> arguments = {argv[0]};
+    for (std::string &argument : defaults)
+        arguments.push_back(argument.data());
+    arguments.insert(arguments.end(), argv + 1, argv + argc);
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
         return false;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     return true;

@@ -9,6 +9,7 @@
 
 #include "base/system.h"
 #include "bench/ratio_reporter.h"
+#include "bench/row.h"
 #include "tavrik2/tavrik2.h"
 
 namespace {
@@ -114,7 +115,13 @@ int main(int argc, char **argv) {
     tavrik::bench::RatioReporter reporter;
     if (!tavrik::bench::Run(argc, argv, reporter))
         return 2;
-    std::printf("first init: %.2f ms (bound: 3 ms), load and init: %.2f ms (bound: 10 ms)\n",
-                reporter.Nanoseconds("FirstInit") / 1e6, reporter.Nanoseconds("LoadAndFirstInit") / 1e6);
+    const auto milliseconds = [&](const char *name) { return reporter.Nanoseconds(name) / 1e6; };
+    constexpr double kTargetInit = 3; // ms
+    constexpr double kTargetLoad = 10;
+    tavrik::bench::PrintRow({"the module's first initialisation", milliseconds("FirstInit"), "ms",
+                             "one pass of writes over the same bytes", milliseconds("TouchSameBytes"), kTargetInit,
+                             false});
+    tavrik::bench::PrintRow(
+        {"loading and initialising the module", milliseconds("LoadAndFirstInit"), "ms", "", 0, kTargetLoad, false});
     reporter.PrintRatio("FirstInit", "TouchSameBytes");
 }

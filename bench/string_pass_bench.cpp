@@ -3,19 +3,27 @@
 // occur. A few strings that repeat one byte slow Hyperscan down a lot, so it is also measured without them.
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#ifdef TAVRIK_HAS_HYPERSCAN
 #include <hs/hs.h>
+#endif
 
 #include "bench/ratio_reporter.h"
+#include "bench/row.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "evaluation/features.h"
@@ -29,6 +37,8 @@ namespace {
 using namespace tavrik;
 using Clock = std::chrono::steady_clock;
 using Strings = std::vector<const StringFeature *>;
+
+constexpr char kEasedPeer[] = "HyperscanWithoutRuns_";
 
 double Milliseconds(Clock::time_point since) {
     return std::chrono::duration<double, std::milli>(Clock::now() - since).count();
@@ -46,14 +56,23 @@ struct File {
 struct Corpus {
     const char *name;
     std::vector<std::unique_ptr<File>> files;
+    double target = 0.5; // GB/s
 };
 
-bool IsRun(const StringFeature *string) {
+std::size_t SizeOf(const Corpus &corpus) {
+    std::size_t size = 0;
+    for (const auto &file : corpus.files)
+        size += file->bytes.size();
+    return size;
+}
+
+[[maybe_unused]] bool IsRun(const StringFeature *string) {
     const std::span<const uint8_t> bytes(string->bytes, string->length);
     const auto other = std::ranges::find_if(bytes, [](uint8_t byte) { return byte != 0; });
     return std::all_of(other, bytes.end(), [&](uint8_t byte) { return byte == 0 || byte == *other; });
 }
 
+#ifdef TAVRIK_HAS_HYPERSCAN
 /** Strings in a Hyperscan database, for the life of the program. */
 struct Hyperscan {
     explicit Hyperscan(const Strings &strings) : count(strings.size()) {
@@ -101,6 +120,7 @@ struct Hyperscan {
     hs_database_t *database = nullptr;
     hs_scratch_t *scratch = nullptr;
 };
+#endif
 
 // Files made to be slow: parts of four bytes of the strings, and the strings with one byte altered.
 std::vector<uint8_t> Hostile(const Strings &strings, bool whole) {
@@ -119,27 +139,53 @@ std::vector<uint8_t> Hostile(const Strings &strings, bool whole) {
     return bytes;
 }
 
+// The four bytes, none of them zero, that are in most strings, over and over.
+std::vector<uint8_t> MostFrequentPart(const Strings &strings) {
+    constexpr std::size_t kSize = 4 << 20;
+    std::map<std::array<uint8_t, 4>, std::size_t> counts;
+    for (const StringFeature *string : strings) {
+        const evaluation::StringPattern pattern(*string);
+        std::set<std::array<uint8_t, 4>> parts;
+        for (std::size_t at = 0; at + 4 <= pattern.length; ++at) {
+            const auto *bytes = &pattern.value[at];
+            if (std::all_of(bytes, bytes + 4, [](uint8_t byte) { return byte != 0; }))
+                parts.insert({bytes[0], bytes[1], bytes[2], bytes[3]});
+        }
+        for (const auto &part : parts)
+            ++counts[part];
+    }
+    const auto most = std::ranges::max_element(counts, {}, [](const auto &count) { return count.second; });
+    std::vector<uint8_t> bytes;
+    while (bytes.size() < kSize)
+        bytes.insert(bytes.end(), most->first.begin(), most->first.end());
+    return bytes;
+}
+
 std::vector<Corpus> Corpora(const Strings &strings) {
     constexpr std::size_t kOneIn = 8;
     constexpr std::size_t kLarge = 16 << 20;
-    std::vector<Corpus> corpora(6);
+    std::vector<Corpus> corpora(7);
     const auto add = [&](std::size_t corpus, std::vector<uint8_t> bytes) {
         corpora[corpus].files.push_back(std::make_unique<File>(std::move(bytes)));
     };
     corpora[0].name = "packaged";
+    corpora[0].target = 1.5;
     const std::vector<std::filesystem::path> paths = tests::PackagedFiles();
     for (std::size_t i = 0; i < paths.size(); i += kOneIn) {
         std::ifstream file(paths[i], std::ios::binary);
         add(0, {std::istreambuf_iterator<char>(file), {}});
     }
     corpora[1].name = "specimens";
+    corpora[1].target = 0.6;
     const rules::RuleSet written = generator::WrittenRules();
     const generator::Generator generator(written);
     for (std::size_t place = 0; place < generator.size(); place += kOneIn)
         add(1, *generator.SpecimenImage(place));
     corpora[2].name = "zeros";
+    corpora[2].target = 10;
     add(2, std::vector<uint8_t>(kLarge));
     corpora[3].name = "random";
+    corpora[3].target = 3;
     std::vector<uint8_t> bytes(kLarge);
     std::ranges::generate(bytes, [random = std::mt19937(1)]() mutable { return static_cast<uint8_t>(random()); });
     add(3, std::move(bytes));
@@ -147,6 +193,8 @@ std::vector<Corpus> Corpora(const Strings &strings) {
     add(4, Hostile(strings, false));
     corpora[5].name = "near_misses";
     add(5, Hostile(strings, true));
+    corpora[6].name = "frequent_part";
+    add(6, MostFrequentPart(strings));
     return corpora;
 }
 
@@ -162,45 +210,57 @@ int main(int argc, char **argv) {
     const evaluation::StringPass pass(strings);
     std::printf("StringPass: %zu strings, built in %.0f ms, %zu KiB, at most %zu compared at one place\n",
                 strings.size(), Milliseconds(start), pass.MemorySize() / 1024, pass.LargestBucket());
-    const Hyperscan all(strings);
-    Strings eased = strings;
-    std::erase_if(eased, IsRun);
-    const Hyperscan without_runs(eased);
-
     const auto own = [&](File &file) {
         return pass.Search(file.features.bytes(),
                            [&](const StringFeature &string) { return file.features.StringRegion(string); });
     };
+    std::vector<std::pair<std::string, std::function<std::vector<bool>(File &)>>> searches = {{"StringPass_", own}};
+#ifdef TAVRIK_HAS_HYPERSCAN
+    const Hyperscan all(strings);
+    Strings eased = strings;
+    std::erase_if(eased, IsRun);
+    const Hyperscan without_runs(eased);
+    searches.emplace_back("Hyperscan_", [&](const File &file) { return all.Search(file); });
+    searches.emplace_back(kEasedPeer, [&](const File &file) { return without_runs.Search(file); });
+#else
+    std::printf("without Hyperscan, which is not installed\n");
+#endif
     std::vector<Corpus> corpora = Corpora(strings);
     for (Corpus &corpus : corpora) {
-        std::size_t size = 0;
+        const std::size_t size = SizeOf(corpus);
         for (const auto &file : corpus.files) {
-            size += file->bytes.size();
-            const std::vector<bool> somewhere = all.Search(*file);
             const std::vector<bool> present = own(*file);
+            const std::vector<bool> somewhere = searches[searches.size() > 1 ? 1 : 0].second(*file);
             for (std::size_t i = 0; i < strings.size(); ++i)
                 if (present[i] && !somewhere[i]) {
                     std::fprintf(stderr, "string_pass_bench: Hyperscan does not find string %zu\n", i);
                     return 1;
                 }
         }
-        const auto add = [&](const std::string &name, const std::function<std::vector<bool>(File &)> &search) {
-            const auto run = [&corpus, search, size](benchmark::State &state) {
+        for (const auto &[name, search] : searches) {
+            const auto run = [&corpus, &search = search, size](benchmark::State &state) {
                 for (auto _ : state)
                     for (const auto &file : corpus.files)
                         benchmark::DoNotOptimize(search(*file));
                 state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
             };
-            benchmark::RegisterBenchmark((name + "_" + corpus.name).c_str(), run)->Unit(benchmark::kMillisecond);
-        };
-        add("StringPass", own);
-        add("Hyperscan", [&](const File &file) { return all.Search(file); });
-        add("HyperscanWithoutRuns", [&](const File &file) { return without_runs.Search(file); });
+            benchmark::RegisterBenchmark((name + corpus.name).c_str(), run)->Unit(benchmark::kMillisecond);
+        }
     }
-    bench::RatioReporter reporter;
+    bench::RatioReporter reporter(bench::RatioReporter::Times::Processor);
     if (!bench::Run(argc, argv, reporter))
         return 2;
+    for (const Corpus &corpus : corpora) {
+        const auto rate = [&](const char *name) {
+            const double time = reporter.Nanoseconds(name + std::string(corpus.name));
+            return time > 0 ? static_cast<double>(SizeOf(corpus)) / time : 0;
+        };
+        const bool has_peer = rate(kEasedPeer) > 0;
+        if (rate("StringPass_") > 0)
+            bench::PrintRow({std::string("all strings in one pass, ") + corpus.name, rate("StringPass_"), "GB/s",
+                             has_peer ? "Hyperscan, 43 strings less" : "", rate(kEasedPeer), corpus.target});
+    }
     for (const Corpus &corpus : corpora)
-        for (const char *peer : {"Hyperscan_", "HyperscanWithoutRuns_"})
+        for (const char *peer : {"Hyperscan_", kEasedPeer})
             reporter.PrintRatio(std::string("StringPass_") + corpus.name, std::string(peer) + corpus.name);
 }

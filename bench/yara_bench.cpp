@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/row.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "rules/record/reader.h"
@@ -120,9 +121,10 @@ void Measure(const char *name, const std::vector<Bytes> &files, BothSides &all, 
     Print("host", ours, files.size());
     Print("libyara", theirs, files.size());
     const auto ratio = [&](Figure figure) { return SpreadOf(theirs[figure]).median / SpreadOf(ours[figure]).median; };
-    std::printf("ratio: evaluation (all rules less one rule) %.0f times (target: %.0f)\n", ratio(kEvaluation),
-                kBoundEvaluation);
-    std::printf("ratio: end to end %.1f times (target: %.0f)\n\n", ratio(kAll), kBoundEndToEnd);
+    bench::PrintRow(
+        {std::string("evaluation to libyara's, ") + name, ratio(kEvaluation), "times", "", 0, kBoundEvaluation});
+    bench::PrintRow({std::string("end to end to libyara's, ") + name, ratio(kAll), "times", "", 0, kBoundEndToEnd});
+    std::printf("\n");
     [[maybe_unused]] static volatile std::size_t needed; // keeps the optimiser from removing what was timed
     needed = kept;
 }

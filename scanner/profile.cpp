@@ -48,6 +48,10 @@ void Profile::Add(const Profile &other) {
     for (std::size_t step = 0; step < steps_.size(); ++step)
         steps_[step] += other.steps_[step];
     reading_ += other.reading_;
+    for (std::size_t step = 0; step < read_.size(); ++step) {
+        read_[step].calls += other.read_[step].calls;
+        read_[step].bytes += other.read_[step].bytes;
+    }
     for (const auto &[rule, cost] : other.rules_) {
         RuleCost &sum = rules_[rule];
         sum.asked += cost.asked;

@@ -11,6 +11,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "base/byte_source.h"
 #include "evaluation/rule_index.h"
 
 namespace tavrik::scanner {
@@ -30,8 +31,23 @@ public:
     /** Ends the current step and begins another. Returns the step that ended. */
     Step Enter(Step step);
 
-    /** Adds to the time of reading, which is part of the steps. */
-    void AddReading(Duration time) { reading_ += time; }
+    /** Adds a read that took `time`, which is part of the steps; `bytes` came from where the source has them. */
+    void AddReading(Duration time, uint64_t bytes) {
+        reading_ += time;
+        Reading &read = read_[static_cast<std::size_t>(step_)];
+        read.calls += bytes > 0 ? 1 : 0;
+        read.bytes += bytes;
+    }
+
+    /** What a step has read: bytes from where the source has them, and the calls that fetched some. */
+    struct Reading {
+        uint64_t calls = 0;
+        uint64_t bytes = 0;
+    };
+    const Reading &ReadBy(Step step) const { return read_[static_cast<std::size_t>(step)]; }
+
+    /** The time of a step so far. */
+    Duration TimeOf(Step step) const { return steps_[static_cast<std::size_t>(step)]; }
 
     void OnConditions(uint32_t rule, Duration time) override;
     void OnStrings(uint32_t rule, Duration time) override;
@@ -54,6 +70,7 @@ public:
 private:
     std::array<Duration, static_cast<std::size_t>(Step::Count)> steps_ = {};
     Duration reading_ = {};
+    std::array<Reading, static_cast<std::size_t>(Step::Count)> read_ = {};
     std::unordered_map<uint32_t, RuleCost> rules_;
     Step step_ = Step::Other;
     Clock::time_point since_;
@@ -75,22 +92,27 @@ private:
     Step before_;
 };
 
-/** Adds the life of the object to the time of reading; does nothing without a profile. */
+/** Measures one read, as long as the object lives, from a source that counts its bytes; does nothing without a profile.
+ */
 class ReadTimer {
 public:
-    explicit ReadTimer(Profile *profile) : profile_(profile) {
-        if (profile_ != nullptr)
-            start_ = Profile::Clock::now();
+    ReadTimer(Profile *profile, const base::ByteSource &source) : profile_(profile), source_(source) {
+        if (profile_ == nullptr)
+            return;
+        before_ = source_.bytes_read();
+        start_ = Profile::Clock::now();
     }
     ~ReadTimer() {
         if (profile_ != nullptr)
-            profile_->AddReading(Profile::Clock::now() - start_);
+            profile_->AddReading(Profile::Clock::now() - start_, source_.bytes_read() - before_);
     }
     ReadTimer(const ReadTimer &) = delete;
     ReadTimer &operator=(const ReadTimer &) = delete;
 
 private:
     Profile *profile_;
+    const base::ByteSource &source_;
+    uint64_t before_ = 0;
     Profile::Clock::time_point start_;
 };
 

@@ -37,7 +37,7 @@ std::size_t WatchedSource::ReadAt(uint64_t offset, void *buffer, std::size_t len
         error_ = fmt::format("took longer than {} seconds", deadline_.seconds());
         return 0;
     }
-    const ReadTimer timer(profile_);
+    const ReadTimer timer(profile_, source_);
     return source_.ReadAt(offset, buffer, length);
 }
 

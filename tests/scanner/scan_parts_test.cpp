@@ -303,8 +303,9 @@ TEST(Profile, AddsUpStepsAndRulesOfAllThreads) {
     {
         const scanner::StepTimer timer(&second, scanner::Step::Carve);
         const scanner::StepTimer nothing(nullptr, scanner::Step::Output);
-        const scanner::ReadTimer none(nullptr);
-        const scanner::ReadTimer reading(&second);
+        base::MemorySource source({});
+        const scanner::ReadTimer none(nullptr, source);
+        const scanner::ReadTimer reading(&second, source);
         pass(4);
     }
     for (uint32_t rule = 0; rule < 12; ++rule)
@@ -313,8 +314,13 @@ TEST(Profile, AddsUpStepsAndRulesOfAllThreads) {
     first.OnStrings(5, milliseconds(2));
     second.OnStrings(5, milliseconds(2));
     second.OnConditions(13, std::chrono::microseconds(500));
-    second.AddReading(milliseconds(3));
+    second.AddReading(milliseconds(3), 5); // in step Other
+    first.AddReading({}, 4);
+    first.AddReading({}, 0);
     first.Add(second);
+    EXPECT_EQ(first.ReadBy(scanner::Step::Other).bytes, 9u);
+    EXPECT_EQ(first.ReadBy(scanner::Step::Other).calls, 2u) << "those that fetched something";
+    EXPECT_EQ(first.ReadBy(scanner::Step::Carve).calls, 0u);
     const std::string text = first.Text(rules);
 
     EXPECT_TRUE(text.starts_with("Time in all threads together:\n")) << text;
