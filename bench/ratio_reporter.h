@@ -16,7 +16,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 public:
     // By the clock, or of the processor, which other work on the machine lengthens less.
     enum class Times { Clock, Processor };
-    explicit RatioReporter(Times times = Times::Clock) : times_(times) {}
+    explicit RatioReporter(Times times = Times::Clock) : ConsoleReporter(OO_None), times_(times) {}
 
     void ReportRuns(const std::vector<Run> &runs) override {
         for (const Run &run : runs) {
