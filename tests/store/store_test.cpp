@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <utility>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 #include "rules/text/parser.h"
 #include "samples/samples.h"
 #include "store/adder.h"
+#include "store/arrow.h"
 #include "store/hunt.h"
 #include "store/journal.h"
 #include "tests/support/fresh_folder.h"
@@ -315,6 +317,50 @@ TEST(Extractor, HasAnotherVersionWhenItFindsOtherFeatures) {
     EXPECT_EQ(fmt::format("{} {}", store::kExtractorVersion, base::HexDigits(features.Finish())),
               "1 fb4079ff54a0338d9fc56325f0f0796b21d609bf91f1b8a5a5d1454196b43e7d")
         << "if the specimens are the same, raise kExtractorVersion";
+}
+
+TEST(Arrow, ColumnsOutliveTheirTableAndTheStore) {
+    const FreshFolder folder;
+    {
+        store::Store made("a.store", store::Store::Access::Create);
+        store::Adder adder(made);
+        for (std::size_t number = 0; number < 11; ++number) {
+            store::StoredFile file = FeaturesOf({'M', 'Z'}, number);
+            file.path += "\xFF";
+            file.has[7] = number != 9;
+            file.header[7] = static_cast<uint32_t>(number * 1000);
+            adder.Take(adder.Examine(std::move(file)));
+        }
+        adder.Finish();
+    }
+    store::ArrowArrayStream stream;
+    EXPECT_THROW(store::ExportArrow("none.store", stream), base::Error);
+    store::ExportArrow("a.store", stream);
+    store::ArrowSchema schema;
+    store::ArrowArray table;
+    ASSERT_EQ(stream.get_schema(&stream, &schema), 0);
+    ASSERT_EQ(stream.get_next(&stream, &table), 0);
+    ASSERT_EQ(schema.n_children, table.n_children);
+    EXPECT_STREQ(schema.children[4 + 7]->format, "I");
+    EXPECT_EQ(schema.children[4 + 7]->name, rules::HeaderFields()[7].name);
+    store::ArrowArray column = std::exchange(*table.children[4 + 7], {});
+    const store::ArrowArray paths = std::exchange(*table.children[0], {});
+    table.release(&table);
+    schema.release(&schema);
+    ASSERT_EQ(stream.get_next(&stream, &table), 0);
+    EXPECT_EQ(table.release, nullptr) << "there is one segment";
+    stream.release(&stream);
+    ASSERT_EQ(column.length, 11);
+    EXPECT_EQ(column.null_count, 1);
+    EXPECT_EQ(static_cast<const uint8_t *>(column.buffers[0])[0], 0xFF);
+    EXPECT_EQ(static_cast<const uint8_t *>(column.buffers[0])[1], 0b101);
+    EXPECT_EQ(static_cast<const uint32_t *>(column.buffers[1])[10], 10'000U);
+    const auto *ends = static_cast<const int32_t *>(paths.buffers[1]);
+    EXPECT_EQ(std::string(static_cast<const char *>(paths.buffers[2]) + ends[10],
+                          static_cast<std::size_t>(ends[11] - ends[10])),
+              "/files/1/10.exe\xEF\xBF\xBD");
+    for (store::ArrowArray taken : {column, paths})
+        taken.release(&taken);
 }
 
 TEST(Journal, NamesWhatAThreadHasInHand) {

@@ -40,7 +40,7 @@ ALLOWED = {
                 "evaluation", "scanner/payloads"],
     "include/tavrik": [],
     "engine": ["include/tavrik2", "include/tavrik", "base", "pe", "rules", "rules/text", "rules/record", "rules/analysis",
-               "evaluation", "scanner", "tavrik2/locators"],
+               "evaluation", "store", "scanner", "tavrik2/locators"],
     "scanner/map": ["include/tavrik2", "base", "pe", "rules", "evaluation", "scanner", "scanner/payloads"],
     "scanner/html": ["include/tavrik2", "base", "pe", "evaluation", "scanner", "scanner/payloads", "scanner/map"],
     "database/profile": ["include/tavrik2", "base", "rules"],
