@@ -19,7 +19,8 @@
 namespace tavrik::rules_tool {
 
 bool IsStore(const std::filesystem::path &path) {
-    constexpr std::string_view kDatabase("SQLite format 3", 16); // with the NUL
+    using std::literals::operator""sv;
+    constexpr std::string_view kDatabase = "SQLite format 3\0"sv;
     std::string start(kDatabase.size(), ' ');
     std::error_code error;
     return std::filesystem::is_regular_file(path, error) &&
