@@ -2,8 +2,9 @@
 """Nothing grows: endurance.py PROGRAM-FOLDER SAMPLES-FOLDER [CYCLES] [LINKS].
 
 CYCLES (10000) times the module is loaded, initialised, asked to scan a file, released and unloaded in one process, whose
-memory and open files must stay as they are. LINKS (100000) hard links to the samples are scanned by tavrik-scan, once
-while folders are moved and deleted and files are written, grown and cut; its memory must be that of a scan of a hundredth of them."""
+memory and open files must stay as they are. LINKS (1000000) hard links to the samples are scanned by tavrik-scan, once
+while folders are moved and deleted and files are written, grown and cut; its memory must be that of a scan of a
+hundredth of them."""
 import ctypes
 import os
 import subprocess
@@ -114,7 +115,7 @@ def scans(programs, samples_folder, count):
 if __name__ == "__main__":
     if len(sys.argv) < 3:
         sys.exit(__doc__)
-    bounds = [int(text) for text in sys.argv[3:]] + [10_000, 100_000][len(sys.argv) - 3:]
+    bounds = [int(text) for text in sys.argv[3:]] + [10_000, 1_000_000][len(sys.argv) - 3:]
     sample = sorted(entry.path for entry in os.scandir(sys.argv[2]) if entry.name.startswith("entry07"))[0]
     good = cycles(sys.argv[1], sample, bounds[0])
     sys.exit(0 if scans(sys.argv[1], sys.argv[2], bounds[1]) and good else 1)

@@ -5,6 +5,7 @@ They run in an environment of their own beside the programs, on the sources of t
 interpreter is not instrumented; its locks are those of the C library, which the sanitizer knows."""
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import venv
@@ -20,11 +21,9 @@ def main():
     pip = [python, "-m", "pip", "--quiet", "--disable-pip-version-check", "install", "cffi", "pytest"]
     subprocess.run(pip, check=True)
     (package / "lib").mkdir(parents=True, exist_ok=True)
-    links = {package / source.name: source for source in (root / "python/src/tavrik").glob("*.py")}
-    links[package / "lib" / "tavrik.h"] = root / "include/tavrik/tavrik.h"
-    for link, target in links.items():
-        if not link.is_symlink():
-            link.symlink_to(target)
+    for source in (root / "python/src/tavrik").glob("*.py"):
+        shutil.copy(source, package)
+    shutil.copy(root / "include/tavrik/tavrik.h", package / "lib")
     sanitizer = subprocess.run(["g++", "-print-file-name=libtsan.so"], check=True, capture_output=True, text=True).stdout.strip()
     environment = {**os.environ, "LD_PRELOAD": sanitizer, "PYTHONPATH": str(package.parent), "TAVRIK_SAMPLES": str(samples),
                    "TAVRIK_LIBRARY": str(programs / "libtavrik.so"), "TAVRIK_TOOLS": str(programs)}
