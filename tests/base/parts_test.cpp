@@ -89,6 +89,7 @@ TEST(Glob, MatchesWholeTexts) {
                 {"[]]", "]", true},
                 {"[!]]", "]", false},
                 {"[!]]", "a", true},
+                {"[!a]", "!", true},
                 {"[a", "[a", true},
                 {"[a-]", "-", true},
                 {"[a-]", "a", true},

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <regex>
 #include <set>
 
@@ -14,6 +15,7 @@
 #include "scanner/payload_report.h"
 #include "scanner/profile.h"
 #include "scanner/report.h"
+#include "scanner/report_memory.h"
 #include "scanner/totals.h"
 #include "scanner/watched_source.h"
 #include "tavrik2/heur_clean.h"
@@ -357,6 +359,34 @@ TEST(Profile, AddsUpStepsAndRulesOfAllThreads) {
     EXPECT_TRUE(dearest < next && next < third && third < listed.size()) << listed;
     EXPECT_EQ(listed.find("rule 100 "), std::string::npos) << listed;
     EXPECT_EQ(scanner::Profile().Text(rules).find("nan"), std::string::npos);
+}
+
+TEST(ReportMemory, GrowsByAllThatAReportHolds) {
+    const std::string text(1000, 'x');
+    const std::function<void(scanner::FileReport &)> additions[] = {
+        [&](auto &report) { report.error = text; },
+        [&](auto &report) { report.file = text; },
+        [&](auto &report) { report.parent = text; },
+        [&](auto &report) { report.notes.emplace_back().text = text; },
+        [&](auto &report) { report.detections.emplace_back().name = text; },
+        [&](auto &report) { report.findings.resize(1000 / sizeof(scanner::Finding) + 1); },
+        [&](auto &report) { report.payloads.emplace_back().sha256 = text; },
+        [&](auto &report) { report.payloads.emplace_back().entries.resize(250); },
+        [&](auto &report) { report.read.resize(1000 / sizeof(base::Region) + 1); },
+        [&](auto &report) { report.near.emplace(1000 / sizeof(scanner::NearMiss) + 1); },
+    };
+    scanner::FileReport report;
+    std::size_t bytes = scanner::OwnMemory(report);
+    for (std::size_t place = 0; place < std::size(additions); ++place) {
+        additions[place](report);
+        const std::size_t more = scanner::OwnMemory(report);
+        EXPECT_GE(more - bytes, 1000u) << place;
+        EXPECT_LT(more - bytes, 2000u) << place;
+        bytes = more;
+    }
+    scanner::FileReport outer;
+    outer.inside.push_back(report);
+    EXPECT_EQ(scanner::MemoryOf(outer), scanner::OwnMemory(outer) + bytes);
 }
 
 } // namespace

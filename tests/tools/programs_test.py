@@ -3,18 +3,22 @@
 
 Usage: programs_test.py FOLDER_OF_PROGRAMS FOLDER_OF_DOCUMENTS LIBRARY_OF_FAILING_READS
 """
+import fcntl
 import hashlib
 import io
 import json
 import os
 import pathlib
+import pty
 import re
 import resource
 import signal
+import struct
 import subprocess
 import sys
 import tarfile
 import tempfile
+import termios
 
 import jsonschema
 
@@ -215,6 +219,31 @@ def versions():
     check(len(numbers) == 1, f"versions {numbers}")
 
 
+def on_terminal(columns, *command):
+    """What a program prints on a terminal of so many columns, without colours."""
+    process, terminal = pty.fork()
+    if process == 0:
+        fcntl.ioctl(1, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        os.execv(command[0], command)
+    output = b""
+    try:
+        while block := os.read(terminal, 65536):
+            output += block
+    except OSError:  # how Linux tells that the other side is closed
+        pass
+    os.close(terminal)
+    os.waitpid(process, 0)
+    return re.sub(r"\x1b\[[0-9;]*m", "", output.decode())
+
+
+def terminal(samples):
+    """A map fits a terminal of any width, also confined."""
+    for columns in (60, 100):
+        drawn = on_terminal(columns, str(programs / "tavrik-scan"), "map", f"{samples}/entry07-nullsoft-after-section-4.exe")
+        widths = [len(line) for line in drawn.splitlines() if line.startswith("entropy")]
+        check(widths == [columns - 1], f"{columns} columns: {drawn}")
+
+
 def scan_output(samples):
     schema = json.loads((docs / "scan-report.schema.json").read_text(encoding="utf-8"))
     validator = jsonschema.Draft202012Validator(schema)
@@ -319,6 +348,8 @@ def main():
             ending_file()
             bad_store(samples)
         versions()
+        terminal(samples)
+        check(run("tavrik-scan", "help").stdout == run("tavrik-scan", "--help").stdout != b"", "tavrik-scan help")
         scan_output(samples)
         contents_output(samples)
         sarif(folder)

@@ -297,6 +297,10 @@ TEST_F(Inside, IsListedAndUnpacked) {
     EXPECT_EQ(Shell("TZ=UTC date -r out-a.tar/in/found.exe +%s").out, "1000000000\n");
     const Outcome table = Scan("contents a.tar");
     EXPECT_NE(table.out.find("2001-09-09T01:46:40Z  in/found.exe\n"), std::string::npos) << table.out;
+    uint64_t bytes = 0;
+    for (const fs::directory_entry &entry : fs::recursive_directory_iterator("out-a.tar"))
+        bytes += entry.is_regular_file() ? entry.file_size() : 0;
+    EXPECT_TRUE(table.out.ends_with(fmt::format("\n2 files, {} bytes\n", bytes))) << table.out;
 
     const Outcome hostile = Scan("unpack names.zip -o deep/er");
     EXPECT_EQ(hostile.code, 0) << hostile.err;
