@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kScanRounds = 11;
+constexpr int kScanRounds = 7;
 constexpr std::size_t kFiles = 50000; // that a run scans at least, so that the program's start hardly counts
 constexpr double kBoundSpeedup = 1.9;
 constexpr double kBoundMemory = 12; // MiB
