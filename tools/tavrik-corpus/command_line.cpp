@@ -69,7 +69,7 @@ public:
         if (command == hunt_)
             return RunHunt(hunt_options_);
         if (command == stats_)
-            return Stats(store, fields_, json_);
+            return Stats(store, stats_options_);
         if (command == values_)
             return Values(store, field_, most_, json_);
         if (command == verify_)
@@ -140,8 +140,11 @@ private:
 
     void AddReaders() {
         stats_ = Command("stats", "count files, and bytes a file");
-        stats_->add_flag("--fields", fields_, "print a line for each header value: files, values, the most common");
-        stats_->add_flag("--json", json_, "print JSON objects, one a line");
+        stats_->add_flag("--fields", stats_options_.fields,
+                         "print a line for each header value: files, values, the most common");
+        stats_->add_flag("--set-aside", stats_options_.set_aside,
+                         "print a line for each file that could not be read, with the reason");
+        stats_->add_flag("--json", stats_options_.json, "print JSON objects, one a line");
         values_ = Command("values", "count the files that have each value of a field");
         values_->add_option("FIELD", field_, "a header value, or a field of a section such as section[0].Name")
             ->required()
@@ -187,7 +190,7 @@ private:
     std::string store_;
     AddOptions add_options_;
     HuntOptions hunt_options_;
-    bool fields_ = false;
+    StatsOptions stats_options_;
     bool json_ = false;
     std::string field_;
     std::size_t most_ = 20;

@@ -51,8 +51,14 @@ struct HuntOptions {
 /** hunt: evaluates rules on the stored features, and on the files that these do not decide. */
 int RunHunt(const HuntOptions &options);
 
-/** stats: what the store has and how many bytes a file take; with `fields` a line for each header value. */
-int Stats(const std::filesystem::path &store, bool fields, bool json);
+struct StatsOptions {
+    bool fields = false;    // a line for each header value
+    bool set_aside = false; // a line for each file that could not be read, with the reason
+    bool json = false;
+};
+
+/** stats: what the store has and how many bytes a file take. */
+int Stats(const std::filesystem::path &store, const StatsOptions &options);
 
 /** values: how many files have each value of a field, the most common first. */
 int Values(const std::filesystem::path &store, const std::string &field, std::size_t most, bool json);

@@ -113,9 +113,18 @@ void PrintFields(store::Store &store, const std::vector<store::SegmentEntry> &en
     }
 }
 
+void PrintSetAside(const std::vector<store::Fault> &faults, bool json) {
+    for (const store::Fault &fault : faults)
+        base::Print(
+            json ? nlohmann::ordered_json({{"set_aside", fault.path}, {"reason", fault.reason}})
+                           .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
+                       "\n"
+                 : fmt::format("set aside: {}: {}\n", base::Printable(fault.path), base::Printable(fault.reason)));
+}
+
 } // namespace
 
-int Stats(const std::filesystem::path &path, bool fields, bool json) {
+int Stats(const std::filesystem::path &path, const StatsOptions &options) {
     store::Store store(path, store::Store::Access::Read);
     const std::vector<store::SegmentEntry> entries = store.Segments();
     uint64_t files = 0;
@@ -132,11 +141,12 @@ int Stats(const std::filesystem::path &path, bool fields, bool json) {
     std::map<std::string_view, uint64_t> bytes;
     for (const store::PieceSize &size : store.PieceSizes())
         bytes[GroupOf(size.number)] += size.bytes;
-    if (json) {
+    const std::vector<store::Fault> faults = store.Faults();
+    if (options.json) {
         base::Print(nlohmann::ordered_json({{"files", files},
                                             {"pe", pe},
                                             {"gone", rows - files},
-                                            {"set_aside", store.Faults().size()},
+                                            {"set_aside", faults.size()},
                                             {"segments", entries.size()},
                                             {"bytes", store.size()},
                                             {"bytes_of", bytes}})
@@ -144,17 +154,18 @@ int Stats(const std::filesystem::path &path, bool fields, bool json) {
                     "\n");
     } else {
         const double per = rows == 0 ? 0 : 1 / static_cast<double>(rows);
-        std::string text =
-            fmt::format("{}, {} of them PE; {} gone, {} set aside; {}\n", base::CountText(files, "file"), pe,
-                        rows - files, store.Faults().size(), base::CountText(entries.size(), "segment"));
+        std::string text = fmt::format("{}, {} of them PE; {} gone, {} set aside; {}\n", base::CountText(files, "file"),
+                                       pe, rows - files, faults.size(), base::CountText(entries.size(), "segment"));
         for (const auto &[group, size] : bytes)
             text += fmt::format("{:<16} {:>12} bytes, {:6.1f} a file\n", group, size, static_cast<double>(size) * per);
         text += fmt::format("{:<16} {:>12} bytes, {:6.1f} a file\n", "all", store.size(),
                             static_cast<double>(store.size()) * per);
         base::Print(text);
     }
-    if (fields)
-        PrintFields(store, entries, json);
+    if (options.set_aside)
+        PrintSetAside(faults, options.json);
+    if (options.fields)
+        PrintFields(store, entries, options.json);
     return kFine;
 }
 
