@@ -1,5 +1,6 @@
 // Maps of files, the signer's name and the report for people.
 #include <algorithm>
+#include <cstring>
 #include <initializer_list>
 
 #include <gtest/gtest.h>
@@ -148,6 +149,15 @@ TEST(FileMap, CoversTheFileOnce) {
     EXPECT_EQ(mapped.map.entropy.size(), (mapped.bytes.size() + 511) / 512);
     EXPECT_EQ(mapped.map.entropy[5], 0); // .d<t>&
     EXPECT_EQ(pe::ReadSigner(mapped.image), (pe::Signer{"Maker", "Test Authority"}));
+    // Another entry first; then the table's end before the signature's entry.
+    base::Bytes two = mapped.bytes;
+    two.insert(two.begin() + 0xD00, {16, 0, 0, 0, 0, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    const std::size_t directory = mapped.image.SignatureOffset() + 24 + pe::optional_header::kDirectories +
+                                  pe::kDirectorySize * pe::kCertificateDirectory;
+    for (const auto length : {static_cast<uint32_t>(two.size() - 0xD00), 16u}) {
+        std::memcpy(two.data() + directory + 4, &length, sizeof length);
+        EXPECT_EQ(pe::ReadSigner(Mapped(two).image).has_value(), length > 16);
+    }
 
     const Mapped text(base::Bytes(700, 'x'));
     ASSERT_EQ(text.map.segments.size(), 1u);
