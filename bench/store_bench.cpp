@@ -21,6 +21,7 @@
 
 #include "base/ordered_pool.h"
 #include "base/system.h"
+#include "bench/row.h"
 #include "database/generator/generator.h"
 #include "database/generator/written_rules.h"
 #include "rules/numbers.h"
@@ -38,10 +39,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kThreads = 2;
 constexpr std::size_t kSpecimenOneIn = 50;
-constexpr std::size_t kUsualFiles = 524'280; // the bounds are of ten million
+constexpr std::size_t kUsualFiles = 524'280;
 constexpr std::size_t kSegmentFiles = store::kMostRows;
-constexpr double kBoundAll = 10;     // seconds
-constexpr double kBoundOne = 1;      // seconds
+constexpr double kFilesOfBounds = 10'000'000;
+constexpr double kBoundAll = 10;     // seconds, for so many files; for fewer in proportion
+constexpr double kBoundOne = 1;      // likewise
 constexpr double kBoundHeader = 100; // bytes a file
 constexpr double kBoundBytes = 400;
 constexpr double kBoundAdd = 0.85; // of the scanner's rate
@@ -158,11 +160,12 @@ void PrintSizes(const fs::path &path, std::size_t files) {
         if (size.number < store::ValuesPiece(store::kFirstSectionColumn))
             header += static_cast<double>(size.bytes);
     const double count = static_cast<double>(files);
-    std::printf("header values: %.1f bytes a file (bound: %.0f); all: %.1f bytes a file (bound: %.0f)\n",
-                header / count, kBoundHeader, static_cast<double>(store.size()) / count, kBoundBytes);
+    bench::PrintRow({"store: header values, a file", header / count, "bytes", "", 0, kBoundHeader, false});
+    bench::PrintRow({"store: a file", static_cast<double>(store.size()) / count, "bytes", "", 0, kBoundBytes, false});
 }
 
-void TimeRules(const fs::path &path) {
+void TimeRules(const fs::path &path, std::size_t files) {
+    const double part = static_cast<double>(files) / kFilesOfBounds;
     const rules::RuleSet written = generator::WrittenRules();
     const rules::RuleSet all = generator::Generator(written).Rules();
     const rules::record::RecordSet records(all);
@@ -170,8 +173,10 @@ void TimeRules(const fs::path &path) {
     Search(path, rules.first(1)); // into the page cache
     Clock::time_point start = Clock::now();
     const auto [hits, looks] = Search(path, rules);
-    std::printf("all %zu rules: %.2f s (bound: %.0f s), %zu hits, %zu of them files to look at\n", rules.size(),
-                Since(start), kBoundAll, hits, looks);
+    const double all_rules = Since(start);
+    std::printf("%zu hits, %zu of them files to look at\n", hits, looks);
+    bench::PrintRow({fmt::format("store: all {} rules, {} files", rules.size(), files), all_rules, "s", "", 0,
+                     kBoundAll * part, false});
     std::vector<double> times;
     for (std::size_t place = 0; place < rules.size(); place += rules.size() / 40) {
         start = Clock::now();
@@ -179,8 +184,8 @@ void TimeRules(const fs::path &path) {
         times.push_back(Since(start));
     }
     std::ranges::sort(times);
-    std::printf("one rule, 40 of them tried: median %.2f s, slowest %.2f s (bound: %.0f s)\n", times[times.size() / 2],
-                times.back(), kBoundOne);
+    bench::PrintRow({fmt::format("store: slowest of {} single rules, {} files", times.size(), files), times.back(), "s",
+                     "median", times[times.size() / 2], kBoundOne * part, false});
 }
 
 double TimeOf(const std::string &command) {
@@ -211,8 +216,8 @@ void CompareWithScanner(const fs::path &folder, const char *what, const char *sc
         ratios.push_back(scan / add);
     }
     std::ranges::sort(ratios);
-    std::printf("ratio: %s, add runs at %.2f times the rate of tavrik-scan (bound: %.2f)\n", what,
-                ratios[ratios.size() / 2], kBoundAdd);
+    bench::PrintRow({fmt::format("rate of add next to tavrik-scan, {}", what), ratios[ratios.size() / 2], "times", "",
+                     0, kBoundAdd, true});
 }
 
 } // namespace
@@ -233,6 +238,6 @@ int main(int argc, char **argv) {
     Fill(folder / "large.store", copies, files);
     std::printf("encoding and writing: %.1f us a file\n", 1e6 * Since(start) / static_cast<double>(files));
     PrintSizes(folder / "large.store", files);
-    TimeRules(folder / "large.store");
+    TimeRules(folder / "large.store", files);
     fs::remove_all(folder);
 }
