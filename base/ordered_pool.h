@@ -2,6 +2,8 @@
 #ifndef TAVRIK_BASE_ORDERED_POOL_H
 #define TAVRIK_BASE_ORDERED_POOL_H
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -17,8 +19,12 @@
 namespace tavrik::base {
 
 /** Works on jobs in parallel and delivers the results in the order in which the jobs were submitted. At most
- * kJobsPerThread jobs for each thread are under way, so memory is bounded. Where results differ much in size, `weigh`
- * tells each one's: while those that wait for their turn weigh more than kMostWaiting, only the oldest job is begun.
+ * kJobsPerThread jobs for each thread are under way, and kMostTaken that are being delivered, so memory is bounded.
+ * Where results differ much in size, `weigh` tells each one's: while those that wait for their turn weigh more than
+ * kMostWaiting, only the oldest job is begun.
+ *
+ * A thread takes several jobs at once where many wait, and hands over what is done at the latest kHandOver after it
+ * began: with jobs of a few microseconds the threads would otherwise wait for each other most of the time.
  *
  * With one thread everything happens on the caller's. Otherwise the thread that completes the oldest result delivers it
  * and the completed ones after it. */
@@ -27,13 +33,16 @@ class OrderedPool {
 public:
     static constexpr std::size_t kJobsPerThread = 256;
     static constexpr std::size_t kMostWaiting = std::size_t{128} << 20; // bytes
+    static constexpr std::size_t kMostTaken = 16;                       // jobs at once
+    static constexpr std::size_t kMostHeld = std::size_t{1} << 20;      // bytes of results that are not yet handed over
+    static constexpr std::chrono::microseconds kHandOver{200};
 
     using Work = std::function<Result(Job &job, unsigned thread)>;  // in any thread, `thread` below their number
     using Deliver = std::function<void(Result &result)>;            // in any thread, one call at a time
     using Weigh = std::function<std::size_t(const Result &result)>; // in bytes; in any thread
 
     OrderedPool(unsigned threads, Work work, Deliver deliver, Weigh weigh = nullptr)
-        : work_(std::move(work)), deliver_(std::move(deliver)), weigh_(std::move(weigh)),
+        : work_(std::move(work)), deliver_(std::move(deliver)), weigh_(std::move(weigh)), most_threads_(threads),
           window_(threads * kJobsPerThread) {
         try {
             for (unsigned thread = 0; threads > 1 && thread < threads; ++thread)
@@ -80,51 +89,85 @@ private:
         explicit Slot(Job taken) : job(std::move(taken)) {}
 
         Job job;
-        std::optional<Result> result;
-        std::size_t weight = 0; // of the result
+        std::optional<Result> result; // of the thread that has taken the job until it is done
+        std::size_t weight = 0;       // of the result
+        bool is_done = false;
     };
 
+    using Clock = std::chrono::steady_clock;
+
     // The oldest job is always begun, so that the results that wait for it get their turn.
-    bool MayBegin() const { return next_ < slots_.size() && (next_ == 0 || waiting_ <= kMostWaiting); }
+    bool MayBegin(std::size_t place) const { return place == 0 || waiting_ <= kMostWaiting; }
+
+    // Half of a thread's share of the jobs that wait.
+    std::vector<Slot *> Take() {
+        const std::size_t share = (slots_.size() - next_) / (2 * most_threads_);
+        const std::size_t count = waiting_ <= kMostWaiting ? std::clamp<std::size_t>(share, 1, kMostTaken) : 1;
+        std::vector<Slot *> taken(count);
+        for (Slot *&slot : taken)
+            slot = &slots_[next_++]; // the address stays while others are added and removed
+        return taken;
+    }
 
     void Run(unsigned thread) {
         try {
             for (std::unique_lock lock(mutex_);;) {
                 ++idle_;
-                jobs_.wait(lock, [this] { return MayBegin() || stopped_; });
+                jobs_.wait(lock, [this] { return (next_ < slots_.size() && MayBegin(next_)) || stopped_; });
                 --idle_;
                 if (stopped_)
                     return;
-                Slot &slot = slots_[next_++]; // the reference stays valid while others are added and removed
-                lock.unlock();
-                Result result = work_(slot.job, thread);
-                const std::size_t weight = weigh_ ? weigh_(result) : 0;
-                lock.lock();
-                slot.result = std::move(result);
-                slot.weight = weight;
-                waiting_ += weight;
-                if (!delivering_)
-                    DeliverWhatIsReady(lock);
+                WorkOn(Take(), thread, lock);
             }
         } catch (...) {
             Stop(std::current_exception());
         }
     }
 
+    void WorkOn(const std::vector<Slot *> &taken, unsigned thread, std::unique_lock<std::mutex> &lock) {
+        std::size_t handed_over = 0;
+        for (std::size_t done = 0; done < taken.size() && !stopped_;) {
+            lock.unlock();
+            const Clock::time_point begin = Clock::now();
+            std::size_t held = 0;
+            do {
+                Slot &slot = *taken[done++];
+                slot.result = work_(slot.job, thread);
+                slot.weight = weigh_ ? weigh_(*slot.result) : 0;
+                held += slot.weight;
+            } while (done < taken.size() && held < kMostHeld && Clock::now() - begin < kHandOver);
+            lock.lock();
+            for (; handed_over < done; ++handed_over)
+                taken[handed_over]->is_done = true;
+            waiting_ += held;
+            if (!delivering_)
+                DeliverWhatIsReady(lock);
+            if (done < taken.size())
+                jobs_.wait(lock, [&] { return MayBegin(taken[done] == &slots_.front() ? 0 : 1) || stopped_; });
+        }
+    }
+
     void DeliverWhatIsReady(std::unique_lock<std::mutex> &lock) {
         delivering_ = true;
-        while (!slots_.empty() && slots_.front().result && !stopped_) {
-            Result result = std::move(*slots_.front().result);
+        std::vector<Result> ready;
+        while (!slots_.empty() && slots_.front().is_done && !stopped_) {
             const bool was_full = waiting_ > kMostWaiting;
-            waiting_ -= slots_.front().weight;
-            slots_.pop_front();
-            --next_;
+            std::size_t held = 0;
+            do {
+                ready.push_back(std::move(*slots_.front().result));
+                held += slots_.front().weight;
+                waiting_ -= slots_.front().weight;
+                slots_.pop_front();
+                --next_;
+                if (slots_.size() == window_ / 2)
+                    room_.notify_one();
+            } while (ready.size() < kMostTaken && held < kMostHeld && !slots_.empty() && slots_.front().is_done);
             if (was_full)
                 jobs_.notify_all();
-            if (slots_.size() == window_ / 2)
-                room_.notify_one();
             lock.unlock();
-            deliver_(result);
+            for (Result &result : ready)
+                deliver_(result);
+            ready.clear();
             lock.lock();
         }
         delivering_ = false;
@@ -150,6 +193,7 @@ private:
     const Work work_;
     const Deliver deliver_;
     const Weigh weigh_;
+    const std::size_t most_threads_;
     const std::size_t window_;
 
     std::mutex mutex_; // guards all below except threads_
