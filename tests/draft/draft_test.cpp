@@ -19,13 +19,15 @@ struct Build {
     uint32_t size = 0x800;         // of the code
     uint32_t TimeDateStamp = 1;    // of each build its own
     const char16_t *company = u""; // in the version resource
-    std::string text;              // in the code
+    std::string text = {};         // in the code
+    uint32_t SizeOfStackReserve = 0x100000;
 };
 
 Bytes BytesOf(const Build &build) {
     using namespace pe::builder;
     PeImage image;
     image.headers.TimeDateStamp = build.TimeDateStamp;
+    image.headers.SizeOfStackReserve = build.SizeOfStackReserve;
     Bytes code(build.size, 0xC3);
     for (std::size_t i = 0; i < build.size; i += 7)
         code[i] = static_cast<uint8_t>(i);
@@ -34,7 +36,8 @@ Bytes BytesOf(const Build &build) {
     version.strings = {{u"CompanyName", build.company}};
     image.sections = {
         {.name = ".text", .Characteristics = kCodeSection, .pieces = {{code}}},
-        {.name = ".idata", .pieces = {{ImportTable{{{"KERNEL32.dll", {"ExitProcess", uint16_t{3}}}}}}}},
+        {.name = ".idata",
+         .pieces = {{ImportTable{{{"KERNEL32.dll", {"ExitProcess", uint16_t{3}}}, {"USER32.dll", {}}}}}}},
         {.name = ".rsrc", .pieces = {{ResourceTable{{{.type = pe::resource_type::kVersion, .data = version.Lay()}}}}}}};
     return image.Build().bytes;
 }
@@ -101,6 +104,18 @@ TEST(Draft, MatchesItsFilesAndAsFewOthersAsCanBe) {
     EXPECT_EQ(Matched(made.text, family), (std::vector<bool>{true, true, true}));
 }
 
+TEST(Draft, AsksForRangesWhereNothingElseTellsFilesApart) {
+    const FreshFolder folder;
+    const std::vector<std::string> names = {WriteBuild("a.exe", {.SizeOfStackReserve = 0x180000}),
+                                            WriteBuild("b.exe", {.SizeOfStackReserve = 0x120000}),
+                                            WriteBuild("low.exe", {.SizeOfStackReserve = 0x11F000}),
+                                            WriteBuild("high.exe", {.SizeOfStackReserve = 0x181000})};
+    const std::vector<std::string> family = {names[0], names[1]};
+    const draft::Draft made = draft::MakeDraft(draft::GivenFiles(family), {7, "Family", {"low.exe", "high.exe"}});
+    EXPECT_TRUE(made.hits.empty()) << made.text;
+    EXPECT_EQ(Matched(made.text, names), (std::vector<bool>{true, true, false, false})) << made.text;
+}
+
 TEST(Draft, ValuesAreARuleThatTheFilesMatch) {
     const FreshFolder folder;
     const std::vector<std::string> names = {
@@ -125,9 +140,10 @@ TEST(Draft, ValuesAreARuleThatTheFilesMatch) {
     };
     const std::string of_one = values({"a.exe"});
     EXPECT_EQ(matched(of_one), (std::vector<bool>{true, false, false}));
-    for (const char *row : {"TimeDateStamp ", "#0 \"#3\"", "#0 \"ExitProcess\"", "VERSION[any].CompanyName \"Acme\"",
-                            "== \".idata\"", "= \"connect to the mothership at dawn\" in section[0] at 0x123 drift",
-                            "entropy(section[2])", "type[16]", "VERSION[1] language 0x409 crc32"})
+    for (const char *row :
+         {"TimeDateStamp ", "#0 \"#3\"", "#0 \"ExitProcess\"", "\"USER32.dll\"\n", "VERSION[any].CompanyName \"Acme\"",
+          "== \".idata\"", "= \"connect to the mothership at dawn\" in section[0] at 0x123 drift",
+          "entropy(section[2])", "type[16]", "VERSION[1] language 0x409 crc32"})
         EXPECT_NE(of_one.find(row), std::string::npos) << row << "\n" << of_one;
     EXPECT_EQ(of_one.find("This program"), std::string::npos) << "the stub is that of every program";
     const std::string of_two = values({"a.exe", "b.exe"});
