@@ -37,7 +37,7 @@ std::string PayloadText(const Payload &payload) {
 
 std::string CarvedText(const Payload &payload) {
     if (!payload.not_carved.empty())
-        return fmt::format("offset {:#x} not carved: {}", payload.offset, payload.not_carved);
+        return fmt::format("offset {:#x} not carved: {}", payload.offset, base::Printable(payload.not_carved));
     if (!payload.carved)
         return "";
     return fmt::format("offset {:#x} carved, {} bytes, {} {}", payload.offset, payload.carved->length,

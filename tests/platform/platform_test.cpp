@@ -229,6 +229,22 @@ TEST(Platform, ModulesAreLoadedFromTheirFolder) {
     EXPECT_EQ(PlatformGetModuleDirectory("disasm.hbx", directory, sizeof directory), 0u);
 }
 
+TEST(Companions, DecodeNothingAndHaveNoScanFunctions) {
+    void *const decoder = PlatformLoadModule(ModulePath("disasm.hbx").c_str());
+    for (const char *name : {"GetOffsetsFromBufferEx", "GetOffsetsFromBufferExUdi", "GetUdiInstructionsEx",
+                             "GetMSILDecodedInstructions", "GetPCODEDecodedInstructions"}) {
+        const auto decode = reinterpret_cast<uint32_t (*)()>(PlatformGetSymbol(decoder, name));
+        ASSERT_NE(decode, nullptr) << name;
+        EXPECT_EQ(decode(), 0u) << name;
+    }
+    PlatformFreeModule(decoder);
+    void *const sdk = PlatformLoadModule(ModulePath("scansdk.hbx").c_str());
+    const auto functions = reinterpret_cast<void *(*)()>(PlatformGetSymbol(sdk, "GetIScanFunctionsPtr"));
+    ASSERT_NE(functions, nullptr);
+    EXPECT_EQ(functions(), nullptr);
+    PlatformFreeModule(sdk);
+}
+
 #ifndef _WIN32
 // The dynamic linker knows such a module by the path that was given, which means another file in another folder.
 TEST(Platform, ModulesLoadedByARelativePathAreFoundWhileThePathLeadsToThem) {
