@@ -400,15 +400,14 @@ TAVRIK_PUBLIC void tavrik_features_free(tavrik_features *features);
 TAVRIK_PUBLIC size_t tavrik_features_count(const tavrik_features *features);
 TAVRIK_PUBLIC tavrik_status tavrik_features_get(const tavrik_features *features, size_t index, tavrik_feature *feature);
 
-/* ---- The features of many files -----------------------------------------------------------------------------------
- */
+/* ---- The features of many files ---------------------------------------------------------------------------------- */
 
 /* The table of a stream, by Arrow's C stream interface, whose headers define it. */
 struct ArrowArrayStream;
 
-/* Fills a stream with the files of a store that `tavrik-corpus add` made: columns `file`, `size`, `sha256`, `pe` and one
- * for each header value, null where a file has none. The caller releases it by its own `release`; until then the store is
- * open for reading. It serves one thread at a time. In builds without stores TAVRIK_ERROR_FILE. */
+/* Fills a stream with the files of a store that `tavrik-corpus add` made: columns `file`, `size`, `sha256`, `pe` and
+ * one for each header value, null where a file has none. The caller releases it by its own `release`; until then the
+ * store is open for reading. It serves one thread at a time. In builds without stores TAVRIK_ERROR_FILE. */
 TAVRIK_PUBLIC tavrik_status tavrik_corpus_export(const char *path, struct ArrowArrayStream *stream,
                                                  tavrik_error *error);
 

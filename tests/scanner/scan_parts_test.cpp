@@ -381,7 +381,7 @@ TEST(ReportMemory, GrowsByAllThatAReportHolds) {
         additions[place](report);
         const std::size_t more = scanner::OwnMemory(report);
         EXPECT_GE(more - bytes, 1000u) << place;
-        EXPECT_LT(more - bytes, 2000u) << place;
+        EXPECT_LT(more - bytes, 3000u) << place; // a path has two bytes a character on Windows
         bytes = more;
     }
     scanner::FileReport outer;
